@@ -1,0 +1,79 @@
+#include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
+
+#include <sbc/sbc.h>
+
+#include "ZAVAudioStreaming/codecs/ZeroTail.hpp"
+#include "ZAVAudioStreaming/core/AllocateBytes.hpp"
+#include "ZAVAudioStreaming/core/AudioStreamError.hpp"
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+
+namespace zav {
+namespace {
+
+constexpr SourcePosition kChunkSizePosition{"SBCCoding", 481};
+constexpr SourcePosition kDecodePosition{"SBCCoding", 496};
+
+std::shared_ptr<SBCCoding::SBCConfiguration> configurationOf(
+    const AudioStreamOutputable& upstream) {
+    const AudioStreamBasicDescription format = upstream.outDataFormat();
+    if (format.mFormatID != kAudioFormatSbc) {
+        throw AudioStreamError::unacceptableData();
+    }
+    return SBCCoding::SBCConfiguration::fromDataFormat(format);
+}
+
+[[noreturn]] std::shared_ptr<SBCCoding::SBCConfiguration> unimplementedInitializer() {
+    fatalError(
+        "Use of unimplemented initializer 'init(audioFrom:configuration:)' for class "
+        "'ZAVAudioStreaming.SBCDecoder'");
+}
+
+}  // namespace
+
+SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)
+    : SBCCoding(key, upstream, configurationOf(*upstream)) {
+    const AudioStreamBasicDescription sbc = inDataFormat();
+    constexpr std::uint32_t kBytesPerSample = 2;
+
+    AudioStreamBasicDescription pcm;
+    pcm.mSampleRate = sbc.mSampleRate;
+    pcm.mFormatID = kAudioFormatLinearPCM;
+    pcm.mFormatFlags = (sbc.mFormatFlags & kSbcFormatFlagIsBigEndian) |
+                       kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+    pcm.mBytesPerPacket = kBytesPerSample * sbc.mChannelsPerFrame;
+    pcm.mFramesPerPacket = 1;
+    pcm.mBytesPerFrame = pcm.mBytesPerPacket;
+    pcm.mChannelsPerFrame = sbc.mChannelsPerFrame;
+    pcm.mBitsPerChannel = 8 * kBytesPerSample;
+    setOutDataFormat(pcm);
+}
+
+SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream,
+                       const std::shared_ptr<SBCConfiguration>& /*configuration*/)
+    : SBCCoding(key, upstream, unimplementedInitializer()) {}
+
+void SBCDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                              const AudioStreamPacketDescription* /*packetDescriptions*/) {
+    sbc_t* const state = config()->sbc();
+    const std::size_t frameLen = config()->frameLen();
+    const std::size_t codeSize = config()->codeSize();
+    if (size % frameLen != 0) {
+        fatalError("Not integral multiple. This generaly means a mismatch stream data format",
+                   kChunkSizePosition);
+    }
+
+    const std::size_t outputSize = checkedMultiply(codeSize, checkedCast<std::size_t>(packetNum));
+    const auto output = allocateBytes(outputSize);
+    const auto* frame = static_cast<const std::byte*>(bytes);
+    std::byte* pcm = output.get();
+    for (std::uint64_t i = 0; i < packetNum; ++i, frame += frameLen, pcm += codeSize) {
+        std::size_t written = 0;
+        if (sbc_decode(state, frame, frameLen, pcm, codeSize, &written) < 1) {
+            fatalError("Decoding failed", kDecodePosition);
+        }
+        zeroTail(pcm, written, codeSize);
+    }
+    downstreams().receiveAudio(output.get(), outputSize, packetNum, nullptr);
+}
+
+}  // namespace zav

@@ -1,0 +1,111 @@
+#include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
+
+#include <sbc/sbc.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "ZAVAudioStreaming/codecs/ZeroTail.hpp"
+#include "ZAVAudioStreaming/core/AllocateBytes.hpp"
+#include "ZAVAudioStreaming/core/AudioStreamError.hpp"
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+
+namespace zav {
+namespace {
+
+constexpr SourcePosition kSavedFramePosition{"SBCCoding", 338};
+constexpr SourcePosition kWholeFramesPosition{"SBCCoding", 349};
+
+const std::shared_ptr<AudioStreamOutputable>& requireLinearPCM(
+    const std::shared_ptr<AudioStreamOutputable>& upstream) {
+    if (upstream->outDataFormat().mFormatID != kAudioFormatLinearPCM) {
+        throw AudioStreamError::unacceptableData();
+    }
+    return upstream;
+}
+
+void encodeFrame(sbc_t* state, const std::byte* pcm, std::size_t codeSize, std::byte* frame,
+                 std::size_t frameLen, SourcePosition position) {
+    ssize_t written = 0;
+    if (sbc_encode(state, pcm, codeSize, frame, frameLen, &written) < 1) {
+        fatalError("Encoding failed", position);
+    }
+    zeroTail(frame, checkedCast<std::size_t>(written), frameLen);
+}
+
+}  // namespace
+
+SBCEncoder::SBCEncoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream,
+                       std::shared_ptr<SBCConfiguration> configuration)
+    : SBCCoding(key, requireLinearPCM(upstream), std::move(configuration)) {
+    const AudioStreamBasicDescription pcm = inDataFormat();
+    const auto codeSize = checkedCast<std::uint32_t>(config()->codeSize());
+
+    AudioStreamBasicDescription sbc;
+    sbc.mSampleRate = pcm.mSampleRate;
+    sbc.mFormatID = kAudioFormatSbc;
+    sbc.mFormatFlags = config()->formatFlags();
+    sbc.mBytesPerPacket = checkedCast<std::uint32_t>(config()->frameLen());
+    sbc.mFramesPerPacket =
+        checkedDivide(checkedDivide(codeSize, pcm.mBitsPerChannel / 8), pcm.mChannelsPerFrame);
+    sbc.mChannelsPerFrame = pcm.mChannelsPerFrame;
+    setOutDataFormat(sbc);
+}
+
+void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t /*packetNum*/,
+                              const AudioStreamPacketDescription* /*packetDescriptions*/) {
+    const auto* input = static_cast<const std::byte*>(bytes);
+    const auto* const inputEnd = input + checkedCast<std::int64_t>(size);
+    const auto remaining = [&] { return static_cast<std::size_t>(inputEnd - input); };
+
+    sbc_t* const state = config()->sbc();
+    const std::size_t frameLen = config()->frameLen();
+    const std::size_t codeSize = config()->codeSize();
+    const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
+
+    if (savedSize + remaining() < codeSize) {
+        // Not one whole frame: everything waits.
+        const std::byte noFrames{};
+        downstreams().receiveAudio(&noFrames, 0, 0, nullptr);
+        if (remaining() > 0) {
+            auto& saved = savedBytes();
+            saved.insert(saved.end(), input, inputEnd);
+        }
+        return;
+    }
+
+    const std::size_t frameCount = (savedSize + remaining()) / codeSize;
+    const std::size_t outputSize = checkedMultiply(frameCount, frameLen);
+    const auto output = allocateBytes(outputSize);
+    std::byte* frame = output.get();
+
+    if (partialFrameBytes_) {
+        const auto scratch = allocateBytes(codeSize);
+        std::copy(partialFrameBytes_->begin(), partialFrameBytes_->end(), scratch.get());
+        std::copy_n(input, codeSize - savedSize, scratch.get() + savedSize);
+        encodeFrame(state, scratch.get(), codeSize, frame, frameLen, kSavedFramePosition);
+        input += codeSize - savedSize;
+        frame += frameLen;
+    }
+    for (; remaining() >= codeSize; input += codeSize, frame += frameLen) {
+        encodeFrame(state, input, codeSize, frame, frameLen, kWholeFramesPosition);
+    }
+
+    downstreams().receiveAudio(output.get(), outputSize, frameCount, nullptr);
+
+    // When nothing is left over, the saved bytes stay as they are: see the class comment.
+    if (remaining() > 0) {
+        savedBytes().assign(input, inputEnd);
+    }
+}
+
+std::vector<std::byte>& SBCEncoder::savedBytes() {
+    return partialFrameBytes_ ? *partialFrameBytes_ : partialFrameBytes_.emplace();
+}
+
+void SBCEncoder::onAudioStreamFlowEnd() {
+    partialFrameBytes_.reset();
+    SBCCoding::onAudioStreamFlowEnd();
+}
+
+}  // namespace zav

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+
+#include "ZAVAudioStreaming/core/OSStatus.hpp"
+
+/// The two records that travel with audio, and the constants that fill them. Words used everywhere:
+/// a *sample* is one channel's value, a *frame* one sample per channel, a *packet* the codec's unit
+/// (one frame for PCM), a *chunk* what one `receiveAudio` call carries.
+namespace zav {
+
+/// Format of a stream. A plain value: nodes copy it, never share it. A node that has not worked out
+/// its output format holds an all-zero record. 40 bytes, laid out as the platform's own record.
+struct AudioStreamBasicDescription {
+    double mSampleRate = 0;               ///< frames per second
+    std::uint32_t mFormatID = 0;          ///< kAudioFormat... code
+    std::uint32_t mFormatFlags = 0;       ///< meaning depends on mFormatID
+    std::uint32_t mBytesPerPacket = 0;    ///< 0 when packets vary in size
+    std::uint32_t mFramesPerPacket = 0;   ///< 0 when packets vary in duration
+    std::uint32_t mBytesPerFrame = 0;     ///< 0 for compressed formats
+    std::uint32_t mChannelsPerFrame = 0;  ///< channels
+    std::uint32_t mBitsPerChannel = 0;    ///< bits per sample, 0 for compressed formats
+    std::uint32_t mReserved = 0;          ///< always 0
+
+    friend bool operator==(const AudioStreamBasicDescription&,
+                           const AudioStreamBasicDescription&) = default;
+};
+static_assert(sizeof(AudioStreamBasicDescription) == 40);
+
+/// Place of one packet of varying size inside a chunk. Chunks of constant-size packets (PCM, SBC)
+/// travel without descriptions.
+struct AudioStreamPacketDescription {
+    std::int64_t mStartOffset = 0;              ///< bytes from the start of the chunk
+    std::uint32_t mVariableFramesInPacket = 0;  ///< frames; 0 when constant for the format
+    std::uint32_t mDataByteSize = 0;            ///< bytes in the packet
+
+    friend bool operator==(const AudioStreamPacketDescription&,
+                           const AudioStreamPacketDescription&) = default;
+};
+static_assert(sizeof(AudioStreamPacketDescription) == 16);
+
+inline constexpr std::uint32_t kAudioFormatLinearPCM = fourCharCode("lpcm");
+inline constexpr std::uint32_t kAudioFormatALaw = fourCharCode("alaw");
+inline constexpr std::uint32_t kAudioFormatULaw = fourCharCode("ulaw");
+
+/// Bits of `mFormatFlags` for linear PCM.
+inline constexpr std::uint32_t kAudioFormatFlagIsFloat = 0x1;
+inline constexpr std::uint32_t kAudioFormatFlagIsBigEndian = 0x2;
+inline constexpr std::uint32_t kAudioFormatFlagIsSignedInteger = 0x4;
+inline constexpr std::uint32_t kAudioFormatFlagIsPacked = 0x8;
+
+/// SBC streams: a zero byte, then "sbc".
+inline constexpr std::uint32_t kAudioFormatSbc = 0x00736263;
+
+/// Bits of `mFormatFlags` for SBC. Channel mode and sample rate are not among them: the mode shows
+/// only as one or two channels, the rate only in `mSampleRate`.
+inline constexpr std::uint32_t kSbcFormatFlagIsBigEndian = 0x2;  ///< PCM side is big-endian
+inline constexpr std::uint32_t kSbcFormatFlagBlocksBits =
+    0x300;  ///< 0, 1, 2, 3: 4, 8, 12, 16 blocks
+inline constexpr std::uint32_t kSbcFormatFlagIs8Blocks = 0x100;
+inline constexpr std::uint32_t kSbcFormatFlagIs12Blocks = 0x200;
+inline constexpr std::uint32_t kSbcFormatFlagAllocationBits = 0x400;  ///< set: SNR, clear: loudness
+inline constexpr std::uint32_t kSbcFormatFlagIs8Subband = 0x800;      ///< set: 8 subbands, clear: 4
+inline constexpr std::uint32_t kSbcFormatFlagBitPoolBits = 0xFF0000;
+
+}  // namespace zav

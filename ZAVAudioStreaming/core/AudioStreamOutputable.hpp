@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+#include "ZAVAudioStreaming/core/AudioStreamInputable.hpp"
+#include "ZAVAudioStreaming/core/Export.hpp"
+
+namespace zav {
+
+/// A node that produces a stream and pushes it to its targets, in the order in which they were
+/// added.
+///
+/// Threads: see `AudioStreamInputable`.
+class ZAV_EXPORT AudioStreamOutputable {
+ public:
+    virtual ~AudioStreamOutputable() = default;
+
+    AudioStreamOutputable(const AudioStreamOutputable&) = delete;
+    AudioStreamOutputable& operator=(const AudioStreamOutputable&) = delete;
+
+    /// Format of everything that this node pushes; valid once the node is made.
+    virtual AudioStreamBasicDescription outDataFormat() const = 0;
+
+    /// Appends `target` to the targets and holds it strongly, for good: a target cannot be removed.
+    /// One that is added twice receives everything twice. Never fails; an implementation must not
+    /// read the target's formats here.
+    virtual void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) = 0;
+
+ protected:
+    AudioStreamOutputable() = default;
+};
+
+}  // namespace zav

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <concepts>
+#include <memory>
+#include <utility>
+
+#include "ZAVAudioStreaming/core/AudioStreamInputable.hpp"
+#include "ZAVAudioStreaming/core/AudioStreamOutputable.hpp"
+#include "ZAVAudioStreaming/core/FatalError.hpp"
+
+namespace zav {
+
+/// First parameter of every node's constructor. Only `makeNode` can make one, so that no node is
+/// built without being linked; a derived class inherits the constructors with
+/// `using PeripheralSink::PeripheralSink;`.
+class NodeKey {
+    NodeKey() = default;
+
+    template <std::derived_from<AudioStreamInputable> Node, class... Arguments>
+    friend std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
+                                          Arguments&&... arguments);
+    template <std::derived_from<AudioStreamOutputable> Node, class... Arguments>
+    requires(!std::derived_from<Node, AudioStreamInputable>) friend std::shared_ptr<Node> makeNode(
+        Arguments&&... arguments);
+};
+
+/// Makes a consuming node on `upstream` and registers it there:
+/// `makeNode<SBCEncoder>(source, configuration)`.
+///
+/// The node's constructor checks and may throw; nothing is registered then. Only when the most
+/// derived object is complete is it added to the upstream's targets. The upstream holds the node
+/// strongly, the node holds the upstream weakly. A null upstream is a fatal stop.
+template <std::derived_from<AudioStreamInputable> Node, class... Arguments>
+std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
+                               Arguments&&... arguments) {
+    if (upstream == nullptr) {
+        fatalError("A node needs an upstream");
+    }
+    auto node = std::make_shared<Node>(NodeKey(), upstream, std::forward<Arguments>(arguments)...);
+    upstream->addStreamTarget(node);
+    return node;
+}
+
+/// Makes a source, which has no upstream: `makeNode<FileSource>("speech.wav")`.
+template <std::derived_from<AudioStreamOutputable> Node, class... Arguments>
+requires(!std::derived_from<Node, AudioStreamInputable>) std::shared_ptr<Node> makeNode(
+    Arguments&&... arguments) {
+    return std::make_shared<Node>(NodeKey(), std::forward<Arguments>(arguments)...);
+}
+
+}  // namespace zav

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "ZAVAudioStreaming/core/Export.hpp"
+
+namespace zav {
+
+/// Status of a platform call: 0 is success, anything else a code of the platform's, either a small
+/// negative number (-43: no such file) or four characters packed into the integer ('fmt?').
+using OSStatus = std::int32_t;
+
+inline constexpr OSStatus noErr = 0;
+
+/// Packs four characters, the first one in the highest byte: fourCharCode("lpcm") is 0x6C70636D.
+constexpr std::uint32_t fourCharCode(const char (&text)[5]) {
+    std::uint32_t code = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        code = code << 8U | static_cast<unsigned char>(text[i]);
+    }
+    return code;
+}
+
+/// The code as it is usually written: 'fmt?' in quotes when all four bytes are printable, otherwise
+/// the signed decimal number.
+ZAV_EXPORT std::string statusText(OSStatus status);
+
+/// The four characters of a format or file type code; bytes that do not print stand as "\xNN".
+ZAV_EXPORT std::string fourCharText(std::uint32_t code);
+
+}  // namespace zav

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+
+#include "ZAVAudioStreaming/core/AudioStreamInputable.hpp"
+#include "ZAVAudioStreaming/core/AudioStreamOutputable.hpp"
+#include "ZAVAudioStreaming/core/MakeNode.hpp"
+#include "ZAVAudioStreaming/core/UpstreamLink.hpp"
+
+namespace zav {
+
+/// Tail of a graph for the application's own use: derive from it and override what you need,
+/// typically to send the bytes to the peripheral.
+///
+///     class Accessory : public zav::PeripheralSink {
+///      public:
+///         using PeripheralSink::PeripheralSink;
+///         void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+///                           const zav::AudioStreamPacketDescription*) override { ... }
+///     };
+///     auto accessory = zav::makeNode<Accessory>(encoder);
+///
+/// Takes any format. The base operations do nothing and keep no state; an override need not call
+/// them.
+class ZAV_EXPORT PeripheralSink : public AudioStreamInputable {
+ public:
+    PeripheralSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream);
+
+    /// The node that this one was made on. One that is gone is a fatal stop.
+    std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
+
+    AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }
+    void onAudioStreamFlowStart() override;
+    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                      const AudioStreamPacketDescription* packetDescriptions) override;
+    void onAudioStreamFlowEnd() override;
+
+ private:
+    UpstreamLink upstream_;
+};
+
+}  // namespace zav

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include "ZAVAudioStreaming/core/AudioStreamOutputable.hpp"
+#include "ZAVAudioStreaming/core/Export.hpp"
+
+namespace zav {
+
+/// A consuming node's reference to its upstream: set once, does not keep the upstream alive.
+class ZAV_EXPORT UpstreamLink {
+ public:
+    explicit UpstreamLink(const std::shared_ptr<AudioStreamOutputable>& upstream)
+        : upstream_(upstream) {}
+
+    /// The upstream. One that is gone is a fatal stop: the application must keep every upstream
+    /// alive as long as its downstreams.
+    std::shared_ptr<AudioStreamOutputable> get() const;
+
+    /// The upstream's current format.
+    AudioStreamBasicDescription dataFormat() const { return get()->outDataFormat(); }
+
+ private:
+    std::weak_ptr<AudioStreamOutputable> upstream_;
+};
+
+}  // namespace zav

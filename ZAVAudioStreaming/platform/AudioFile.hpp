@@ -1,0 +1,172 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+#include "ZAVAudioStreaming/core/Export.hpp"
+#include "ZAVAudioStreaming/core/OSStatus.hpp"
+
+/// The audio file service: typed audio files, read and written as packets that nobody decodes.
+/// These are the platform's functions by their own names; `platform/linux` supplies them here, and
+/// a port supplies its own.
+///
+/// Every function answers with a status, 0 for success, and throws nothing. Out-parameters are
+/// untouched by a call that fails, unless its comment says otherwise.
+///
+/// Threads: one thread at a time for one file; different files are independent.
+namespace zav {
+
+/// An open file.
+using AudioFileID = struct OpaqueAudioFileID*;
+
+using AudioFileTypeID = std::uint32_t;
+using AudioFilePropertyID = std::uint32_t;
+
+/// What may be done with a file. Writing is by `AudioFileCreateWithURL` only.
+enum AudioFilePermissions : std::int8_t { kAudioFileReadPermission = 1 };
+
+enum AudioFileFlags : std::uint32_t { kAudioFileFlags_EraseFile = 1 };
+
+inline constexpr AudioFileTypeID kAudioFileWAVEType = fourCharCode("WAVE");
+inline constexpr AudioFileTypeID kAudioFileRF64Type = fourCharCode("RF64");
+inline constexpr AudioFileTypeID kAudioFileWave64Type = fourCharCode("W64f");
+inline constexpr AudioFileTypeID kAudioFileAIFFType = fourCharCode("AIFF");
+inline constexpr AudioFileTypeID kAudioFileAIFCType = fourCharCode("AIFC");
+inline constexpr AudioFileTypeID kAudioFileCAFType = fourCharCode("caff");
+inline constexpr AudioFileTypeID kAudioFileNextType = fourCharCode("NeXT");  ///< AU
+/// SBC frames one after the other, without a header. Our own code: the platform has none.
+inline constexpr AudioFileTypeID kAudioFileSBCType = fourCharCode("sbc ");
+
+/// Properties, with the type of their value.
+/// The stream's format: AudioStreamBasicDescription.
+inline constexpr AudioFilePropertyID kAudioFilePropertyDataFormat = fourCharCode("dfmt");
+/// The file's type: AudioFileTypeID.
+inline constexpr AudioFilePropertyID kAudioFilePropertyFileFormat = fourCharCode("ffmt");
+/// Bytes that the largest packet cannot exceed: std::uint32_t.
+inline constexpr AudioFilePropertyID kAudioFilePropertyPacketSizeUpperBound = fourCharCode("pkub");
+/// Bytes of the largest packet there is: std::uint32_t.
+inline constexpr AudioFilePropertyID kAudioFilePropertyMaximumPacketSize = fourCharCode("psze");
+/// Packets in the file: std::uint64_t.
+inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataPacketCount = fourCharCode("pcnt");
+/// Bytes of audio in the file, headers excluded: std::uint64_t.
+inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataByteCount = fourCharCode("bcnt");
+/// Bytes that a decoder needs beside the format: any length. A file without a cookie answers
+/// 'pty?'.
+inline constexpr AudioFilePropertyID kAudioFilePropertyMagicCookieData = fourCharCode("mgic");
+/// Seconds of audio, while writing those so far: double.
+inline constexpr AudioFilePropertyID kAudioFilePropertyEstimatedDuration = fourCharCode("edur");
+
+/// The service's own statuses. System errors come as the platform's file manager codes below.
+constexpr OSStatus audioFileStatus(const char (&text)[5]) {
+    return static_cast<OSStatus>(fourCharCode(text));
+}
+inline constexpr OSStatus kAudioFileUnspecifiedError = audioFileStatus("wht?");
+inline constexpr OSStatus kAudioFileUnsupportedFileTypeError = audioFileStatus("typ?");
+inline constexpr OSStatus kAudioFileUnsupportedDataFormatError = audioFileStatus("fmt?");
+inline constexpr OSStatus kAudioFileUnsupportedPropertyError = audioFileStatus("pty?");
+inline constexpr OSStatus kAudioFileBadPropertySizeError = audioFileStatus("!siz");
+inline constexpr OSStatus kAudioFilePermissionsError = audioFileStatus("prm?");
+inline constexpr OSStatus kAudioFileInvalidChunkError = audioFileStatus("chk?");
+inline constexpr OSStatus kAudioFileDoesNotAllow64BitDataSizeError = audioFileStatus("off?");
+inline constexpr OSStatus kAudioFileInvalidPacketOffsetError = audioFileStatus("pck?");
+inline constexpr OSStatus kAudioFileInvalidFileError = audioFileStatus("dta?");
+
+inline constexpr OSStatus kAudioFileDiskFullError = -34;
+inline constexpr OSStatus kAudioFileIOError = -36;
+inline constexpr OSStatus kAudioFileNotOpenError = -38;
+inline constexpr OSStatus kAudioFilePositionError = -40;
+inline constexpr OSStatus kAudioFileTooManyOpenError = -42;
+inline constexpr OSStatus kAudioFileFileNotFoundError = -43;
+inline constexpr OSStatus kAudioFileWriteProtectedError = -44;
+inline constexpr OSStatus kAudioFileExistsError = -48;
+inline constexpr OSStatus kAudioFileParameterError = -50;
+inline constexpr OSStatus kAudioFilePermissionDeniedError = -54;
+inline constexpr OSStatus kAudioFileMemoryError = -108;
+inline constexpr OSStatus kAudioFileNotAFileError = -1302;
+
+/// Opens an audio file for reading. The type is found from the file's first bytes; the hint is not
+/// needed by any type here.
+///
+/// Errors: -43 no such file, -1302 a folder, -54 no permission, 'prm?' a permission other than
+/// reading, 'typ?' a file of no known type, 'fmt?' a known type with audio that the service does
+/// not read, 'dta?' a broken file.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileOpenURL(const std::filesystem::path& inFileRef,
+                                                   AudioFilePermissions inPermissions,
+                                                   AudioFileTypeID inFileTypeHint,
+                                                   AudioFileID* outAudioFile);
+
+/// Creates an audio file of the given type for audio of the given format. The file is there at
+/// once, and what has been written stays readable if the process dies: at most the last second of
+/// audio is missing. With `kAudioFileFlags_EraseFile` an existing file is replaced; a type or
+/// format that is refused leaves it as it was.
+///
+/// Errors: 'typ?' an unknown type, 'fmt?' a format that the type cannot hold, -48 the file exists
+/// and the erase flag is not set, -43 no such folder, -1302 a folder, -54 no permission, -44 a
+/// read-only file system, -34 disk full.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileCreateWithURL(
+    const std::filesystem::path& inFileRef, AudioFileTypeID inFileType,
+    const AudioStreamBasicDescription* inFormat, AudioFileFlags inFlags, AudioFileID* outAudioFile);
+
+/// Finishes a written file, closes it and frees the ID, also when finishing fails.
+ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
+
+/// Reads whole packets from `inStartingPacket` on, as many as are asked for, fit the buffer and are
+/// there; none at or after the end, which is no error.
+///
+/// ioNumBytes              in: bytes in `outBuffer`; out: bytes read
+/// outPacketDescriptions   null, or room for `*ioNumPackets` records, filled with the packets'
+/// places ioNumPackets            in: packets wanted; out: packets read
+///
+/// Errors: 'prm?' a file being written, 'pck?' a negative packet, 'dta?' broken data where the
+/// next packet should be, -36 the disk.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileReadPacketData(
+    AudioFileID inAudioFile, bool inUseCache, std::uint32_t* ioNumBytes,
+    AudioStreamPacketDescription* outPacketDescriptions, std::int64_t inStartingPacket,
+    std::uint32_t* ioNumPackets, void* outBuffer);
+
+/// Writes packets so that the first one gets the index `inStartingPacket`.
+///
+/// Packets of constant size are counted by `inNumBytes`, whatever `*ioNumPackets` says on entry:
+/// a decoder's chunk counts codec frames, not the PCM packets in it. On return `*ioNumPackets` is
+/// what was written.
+///
+/// An index beyond the end leaves silence before it where the type can have that (PCM and float,
+/// A-law, mu-law), and is 'pck?' elsewhere. An index before the end overwrites.
+///
+/// Errors: 'prm?' a file open for reading, 'pck?' a packet that cannot stand there, -50 bytes that
+/// are not whole packets, 'off?' more than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU),
+/// -34 disk full. `*ioNumPackets` is 0 then, though some of the bytes may have been written.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileWritePackets(
+    AudioFileID inAudioFile, bool inUseCache, std::uint32_t inNumBytes,
+    const AudioStreamPacketDescription* inPacketDescriptions, std::int64_t inStartingPacket,
+    std::uint32_t* ioNumPackets, const void* inBuffer);
+
+/// Size of a property's value in bytes, and whether it can be set. Either pointer may be null.
+///
+/// Errors: 'pty?' a property that the file does not have.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileGetPropertyInfo(AudioFileID inAudioFile,
+                                                           AudioFilePropertyID inPropertyID,
+                                                           std::uint32_t* outDataSize,
+                                                           std::uint32_t* isWritable);
+
+/// Copies a property's value; `*ioDataSize` is the room in bytes on entry, the value's size on
+/// return.
+///
+/// Errors: 'pty?' a property that the file does not have, '!siz' too little room.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileGetProperty(AudioFileID inAudioFile,
+                                                       AudioFilePropertyID inPropertyID,
+                                                       std::uint32_t* ioDataSize,
+                                                       void* outPropertyData);
+
+/// Sets a property; only the magic cookie of a file being written can be set, and only where the
+/// type has a place for one (CAF).
+///
+/// Errors: 'pty?' not a settable property of this type, 'prm?' a file open for reading, '!siz' a
+/// cookie that is too large for its place (about 4000 bytes in CAF).
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileSetProperty(AudioFileID inAudioFile,
+                                                       AudioFilePropertyID inPropertyID,
+                                                       std::uint32_t inDataSize,
+                                                       const void* inPropertyData);
+
+}  // namespace zav

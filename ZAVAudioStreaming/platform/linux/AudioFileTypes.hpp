@@ -1,0 +1,20 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "ZAVAudioStreaming/platform/FileHandle.hpp"
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+
+namespace zav {
+
+/// Finds the reader for a file by its first bytes. Throws 'typ?' when there is none.
+std::unique_ptr<AudioFileReader> openAudioFile(FileHandle file);
+
+/// Makes the writer for a type. Throws 'typ?' or 'fmt?' before the file at `path` is touched.
+std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& path,
+                                                 FileHandle::IfExists ifExists,
+                                                 AudioFileTypeID fileType,
+                                                 const AudioStreamBasicDescription& dataFormat);
+
+}  // namespace zav

@@ -1,0 +1,186 @@
+#include "ZAVAudioStreaming/platform/linux/PcmFileStructure.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+
+namespace zav {
+namespace {
+
+/// How chunks stand in a file: an id whose first four bytes count, a size, the content, padding.
+struct ChunkGrammar {
+    AudioFileTypeID fileType;
+    std::uint32_t firstChunk;   ///< offset in the file
+    std::uint32_t idSize;       ///< bytes; 16 where ids are GUIDs
+    std::uint32_t sizeSize;     ///< bytes of the size field
+    bool isBigEndian;           ///< the size field
+    bool sizeCountsHeader;      ///< id and size field count into the size
+    std::uint32_t alignment;    ///< chunks start at multiples of this
+    std::string_view formatId;  ///< the chunk that describes the audio
+    std::uint32_t smallestFormat;
+    std::uint32_t largestFormat;
+    std::string_view dataId;                   ///< the chunk that holds it
+    std::array<std::string_view, 2> otherIds;  ///< chunks that libsndfile needs besides
+};
+
+constexpr ChunkGrammar kWave{
+    kAudioFileWAVEType, 12, 4, 4, false, false, 2, "fmt ", 16, 1024, "data", {"fact", "ds64"}};
+constexpr ChunkGrammar kWave64{
+    kAudioFileWave64Type, 40, 16, 8, false, true, 8, "fmt ", 16, 1024, "data", {"fact", ""}};
+constexpr ChunkGrammar kAiff{kAudioFileAIFFType, 12, 4, 4, true, false, 2, "COMM", 18, 1024, "SSND",
+                             {"FVER", ""}};
+constexpr ChunkGrammar kCaf{kAudioFileCAFType, 8, 4, 8, true, false, 1, "desc", 32, 32, "data",
+                            {"free", ""}};
+
+constexpr std::string_view kCafCookieId = "kuki";
+constexpr std::size_t kIdentifyingBytes = 40;
+
+/// Real files have a few dozen chunks at most.
+constexpr int kMostChunks = 4096;
+
+[[noreturn]] void refuseFile() {
+    throw AudioFileFailure(kAudioFileInvalidFileError);
+}
+
+std::uint64_t integerAt(const std::byte* bytes, std::size_t size, bool isBigEndian) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        value = value << 8U | std::to_integer<std::uint64_t>(bytes[isBigEndian ? i : size - 1 - i]);
+    }
+    return value;
+}
+
+std::optional<ChunkGrammar> grammarOf(std::string_view start) {
+    const auto has = [start](std::size_t offset, std::string_view text) {
+        return start.size() >= offset + text.size() && start.substr(offset, text.size()) == text;
+    };
+    ChunkGrammar grammar = kWave;
+    if (has(0, "RIFF") && has(8, "WAVE")) {
+        return grammar;
+    }
+    if (has(0, "RIFX") && has(8, "WAVE")) {
+        grammar.isBigEndian = true;
+        return grammar;
+    }
+    if (has(0, "RF64") && has(8, "WAVE")) {
+        grammar.fileType = kAudioFileRF64Type;
+        return grammar;
+    }
+    if (has(0, "riff") && has(24, "wave")) {
+        return kWave64;
+    }
+    if (has(0, "FORM") && (has(8, "AIFF") || has(8, "AIFC"))) {
+        grammar = kAiff;
+        grammar.fileType = has(8, "AIFF") ? kAudioFileAIFFType : kAudioFileAIFCType;
+        return grammar;
+    }
+    if (has(0, "caff")) {
+        return kCaf;
+    }
+    return std::nullopt;
+}
+
+/// AU has no chunks: magic, offset of the audio, size, encoding, rate, channels.
+PcmFileStructure examineAu(std::string_view start, std::uint64_t fileSize) {
+    constexpr std::size_t kHeaderSize = 24;
+    if (start.size() < kHeaderSize) {
+        refuseFile();
+    }
+    const auto* const bytes = reinterpret_cast<const std::byte*>(start.data());
+    const std::uint64_t dataOffset = integerAt(bytes + 4, 4, start.front() == '.');
+    if (dataOffset < kHeaderSize || dataOffset > fileSize) {
+        refuseFile();
+    }
+    PcmFileStructure structure;
+    structure.fileType = kAudioFileNextType;
+    return structure;
+}
+
+PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
+                               const ChunkGrammar& grammar) {
+    PcmFileStructure structure;
+    structure.fileType = grammar.fileType;
+    bool hasFormat = false;
+    bool hasData = false;
+
+    const std::uint64_t headerSize = grammar.idSize + grammar.sizeSize;
+    std::uint64_t offset = grammar.firstChunk;
+    for (int chunkCount = 0;; ++chunkCount) {
+        std::array<std::byte, 24> header{};
+        if (file.readAt(offset, header.data(), headerSize) < headerSize) {
+            break;
+        }
+        if (chunkCount == kMostChunks) {
+            refuseFile();
+        }
+        const std::string_view id(reinterpret_cast<const char*>(header.data()), 4);
+        std::uint64_t size =
+            integerAt(header.data() + grammar.idSize, grammar.sizeSize, grammar.isBigEndian);
+        if (grammar.sizeCountsHeader) {
+            if (size < headerSize) {
+                refuseFile();
+            }
+            size -= headerSize;
+        }
+        const std::uint64_t content = offset + headerSize;
+        const bool isWhole = size <= fileSize - content;
+
+        if (id == grammar.formatId) {
+            if (hasFormat || !isWhole || size < grammar.smallestFormat ||
+                size > grammar.largestFormat) {
+                refuseFile();
+            }
+            hasFormat = true;
+        } else if (id == grammar.dataId) {
+            if (hasData) {
+                refuseFile();
+            }
+            hasData = true;
+            if (size == 0) {
+                // A writer that was killed, or that could not seek back: the rest is audio.
+                break;
+            }
+        } else if (grammar.fileType == kAudioFileCAFType && id == kCafCookieId && isWhole &&
+                   structure.cookieSize == 0) {
+            structure.cookieOffset = content;
+            structure.cookieSize =
+                static_cast<std::uint32_t>(std::min<std::uint64_t>(size, UINT32_MAX));
+            structure.ignoredChunks.push_back(offset);
+        } else if (std::find(grammar.otherIds.begin(), grammar.otherIds.end(), id) ==
+                   grammar.otherIds.end()) {
+            structure.ignoredChunks.push_back(offset);
+        }
+        if (!isWhole) {
+            // Truncated, or data of unknown length: nothing can follow.
+            break;
+        }
+        const std::uint64_t end = content + size;
+        offset = (end + grammar.alignment - 1) / grammar.alignment * grammar.alignment;
+    }
+    if (!hasFormat || !hasData) {
+        refuseFile();
+    }
+    return structure;
+}
+
+}  // namespace
+
+std::optional<PcmFileStructure> examinePcmFile(const FileHandle& file) {
+    std::array<char, kIdentifyingBytes> bytes{};
+    const std::string_view start(bytes.data(), file.readAt(0, bytes.data(), bytes.size()));
+    const std::uint64_t fileSize = file.size();
+    if (start.substr(0, 4) == ".snd" || start.substr(0, 4) == "dns.") {
+        return examineAu(start, fileSize);
+    }
+    if (const auto grammar = grammarOf(start)) {
+        return examineChunks(file, fileSize, *grammar);
+    }
+    return std::nullopt;
+}
+
+}  // namespace zav

@@ -1,0 +1,192 @@
+#include "ZAVAudioStreaming/platform/linux/PcmFileTypes.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+
+namespace zav {
+namespace {
+
+// Left out on purpose: big-endian WAVE ('RIFX') and little-endian AU, which common readers take for
+// the usual byte order, and little-endian floats in AIFC, for which it has no code.
+constexpr std::array<PcmFileType, 7> kPcmFileTypes = {{
+    // type, libsndfile's major format, LE int, BE int, LE float, BE float, laws, 64 bit, U8, cookie
+    {kAudioFileWAVEType, SF_FORMAT_WAV, true, false, true, false, true, false, true, false},
+    {kAudioFileRF64Type, SF_FORMAT_RF64, true, false, true, false, true, true, true, false},
+    {kAudioFileWave64Type, SF_FORMAT_W64, true, false, true, false, true, true, true, false},
+    {kAudioFileAIFFType, SF_FORMAT_AIFF, false, true, false, false, false, false, false, false},
+    {kAudioFileAIFCType, SF_FORMAT_AIFF, true, true, false, true, true, false, false, false},
+    {kAudioFileCAFType, SF_FORMAT_CAF, true, true, true, true, true, true, false, true},
+    {kAudioFileNextType, SF_FORMAT_AU, false, true, false, true, true, false, false, false},
+}};
+
+[[noreturn]] void refuseFormat() {
+    throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+}
+
+int integerSubtype(const PcmFileType& type, const AudioStreamBasicDescription& format) {
+    const bool isSigned = (format.mFormatFlags & kAudioFormatFlagIsSignedInteger) != 0;
+    const bool isBigEndian = (format.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
+    if (format.mBitsPerChannel == 8) {
+        if (isSigned == type.hasUnsignedBytes) {
+            refuseFormat();
+        }
+        return isSigned ? SF_FORMAT_PCM_S8 : SF_FORMAT_PCM_U8;
+    }
+    if (!isSigned || !(isBigEndian ? type.hasBigEndianIntegers : type.hasLittleEndianIntegers)) {
+        refuseFormat();
+    }
+    switch (format.mBitsPerChannel) {
+        case 16:
+            return SF_FORMAT_PCM_16;
+        case 24:
+            return SF_FORMAT_PCM_24;
+        case 32:
+            return SF_FORMAT_PCM_32;
+        default:
+            refuseFormat();
+    }
+}
+
+int subtypeFor(const PcmFileType& type, const AudioStreamBasicDescription& format) {
+    if (format.mFormatID == kAudioFormatALaw || format.mFormatID == kAudioFormatULaw) {
+        if (!type.hasLaws || format.mBitsPerChannel != 8) {
+            refuseFormat();
+        }
+        return format.mFormatID == kAudioFormatALaw ? SF_FORMAT_ALAW : SF_FORMAT_ULAW;
+    }
+    if (format.mFormatID != kAudioFormatLinearPCM) {
+        refuseFormat();
+    }
+    if ((format.mFormatFlags & kAudioFormatFlagIsFloat) == 0) {
+        return integerSubtype(type, format);
+    }
+    const bool isBigEndian = (format.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
+    if (!(isBigEndian ? type.hasBigEndianFloats : type.hasLittleEndianFloats)) {
+        refuseFormat();
+    }
+    switch (format.mBitsPerChannel) {
+        case 32:
+            return SF_FORMAT_FLOAT;
+        case 64:
+            return SF_FORMAT_DOUBLE;
+        default:
+            refuseFormat();
+    }
+}
+
+// Only the types that know both byte orders need to be told which one. AIFF and AIFC are one
+// format to libsndfile: with a byte order it writes the form AIFC, without one AIFF.
+int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format) {
+    if (!(type.hasLittleEndianIntegers && type.hasBigEndianIntegers)) {
+        return SF_ENDIAN_FILE;
+    }
+    const bool isSingleByte = format.mBitsPerChannel == 8;
+    const bool isBigEndian = (format.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
+    return isBigEndian || isSingleByte ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE;
+}
+
+}  // namespace
+
+const PcmFileType* findPcmFileType(AudioFileTypeID fileType) {
+    const auto* const found =
+        std::find_if(kPcmFileTypes.begin(), kPcmFileTypes.end(),
+                     [fileType](const PcmFileType& type) { return type.fileType == fileType; });
+    return found == kPcmFileTypes.end() ? nullptr : found;
+}
+
+int sndfileFormatFor(const PcmFileType& type, const AudioStreamBasicDescription& format) {
+    // libsndfile keeps rates as int.
+    constexpr double kHighestRate = std::numeric_limits<int>::max();
+    const bool isWholeRate = format.mSampleRate >= 1 && format.mSampleRate <= kHighestRate &&
+                             format.mSampleRate == std::floor(format.mSampleRate);
+    const std::uint64_t frameSize =
+        std::uint64_t{format.mBitsPerChannel / 8} * format.mChannelsPerFrame;
+    const bool isPacked = format.mBytesPerFrame == frameSize &&
+                          format.mBytesPerPacket == frameSize && format.mFramesPerPacket == 1;
+    if (!isWholeRate || !isPacked || frameSize == 0) {
+        refuseFormat();
+    }
+    SF_INFO info{};
+    info.samplerate = static_cast<int>(format.mSampleRate);
+    info.channels = static_cast<int>(format.mChannelsPerFrame);
+    info.format = type.majorFormat | subtypeFor(type, format) | endianFor(type, format);
+    if (sf_format_check(&info) == 0) {
+        refuseFormat();
+    }
+    return info.format;
+}
+
+AudioStreamBasicDescription dataFormatOf(const SF_INFO& info, bool isBigEndian) {
+    AudioStreamBasicDescription format;
+    format.mFormatID = kAudioFormatLinearPCM;
+    format.mFormatFlags = kAudioFormatFlagIsPacked | kAudioFormatFlagIsSignedInteger;
+    switch (info.format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_U8:
+            format.mBitsPerChannel = 8;
+            format.mFormatFlags = kAudioFormatFlagIsPacked;
+            break;
+        case SF_FORMAT_PCM_S8:
+            format.mBitsPerChannel = 8;
+            break;
+        case SF_FORMAT_PCM_16:
+            format.mBitsPerChannel = 16;
+            break;
+        case SF_FORMAT_PCM_24:
+            format.mBitsPerChannel = 24;
+            break;
+        case SF_FORMAT_PCM_32:
+            format.mBitsPerChannel = 32;
+            break;
+        case SF_FORMAT_FLOAT:
+            format.mBitsPerChannel = 32;
+            format.mFormatFlags = kAudioFormatFlagIsPacked | kAudioFormatFlagIsFloat;
+            break;
+        case SF_FORMAT_DOUBLE:
+            format.mBitsPerChannel = 64;
+            format.mFormatFlags = kAudioFormatFlagIsPacked | kAudioFormatFlagIsFloat;
+            break;
+        case SF_FORMAT_ALAW:
+            format.mFormatID = kAudioFormatALaw;
+            format.mBitsPerChannel = 8;
+            format.mFormatFlags = 0;
+            break;
+        case SF_FORMAT_ULAW:
+            format.mFormatID = kAudioFormatULaw;
+            format.mBitsPerChannel = 8;
+            format.mFormatFlags = 0;
+            break;
+        default:
+            refuseFormat();
+    }
+    if (isBigEndian && format.mBitsPerChannel > 8) {
+        format.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    }
+    format.mSampleRate = info.samplerate;
+    format.mChannelsPerFrame = static_cast<std::uint32_t>(info.channels);
+    format.mFramesPerPacket = 1;
+    format.mBytesPerFrame = format.mBitsPerChannel / 8 * format.mChannelsPerFrame;
+    format.mBytesPerPacket = format.mBytesPerFrame;
+    return format;
+}
+
+std::byte silenceByteOf(const AudioStreamBasicDescription& format) {
+    // ITU-T G.711: the codes of the smallest positive value, with A-law's even bits inverted.
+    constexpr std::byte kALawSilence{0xD5};
+    constexpr std::byte kULawSilence{0xFF};
+    constexpr std::byte kUnsignedMiddle{0x80};
+    if (format.mFormatID == kAudioFormatALaw) {
+        return kALawSilence;
+    }
+    if (format.mFormatID == kAudioFormatULaw) {
+        return kULawSilence;
+    }
+    const bool isUnsigned =
+        (format.mFormatFlags & (kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsFloat)) == 0;
+    return isUnsigned ? kUnsignedMiddle : std::byte{0};
+}
+
+}  // namespace zav

@@ -1,0 +1,161 @@
+#include "ZAVAudioStreaming/platform/linux/SndfileStream.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/linux/CafCookie.hpp"
+
+namespace zav {
+
+/// libsndfile's view of a stream. Exceptions stop here: they must not cross its C code.
+struct SndfileCallbacks {
+    template <class Result, class Call>
+    static Result guarded(void* user, Result failure, Call call) noexcept {
+        auto& stream = *static_cast<SndfileStream*>(user);
+        try {
+            return call(stream);
+        } catch (...) {
+            stream.fileError_ = std::current_exception();
+            return failure;
+        }
+    }
+
+    static sf_count_t size(void* user) {
+        return guarded<sf_count_t>(user, 0, [](SndfileStream& stream) {
+            return static_cast<sf_count_t>(stream.file_.size());
+        });
+    }
+
+    static sf_count_t seek(sf_count_t offset, int whence, void* user) {
+        return guarded<sf_count_t>(user, -1, [&](SndfileStream& stream) {
+            sf_count_t base = 0;
+            if (whence == SEEK_CUR) {
+                base = static_cast<sf_count_t>(stream.position_);
+            } else if (whence == SEEK_END) {
+                base = static_cast<sf_count_t>(stream.file_.size());
+            }
+            sf_count_t target = 0;
+            if (__builtin_add_overflow(base, offset, &target) || target < 0) {
+                return sf_count_t{-1};
+            }
+            stream.position_ = static_cast<std::uint64_t>(target);
+            return target;
+        });
+    }
+
+    static sf_count_t read(void* buffer, sf_count_t size, void* user) {
+        return guarded<sf_count_t>(user, 0, [&](SndfileStream& stream) {
+            return static_cast<sf_count_t>(stream.readAtPosition(static_cast<std::byte*>(buffer),
+                                                                 static_cast<std::size_t>(size)));
+        });
+    }
+
+    static sf_count_t write(const void* bytes, sf_count_t size, void* user) {
+        return guarded<sf_count_t>(user, 0, [&](SndfileStream& stream) {
+            stream.writeAtPosition(static_cast<const std::byte*>(bytes),
+                                   static_cast<std::size_t>(size));
+            return size;
+        });
+    }
+
+    static sf_count_t tell(void* user) {
+        return static_cast<sf_count_t>(static_cast<SndfileStream*>(user)->position_);
+    }
+};
+
+SndfileStream::SndfileStream(FileHandle file, std::vector<std::uint64_t> ignoredChunks,
+                             SF_INFO& info)
+    : file_(std::move(file)), ignoredChunks_(std::move(ignoredChunks)) {
+    open(SFM_READ, info);
+}
+
+SndfileStream::SndfileStream(FileHandle file, SF_INFO& info) : file_(std::move(file)) {
+    open(SFM_WRITE, info);
+    // With raw writing libsndfile never sees a peak, so it must not leave room for one.
+    sf_command(sndfile_, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+}
+
+SndfileStream::~SndfileStream() {
+    sf_close(sndfile_);
+}
+
+void SndfileStream::open(int mode, SF_INFO& info) {
+    SF_VIRTUAL_IO callbacks{SndfileCallbacks::size, SndfileCallbacks::seek, SndfileCallbacks::read,
+                            SndfileCallbacks::write, SndfileCallbacks::tell};
+    sndfile_ = sf_open_virtual(&callbacks, mode, &info, this);
+    if (sndfile_ == nullptr) {
+        throwFileError();
+        throw AudioFileFailure(kAudioFileInvalidFileError);
+    }
+}
+
+bool SndfileStream::isBigEndian() {
+    constexpr bool isCpuBigEndian = std::endian::native == std::endian::big;
+    const bool isForeign = sf_command(sndfile_, SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE;
+    return isForeign != isCpuBigEndian;
+}
+
+void SndfileStream::seek(std::uint64_t frame) {
+    if (sf_seek(sndfile_, static_cast<sf_count_t>(frame), SEEK_SET) < 0) {
+        throwFileError();
+        throw AudioFileFailure(kAudioFilePositionError);
+    }
+}
+
+std::size_t SndfileStream::readRaw(void* buffer, std::size_t size) {
+    return static_cast<std::size_t>(sf_read_raw(sndfile_, buffer, static_cast<sf_count_t>(size)));
+}
+
+std::size_t SndfileStream::writeRaw(const void* bytes, std::size_t size) {
+    return static_cast<std::size_t>(sf_write_raw(sndfile_, bytes, static_cast<sf_count_t>(size)));
+}
+
+void SndfileStream::updateHeader() {
+    sf_command(sndfile_, SFC_UPDATE_HEADER_NOW, nullptr, 0);
+}
+
+void SndfileStream::throwFileError() {
+    if (fileError_ != nullptr) {
+        std::rethrow_exception(std::exchange(fileError_, nullptr));
+    }
+}
+
+void SndfileStream::close() {
+    sf_close(std::exchange(sndfile_, nullptr));
+    throwFileError();
+    file_.close();
+}
+
+std::size_t SndfileStream::readAtPosition(std::byte* buffer, std::size_t size) {
+    const std::size_t done = file_.readAt(position_, buffer, size);
+    if (!ignoredChunks_.empty()) {
+        // Every type takes a chunk with this id for filler.
+        constexpr std::string_view kFiller = "JUNK";
+        const std::uint64_t end = position_ + done;
+        for (const std::uint64_t idOffset : ignoredChunks_) {
+            for (std::size_t i = 0; i < kFiller.size(); ++i) {
+                if (idOffset + i >= position_ && idOffset + i < end) {
+                    buffer[idOffset + i - position_] = static_cast<std::byte>(kFiller[i]);
+                }
+            }
+        }
+    }
+    position_ += done;
+    return done;
+}
+
+void SndfileStream::writeAtPosition(const std::byte* bytes, std::size_t size) {
+    if (position_ == 0 && !cafCookie_.empty()) {
+        std::vector<std::byte> header(bytes, bytes + size);
+        insertCafCookie(header, cafCookie_);
+        file_.writeAt(0, header.data(), size);
+    } else {
+        file_.writeAt(position_, bytes, size);
+    }
+    position_ += size;
+}
+
+}  // namespace zav

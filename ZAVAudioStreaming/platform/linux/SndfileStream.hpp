@@ -1,0 +1,65 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <vector>
+
+#include "ZAVAudioStreaming/platform/FileHandle.hpp"
+
+namespace zav {
+
+/// A libsndfile handle over a `FileHandle`. libsndfile reads and writes through callbacks of ours,
+/// so that a failed system call keeps its reason, ignored chunks can be hidden from its parser, and
+/// a cookie can be put into the header that it writes.
+class SndfileStream {
+ public:
+    /// Opens for reading, `info` is filled. `ignoredChunks` are offsets of chunk ids that
+    /// libsndfile is to see as filler. Throws 'dta?' when it cannot make sense of the file.
+    SndfileStream(FileHandle file, std::vector<std::uint64_t> ignoredChunks, SF_INFO& info);
+    /// Opens an empty file for writing as `info` says.
+    SndfileStream(FileHandle file, SF_INFO& info);
+    ~SndfileStream();
+
+    SndfileStream(const SndfileStream&) = delete;
+    SndfileStream& operator=(const SndfileStream&) = delete;
+
+    const FileHandle& file() const noexcept { return file_; }
+    /// Of the samples in the file.
+    bool isBigEndian();
+
+    void seek(std::uint64_t frame);
+    /// Both return the bytes moved, fewer than asked for at the end of the file or when writing
+    /// fails; `throwFileError` then tells why. `size` is whole frames.
+    std::size_t readRaw(void* buffer, std::size_t size);
+    std::size_t writeRaw(const void* bytes, std::size_t size);
+
+    /// Brings the header in the file up to date.
+    void updateHeader();
+    /// Bytes put into every header written from now on, see `insertCafCookie`.
+    void setCafCookie(std::vector<std::byte> cookie) { cafCookie_ = std::move(cookie); }
+
+    /// Throws what the last failed system call threw, if there was one since the last throw.
+    void throwFileError();
+    /// Ends libsndfile's work on the file and closes it.
+    void close();
+
+ private:
+    friend struct SndfileCallbacks;
+
+    void open(int mode, SF_INFO& info);
+    std::size_t readAtPosition(std::byte* buffer, std::size_t size);
+    void writeAtPosition(const std::byte* bytes, std::size_t size);
+
+    FileHandle file_;
+    std::vector<std::uint64_t> ignoredChunks_;
+    std::vector<std::byte> cafCookie_;
+    std::uint64_t position_ = 0;
+    std::exception_ptr fileError_;
+    SNDFILE* sndfile_ = nullptr;
+};
+
+}  // namespace zav

@@ -1,0 +1,17 @@
+# Options of our own targets; nothing here reaches a user of the library.
+add_library(zav_build_options INTERFACE)
+target_compile_options(zav_build_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wold-style-cast -Wcast-align -Wdouble-promotion
+  $<$<BOOL:${ZAV_WERROR}>:-Werror>
+  # No folder of the machine that built it stands in a binary.
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(ZAV_SANITIZE)
+  target_compile_options(zav_build_options INTERFACE
+    -fsanitize=${ZAV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zav_build_options INTERFACE -fsanitize=${ZAV_SANITIZE})
+endif()
+if(ZAV_COVERAGE)
+  target_compile_options(zav_build_options INTERFACE --coverage -fprofile-abs-path)
+  target_link_options(zav_build_options INTERFACE --coverage)
+endif()

@@ -1,0 +1,12 @@
+# libsbc and libsndfile come with pkg-config files only.
+find_package(PkgConfig REQUIRED)
+
+function(zav_find_module target module package)
+  pkg_check_modules(${target} IMPORTED_TARGET GLOBAL ${module})
+  if(NOT ${target}_FOUND)
+    message(FATAL_ERROR "${module} is missing: install ${package}, or run scripts/install-dependencies")
+  endif()
+endfunction()
+
+zav_find_module(sbc sbc libsbc-dev)
+zav_find_module(sndfile sndfile libsndfile1-dev)
