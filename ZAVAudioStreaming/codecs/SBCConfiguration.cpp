@@ -8,6 +8,8 @@
 namespace zav {
 namespace {
 
+constexpr auto kNoMemory = "No memory for the SBC codec state";
+
 template <class Enumeration>
 constexpr std::uint8_t codeOf(Enumeration value) {
     return static_cast<std::uint8_t>(value);
@@ -41,12 +43,13 @@ std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromDa
 
 std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromFrame(
     const void* bytes, std::size_t size) {
-    sbc_t header{};
-    if (sbc_init(&header, 0) != 0) {
-        return nullptr;
+    sbc_t state{};
+    if (sbc_init(&state, 0) != 0) {
+        fatalError(kNoMemory);
     }
-    const bool isFrame = sbc_parse(&header, bytes, size) > 0;
-    sbc_finish(&header);
+    const bool isFrame = sbc_parse(&state, bytes, size) > 0;
+    const sbc_t header = state;  // sbc_finish clears the fields
+    sbc_finish(&state);
     if (!isFrame) {
         return nullptr;
     }
@@ -64,7 +67,7 @@ sbc_struct* SBCCoding::SBCConfiguration::sbc() {
     if (sbc_ == nullptr) {
         auto state = std::make_unique<sbc_struct>();
         if (sbc_init(state.get(), 0) != 0) {
-            fatalError("No memory for the SBC codec state");
+            fatalError(kNoMemory);
         }
         state->frequency = codeOf(freq);
         state->mode = codeOf(mode);

@@ -14,24 +14,40 @@ void requireSbcFormat(const AudioStreamBasicDescription& format) {
     }
 }
 
-std::uint32_t SbcFileWriter::writePackets(std::uint64_t firstPacket, PacketRun run,
-                                          const AudioStreamPacketDescription* /*descriptions*/,
-                                          const void* buffer) {
-    if (firstPacket != frameCount_) {
-        throw AudioFileFailure(kAudioFileInvalidPacketOffsetError);
+bool SbcFileWriter::hasFramesOfUsualLength(const std::byte* frames, PacketRun run) {
+    const std::uint32_t usualLength = dataFormat().mBytesPerPacket;
+    if (run.byteCount < kSbcHeaderSize || sbcFrameLength(frames) != usualLength ||
+        run.byteCount != std::uint64_t{run.packetCount} * usualLength) {
+        return false;
     }
-    // The frames tell their own lengths, which can differ from the format's.
-    const auto* const bytes = static_cast<const std::byte*>(buffer);
-    std::uint32_t packetCount = 0;
-    for (std::uint32_t offset = 0; offset < run.byteCount; ++packetCount) {
-        const std::uint32_t rest = run.byteCount - offset;
-        const auto length = rest < kSbcHeaderSize ? std::nullopt : sbcFrameLength(bytes + offset);
+    longestFrame_ = std::max(longestFrame_, usualLength);
+    return true;
+}
+
+// Frames tell their own lengths, which can differ from the format's.
+std::uint32_t SbcFileWriter::countFrames(const std::byte* frames, std::uint32_t byteCount) {
+    std::uint32_t frameCount = 0;
+    for (std::uint32_t offset = 0; offset < byteCount; ++frameCount) {
+        const std::uint32_t rest = byteCount - offset;
+        const auto length = rest < kSbcHeaderSize ? std::nullopt : sbcFrameLength(frames + offset);
         if (!length || *length > rest) {
             throw AudioFileFailure(kAudioFileParameterError);
         }
         longestFrame_ = std::max(longestFrame_, *length);
         offset += *length;
     }
+    return frameCount;
+}
+
+std::uint32_t SbcFileWriter::writePackets(std::uint64_t firstPacket, PacketRun run,
+                                          const AudioStreamPacketDescription* /*descriptions*/,
+                                          const void* buffer) {
+    if (firstPacket != frameCount_) {
+        throw AudioFileFailure(kAudioFileInvalidPacketOffsetError);
+    }
+    const auto* const bytes = static_cast<const std::byte*>(buffer);
+    const std::uint32_t packetCount =
+        hasFramesOfUsualLength(bytes, run) ? run.packetCount : countFrames(bytes, run.byteCount);
     file_.writeAt(byteCount_, bytes, run.byteCount);
     byteCount_ += run.byteCount;
     frameCount_ += packetCount;

@@ -27,6 +27,9 @@ class SbcFileWriter : public AudioFileWriter {
     void finish() override { file_.close(); }
 
  private:
+    bool hasFramesOfUsualLength(const std::byte* frames, PacketRun run);
+    std::uint32_t countFrames(const std::byte* frames, std::uint32_t byteCount);
+
     FileHandle file_;
     std::uint64_t frameCount_ = 0;
     std::uint64_t byteCount_ = 0;

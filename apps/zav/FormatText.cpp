@@ -1,0 +1,95 @@
+#include "FormatText.hpp"
+
+#include <array>
+#include <cstdio>
+
+namespace zavtool {
+namespace {
+
+using Mode = zav::SBCCoding::ChannelMode;
+
+constexpr std::array<Mode, 4> kModes = {Mode::mono, Mode::dual, Mode::stereo, Mode::jointStereo};
+
+std::string rateInWords(double rate) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.10g Hz", rate);
+    return text.data();
+}
+
+std::string encodingInWords(const zav::AudioStreamBasicDescription& format) {
+    if (format.mFormatID == zav::kAudioFormatSbc) {
+        return "SBC";
+    }
+    if (format.mFormatID == zav::kAudioFormatALaw) {
+        return "A-law";
+    }
+    if (format.mFormatID == zav::kAudioFormatULaw) {
+        return "mu-law";
+    }
+    if (format.mFormatID != zav::kAudioFormatLinearPCM) {
+        return zav::fourCharText(format.mFormatID);
+    }
+    const auto has = [&](std::uint32_t flag) { return (format.mFormatFlags & flag) != 0; };
+    std::string text = std::to_string(format.mBitsPerChannel) + "-bit ";
+    if (has(zav::kAudioFormatFlagIsFloat)) {
+        text += "float PCM";
+    } else {
+        text += has(zav::kAudioFormatFlagIsSignedInteger) ? "signed integer PCM"
+                                                          : "unsigned integer PCM";
+    }
+    if (format.mBitsPerChannel > 8) {
+        text += has(zav::kAudioFormatFlagIsBigEndian) ? ", big-endian" : ", little-endian";
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string inWords(const zav::AudioStreamBasicDescription& format) {
+    return encodingInWords(format) + ", " + channelsInWords(format.mChannelsPerFrame) + ", " +
+           rateInWords(format.mSampleRate);
+}
+
+std::string channelsInWords(std::uint32_t channelCount) {
+    if (channelCount == 1) {
+        return "mono";
+    }
+    return channelCount == 2 ? "stereo" : std::to_string(channelCount) + " channels";
+}
+
+std::string_view nameOf(Mode mode) {
+    switch (mode) {
+        case Mode::mono:
+            return "mono";
+        case Mode::dual:
+            return "dual";
+        case Mode::stereo:
+            return "stereo";
+        case Mode::jointStereo:
+            return "joint";
+    }
+    return "unknown";
+}
+
+std::string_view nameOf(zav::SBCCoding::AllocationMethod allocation) {
+    return allocation == zav::SBCCoding::AllocationMethod::SNR ? "snr" : "loudness";
+}
+
+std::optional<Mode> modeNamed(std::string_view name) {
+    for (const Mode mode : kModes) {
+        if (nameOf(mode) == name) {
+            return mode;
+        }
+    }
+    return std::nullopt;
+}
+
+std::uint32_t countOf(zav::SBCCoding::Subband subband) {
+    return subband == zav::SBCCoding::Subband::_8 ? 8 : 4;
+}
+
+std::uint32_t countOf(zav::SBCCoding::Block blocks) {
+    return 4 * (zav::SBCCoding::rawValue(blocks) + 1);
+}
+
+}  // namespace zavtool

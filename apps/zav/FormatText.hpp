@@ -1,0 +1,24 @@
+#pragma once
+
+#include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
+#include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zavtool {
+
+/// A format in words: "16-bit signed integer PCM, little-endian, mono, 16000 Hz".
+std::string inWords(const zav::AudioStreamBasicDescription& format);
+
+/// "mono", "stereo", "6 channels".
+std::string channelsInWords(std::uint32_t channelCount);
+
+/// Names of SBC's parameters, as the options of `zav encode` take them.
+std::string_view nameOf(zav::SBCCoding::ChannelMode mode);
+std::string_view nameOf(zav::SBCCoding::AllocationMethod allocation);
+std::optional<zav::SBCCoding::ChannelMode> modeNamed(std::string_view name);
+std::uint32_t countOf(zav::SBCCoding::Subband subband);
+std::uint32_t countOf(zav::SBCCoding::Block blocks);
+
+}  // namespace zavtool

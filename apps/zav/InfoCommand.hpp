@@ -1,0 +1,15 @@
+#pragma once
+
+#include <filesystem>
+
+namespace zavtool {
+
+struct InfoOptions {
+    std::filesystem::path file;
+    bool isJson = false;
+};
+
+/// Prints what is known of an audio file on standard output.
+void info(const InfoOptions& options);
+
+}  // namespace zavtool

@@ -1,0 +1,133 @@
+#include "OutputFile.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <ZAVAudioStreaming/platform/AudioFile.hpp>
+#include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "Failure.hpp"
+
+namespace zavtool {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a signal handler can read: a path that does not change while it is set.
+std::atomic<const char*> unfinishedPath{nullptr};
+
+extern "C" void endBySignal(int signal) {
+    OutputFile::removeUnfinished();
+    ::raise(signal);  // with the default action, which SA_RESETHAND has put back
+}
+
+void cleanUpOnSignals() {
+    struct sigaction action {};
+    action.sa_handler = endBySignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_NODEFER;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        ::sigaction(signal, &action, nullptr);
+    }
+    // A file that grows over a limit is to fail at the write, like a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+mode_t modeFor(const fs::path& target) {
+    struct stat existing {};
+    if (::stat(target.c_str(), &existing) == 0) {
+        return existing.st_mode & 07777U;
+    }
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return 0666U & ~mask;
+}
+
+fs::path followLinks(const fs::path& path) {
+    std::error_code error;
+    const fs::path target = fs::weakly_canonical(path, error);
+    return error ? path : target;
+}
+
+/// The file sink does not say whether its last write and the closing went well, so ask the file.
+std::uint64_t audioBytesIn(const fs::path& path) {
+    zav::AudioFileID file = nullptr;
+    if (zav::AudioFileOpenURL(path, zav::kAudioFileReadPermission, 0, &file) != zav::noErr) {
+        return 0;
+    }
+    const auto type =
+        zav::audioFileProperty<zav::AudioFileTypeID>(file, zav::kAudioFilePropertyFileFormat);
+    // Raw SBC is all audio, and counting its frames would mean reading them all again.
+    const std::uint64_t size =
+        type == zav::kAudioFileSBCType
+            ? fs::file_size(path)
+            : zav::audioFileProperty<std::uint64_t>(file,
+                                                    zav::kAudioFilePropertyAudioDataByteCount);
+    zav::AudioFileClose(file);
+    return size;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const fs::path& path, const fs::path& input)
+    : path_(path), target_(followLinks(path)) {
+    std::error_code error;
+    if (fs::equivalent(input, target_, error)) {
+        throw Failure(path_, "is the input itself; another name for the output");
+    }
+    const fs::file_status status = fs::status(target_, error);
+    if (fs::is_directory(status)) {
+        throw Failure(path_, "is a folder; the name of a file");
+    }
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        throw Failure(path_, "is not a regular file; the name of one, or of a new file");
+    }
+    if (fs::exists(status) && ::access(target_.c_str(), W_OK) != 0) {
+        throw Failure(path_, std::string("cannot be replaced: ") + std::strerror(errno) +
+                                 "; a file that you may write to");
+    }
+
+    std::string name = (target_.parent_path() / ".zav-XXXXXX").string();
+    const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        throw Failure(path_, std::string("cannot be created: ") + std::strerror(errno) +
+                                 "; a folder that exists and that you may write to");
+    }
+    ::fchmod(descriptor, modeFor(target_));
+    ::close(descriptor);
+    temporaryPath_ = name;
+    unfinishedPath = temporaryPath_.c_str();
+    cleanUpOnSignals();
+}
+
+OutputFile::~OutputFile() {
+    removeUnfinished();
+}
+
+void OutputFile::removeUnfinished() noexcept {
+    if (const char* const path = unfinishedPath.exchange(nullptr)) {
+        ::unlink(path);
+    }
+}
+
+void OutputFile::commit(std::uint64_t audioBytes) {
+    const std::uint64_t written = audioBytesIn(temporaryPath_);
+    if (written != audioBytes) {
+        throw Failure(path_, "holds " + std::to_string(written) + " of " +
+                                 std::to_string(audioBytes) +
+                                 " bytes after writing; a disk that keeps what is written");
+    }
+    if (::rename(temporaryPath_.c_str(), target_.c_str()) != 0) {
+        throw Failure(path_, std::string("cannot be replaced: ") + std::strerror(errno) +
+                                 "; another name for the output");
+    }
+    unfinishedPath = nullptr;
+}
+
+}  // namespace zavtool

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace zavtool {
+
+/// A file that appears under its name only when it is complete. Until then it is written beside it
+/// under a temporary name, which disappears with a failure, a fatal stop of the library, or a
+/// signal. One at a time.
+class OutputFile {
+ public:
+    /// Throws `Failure` when no file can be made there, and when it would be the input itself.
+    OutputFile(const std::filesystem::path& path, const std::filesystem::path& input);
+    ~OutputFile();
+
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Where to write.
+    const std::filesystem::path& temporaryPath() const { return temporaryPath_; }
+
+    /// Checks that the written file can be opened and holds `audioBytes` bytes of audio, then gives
+    /// it its name. Throws `Failure`.
+    void commit(std::uint64_t audioBytes);
+
+    /// Removes the temporary file of this run, if there is one. Safe in a signal handler.
+    static void removeUnfinished() noexcept;
+
+ private:
+    std::filesystem::path path_;
+    std::filesystem::path target_;  // `path_` with links followed
+    std::filesystem::path temporaryPath_;
+};
+
+}  // namespace zavtool

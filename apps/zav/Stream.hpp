@@ -1,0 +1,68 @@
+#pragma once
+
+#include <ZAVAudioStreaming/core/PeripheralSink.hpp>
+#include <ZAVAudioStreaming/platform/AudioFile.hpp>
+#include <ZAVAudioStreaming/sources/FileSource.hpp>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "Progress.hpp"
+
+namespace zavtool {
+
+/// What every verb takes.
+struct CommonOptions {
+    bool isQuiet = false;
+    bool isVerbose = false;
+};
+
+struct CloseAudioFile {
+    void operator()(zav::AudioFileID file) const;
+};
+using OpenAudioFile = std::unique_ptr<std::remove_pointer_t<zav::AudioFileID>, CloseAudioFile>;
+
+/// Opens an audio file to ask for its properties. Throws `Failure` with the reason.
+OpenAudioFile openAudioFile(const std::filesystem::path& path);
+
+/// Opens an audio file as the head of a graph. Throws `Failure` with the reason.
+std::shared_ptr<zav::FileSource> openSource(const std::filesystem::path& path);
+
+/// The first packet of an audio file, empty when there is none. Throws `Failure`.
+std::vector<std::byte> firstPacket(const std::filesystem::path& path);
+
+/// The magic cookie of an audio file, if it has one. Throws `Failure` when it cannot be opened.
+std::optional<std::vector<std::byte>> magicCookie(const std::filesystem::path& path);
+
+/// Counts what a node pushes. Add it to any node to see what goes past.
+class Meter : public zav::PeripheralSink {
+ public:
+    using PeripheralSink::PeripheralSink;
+
+    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                      const zav::AudioStreamPacketDescription* packetDescriptions) override;
+
+    std::uint64_t byteCount() const { return byteCount_; }
+    std::uint64_t packetCount() const { return packetCount_; }
+
+ private:
+    std::uint64_t byteCount_ = 0;
+    std::uint64_t packetCount_ = 0;
+};
+
+/// Pulls the whole file through the graph behind `source`. The chunks are whole multiples of
+/// `packetsPerUnit` packets, about 64 KiB each. Throws `Failure` when reading fails.
+void pump(zav::FileSource& source, const std::filesystem::path& path, std::uint32_t packetsPerUnit,
+          Progress& progress);
+
+/// With --verbose, shows the graph of a run on standard error.
+void showGraph(const CommonOptions& options, const std::string& graph);
+
+/// "12.34 s"
+std::string secondsText(double seconds);
+
+}  // namespace zavtool

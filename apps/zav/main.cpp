@@ -1,0 +1,165 @@
+// zav: encodes, decodes, copies and describes audio files. Each verb builds one small graph of the
+// library's nodes; see EncodeCommand.cpp for the plainest one.
+
+#include <CLI/CLI.hpp>
+#include <ZAVAudioStreaming/core/Diagnostics.hpp>
+#include <ZAVAudioStreaming/core/Version.hpp>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "CopyCommand.hpp"
+#include "DecodeCommand.hpp"
+#include "EncodeCommand.hpp"
+#include "Failure.hpp"
+#include "InfoCommand.hpp"
+#include "Stream.hpp"
+
+namespace {
+
+using namespace zavtool;
+
+constexpr int kExitUsage = 2;
+
+struct CommandLine {
+    CommonOptions common;
+    EncodeOptions encode;
+    DecodeOptions decode;
+    CopyOptions copy;
+    InfoOptions info;
+};
+
+void addCommonOptions(CLI::App& app, CommonOptions& common) {
+    app.add_flag("-q,--quiet", common.isQuiet, "No progress, also on a terminal");
+    app.add_flag("-v,--verbose", common.isVerbose,
+                 "Show the graph and the library's diagnostics lines on standard error");
+}
+
+void addFiles(CLI::App& verb, std::filesystem::path& input, const std::string& inputHelp,
+              std::filesystem::path& output, const std::string& outputHelp) {
+    verb.add_option("INPUT", input, inputHelp)->required();
+    verb.add_option("OUTPUT", output, outputHelp)->required();
+}
+
+CLI::App* addEncode(CLI::App& app, CommandLine& line) {
+    auto* const verb = app.add_subcommand("encode", "Encode a PCM file to SBC");
+    EncodeOptions& options = line.encode;
+    verb->add_option("--bitpool", options.bitpool,
+                     "Bits per block: more is better and larger. 2 to 16 times the subbands for "
+                     "mono and dual, to 32 times (250 at most) for stereo and joint")
+        ->check(CLI::Range(2, 250))
+        ->type_name("N")
+        ->capture_default_str();
+    verb->add_option("--mode", options.mode, "Default: mono for one channel, stereo for two")
+        ->check(CLI::IsMember({"mono", "dual", "stereo", "joint"}))
+        ->type_name("MODE");
+    verb->add_option("--subbands", options.subbands, "Frequency bands per block")
+        ->check(CLI::IsMember({4, 8}))
+        ->type_name("N")
+        ->capture_default_str();
+    verb->add_option("--blocks", options.blocks, "Blocks per SBC frame")
+        ->check(CLI::IsMember({4, 8, 12, 16}))
+        ->type_name("N")
+        ->capture_default_str();
+    verb->add_option("--allocation", options.allocation,
+                     "What the bits go by: what is heard, or signal-to-noise ratio")
+        ->check(CLI::IsMember({"loudness", "snr"}))
+        ->type_name("METHOD")
+        ->capture_default_str();
+    addFiles(*verb, options.input,
+             "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU: mono or stereo, 16000, 32000, "
+             "44100 or 48000 Hz",
+             options.output, "NAME.sbc: raw SBC frames");
+    verb->footer("Example: zav encode --bitpool 40 speech.wav speech.sbc");
+    return verb;
+}
+
+CLI::App* addDecode(CLI::App& app, CommandLine& line) {
+    auto* const verb = app.add_subcommand("decode", "Decode SBC to a 16-bit PCM file");
+    addFiles(*verb, line.decode.input, "Raw SBC frames, mono or plain stereo", line.decode.output,
+             "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf or .au: the extension chooses the type");
+    verb->footer(
+        "Joint stereo and dual channel streams are refused: their frames have another length\n"
+        "than a stream's format can tell.\n"
+        "Example: zav decode speech.sbc speech.wav");
+    return verb;
+}
+
+CLI::App* addCopy(CLI::App& app, CommandLine& line) {
+    auto* const verb =
+        app.add_subcommand("copy", "Copy audio undecoded from one type of file to another");
+    addFiles(*verb, line.copy.input, "Any audio file that 'zav info' knows", line.copy.output,
+             "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au or .sbc: a type that can hold the "
+             "input's encoding");
+    verb->footer("Example: zav copy recording.wav recording.caf");
+    return verb;
+}
+
+CLI::App* addInfo(CLI::App& app, CommandLine& line) {
+    auto* const verb = app.add_subcommand("info", "Describe an audio file");
+    verb->add_flag("--json", line.info.isJson, "As JSON, for programs");
+    verb->add_option("FILE", line.info.file, "Any audio file that can be read")->required();
+    verb->footer("Example: zav info --json speech.sbc");
+    return verb;
+}
+
+void run(const CLI::App& app, const CommandLine& line) {
+    if (app.got_subcommand("encode")) {
+        encode(line.encode, line.common);
+    } else if (app.got_subcommand("decode")) {
+        decode(line.decode, line.common);
+    } else if (app.got_subcommand("copy")) {
+        copy(line.copy, line.common);
+    } else if (app.got_subcommand("info")) {
+        info(line.info);
+    } else {
+        throw UsageFailure("no verb; encode, decode, copy or info, see 'zav --help'");
+    }
+}
+
+std::string versionText() {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "zav %.1f", ZAVAudioStreamingVersionNumber);
+    return text.data();
+}
+
+int report(const std::exception& failure, int exitCode) {
+    std::fprintf(stderr, "zav: %s\n", failure.what());
+    return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CommandLine line;
+    CLI::App app("Moves audio between PCM files and SBC streams.", "zav");
+    app.require_subcommand(0, 1);
+    app.set_version_flag("--version", versionText());
+    addCommonOptions(app, line.common);
+    for (auto* const verb :
+         {addEncode(app, line), addDecode(app, line), addCopy(app, line), addInfo(app, line)}) {
+        addCommonOptions(*verb, line.common);
+    }
+    app.footer(
+        "'zav VERB --help' tells a verb's options. Exit code: 0 done, 1 failed, 2 wrong usage.");
+
+    try {
+        app.parse(argc, argv);
+        zav::setDiagnosticsHandler(line.common.isVerbose ? [](std::string_view text) {
+            std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+        } : [](std::string_view) {});
+        run(app, line);
+        return EXIT_SUCCESS;
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        std::fprintf(stderr, "zav: %s; see 'zav --help'\n", error.what());
+        return kExitUsage;
+    } catch (const UsageFailure& failure) {
+        return report(failure, kExitUsage);
+    } catch (const std::exception& failure) {
+        return report(failure, EXIT_FAILURE);
+    }
+}
