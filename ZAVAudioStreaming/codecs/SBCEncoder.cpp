@@ -30,7 +30,8 @@ void encodeFrame(sbc_t* state, const std::byte* pcm, std::size_t codeSize, std::
     if (sbc_encode(state, pcm, codeSize, frame, frameLen, &written) < 1) {
         fatalError("Encoding failed", position);
     }
-    zeroTail(frame, checkedCast<std::size_t>(written), frameLen);
+    // Negative for settings that libsbc cannot pack: then nothing was written.
+    zeroTail(frame, static_cast<std::size_t>(std::max<ssize_t>(written, 0)), frameLen);
 }
 
 }  // namespace

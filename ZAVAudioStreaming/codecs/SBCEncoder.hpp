@@ -36,7 +36,8 @@ class ZAV_EXPORT SBCEncoder : public SBCCoding {
     }
 
     /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. A frame that
-    /// libsbc refuses is the fatal stop "Encoding failed".
+    /// libsbc refuses is the fatal stop "Encoding failed". A bitpool above its limit is not refused
+    /// by libsbc: such frames are all zero bytes.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override;

@@ -29,16 +29,6 @@ constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePos
     return product;
 }
 
-/// left + right; an overflow is a fatal stop at the caller's position.
-template <std::integral T>
-constexpr T checkedAdd(T left, T right, SourcePosition position = SourcePosition::current()) {
-    T sum{};
-    if (__builtin_add_overflow(left, right, &sum)) {
-        fatalError("Arithmetic overflow", position);
-    }
-    return sum;
-}
-
 /// dividend / divisor, whole; a zero divisor is a fatal stop at the caller's position.
 template <std::integral T>
 constexpr T checkedDivide(T dividend, T divisor,

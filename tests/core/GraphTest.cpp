@@ -1,0 +1,124 @@
+// Linking and fan-out: the rules that every node keeps.
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "ZAVAudioStreaming/core/MakeNode.hpp"
+#include "ZAVAudioStreaming/core/PeripheralSink.hpp"
+#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/RecordingSink.hpp"
+
+namespace zav::test {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+TEST(FanOut, callsEveryTargetInTheOrderOfAdding) {
+    const auto source = makeNode<PeripheralSource>();
+    const auto first = makeNode<RecordingSink>(source);
+    const auto second = makeNode<RecordingSink>(source);
+    source->addStreamTarget(first);
+    Calls order;
+    first->onCall = [&](const std::string& call) { order.push_back("first " + call); };
+    second->onCall = [&](const std::string& call) { order.push_back("second " + call); };
+
+    const AudioStreamPacketDescription description{0, 0, 3};
+    source->downstreams().onAudioStreamFlowStart();
+    source->downstreams().receiveAudio("abc", 3, 1, &description);
+    source->downstreams().onAudioStreamFlowEnd();
+
+    EXPECT_EQ(order,
+              (Calls{"first start", "second start", "first start", "first audio", "second audio",
+                     "first audio", "first end", "second end", "first end"}));
+    ASSERT_EQ(second->chunks.size(), 1U);
+    EXPECT_EQ(second->chunks[0].bytes, (Bytes{std::byte{'a'}, std::byte{'b'}, std::byte{'c'}}));
+    EXPECT_EQ(second->chunks[0].packetNum, 1U);
+    EXPECT_TRUE(second->chunks[0].hasDescriptions);
+}
+
+TEST(FanOut, aTargetAddedDuringAWalkIsCalledOnlyInTheNextOne) {
+    const auto source = makeNode<PeripheralSource>();
+    const auto adder = makeNode<RecordingSink>(source);
+    std::vector<std::shared_ptr<RecordingSink>> added;
+    adder->onCall = [&](const std::string&) {
+        // Many, so that a list that moved its memory would be noticed.
+        for (int i = 0; i < 100; ++i) {
+            added.push_back(makeNode<RecordingSink>(source));
+        }
+        adder->onCall = nullptr;
+    };
+
+    source->downstreams().onAudioStreamFlowStart();
+    EXPECT_TRUE(added.back()->calls.empty());
+    source->downstreams().onAudioStreamFlowEnd();
+    EXPECT_EQ(added.back()->calls, Calls{"end"});
+}
+
+TEST(FanOut, anApplicationsOwnLoopKeepsTheSameRule) {
+    const auto source = makeNode<PeripheralSource>();
+    const auto adder = makeNode<RecordingSink>(source);
+    adder->onCall = [&](const std::string&) { makeNode<RecordingSink>(source); };
+    int called = 0;
+    for (const auto& target : source->downstreams()) {
+        target->onAudioStreamFlowStart();
+        ++called;
+    }
+    EXPECT_EQ(called, 1);
+    EXPECT_EQ(source->downstreams().size(), 2U);
+}
+
+TEST(Linking, theUpstreamHoldsItsTargetsAndNotTheOtherWayRound) {
+    auto source = makeNode<PeripheralSource>();
+    const std::weak_ptr<PeripheralSource> sourceWatch = source;
+    const std::weak_ptr<RecordingSink> sinkWatch = makeNode<RecordingSink>(source);
+    EXPECT_FALSE(sinkWatch.expired());
+    const auto sink = sinkWatch.lock();
+    source.reset();
+    EXPECT_TRUE(sourceWatch.expired());
+    EXPECT_DEATH(sink->inDataFormat(), "Fatal error: The upstream node is gone.*UpstreamLink.cpp");
+}
+
+TEST(Linking, aConstructorThatThrowsHasRegisteredNothing) {
+    // The base class is complete when the derived one gives up.
+    class Picky : public RecordingSink {
+     public:
+        Picky(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)
+            : RecordingSink(key, upstream) {
+            throw std::invalid_argument("no");
+        }
+    };
+    const auto source = makeNode<PeripheralSource>();
+    EXPECT_THROW(makeNode<Picky>(source), std::invalid_argument);
+    EXPECT_TRUE(source->downstreams().empty());
+}
+
+TEST(Linking, nullIsRefusedAtOnce) {
+    EXPECT_DEATH(makeNode<PeripheralSink>(nullptr), "Fatal error: A node needs an upstream");
+    const auto source = makeNode<PeripheralSource>();
+    EXPECT_DEATH(source->addStreamTarget(nullptr), "Fatal error: A stream target must not be null");
+}
+
+TEST(PeripheralNodes, theSinkFollowsTheSourcesFormat) {
+    const auto source = makeNode<PeripheralSource>();
+    const auto sink = makeNode<PeripheralSink>(source);
+    EXPECT_EQ(sink->inDataFormat(), AudioStreamBasicDescription{});
+    source->setOutDataFormat(pcmFormat(44100, 2));
+    EXPECT_EQ(sink->inDataFormat(), pcmFormat(44100, 2));
+    EXPECT_EQ(sink->upstream(), source);
+}
+
+TEST(PeripheralNodes, aPlainSinkTakesAnyCalls) {
+    const auto source = makeNode<PeripheralSource>();
+    makeNode<PeripheralSink>(source);
+    source->downstreams().receiveAudio(nullptr, 0, 0, nullptr);
+    source->downstreams().onAudioStreamFlowEnd();
+    source->downstreams().onAudioStreamFlowStart();
+}
+
+// Nodes are made by makeNode alone.
+static_assert(!std::is_default_constructible_v<NodeKey>);
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ZAVAudioStreaming/core/PeripheralSink.hpp"
+
+namespace zav::test {
+
+using Bytes = std::vector<std::byte>;
+
+/// Keeps everything that it is sent.
+class RecordingSink : public PeripheralSink {
+ public:
+    using PeripheralSink::PeripheralSink;
+
+    struct Chunk {
+        Bytes bytes;
+        std::uint64_t packetNum;
+        bool hasDescriptions;
+    };
+
+    void onAudioStreamFlowStart() override { note("start"); }
+    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                      const AudioStreamPacketDescription* packetDescriptions) override {
+        const auto* const first = static_cast<const std::byte*>(bytes);
+        chunks.push_back({Bytes(first, first + size), packetNum, packetDescriptions != nullptr});
+        note("audio");
+    }
+    void onAudioStreamFlowEnd() override { note("end"); }
+
+    Bytes allBytes() const {
+        Bytes all;
+        for (const Chunk& chunk : chunks) {
+            all.insert(all.end(), chunk.bytes.begin(), chunk.bytes.end());
+        }
+        return all;
+    }
+
+    std::vector<std::string> calls;
+    std::vector<Chunk> chunks;
+    std::function<void(const std::string&)> onCall;
+
+ private:
+    void note(const std::string& call) {
+        calls.push_back(call);
+        if (onCall) {
+            onCall(call);
+        }
+    }
+};
+
+}  // namespace zav::test

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace zav::test {
+
+/// 16-bit little-endian samples of two tones with a little noise, the same at every call.
+inline std::vector<std::byte> testPcm(std::size_t sampleCount) {
+    std::vector<std::byte> bytes;
+    std::uint32_t noise = 1;
+    for (std::size_t i = 0; i < sampleCount; ++i) {
+        noise = noise * 1664525U + 1013904223U;
+        const auto t = static_cast<double>(i);
+        const double value = 9000 * std::sin(t * 0.11) + 4000 * std::sin(t * 0.731) +
+                             static_cast<double>(noise >> 22U);
+        const auto sample = static_cast<std::uint16_t>(static_cast<std::int16_t>(value));
+        bytes.push_back(static_cast<std::byte>(sample));
+        bytes.push_back(static_cast<std::byte>(sample >> 8U));
+    }
+    return bytes;
+}
+
+/// Bytes without a pattern, the same for the same seed.
+inline std::vector<std::byte> testBytes(std::size_t count, std::uint32_t seed = 1) {
+    std::vector<std::byte> bytes;
+    for (std::size_t i = 0; i < count; ++i) {
+        seed = seed * 1664525U + 1013904223U;
+        bytes.push_back(static_cast<std::byte>(seed >> 24U));
+    }
+    return bytes;
+}
+
+}  // namespace zav::test
