@@ -4,6 +4,8 @@
 #include <optional>
 #include <string_view>
 
+#include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
+
 namespace zav {
 namespace {
 
@@ -18,10 +20,7 @@ struct Chunk {
 std::optional<Chunk> findFreeChunk(std::span<const std::byte> header) {
     std::size_t offset = kFileHeaderSize;
     while (offset + kChunkHeaderSize <= header.size()) {
-        std::uint64_t size = 0;
-        for (std::size_t i = 4; i < kChunkHeaderSize; ++i) {
-            size = size << 8U | std::to_integer<std::uint64_t>(header[offset + i]);
-        }
+        const std::uint64_t size = bigEndianAt(header.subspan(offset + 4, 8));
         const std::string_view id(reinterpret_cast<const char*>(&header[offset]), 4);
         const std::size_t room = header.size() - offset - kChunkHeaderSize;
         if (size > room) {
@@ -35,11 +34,10 @@ std::optional<Chunk> findFreeChunk(std::span<const std::byte> header) {
     return std::nullopt;
 }
 
-void writeChunkHeader(std::byte* at, std::string_view id, std::uint64_t size) {
-    std::transform(id.begin(), id.end(), at, [](char c) { return static_cast<std::byte>(c); });
-    for (std::size_t i = kChunkHeaderSize; i-- > id.size(); size >>= 8U) {
-        at[i] = static_cast<std::byte>(size);
-    }
+void putChunkHeader(std::span<std::byte> at, std::string_view id, std::uint64_t size) {
+    std::transform(id.begin(), id.end(), at.begin(),
+                   [](char letter) { return static_cast<std::byte>(letter); });
+    putBigEndian(at.subspan(id.size(), 8), size);
 }
 
 }  // namespace
@@ -54,10 +52,11 @@ void insertCafCookie(std::span<std::byte> header, std::span<const std::byte> coo
     if (!chunk || chunk->size < cookie.size() + kChunkHeaderSize) {
         return;
     }
-    std::byte* at = &header[chunk->offset];
-    writeChunkHeader(at, "kuki", cookie.size());
-    at = std::copy(cookie.begin(), cookie.end(), at + kChunkHeaderSize);
-    writeChunkHeader(at, "free", chunk->size - cookie.size() - kChunkHeaderSize);
+    const auto place = header.subspan(chunk->offset);
+    putChunkHeader(place, "kuki", cookie.size());
+    std::copy(cookie.begin(), cookie.end(), place.begin() + kChunkHeaderSize);
+    putChunkHeader(place.subspan(kChunkHeaderSize + cookie.size()), "free",
+                   chunk->size - cookie.size() - kChunkHeaderSize);
 }
 
 }  // namespace zav

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
 
 namespace zav {
 namespace {
@@ -40,6 +41,8 @@ constexpr ChunkGrammar kCaf{kAudioFileCAFType, 8, 4, 8, true, false, 1, "desc", 
 constexpr std::string_view kCafCookieId = "kuki";
 constexpr std::size_t kIdentifyingBytes = 40;
 
+constexpr std::uint64_t kUnknown32BitSize = 0xFFFFFFFF;
+
 /// Real files have a few dozen chunks at most.
 constexpr int kMostChunks = 4096;
 
@@ -47,12 +50,11 @@ constexpr int kMostChunks = 4096;
     throw AudioFileFailure(kAudioFileInvalidFileError);
 }
 
-std::uint64_t integerAt(const std::byte* bytes, std::size_t size, bool isBigEndian) {
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-        value = value << 8U | std::to_integer<std::uint64_t>(bytes[isBigEndian ? i : size - 1 - i]);
+std::uint64_t integerAt(std::span<std::byte> bytes, bool isBigEndian) {
+    if (!isBigEndian) {
+        std::reverse(bytes.begin(), bytes.end());
     }
-    return value;
+    return bigEndianAt(bytes);
 }
 
 std::optional<ChunkGrammar> grammarOf(std::string_view start) {
@@ -91,8 +93,9 @@ PcmFileStructure examineAu(std::string_view start, std::uint64_t fileSize) {
     if (start.size() < kHeaderSize) {
         refuseFile();
     }
-    const auto* const bytes = reinterpret_cast<const std::byte*>(start.data());
-    const std::uint64_t dataOffset = integerAt(bytes + 4, 4, start.front() == '.');
+    std::array<std::byte, 4> field{};
+    std::memcpy(field.data(), start.data() + 4, field.size());
+    const std::uint64_t dataOffset = integerAt(field, start.front() == '.');
     if (dataOffset < kHeaderSize || dataOffset > fileSize) {
         refuseFile();
     }
@@ -119,8 +122,8 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
             refuseFile();
         }
         const std::string_view id(reinterpret_cast<const char*>(header.data()), 4);
-        std::uint64_t size =
-            integerAt(header.data() + grammar.idSize, grammar.sizeSize, grammar.isBigEndian);
+        std::uint64_t size = integerAt(std::span(header).subspan(grammar.idSize, grammar.sizeSize),
+                                       grammar.isBigEndian);
         if (grammar.sizeCountsHeader) {
             if (size < headerSize) {
                 refuseFile();
@@ -141,8 +144,9 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
                 refuseFile();
             }
             hasData = true;
-            if (size == 0) {
-                // A writer that was killed, or that could not seek back: the rest is audio.
+            if (size == 0 || size == kUnknown32BitSize) {
+                // A writer that was killed, or that could not seek back: the rest is audio. RF64
+                // keeps the size elsewhere.
                 break;
             }
         } else if (grammar.fileType == kAudioFileCAFType && id == kCafCookieId && isWhole &&

@@ -18,7 +18,7 @@ constexpr std::array<PcmFileType, 7> kPcmFileTypes = {{
     {kAudioFileRF64Type, SF_FORMAT_RF64, true, false, true, false, true, true, true, false},
     {kAudioFileWave64Type, SF_FORMAT_W64, true, false, true, false, true, true, true, false},
     {kAudioFileAIFFType, SF_FORMAT_AIFF, false, true, false, false, false, false, false, false},
-    {kAudioFileAIFCType, SF_FORMAT_AIFF, true, true, false, true, true, false, false, false},
+    {kAudioFileAIFCType, SF_FORMAT_AIFF, true, true, false, true, true, false, true, false},
     {kAudioFileCAFType, SF_FORMAT_CAF, true, true, true, true, true, true, false, true},
     {kAudioFileNextType, SF_FORMAT_AU, false, true, false, true, true, false, false, false},
 }};
@@ -78,15 +78,18 @@ int subtypeFor(const PcmFileType& type, const AudioStreamBasicDescription& forma
     }
 }
 
-// Only the types that know both byte orders need to be told which one. AIFF and AIFC are one
-// format to libsndfile: with a byte order it writes the form AIFC, without one AIFF.
-int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format) {
-    if (!(type.hasLittleEndianIntegers && type.hasBigEndianIntegers)) {
+// AIFF and AIFC are one format to libsndfile: integers with a byte order become the form AIFC,
+// without one AIFF; what only AIFC can hold becomes AIFC by itself and must not have one. CAF needs
+// one for everything.
+int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format, int subtype) {
+    const bool hasBothOrders = type.hasLittleEndianIntegers && type.hasBigEndianIntegers;
+    const bool isWideInteger =
+        subtype == SF_FORMAT_PCM_16 || subtype == SF_FORMAT_PCM_24 || subtype == SF_FORMAT_PCM_32;
+    if (!hasBothOrders || (type.majorFormat == SF_FORMAT_AIFF && !isWideInteger)) {
         return SF_ENDIAN_FILE;
     }
-    const bool isSingleByte = format.mBitsPerChannel == 8;
     const bool isBigEndian = (format.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
-    return isBigEndian || isSingleByte ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE;
+    return isBigEndian ? SF_ENDIAN_BIG : SF_ENDIAN_LITTLE;
 }
 
 }  // namespace
@@ -113,7 +116,8 @@ int sndfileFormatFor(const PcmFileType& type, const AudioStreamBasicDescription&
     SF_INFO info{};
     info.samplerate = static_cast<int>(format.mSampleRate);
     info.channels = static_cast<int>(format.mChannelsPerFrame);
-    info.format = type.majorFormat | subtypeFor(type, format) | endianFor(type, format);
+    const int subtype = subtypeFor(type, format);
+    info.format = type.majorFormat | subtype | endianFor(type, format, subtype);
     if (sf_format_check(&info) == 0) {
         refuseFormat();
     }

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
-#include "ZAVAudioStreaming/platform/linux/CafCookie.hpp"
 
 namespace zav {
 
@@ -70,9 +69,13 @@ SndfileStream::SndfileStream(FileHandle file, std::vector<std::uint64_t> ignored
                              SF_INFO& info)
     : file_(std::move(file)), ignoredChunks_(std::move(ignoredChunks)) {
     open(SFM_READ, info);
+    // From here on every byte counts as it is: after an unfinished file's header, audio can look
+    // like chunks.
+    ignoredChunks_.clear();
 }
 
-SndfileStream::SndfileStream(FileHandle file, SF_INFO& info) : file_(std::move(file)) {
+SndfileStream::SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info)
+    : file_(std::move(file)), editHeader_(std::move(editHeader)) {
     open(SFM_WRITE, info);
     // With raw writing libsndfile never sees a peak, so it must not leave room for one.
     sf_command(sndfile_, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
@@ -148,9 +151,10 @@ std::size_t SndfileStream::readAtPosition(std::byte* buffer, std::size_t size) {
 }
 
 void SndfileStream::writeAtPosition(const std::byte* bytes, std::size_t size) {
-    if (position_ == 0 && !cafCookie_.empty()) {
+    if (position_ == 0 && editHeader_) {
+        // libsndfile writes a whole header at once, and audio never stands at the start.
         std::vector<std::byte> header(bytes, bytes + size);
-        insertCafCookie(header, cafCookie_);
+        editHeader_(header);
         file_.writeAt(0, header.data(), size);
     } else {
         file_.writeAt(position_, bytes, size);

@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <memory>
+#include <functional>
+#include <span>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
@@ -14,14 +15,17 @@ namespace zav {
 
 /// A libsndfile handle over a `FileHandle`. libsndfile reads and writes through callbacks of ours,
 /// so that a failed system call keeps its reason, ignored chunks can be hidden from its parser, and
-/// a cookie can be put into the header that it writes.
+/// the headers that it writes can be mended.
 class SndfileStream {
  public:
+    using HeaderEditor = std::function<void(std::span<std::byte>)>;
+
     /// Opens for reading, `info` is filled. `ignoredChunks` are offsets of chunk ids that
     /// libsndfile is to see as filler. Throws 'dta?' when it cannot make sense of the file.
     SndfileStream(FileHandle file, std::vector<std::uint64_t> ignoredChunks, SF_INFO& info);
-    /// Opens an empty file for writing as `info` says.
-    SndfileStream(FileHandle file, SF_INFO& info);
+    /// Opens an empty file for writing as `info` says. `editHeader` may change every header in
+    /// place before it goes into the file; it can be empty.
+    SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info);
     ~SndfileStream();
 
     SndfileStream(const SndfileStream&) = delete;
@@ -39,8 +43,6 @@ class SndfileStream {
 
     /// Brings the header in the file up to date.
     void updateHeader();
-    /// Bytes put into every header written from now on, see `insertCafCookie`.
-    void setCafCookie(std::vector<std::byte> cookie) { cafCookie_ = std::move(cookie); }
 
     /// Throws what the last failed system call threw, if there was one since the last throw.
     void throwFileError();
@@ -56,7 +58,7 @@ class SndfileStream {
 
     FileHandle file_;
     std::vector<std::uint64_t> ignoredChunks_;
-    std::vector<std::byte> cafCookie_;
+    HeaderEditor editHeader_;
     std::uint64_t position_ = 0;
     std::exception_ptr fileError_;
     SNDFILE* sndfile_ = nullptr;

@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "ZAVAudioStreaming/platform/linux/AiffHeader.hpp"
 #include "ZAVAudioStreaming/platform/linux/CafCookie.hpp"
 
 namespace zav {
@@ -30,7 +31,8 @@ SndfileWriter::SndfileWriter(FileHandle file, const PcmFileType& type, int sndfi
                              const AudioStreamBasicDescription& dataFormat)
     : AudioFileWriter(type.fileType, dataFormat),
       info_(sndfileInfo(sndfileFormat, dataFormat)),
-      stream_(std::move(file), info_),
+      stream_(
+          std::move(file), [this](std::span<std::byte> header) { mend(header); }, info_),
       mostFrames_((type.has64BitSizes ? kMost64BitBytes : kMost32BitBytes) / frameSize()) {
     stream_.updateHeader();
     stream_.throwFileError();
@@ -64,6 +66,14 @@ std::uint32_t SndfileWriter::writePackets(std::uint64_t firstPacket, PacketRun r
         framesInHeader_ = frameCount_;
     }
     return frameCount;
+}
+
+void SndfileWriter::mend(std::span<std::byte> header) const {
+    if (fileType() == kAudioFileCAFType && !cookie_.empty()) {
+        insertCafCookie(header, cookie_);
+    } else if (fileType() == kAudioFileAIFFType || fileType() == kAudioFileAIFCType) {
+        setAiffFrameCount(header, static_cast<std::uint32_t>(frameCount_), frameSize());
+    }
 }
 
 void SndfileWriter::moveTo(std::uint64_t frame) {
@@ -108,7 +118,6 @@ void SndfileWriter::setMagicCookie(std::span<const std::byte> cookie) {
         throw AudioFileFailure(kAudioFileBadPropertySizeError);
     }
     cookie_.assign(cookie.begin(), cookie.end());
-    stream_.setCafCookie(cookie_);
     stream_.updateHeader();
     stream_.throwFileError();
 }

@@ -32,18 +32,21 @@ class SndfileWriter : public AudioFileWriter {
 
  private:
     std::uint32_t frameSize() const { return dataFormat().mBytesPerFrame; }
+    void mend(std::span<std::byte> header) const;
     void moveTo(std::uint64_t frame);
     void fillWithSilence(std::uint64_t endFrame);
     void writeFrames(const void* buffer, std::uint64_t frameCount);
 
+    // Headers are mended from these, so they come before the stream.
+    std::uint64_t frameCount_ = 0;
+    std::vector<std::byte> cookie_;
+
     SF_INFO info_;
     SndfileStream stream_;
     std::uint64_t mostFrames_;
-    std::uint64_t frameCount_ = 0;
     std::uint64_t position_ = 0;  // frames
     std::uint64_t framesInHeader_ = 0;
     std::size_t cookieCapacity_ = 0;
-    std::vector<std::byte> cookie_;
 };
 
 }  // namespace zav

@@ -1,0 +1,46 @@
+// Starts, builds a PCM and an SBC graph on the shared library, and ends: what linking the library
+// and building a graph costs a program, beside EmptyProgram. Pushes no audio. With the name of an
+// audio file it opens that file as a source too.
+
+#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
+#include <cstdio>
+#include <exception>
+#include <memory>
+
+namespace {
+
+void buildGraphs(const char* fileName) {
+    zav::AudioStreamBasicDescription pcm;
+    pcm.mSampleRate = 16000;
+    pcm.mFormatID = zav::kAudioFormatLinearPCM;
+    pcm.mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked;
+    pcm.mBytesPerPacket = 2;
+    pcm.mFramesPerPacket = 1;
+    pcm.mBytesPerFrame = 2;
+    pcm.mChannelsPerFrame = 1;
+    pcm.mBitsPerChannel = 16;
+
+    const auto source = zav::makeNode<zav::PeripheralSource>();
+    source->setOutDataFormat(pcm);
+    const auto encoder = zav::makeNode<zav::SBCEncoder>(
+        source, std::make_shared<zav::SBCCoding::SBCConfiguration>());
+    const auto decoder = zav::makeNode<zav::SBCDecoder>(encoder);
+    zav::makeNode<zav::PeripheralSink>(decoder);
+
+    if (fileName != nullptr) {
+        const auto file = zav::makeNode<zav::FileSource>(fileName);
+        zav::makeNode<zav::PeripheralSink>(file);
+    }
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    try {
+        buildGraphs(argumentCount > 1 ? arguments[1] : nullptr);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "zav_startup_graph: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,246 @@
+// Whatever stands in a file: a status or readable audio, never a crash, a hang or much memory.
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+
+#include "ZAVAudioStreaming/platform/FileHandle.hpp"
+#include "tests/support/AudioFileAccess.hpp"
+#include "tests/support/PcmFileCases.hpp"
+#include "tests/support/SbcLoop.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+#include "tests/support/TestAudio.hpp"
+
+namespace zav::test {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+class BrokenFile : public testing::Test {
+ protected:
+    /// Opens the bytes as a file, asks for everything and reads it all. Returns the packets read,
+    /// or nothing when the file was refused.
+    std::optional<std::uint64_t> readThrough(std::span<const std::byte> bytes) {
+        EXPECT_EQ(::ftruncate(memory_, 0), 0);
+        EXPECT_EQ(::pwrite(memory_, bytes.data(), bytes.size(), 0),
+                  static_cast<ssize_t>(bytes.size()));
+        OpenFile file;
+        const OSStatus status = tryOpen("/proc/self/fd/" + std::to_string(memory_), file);
+        if (status != noErr) {
+            EXPECT_TRUE(status == kAudioFileUnsupportedFileTypeError ||
+                        status == kAudioFileUnsupportedDataFormatError ||
+                        status == kAudioFileInvalidFileError)
+                << statusText(status);
+            return std::nullopt;
+        }
+        const std::uint64_t count = packetCount(file);
+        const auto audioSize = property<std::uint64_t>(file, kAudioFilePropertyAudioDataByteCount);
+        EXPECT_LE(audioSize, bytes.size());
+        std::uint32_t cookieSize = 0;
+        if (AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData, &cookieSize,
+                                     nullptr) == noErr) {
+            EXPECT_LE(cookieSize, bytes.size());
+        }
+        OSStatus readStatus = noErr;
+        const auto audio = read(file, 0, static_cast<std::uint32_t>(count), &readStatus);
+        EXPECT_LE(audio.size(), audioSize);
+        return count;
+    }
+
+    /// A small file of each kind.
+    std::vector<Bytes> goodFiles() {
+        std::vector<Bytes> files;
+        for (const PcmFileCase& fileCase : pcmFileCases()) {
+            for (const Encoding& encoding : allEncodings()) {
+                if (fileCase.takes(encoding) &&
+                    (encoding.name == fileCase.encodings.back() || encoding.bits == 16)) {
+                    const auto format = encoding.format(16000, 2);
+                    {
+                        const OpenFile file = create(path_, fileCase.type, format);
+                        EXPECT_EQ(write(file, 0, testBytes(64U * format.mBytesPerFrame)), noErr);
+                        if (fileCase.type == kAudioFileCAFType) {
+                            EXPECT_EQ(
+                                AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData,
+                                                     6, "cookie"),
+                                noErr);
+                        }
+                    }
+                    files.push_back(readFile(path_));
+                }
+            }
+        }
+        files.push_back(SbcLoop(SBCCoding::SBCConfiguration()).encode(testPcm(1280)));
+        return files;
+    }
+
+    ~BrokenFile() override { ::close(memory_); }
+
+ private:
+    const TemporaryFolder folder_;
+    const std::filesystem::path path_ = folder_ / "file";
+    const int memory_ = ::memfd_create("broken", MFD_CLOEXEC);  // a file without a disk
+};
+
+TEST_F(BrokenFile, cutAnywhereGivesTheAudioThatIsThereOrAStatus) {
+    for (const Bytes& good : goodFiles()) {
+        const auto whole = readThrough(good);
+        ASSERT_TRUE(whole);
+        std::uint64_t previous = 0;
+        for (std::size_t size = 0; size < good.size(); ++size) {
+            const std::uint64_t count = readThrough(std::span(good).first(size)).value_or(0);
+            EXPECT_LE(count, *whole);
+            EXPECT_GE(count, previous) << "cut at " << size;
+            previous = count;
+        }
+    }
+}
+
+TEST_F(BrokenFile, withAnyByteChangedDoesNoHarm) {
+    for (const Bytes& good : goodFiles()) {
+        // Header bytes with the values that break size arithmetic, everything else at random.
+        Bytes changed = good;
+        for (std::size_t i = 0; i < std::min<std::size_t>(good.size(), 200); ++i) {
+            for (const unsigned value : {0x00U, 0x01U, 0x7FU, 0x80U, 0xFFU}) {
+                changed[i] = static_cast<std::byte>(value);
+                readThrough(changed);
+            }
+            changed[i] = good[i];
+        }
+    }
+}
+
+TEST_F(BrokenFile, madeByChanceDoesNoHarm) {
+    const auto files = goodFiles();
+    constexpr std::uint32_t kSeed = 20231;
+    std::mt19937 random(kSeed);
+    for (int round = 0; round < 4000; ++round) {
+        Bytes bytes = files[random() % files.size()];
+        const std::size_t headerSize = std::min<std::size_t>(bytes.size(), 128);
+        for (auto changes = random() % 8 + 1; changes > 0; --changes) {
+            const std::size_t at = random() % headerSize;
+            switch (random() % 3) {
+                case 0:
+                    bytes[at] = static_cast<std::byte>(random());
+                    break;
+                case 1:  // four bytes of a size or an id
+                    for (std::size_t i = at; i < std::min(at + 4, bytes.size()); ++i) {
+                        bytes[i] = static_cast<std::byte>(random() % 2 == 0 ? 0xFF : 0x00);
+                    }
+                    break;
+                default:  // a piece of the file once more, like a second chunk
+                    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(random() % headerSize),
+                                std::min<std::size_t>(24, bytes.size() - headerSize / 2),
+                                std::back_inserter(bytes));
+                    std::rotate(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end() - 24,
+                                bytes.end());
+            }
+        }
+        SCOPED_TRACE("seed " + std::to_string(kSeed) + ", round " + std::to_string(round));
+        readThrough(bytes);
+    }
+}
+
+TEST_F(BrokenFile, ofManyTinyChunksIsRefusedSoon) {
+    Bytes bytes;
+    for (const char* const text : {"RIFF", "\xFF\xFF\xFF\x7F", "WAVE"}) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            bytes.push_back(static_cast<std::byte>(text[i]));
+        }
+    }
+    bytes.resize(bytes.size() + std::size_t{8} * 1000000);
+    EXPECT_EQ(readThrough(bytes), std::nullopt);
+}
+
+TEST_F(BrokenFile, thatIsNoAudioAtAllIsOfNoKnownType) {
+    EXPECT_EQ(readThrough({}), std::nullopt);
+    for (std::uint32_t seed = 1; seed < 200; ++seed) {
+        EXPECT_EQ(readThrough(testBytes(seed * 7, seed)), std::nullopt);
+    }
+}
+
+TEST(AudioFileService, tellsWhyAFileCannotBeReached) {
+    const TemporaryFolder folder;
+    OpenFile file;
+    EXPECT_EQ(tryOpen(folder / "missing", file), kAudioFileFileNotFoundError);
+    EXPECT_EQ(tryOpen(folder / "", file), kAudioFileNotAFileError);
+    AudioFileID id = nullptr;
+    EXPECT_EQ(AudioFileOpenURL(folder / "missing", AudioFilePermissions{2}, 0, &id),
+              kAudioFilePermissionsError);
+
+    const auto format = pcmFormat(8000, 1);
+    EXPECT_EQ(tryCreate(folder / "missing/file", kAudioFileWAVEType, format, file),
+              kAudioFileFileNotFoundError);
+    EXPECT_EQ(tryCreate(folder / "", kAudioFileWAVEType, format, file), kAudioFileNotAFileError);
+    writeFile(folder / "old", testBytes(10));
+    EXPECT_EQ(
+        AudioFileCreateWithURL(folder / "old", kAudioFileWAVEType, &format, AudioFileFlags{0}, &id),
+        kAudioFileExistsError);
+    EXPECT_EQ(readFile(folder / "old"), testBytes(10));
+
+    rlimit old{};
+    ::getrlimit(RLIMIT_NOFILE, &old);
+    const rlimit none{0, old.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ(tryOpen(folder / "old", file), kAudioFileTooManyOpenError);
+    ::setrlimit(RLIMIT_NOFILE, &old);
+}
+
+TEST(AudioFileService, reportsAFullDisk) {
+    // The one device that is always full.
+    const auto format = pcmFormat(8000, 1);
+    OpenFile file;
+    EXPECT_EQ(tryCreate("/dev/full", kAudioFileWAVEType, format, file), kAudioFileDiskFullError);
+    EXPECT_EQ(tryCreate("/dev/full", kAudioFileSBCType, sbcFormat(16000, 1, 0x200B00, 72), file),
+              noErr);
+    const Bytes frames = SbcLoop(SBCCoding::SBCConfiguration()).encode(testPcm(128));
+    EXPECT_EQ(write(file, 0, frames, 1), kAudioFileDiskFullError);
+}
+
+TEST(AudioFileService, checksItsArguments) {
+    const TemporaryFolder folder;
+    const auto path = folder / "file";
+    const OpenFile file = create(path, kAudioFileWAVEType, pcmFormat(8000, 1));
+    EXPECT_EQ(write(file, 0, testBytes(8)), noErr);
+    EXPECT_EQ(write(file, -1, testBytes(8)), kAudioFileInvalidPacketOffsetError);
+    OSStatus status = noErr;
+    read(file, 0, 1, &status);
+    EXPECT_EQ(status, kAudioFilePermissionsError);
+
+    const OpenFile reader = open(path);
+    EXPECT_EQ(write(reader, 0, testBytes(8)), kAudioFilePermissionsError);
+    read(reader, -1, 1, &status);
+    EXPECT_EQ(status, kAudioFileInvalidPacketOffsetError);
+    std::uint32_t size = 3;
+    std::uint32_t value = 0;
+    EXPECT_EQ(
+        AudioFileGetProperty(reader.get(), kAudioFilePropertyMaximumPacketSize, &size, &value),
+        kAudioFileBadPropertySizeError);
+    EXPECT_EQ(AudioFileGetPropertyInfo(reader.get(), fourCharCode("none"), &size, nullptr),
+              kAudioFileUnsupportedPropertyError);
+    EXPECT_EQ(AudioFileSetProperty(reader.get(), kAudioFilePropertyDataFormat, 4, &value),
+              kAudioFileUnsupportedPropertyError);
+    EXPECT_EQ(AudioFileClose(nullptr), kAudioFileNotOpenError);
+}
+
+TEST(FileHandle, isNotPassedOnAndReadsAndWritesInPlace) {
+    const TemporaryFolder folder;
+    FileHandle file = FileHandle::create(folder / "file", FileHandle::IfExists::replace);
+    file.writeAt(4, "efgh", 4);
+    file.writeAt(0, "abcd", 4);
+    FileHandle moved = std::move(file);
+    std::array<char, 16> text{};
+    EXPECT_EQ(moved.readAt(2, text.data(), text.size()), 6U);
+    EXPECT_STREQ(text.data(), "cdefgh");
+    EXPECT_EQ(moved.size(), 8U);
+    moved.close();
+    EXPECT_THROW(FileHandle::openForReading(folder / "none"), std::system_error);
+    EXPECT_THROW(FileHandle::create(folder / "file", FileHandle::IfExists::fail),
+                 std::system_error);
+}
+
+}  // namespace
+}  // namespace zav::test

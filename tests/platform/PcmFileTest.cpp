@@ -1,0 +1,281 @@
+// Reading and writing PCM files through the service. That other programs read the same bytes is
+// tested in tests/apps/pcm_containers.sh.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tests/support/AudioFileAccess.hpp"
+#include "tests/support/PcmFileCases.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+#include "tests/support/TestAudio.hpp"
+
+namespace zav::test {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+class PcmFile : public testing::Test {
+ protected:
+    const TemporaryFolder folder_;
+    const std::filesystem::path path_ = folder_ / "file";
+};
+
+/// Runs `check` for every type and every encoding that it takes.
+template <class Check>
+void forEachKind(Check check) {
+    for (const PcmFileCase& fileCase : pcmFileCases()) {
+        for (const Encoding& encoding : allEncodings()) {
+            if (fileCase.takes(encoding)) {
+                SCOPED_TRACE(fourCharText(fileCase.type) + " " + encoding.name);
+                check(fileCase.type, encoding);
+            }
+        }
+    }
+}
+
+TEST_F(PcmFile, givesBackEveryByteInEveryKindOfFile) {
+    forEachKind([&](AudioFileTypeID type, const Encoding& encoding) {
+        for (const std::uint32_t channels : {1U, 2U, 3U}) {
+            const auto format = encoding.format(22050, channels);
+            const Bytes audio = testBytes(std::size_t{1001} * format.mBytesPerFrame);
+            {
+                const OpenFile file = create(path_, type, format);
+                const std::size_t cut = std::size_t{300} * format.mBytesPerFrame;
+                EXPECT_EQ(write(file, 0, std::span(audio).subspan(0, cut)), noErr);
+                EXPECT_EQ(write(file, 300, std::span(audio).subspan(cut)), noErr);
+                EXPECT_EQ(packetCount(file), 1001U);
+            }
+            const OpenFile file = open(path_);
+            EXPECT_EQ(property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat),
+                      format);
+            EXPECT_EQ(property<AudioFileTypeID>(file, kAudioFilePropertyFileFormat), type);
+            EXPECT_EQ(packetCount(file), 1001U);
+            EXPECT_EQ(property<std::uint64_t>(file, kAudioFilePropertyAudioDataByteCount),
+                      audio.size());
+            EXPECT_EQ(property<std::uint32_t>(file, kAudioFilePropertyMaximumPacketSize),
+                      format.mBytesPerFrame);
+            EXPECT_DOUBLE_EQ(property<double>(file, kAudioFilePropertyEstimatedDuration),
+                             1001 / 22050.0);
+            EXPECT_EQ(readAll(file), audio);
+            // Backwards, over the end, and at the end.
+            const auto tail = std::span(audio).last(std::size_t{2} * format.mBytesPerFrame);
+            EXPECT_EQ(read(file, 999, 50), Bytes(tail.begin(), tail.end()));
+            const auto middle =
+                std::span(audio).subspan(format.mBytesPerFrame * 7U, format.mBytesPerFrame * 2U);
+            EXPECT_EQ(read(file, 7, 2), Bytes(middle.begin(), middle.end()));
+            EXPECT_TRUE(read(file, 1001, 1).empty());
+            EXPECT_TRUE(read(file, 1LL << 40, 1).empty());
+        }
+    });
+}
+
+TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
+    const Bytes old = testBytes(10);
+    writeFile(path_, old);
+    const auto expectRefused = [&](AudioFileTypeID type,
+                                   const AudioStreamBasicDescription& format) {
+        OpenFile file;
+        EXPECT_EQ(tryCreate(path_, type, format, file), kAudioFileUnsupportedDataFormatError);
+        EXPECT_EQ(readFile(path_), old);
+    };
+    for (const PcmFileCase& fileCase : pcmFileCases()) {
+        for (const Encoding& encoding : allEncodings()) {
+            if (!fileCase.takes(encoding)) {
+                SCOPED_TRACE(fourCharText(fileCase.type) + " " + encoding.name);
+                expectRefused(fileCase.type, encoding.format(44100, 2));
+            }
+        }
+        expectRefused(fileCase.type, sbcFormat(16000, 1, 0x00200B00, 72));
+        expectRefused(fileCase.type, {});
+    }
+    const auto good = pcmFormat(44100, 2);
+    for (const auto& change : std::vector<void (*)(AudioStreamBasicDescription&)>{
+             [](auto& format) { format.mSampleRate = 44100.5; },
+             [](auto& format) { format.mSampleRate = -1; },
+             [](auto& format) { format.mSampleRate = 1e18; },
+             [](auto& format) { format.mSampleRate = std::nan(""); },
+             [](auto& format) { format.mChannelsPerFrame = 0; },
+             [](auto& format) { format.mChannelsPerFrame = 0xFFFFFFFF; },
+             [](auto& format) { format.mBytesPerFrame = 8; },
+             [](auto& format) { format.mBytesPerPacket = 8; },
+             [](auto& format) { format.mFramesPerPacket = 2; },
+             [](auto& format) { format.mBitsPerChannel = 20; },
+             [](auto& format) { format.mFormatID = fourCharCode("aac "); }}) {
+        auto format = good;
+        change(format);
+        expectRefused(kAudioFileWAVEType, format);
+    }
+    OpenFile file;
+    EXPECT_EQ(tryCreate(path_, fourCharCode("m4af"), good, file),
+              kAudioFileUnsupportedFileTypeError);
+    EXPECT_EQ(readFile(path_), old);
+}
+
+TEST_F(PcmFile, leavesSilenceBeforeAPacketBeyondTheEnd) {
+    forEachKind([&](AudioFileTypeID type, const Encoding& encoding) {
+        const auto format = encoding.format(8000, 2);
+        // More than one step of filling, and not a multiple of it.
+        constexpr std::uint32_t kGap = 50001;
+        const Bytes audio = testBytes(std::size_t{10} * format.mBytesPerFrame);
+        {
+            const OpenFile file = create(path_, type, format);
+            EXPECT_EQ(write(file, kGap, audio), noErr);
+        }
+        const OpenFile file = open(path_);
+        EXPECT_EQ(packetCount(file), kGap + 10U);
+        EXPECT_EQ(read(file, kGap, 10), audio);
+        std::byte silence{0};
+        if (encoding.name == "u8") {
+            silence = std::byte{0x80};
+        } else if (encoding.name == "alaw") {
+            silence = std::byte{0xD5};
+        } else if (encoding.name == "ulaw") {
+            silence = std::byte{0xFF};
+        }
+        EXPECT_EQ(read(file, 0, kGap), Bytes(std::size_t{kGap} * format.mBytesPerFrame, silence));
+    });
+}
+
+TEST_F(PcmFile, overwritesWhatIsThereAndGoesOnAtTheEnd) {
+    const auto format = pcmFormat(8000, 1);
+    {
+        const OpenFile file = create(path_, kAudioFileWAVEType, format);
+        EXPECT_EQ(write(file, 0, Bytes(20, std::byte{1})), noErr);
+        EXPECT_EQ(write(file, 8, Bytes(8, std::byte{2})), noErr);
+        EXPECT_EQ(write(file, 1, Bytes(2, std::byte{3})), noErr);
+        EXPECT_EQ(packetCount(file), 12U);
+    }
+    const Bytes all = readAll(open(path_));
+    ASSERT_EQ(all.size(), 24U);
+    EXPECT_EQ(all[1], std::byte{1});
+    EXPECT_EQ(all[2], std::byte{3});
+    EXPECT_EQ(all[15], std::byte{1});
+    EXPECT_EQ(all[23], std::byte{2});
+}
+
+TEST_F(PcmFile, countsPacketsByBytes) {
+    // A decoder's chunk: 2 SBC frames that are 256 PCM packets.
+    const OpenFile file = create(path_, kAudioFileWAVEType, pcmFormat(16000, 1));
+    std::uint32_t packets = 2;
+    const Bytes pcm(512);
+    EXPECT_EQ(AudioFileWritePackets(file.get(), false, 512, nullptr, 0, &packets, pcm.data()),
+              noErr);
+    EXPECT_EQ(packets, 256U);
+    EXPECT_EQ(AudioFileWritePackets(file.get(), false, 3, nullptr, 256, &packets, pcm.data()),
+              kAudioFileParameterError);
+    EXPECT_EQ(packets, 0U);
+    EXPECT_EQ(packetCount(file), 256U);
+}
+
+TEST_F(PcmFile, goesOver4GiBWhereItCanAndSaysSoWhereItCannot) {
+    constexpr std::int64_t kAt5GiB = (std::int64_t{5} << 30U) / 4;
+    const Bytes audio = testBytes(400);
+    for (const PcmFileCase& fileCase : pcmFileCases()) {
+        SCOPED_TRACE(fourCharText(fileCase.type));
+        const bool isBig =
+            fileCase.type == kAudioFileAIFFType || fileCase.type == kAudioFileNextType;
+        const auto format = pcmFormat(48000, 2, 16, isBig ? 6 : 4);
+        const bool isLarge = fileCase.type == kAudioFileRF64Type ||
+                             fileCase.type == kAudioFileWave64Type ||
+                             fileCase.type == kAudioFileCAFType;
+        {
+            // The gap is a hole in the file: it takes no room.
+            const OpenFile file = create(path_, fileCase.type, format);
+            EXPECT_EQ(write(file, 0, audio), noErr);
+            EXPECT_EQ(write(file, kAt5GiB, audio),
+                      isLarge ? noErr : kAudioFileDoesNotAllow64BitDataSizeError);
+            EXPECT_EQ(write(file, INT64_MAX, audio), kAudioFileDoesNotAllow64BitDataSizeError);
+            // Near the limit of 32 bits all is well.
+            if (!isLarge) {
+                EXPECT_EQ(write(file, (std::int64_t{1} << 30U) - 2000, audio), noErr);
+            }
+        }
+        const OpenFile file = open(path_);
+        const std::int64_t last = isLarge ? kAt5GiB : (std::int64_t{1} << 30U) - 2000;
+        EXPECT_EQ(packetCount(file), static_cast<std::uint64_t>(last) + 100);
+        EXPECT_EQ(read(file, last, 100), audio);
+        EXPECT_EQ(read(file, 0, 100), audio);
+    }
+}
+
+TEST_F(PcmFile, staysReadableUpToTheLastSecondWhenItsWriterIsKilled) {
+    constexpr std::uint32_t kRate = 8000;
+    forEachKind([&](AudioFileTypeID type, const Encoding& encoding) {
+        const auto format = encoding.format(kRate, 1);
+        const std::size_t chunkSize = std::size_t{100} * format.mBytesPerFrame;
+        const Bytes audio = testBytes(355 * chunkSize);  // 4.4 seconds
+        const pid_t writer = ::fork();
+        if (writer == 0) {
+            AudioFileID file = nullptr;
+            bool isGood = AudioFileCreateWithURL(path_, type, &format, kAudioFileFlags_EraseFile,
+                                                 &file) == noErr;
+            for (std::size_t i = 0; isGood && i < 355; ++i) {
+                std::uint32_t packets = 100;
+                isGood = AudioFileWritePackets(file, false, static_cast<std::uint32_t>(chunkSize),
+                                               nullptr, static_cast<std::int64_t>(100 * i),
+                                               &packets, &audio[i * chunkSize]) == noErr;
+            }
+            ::_exit(isGood ? 0 : 1);  // no closing, no destructors
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+        ASSERT_EQ(status, 0);
+        const OpenFile file = open(path_);
+        ASSERT_NE(file, nullptr);
+        EXPECT_GE(packetCount(file), 35500U - kRate);
+        EXPECT_LE(packetCount(file), 35500U);
+        const Bytes found = readAll(file);
+        EXPECT_TRUE(std::equal(found.begin(), found.end(), audio.begin()));
+    });
+}
+
+TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
+    const auto format = pcmFormat(44100, 1);
+    const Bytes audio = testBytes(100000);
+    for (const std::size_t size : {1U, 39U, 4000U}) {
+        const Bytes cookie = testBytes(size, 7);
+        {
+            const OpenFile file = create(path_, kAudioFileCAFType, format);
+            EXPECT_EQ(write(file, 0, audio), noErr);
+            std::uint32_t cookieSize = 1;
+            std::uint32_t isWritable = 0;
+            EXPECT_EQ(AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData,
+                                               &cookieSize, &isWritable),
+                      noErr);
+            EXPECT_EQ(cookieSize, 0U);
+            EXPECT_EQ(isWritable, 1U);
+            // The second one replaces the first, and stays when the header is written again.
+            EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
+                      noErr);
+            EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData,
+                                           static_cast<std::uint32_t>(size), cookie.data()),
+                      noErr);
+            EXPECT_EQ(write(file, 50000, audio), noErr);
+        }
+        const OpenFile file = open(path_);
+        Bytes found(size);
+        auto foundSize = static_cast<std::uint32_t>(size);
+        EXPECT_EQ(AudioFileGetProperty(file.get(), kAudioFilePropertyMagicCookieData, &foundSize,
+                                       found.data()),
+                  noErr);
+        EXPECT_EQ(found, cookie);
+        EXPECT_EQ(packetCount(file), 100000U);
+        EXPECT_EQ(read(file, 50000, 50000), audio);
+        EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
+                  kAudioFilePermissionsError);
+    }
+    const OpenFile caf = create(path_, kAudioFileCAFType, format);
+    const Bytes tooLong = testBytes(5000);
+    EXPECT_EQ(
+        AudioFileSetProperty(caf.get(), kAudioFilePropertyMagicCookieData, 5000, tooLong.data()),
+        kAudioFileBadPropertySizeError);
+    const OpenFile wave = create(folder_ / "wave", kAudioFileWAVEType, format);
+    EXPECT_EQ(AudioFileSetProperty(wave.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
+              kAudioFileUnsupportedPropertyError);
+}
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
+#include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
+#include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
+#include "ZAVAudioStreaming/core/AudioFileError.hpp"
+#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "ZAVAudioStreaming/sinks/FileSink.hpp"
+#include "ZAVAudioStreaming/sources/FileSource.hpp"
+#include "tests/support/AudioFileAccess.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/RecordingSink.hpp"
+#include "tests/support/SbcLoop.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+#include "tests/support/TestAudio.hpp"
+
+namespace zav::test {
+namespace {
+
+using Configuration = SBCCoding::SBCConfiguration;
+
+Bytes framesWithBitpool(std::uint8_t bitpool, std::size_t frameCount) {
+    Configuration configuration;
+    configuration.bitpool = bitpool;
+    return SbcLoop(configuration).encode(testPcm(128 * frameCount));
+}
+
+class SbcFile : public testing::Test {
+ protected:
+    const TemporaryFolder folder_;
+    const std::filesystem::path path_ = folder_ / "file";
+};
+
+TEST_F(SbcFile, isDescribedByItsFirstFrame) {
+    writeFile(path_, framesWithBitpool(32, 1000));
+    const OpenFile file = open(path_);
+    EXPECT_EQ(property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat),
+              sbcFormat(16000, 1, 0x00200B00, 72));
+    EXPECT_EQ(property<AudioFileTypeID>(file, kAudioFilePropertyFileFormat), kAudioFileSBCType);
+    EXPECT_EQ(packetCount(file), 1000U);
+    EXPECT_EQ(property<double>(file, kAudioFilePropertyEstimatedDuration), 8.0);
+    std::uint32_t size = 0;
+    EXPECT_EQ(
+        AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData, &size, nullptr),
+        kAudioFileUnsupportedPropertyError);
+}
+
+TEST_F(SbcFile, readsFramesOfDifferentLengths) {
+    Bytes all = framesWithBitpool(32, 900);           // 72 bytes each, over more than one window
+    const Bytes longer = framesWithBitpool(64, 500);  // 136
+    const Bytes shorter = framesWithBitpool(8, 2);    // 24
+    all.insert(all.end(), longer.begin(), longer.end());
+    all.insert(all.end(), shorter.begin(), shorter.end());
+    writeFile(path_, all);
+
+    const OpenFile file = open(path_);
+    EXPECT_EQ(packetCount(file), 1402U);
+    EXPECT_EQ(property<std::uint32_t>(file, kAudioFilePropertyMaximumPacketSize), 136U);
+    EXPECT_EQ(readAll(file), all);
+    EXPECT_EQ(read(file, 900, 500), longer);
+
+    std::vector<AudioStreamPacketDescription> places(4);
+    std::uint32_t byteCount = 136 + 2 * 24;
+    std::uint32_t count = 4;
+    Bytes buffer(byteCount);
+    EXPECT_EQ(AudioFileReadPacketData(file.get(), false, &byteCount, places.data(), 1399, &count,
+                                      buffer.data()),
+              noErr);
+    EXPECT_EQ(count, 3U);
+    EXPECT_EQ(byteCount, 184U);
+    EXPECT_EQ(places[1], (AudioStreamPacketDescription{136, 0, 24}));
+    EXPECT_EQ(places[2], (AudioStreamPacketDescription{160, 0, 24}));
+    // Room for part of a packet is no room.
+    byteCount = 135;
+    count = 4;
+    EXPECT_EQ(AudioFileReadPacketData(file.get(), false, &byteCount, nullptr, 1399, &count,
+                                      buffer.data()),
+              noErr);
+    EXPECT_EQ(count, 0U);
+}
+
+TEST_F(SbcFile, endsAtAFrameThatIsCutShort) {
+    Bytes frames = framesWithBitpool(32, 10);
+    for (const std::size_t cut : {1U, 2U, 3U, 69U, 70U, 71U}) {
+        writeFile(path_, std::span(frames).first(9 * 72 + cut));
+        const OpenFile file = open(path_);
+        EXPECT_EQ(packetCount(file), 9U) << cut;
+        EXPECT_TRUE(read(file, 9, 1).empty());
+    }
+    OpenFile file;
+    writeFile(path_, std::span(frames).first(71));
+    EXPECT_EQ(tryOpen(path_, file), kAudioFileUnsupportedFileTypeError);
+}
+
+TEST_F(SbcFile, deliversWhatStandsBeforeDamageAndThenSaysSo) {
+    Bytes frames = framesWithBitpool(32, 10);
+    frames[4 * 72] = std::byte{0};
+    writeFile(path_, frames);
+    const OpenFile file = open(path_);
+    EXPECT_EQ(packetCount(file), 4U);
+    EXPECT_EQ(read(file, 0, 10).size(), 4U * 72);
+    OSStatus status = noErr;
+    read(file, 4, 1, &status);
+    EXPECT_EQ(status, kAudioFileInvalidFileError);
+}
+
+TEST_F(SbcFile, isWrittenFrameByFrameWithoutGaps) {
+    const Bytes frames = framesWithBitpool(32, 10);
+    const Bytes longer = framesWithBitpool(64, 2);
+    {
+        const OpenFile file = create(path_, kAudioFileSBCType, sbcFormat(16000, 1, 0x200B00, 72));
+        EXPECT_EQ(write(file, 1, frames, 10), kAudioFileInvalidPacketOffsetError);
+        EXPECT_EQ(write(file, 0, frames, 10), noErr);
+        EXPECT_EQ(write(file, 0, frames, 10), kAudioFileInvalidPacketOffsetError);
+        EXPECT_EQ(write(file, 10, longer, 2), noErr);
+        EXPECT_EQ(write(file, 12, std::span(frames).first(100), 1), kAudioFileParameterError);
+        EXPECT_EQ(packetCount(file), 12U);
+        EXPECT_EQ(property<std::uint32_t>(file, kAudioFilePropertyMaximumPacketSize), 136U);
+    }
+    Bytes all = frames;
+    all.insert(all.end(), longer.begin(), longer.end());
+    EXPECT_EQ(readFile(path_), all);
+    OpenFile file;
+    EXPECT_EQ(tryCreate(path_, kAudioFileSBCType, pcmFormat(16000, 1), file),
+              kAudioFileUnsupportedDataFormatError);
+}
+
+TEST_F(SbcFile, goesThroughTheNodesAndBack) {
+    const Bytes pcm = testPcm(128 * 50);
+    const auto microphone = makeNode<PeripheralSource>();
+    microphone->setOutDataFormat(pcmFormat(16000, 1));
+    const auto encoder = makeNode<SBCEncoder>(microphone, std::make_shared<Configuration>());
+    const auto fileSink = makeNode<FileSink>(encoder, path_, kAudioFileSBCType);
+    microphone->downstreams().onAudioStreamFlowStart();
+    microphone->downstreams().receiveAudio(pcm.data(), pcm.size(), 128 * 50, nullptr);
+    EXPECT_DOUBLE_EQ(fileSink->estimatedDuration(), 0.4);
+    microphone->downstreams().onAudioStreamFlowEnd();
+
+    const auto source = makeNode<FileSource>(path_);
+    EXPECT_EQ(source->outDataFormat(), encoder->outDataFormat());
+    const auto decoder = makeNode<SBCDecoder>(source);
+    const auto wave = makeNode<FileSink>(decoder, folder_ / "wave", kAudioFileWAVEType);
+    while (source->readPackets(7) > 0) {
+    }
+    EXPECT_EQ(source->progress(), 1.0F);
+    EXPECT_EQ(readAll(open(folder_ / "wave")),
+              SbcLoop(Configuration()).decode(framesWithBitpool(32, 50)));
+}
+
+TEST_F(SbcFile, twoFlowsIntoOnePcmFileLeaveSilenceBeforeTheSecond) {
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(pcmFormat(8000, 1));
+    makeNode<FileSink>(source, path_, kAudioFileWAVEType);
+    for (const char letter : {'a', 'b'}) {
+        const Bytes chunk(20, std::byte(letter));
+        source->downstreams().onAudioStreamFlowStart();
+        source->downstreams().receiveAudio(chunk.data(), chunk.size(), 10, nullptr);
+        source->downstreams().onAudioStreamFlowEnd();
+    }
+    Bytes expected(20);
+    expected.resize(40, std::byte{'b'});
+    EXPECT_EQ(readAll(open(path_)), expected);
+}
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <type_traits>
+#include <vector>
+
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
+
+/// Short ways to the file service for its tests.
+namespace zav::test {
+
+struct CloseAudioFile {
+    void operator()(AudioFileID file) const { AudioFileClose(file); }
+};
+using OpenFile = std::unique_ptr<std::remove_pointer_t<AudioFileID>, CloseAudioFile>;
+
+inline OSStatus tryOpen(const std::filesystem::path& path, OpenFile& file) {
+    AudioFileID id = nullptr;
+    const OSStatus status = AudioFileOpenURL(path, kAudioFileReadPermission, 0, &id);
+    file.reset(id);
+    return status;
+}
+
+inline OpenFile open(const std::filesystem::path& path) {
+    OpenFile file;
+    EXPECT_EQ(statusText(tryOpen(path, file)), "0") << path;
+    return file;
+}
+
+inline OSStatus tryCreate(const std::filesystem::path& path, AudioFileTypeID type,
+                          const AudioStreamBasicDescription& format, OpenFile& file) {
+    AudioFileID id = nullptr;
+    const OSStatus status =
+        AudioFileCreateWithURL(path, type, &format, kAudioFileFlags_EraseFile, &id);
+    file.reset(id);
+    return status;
+}
+
+inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
+                       const AudioStreamBasicDescription& format) {
+    OpenFile file;
+    EXPECT_EQ(statusText(tryCreate(path, type, format, file)), "0") << path;
+    return file;
+}
+
+template <class Value>
+Value property(const OpenFile& file, AudioFilePropertyID id) {
+    Value value{};
+    std::uint32_t size = sizeof(value);
+    EXPECT_EQ(AudioFileGetProperty(file.get(), id, &size, &value), noErr) << fourCharText(id);
+    return value;
+}
+
+inline std::uint64_t packetCount(const OpenFile& file) {
+    return property<std::uint64_t>(file, kAudioFilePropertyAudioDataPacketCount);
+}
+
+inline OSStatus write(const OpenFile& file, std::int64_t index, std::span<const std::byte> bytes,
+                      std::uint32_t packets = 0) {
+    return AudioFileWritePackets(file.get(), false, static_cast<std::uint32_t>(bytes.size()),
+                                 nullptr, index, &packets, bytes.data());
+}
+
+/// Reads up to `packets` packets; `status` tells how it went.
+inline std::vector<std::byte> read(const OpenFile& file, std::int64_t index, std::uint32_t packets,
+                                   OSStatus* status = nullptr) {
+    const auto bound = property<std::uint32_t>(file, kAudioFilePropertyPacketSizeUpperBound);
+    auto byteCount = static_cast<std::uint32_t>(std::uint64_t{packets} * bound);
+    std::vector<std::byte> bytes(byteCount);
+    const OSStatus result = AudioFileReadPacketData(file.get(), false, &byteCount, nullptr, index,
+                                                    &packets, bytes.data());
+    if (status != nullptr) {
+        *status = result;
+    } else {
+        EXPECT_EQ(result, noErr);
+    }
+    bytes.resize(result == noErr ? byteCount : 0);
+    return bytes;
+}
+
+inline std::vector<std::byte> readAll(const OpenFile& file) {
+    return read(file, 0, static_cast<std::uint32_t>(packetCount(file)));
+}
+
+}  // namespace zav::test
