@@ -16,27 +16,47 @@ namespace {
 /// How chunks stand in a file: an id whose first four bytes count, a size, the content, padding.
 struct ChunkGrammar {
     AudioFileTypeID fileType;
-    std::uint32_t firstChunk;   ///< offset in the file
-    std::uint32_t idSize;       ///< bytes; 16 where ids are GUIDs
-    std::uint32_t sizeSize;     ///< bytes of the size field
-    bool isBigEndian;           ///< the size field
-    bool sizeCountsHeader;      ///< id and size field count into the size
-    std::uint32_t alignment;    ///< chunks start at multiples of this
-    std::string_view formatId;  ///< the chunk that describes the audio
-    std::uint32_t smallestFormat;
-    std::uint32_t largestFormat;
-    std::string_view dataId;                   ///< the chunk that holds it
+    std::uint32_t firstChunk;            ///< offset in the file
+    std::uint32_t idSize = 4;            ///< bytes; 16 where ids are GUIDs
+    std::uint32_t sizeSize = 4;          ///< bytes of the size field
+    bool isBigEndian = false;            ///< the size field
+    bool sizeCountsHeader = false;       ///< id and size field count into the size
+    std::uint32_t alignment = 2;         ///< chunks start at multiples of this
+    std::string_view formatId = "fmt ";  ///< the chunk that describes the audio
+    std::uint32_t smallestFormat = 16;
+    std::uint32_t largestFormat = 1024;
+    std::string_view dataId = "data";          ///< the chunk that holds it
+    std::uint32_t bytesBeforeAudio = 0;        ///< in that chunk
     std::array<std::string_view, 2> otherIds;  ///< chunks that libsndfile needs besides
 };
 
 constexpr ChunkGrammar kWave{
-    kAudioFileWAVEType, 12, 4, 4, false, false, 2, "fmt ", 16, 1024, "data", {"fact", "ds64"}};
-constexpr ChunkGrammar kWave64{
-    kAudioFileWave64Type, 40, 16, 8, false, true, 8, "fmt ", 16, 1024, "data", {"fact", ""}};
-constexpr ChunkGrammar kAiff{kAudioFileAIFFType, 12, 4, 4, true, false, 2, "COMM", 18, 1024, "SSND",
-                             {"FVER", ""}};
-constexpr ChunkGrammar kCaf{kAudioFileCAFType, 8, 4, 8, true, false, 1, "desc", 32, 32, "data",
-                            {"free", ""}};
+    .fileType = kAudioFileWAVEType, .firstChunk = 12, .otherIds = {"fact", "ds64"}};
+constexpr ChunkGrammar kWave64{.fileType = kAudioFileWave64Type,
+                               .firstChunk = 40,
+                               .idSize = 16,
+                               .sizeSize = 8,
+                               .sizeCountsHeader = true,
+                               .alignment = 8,
+                               .otherIds = {"fact", ""}};
+constexpr ChunkGrammar kAiff{.fileType = kAudioFileAIFFType,
+                             .firstChunk = 12,
+                             .isBigEndian = true,
+                             .formatId = "COMM",
+                             .smallestFormat = 18,
+                             .dataId = "SSND",
+                             .bytesBeforeAudio = 8,
+                             .otherIds = {"FVER", ""}};
+constexpr ChunkGrammar kCaf{.fileType = kAudioFileCAFType,
+                            .firstChunk = 8,
+                            .sizeSize = 8,
+                            .isBigEndian = true,
+                            .alignment = 1,
+                            .formatId = "desc",
+                            .smallestFormat = 32,
+                            .largestFormat = 32,
+                            .bytesBeforeAudio = 4,
+                            .otherIds = {"free", ""}};
 
 constexpr std::string_view kCafCookieId = "kuki";
 constexpr std::size_t kIdentifyingBytes = 40;
@@ -104,6 +124,29 @@ PcmFileStructure examineAu(std::string_view start, std::uint64_t fileSize) {
     return structure;
 }
 
+/// Every type takes a chunk with this id for filler.
+void hideChunk(std::uint64_t idOffset, PcmFileStructure& structure) {
+    constexpr std::string_view kFiller = "JUNK";
+    for (std::size_t i = 0; i < kFiller.size(); ++i) {
+        structure.edits.push_back({idOffset + i, static_cast<std::byte>(kFiller[i])});
+    }
+}
+
+/// In W64, libsndfile takes the extensible form of a format for integers, whatever it is. The real
+/// encoding stands further on in it (WAVEFORMATEXTENSIBLE's SubFormat).
+void nameRealEncoding(const FileHandle& file, std::uint64_t format, std::uint64_t formatSize,
+                      PcmFileStructure& structure) {
+    constexpr std::array kExtensible = {std::byte{0xFE}, std::byte{0xFF}};
+    constexpr std::uint64_t kSubFormat = 24;
+    std::array<std::byte, 2> encoding{};
+    file.readAt(format, encoding.data(), encoding.size());
+    if (encoding == kExtensible && formatSize >= kSubFormat + encoding.size()) {
+        file.readAt(format + kSubFormat, encoding.data(), encoding.size());
+        structure.edits.push_back({format, encoding[0]});
+        structure.edits.push_back({format + 1, encoding[1]});
+    }
+}
+
 PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
                                const ChunkGrammar& grammar) {
     PcmFileStructure structure;
@@ -139,6 +182,9 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
                 refuseFile();
             }
             hasFormat = true;
+            if (grammar.fileType == kAudioFileWave64Type) {
+                nameRealEncoding(file, content, size, structure);
+            }
         } else if (id == grammar.dataId) {
             if (hasData) {
                 refuseFile();
@@ -149,15 +195,18 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
                 // keeps the size elsewhere.
                 break;
             }
+            if (isWhole && size >= grammar.bytesBeforeAudio) {
+                structure.audioSize = size - grammar.bytesBeforeAudio;
+            }
         } else if (grammar.fileType == kAudioFileCAFType && id == kCafCookieId && isWhole &&
                    structure.cookieSize == 0) {
             structure.cookieOffset = content;
             structure.cookieSize =
                 static_cast<std::uint32_t>(std::min<std::uint64_t>(size, UINT32_MAX));
-            structure.ignoredChunks.push_back(offset);
+            hideChunk(offset, structure);
         } else if (std::find(grammar.otherIds.begin(), grammar.otherIds.end(), id) ==
                    grammar.otherIds.end()) {
-            structure.ignoredChunks.push_back(offset);
+            hideChunk(offset, structure);
         }
         if (!isWhole) {
             // Truncated, or data of unknown length: nothing can follow.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -9,13 +10,22 @@
 
 namespace zav {
 
+/// A byte of the file that libsndfile's parser is to see in place of the real one.
+struct ByteEdit {
+    std::uint64_t offset;
+    std::byte value;
+};
+
 /// What a look at a file's chunks tells before libsndfile sees it.
 struct PcmFileStructure {
     AudioFileTypeID fileType = 0;
+    /// Bytes of audio by the data chunk's own word, when it has one and the file holds as much.
+    std::optional<std::uint64_t> audioSize;
     std::uint64_t cookieOffset = 0;
     std::uint32_t cookieSize = 0;
-    /// Offsets of the four-byte ids of chunks that matter to nobody here (texts, cue points, ...).
-    std::vector<std::uint64_t> ignoredChunks;
+    /// Chunks that matter to nobody here (texts, cue points, ...) become filler, and a format chunk
+    /// that libsndfile misreads becomes one that it knows.
+    std::vector<ByteEdit> edits;
 };
 
 /// Examines the beginning and the chunks of a file of one of libsndfile's types. Empty when it is

@@ -10,17 +10,19 @@
 namespace zav {
 namespace {
 
-// Left out on purpose: big-endian WAVE ('RIFX') and little-endian AU, which common readers take for
-// the usual byte order, and little-endian floats in AIFC, for which it has no code.
+// Left out on purpose: what common readers take for something else or cannot read, that is
+// big-endian WAVE ('RIFX'), little-endian AU, little-endian integers of more than 16 bits in AIFC
+// (libsndfile's codes '42n1' and '23ni'); and little-endian floats in AIFC, which have no code.
 constexpr std::array<PcmFileType, 7> kPcmFileTypes = {{
-    // type, libsndfile's major format, LE int, BE int, LE float, BE float, laws, 64 bit, U8, cookie
-    {kAudioFileWAVEType, SF_FORMAT_WAV, true, false, true, false, true, false, true, false},
-    {kAudioFileRF64Type, SF_FORMAT_RF64, true, false, true, false, true, true, true, false},
-    {kAudioFileWave64Type, SF_FORMAT_W64, true, false, true, false, true, true, true, false},
-    {kAudioFileAIFFType, SF_FORMAT_AIFF, false, true, false, false, false, false, false, false},
-    {kAudioFileAIFCType, SF_FORMAT_AIFF, true, true, false, true, true, false, true, false},
-    {kAudioFileCAFType, SF_FORMAT_CAF, true, true, true, true, true, true, false, true},
-    {kAudioFileNextType, SF_FORMAT_AU, false, true, false, true, true, false, false, false},
+    // type, libsndfile's format, LE integer bits, BE integers, LE floats, BE floats, laws,
+    // 64-bit sizes, unsigned bytes, cookie
+    {kAudioFileWAVEType, SF_FORMAT_WAV, 32, false, true, false, true, false, true, false},
+    {kAudioFileRF64Type, SF_FORMAT_RF64, 32, false, true, false, true, true, true, false},
+    {kAudioFileWave64Type, SF_FORMAT_W64, 32, false, true, false, true, true, true, false},
+    {kAudioFileAIFFType, SF_FORMAT_AIFF, 0, true, false, false, false, false, false, false},
+    {kAudioFileAIFCType, SF_FORMAT_AIFF, 16, true, false, true, true, false, true, false},
+    {kAudioFileCAFType, SF_FORMAT_CAF, 32, true, true, true, true, true, false, true},
+    {kAudioFileNextType, SF_FORMAT_AU, 0, true, false, true, true, false, false, false},
 }};
 
 [[noreturn]] void refuseFormat() {
@@ -36,7 +38,9 @@ int integerSubtype(const PcmFileType& type, const AudioStreamBasicDescription& f
         }
         return isSigned ? SF_FORMAT_PCM_S8 : SF_FORMAT_PCM_U8;
     }
-    if (!isSigned || !(isBigEndian ? type.hasBigEndianIntegers : type.hasLittleEndianIntegers)) {
+    const bool hasOrder = isBigEndian ? type.hasBigEndianIntegers
+                                      : format.mBitsPerChannel <= type.mostLittleEndianBits;
+    if (!isSigned || !hasOrder) {
         refuseFormat();
     }
     switch (format.mBitsPerChannel) {
@@ -82,7 +86,7 @@ int subtypeFor(const PcmFileType& type, const AudioStreamBasicDescription& forma
 // without one AIFF; what only AIFC can hold becomes AIFC by itself and must not have one. CAF needs
 // one for everything.
 int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format, int subtype) {
-    const bool hasBothOrders = type.hasLittleEndianIntegers && type.hasBigEndianIntegers;
+    const bool hasBothOrders = type.mostLittleEndianBits > 0 && type.hasBigEndianIntegers;
     const bool isWideInteger =
         subtype == SF_FORMAT_PCM_16 || subtype == SF_FORMAT_PCM_24 || subtype == SF_FORMAT_PCM_32;
     if (!hasBothOrders || (type.majorFormat == SF_FORMAT_AIFF && !isWideInteger)) {

@@ -14,8 +14,8 @@ namespace zav {
 
 struct PcmFileType {
     AudioFileTypeID fileType;
-    int majorFormat;  ///< SF_FORMAT_WAV and its like
-    bool hasLittleEndianIntegers;
+    int majorFormat;                     ///< SF_FORMAT_WAV and its like
+    std::uint32_t mostLittleEndianBits;  ///< of integers; 0: none
     bool hasBigEndianIntegers;
     bool hasLittleEndianFloats;
     bool hasBigEndianFloats;

@@ -11,15 +11,16 @@ SndfileReader::OpenFile SndfileReader::open(FileHandle file, const PcmFileStruct
     const std::uint64_t fileSize = file.size();
     SF_INFO info{};
     OpenFile opened;
-    opened.stream = std::make_unique<SndfileStream>(std::move(file), structure.ignoredChunks, info);
+    opened.stream = std::make_unique<SndfileStream>(std::move(file), structure.edits, info);
     opened.dataFormat = dataFormatOf(info, opened.stream->isBigEndian());
     opened.frameCount = static_cast<std::uint64_t>(std::max<sf_count_t>(info.frames, 0));
     const std::uint64_t frameSize = opened.dataFormat.mBytesPerFrame;
     if (info.samplerate < 1 || frameSize == 0) {
         throw AudioFileFailure(kAudioFileInvalidFileError);
     }
-    // A header can promise more than the file holds.
-    opened.frameCount = std::min(opened.frameCount, fileSize / frameSize);
+    // A header can promise more than the file holds, and libsndfile counts W64's padding as audio.
+    opened.frameCount =
+        std::min(opened.frameCount, structure.audioSize.value_or(fileSize) / frameSize);
     return opened;
 }
 

@@ -65,13 +65,12 @@ struct SndfileCallbacks {
     }
 };
 
-SndfileStream::SndfileStream(FileHandle file, std::vector<std::uint64_t> ignoredChunks,
-                             SF_INFO& info)
-    : file_(std::move(file)), ignoredChunks_(std::move(ignoredChunks)) {
+SndfileStream::SndfileStream(FileHandle file, std::vector<ByteEdit> edits, SF_INFO& info)
+    : file_(std::move(file)), edits_(std::move(edits)) {
     open(SFM_READ, info);
     // From here on every byte counts as it is: after an unfinished file's header, audio can look
     // like chunks.
-    ignoredChunks_.clear();
+    edits_.clear();
 }
 
 SndfileStream::SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info)
@@ -134,16 +133,9 @@ void SndfileStream::close() {
 
 std::size_t SndfileStream::readAtPosition(std::byte* buffer, std::size_t size) {
     const std::size_t done = file_.readAt(position_, buffer, size);
-    if (!ignoredChunks_.empty()) {
-        // Every type takes a chunk with this id for filler.
-        constexpr std::string_view kFiller = "JUNK";
-        const std::uint64_t end = position_ + done;
-        for (const std::uint64_t idOffset : ignoredChunks_) {
-            for (std::size_t i = 0; i < kFiller.size(); ++i) {
-                if (idOffset + i >= position_ && idOffset + i < end) {
-                    buffer[idOffset + i - position_] = static_cast<std::byte>(kFiller[i]);
-                }
-            }
+    for (const ByteEdit& edit : edits_) {
+        if (edit.offset >= position_ && edit.offset < position_ + done) {
+            buffer[edit.offset - position_] = edit.value;
         }
     }
     position_ += done;

@@ -10,19 +10,20 @@
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
+#include "ZAVAudioStreaming/platform/linux/PcmFileStructure.hpp"
 
 namespace zav {
 
 /// A libsndfile handle over a `FileHandle`. libsndfile reads and writes through callbacks of ours,
-/// so that a failed system call keeps its reason, ignored chunks can be hidden from its parser, and
-/// the headers that it writes can be mended.
+/// so that a failed system call keeps its reason, and headers can be mended on their way, those
+/// that it parses as well as those that it writes.
 class SndfileStream {
  public:
     using HeaderEditor = std::function<void(std::span<std::byte>)>;
 
-    /// Opens for reading, `info` is filled. `ignoredChunks` are offsets of chunk ids that
-    /// libsndfile is to see as filler. Throws 'dta?' when it cannot make sense of the file.
-    SndfileStream(FileHandle file, std::vector<std::uint64_t> ignoredChunks, SF_INFO& info);
+    /// Opens for reading, `info` is filled. `edits` hold while libsndfile parses the header.
+    /// Throws 'dta?' when it cannot make sense of the file.
+    SndfileStream(FileHandle file, std::vector<ByteEdit> edits, SF_INFO& info);
     /// Opens an empty file for writing as `info` says. `editHeader` may change every header in
     /// place before it goes into the file; it can be empty.
     SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info);
@@ -57,7 +58,7 @@ class SndfileStream {
     void writeAtPosition(const std::byte* bytes, std::size_t size);
 
     FileHandle file_;
-    std::vector<std::uint64_t> ignoredChunks_;
+    std::vector<ByteEdit> edits_;
     HeaderEditor editHeader_;
     std::uint64_t position_ = 0;
     std::exception_ptr fileError_;

@@ -1,0 +1,162 @@
+#!/usr/bin/env bash
+# What zav says and leaves behind when something is wrong.
+source "$(dirname "$0")/../support/shell.sh"
+
+cp "$SPEECH" speech.wav
+"$ZAV" encode speech.wav speech.sbc
+nothing_new() { # LEFT_BEFORE: no file has appeared since
+    [ "$(ls -A)" = "$1" ] || fail "left behind: $(ls -A)"
+}
+
+# Input that does not suit.
+sox -D speech.wav -r 22050 rate.wav trim 0 0.1
+sox -D speech.wav -b 24 deep.wav trim 0 0.1
+sox -D -M speech.wav speech.wav speech.wav three.wav trim 0 0.1
+sox -D speech.wav short.wav trim 0 100s
+sox -D -M speech.wav speech.wav two.wav trim 0 0.1
+"$ZAV" encode --mode joint two.wav joint.sbc
+head -c 20000 /dev/zero >zeros.wav
+head -c 30 speech.wav >cut.wav
+mkdir folder
+touch stdout.txt stderr.txt
+before=$(ls -A)
+refused 1 "zav: rate.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert: sox rate.wav -r 16000 converted.wav)" \
+    "$ZAV" encode rate.wav out.sbc
+refused 1 "zav: deep.wav: 24-bit signed integer PCM, little-endian, mono, 16000 Hz; 16-bit PCM (to convert: sox deep.wav -e signed-integer -b 16 converted.wav)" \
+    "$ZAV" encode deep.wav out.sbc
+refused 1 "zav: three.wav: 3 channels; mono or stereo (to convert: sox three.wav converted.wav remix 1,2)" \
+    "$ZAV" encode three.wav out.sbc
+refused 1 "zav: short.wav: 100 sample frames; at least the 128 of one SBC frame" \
+    "$ZAV" encode short.wav out.sbc
+refused 1 "zav: speech.wav: mono audio for --mode joint; --mode mono" \
+    "$ZAV" encode --mode joint speech.wav out.sbc
+refused 1 "zav: two.wav: stereo audio for --mode mono; --mode dual, stereo or joint" \
+    "$ZAV" encode two.wav out.sbc --mode mono
+refused 1 "zav: speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; raw SBC frames" \
+    "$ZAV" decode speech.wav out.wav
+refused 1 "zav: joint.sbc: joint frames of 77 bytes; mono, or stereo frames of 76 bytes (--mode stereo)" \
+    "$ZAV" decode joint.sbc out.wav
+refused 1 "zav: missing.wav: no such file; the name of an audio file" "$ZAV" info missing.wav
+refused 1 "zav: folder: a folder; the name of an audio file" "$ZAV" info folder
+refused 1 "zav: cut.wav: damaged; a file that is whole" "$ZAV" copy cut.wav out.wav
+refused 1 "zav: zeros.wav: not an audio file of a known type; WAVE, RF64, W64, AIFF, AIFC, CAF, AU or raw SBC" \
+    "$ZAV" encode zeros.wav out.sbc
+nothing_new "$before"
+
+# Damage in the middle: the output does not appear.
+cp speech.sbc damaged.sbc
+printf '\0' | dd of=damaged.sbc bs=1 seek=7200 conv=notrunc status=none
+refused 1 "zav: damaged.sbc: damaged; a file that is whole" "$ZAV" decode damaged.sbc out.wav
+cp speech.sbc checksum.sbc
+printf '\0' | dd of=checksum.sbc bs=1 seek=7203 conv=notrunc status=none
+refused 1 "zav: checksum.sbc: a damaged SBC frame; whole frames as an SBC encoder writes them" \
+    "$ZAV" decode checksum.sbc out.wav
+cat speech.sbc joint.sbc >mixed.sbc
+refused 1 "zav: mixed.sbc: frames of 72 to 77 bytes; frames of one length" \
+    "$ZAV" decode mixed.sbc out.wav
+
+# Output that cannot be.
+cp speech.wav kept.wav
+refused 1 "zav: ./kept.wav: is the input itself; another name for the output" \
+    "$ZAV" copy kept.wav ./kept.wav
+ln -s kept.wav link.wav
+refused 1 "zav: link.wav: is the input itself; another name for the output" \
+    "$ZAV" copy kept.wav link.wav
+same kept.wav speech.wav "the input that was also the output"
+refused 1 "zav: folder/sub/out.sbc: cannot be created: No such file or directory; a folder that exists and that you may write to" \
+    "$ZAV" encode speech.wav folder/sub/out.sbc
+mkdir folder.sbc
+refused 1 "zav: folder.sbc: is a folder; the name of a file" "$ZAV" encode speech.wav folder.sbc
+mkfifo pipe.sbc
+refused 1 "zav: pipe.sbc: is not a regular file; the name of one, or of a new file" \
+    "$ZAV" encode speech.wav pipe.sbc
+
+# As somebody who may not write there.
+mkdir private
+cp speech.sbc private/old.sbc
+chmod 644 private/old.sbc
+chmod 755 private .
+unprivileged=()
+if [ "$(id -u)" = 0 ]; then
+    unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+else
+    chmod 555 private
+    chmod 444 private/old.sbc
+fi
+refused 1 "zav: private/new.sbc: cannot be created: Permission denied; a folder that exists and that you may write to" \
+    "${unprivileged[@]}" "$ZAV" encode speech.wav private/new.sbc
+refused 1 "zav: private/old.sbc: cannot be replaced: Permission denied; a file that you may write to" \
+    "${unprivileged[@]}" "$ZAV" encode speech.wav private/old.sbc
+same private/old.sbc speech.sbc "the file that could not be replaced"
+chmod 755 private
+
+# A disk that is full, or a limit on the size of files: 64 blocks of 1024 bytes.
+cp speech.sbc out.sbc
+touch stdout.txt stderr.txt
+before=$(ls -A)
+(
+    ulimit -f 64
+    refused 1 "zav: out.sbc: the disk is full or the file too large for it; a disk with more room" \
+        "$ZAV" encode --bitpool 64 speech.wav out.sbc
+    refused 1 "zav: big.wav: the disk is full or the file too large for it; a disk with more room" \
+        "$ZAV" decode speech.sbc big.wav
+)
+same out.sbc speech.sbc "the file that was there before"
+nothing_new "$before"
+
+# Interrupted: nothing half-written, and the shell sees the signal. The input is a file that never
+# comes to its end in time: 4 GiB of holes.
+truncate -s 3G endless.raw
+head -c 44 speech.wav >endless.wav
+printf '\377\377\377\177' | dd of=endless.wav bs=1 seek=40 conv=notrunc status=none
+truncate -s 2G endless.wav
+rm endless.raw
+before=$(ls -A)
+"$ZAV" encode --bitpool 2 endless.wav interrupted.sbc &
+encoder=$!
+for _ in $(seq 1000); do # until it is at work
+    if compgen -G '.zav-*' >/dev/null; then break; fi
+    sleep 0.01
+done
+kill -TERM $encoder
+code=0
+wait $encoder || code=$?
+[ $code = 143 ] || fail "interrupted: exit $code"
+nothing_new "$before"
+checks=$((checks + 1))
+
+# An existing file is replaced with its permissions, a link by what it points to.
+chmod 640 out.sbc
+ln -s out.sbc link.sbc
+"$ZAV" encode --bitpool 20 speech.wav link.sbc
+[ "$(stat -c %a out.sbc)" = 640 ] || fail "permissions became $(stat -c %a out.sbc)"
+[ -L link.sbc ] || fail "the link is gone"
+cmp -s out.sbc speech.sbc && fail "the link's target was not replaced"
+(
+    umask 027
+    "$ZAV" encode speech.wav fresh.sbc
+)
+[ "$(stat -c %a fresh.sbc)" = 640 ] || fail "a new file got permissions $(stat -c %a fresh.sbc)"
+
+# Wrong usage.
+refused 2 "zav: no verb; encode, decode, copy or info, see 'zav --help'" "$ZAV"
+refused 2 "zav: --bitpool 200; 2 to 128 for mono with 8 subbands" \
+    "$ZAV" encode --bitpool 200 speech.wav out.sbc
+refused 2 "zav: --bitpool 65; 2 to 64 for mono with 4 subbands" \
+    "$ZAV" encode --bitpool 65 --subbands 4 speech.wav out.sbc
+refused 2 "zav: out.wav: not a name for SBC frames; NAME.sbc" "$ZAV" encode speech.wav out.wav
+refused 2 "zav: out.mp3: not a name for PCM audio; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf or .au" \
+    "$ZAV" decode speech.sbc out.mp3
+refused 2 "zav: out: a name of unknown type; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf, .au or .sbc" \
+    "$ZAV" copy speech.wav out
+for arguments in "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
+    "encode --mode surround speech.wav out.sbc" "info --xml speech.wav" "info a b"; do
+    code=0
+    # shellcheck disable=SC2086
+    "$ZAV" $arguments >stdout.txt 2>stderr.txt || code=$?
+    [ $code = 2 ] || fail "zav $arguments: exit $code"
+    [ "$(wc -l <stderr.txt)" = 1 ] || fail "zav $arguments: $(cat stderr.txt)"
+    grep -q "^zav: .*; see 'zav --help'$" stderr.txt || fail "zav $arguments: $(cat stderr.txt)"
+    checks=$((checks + 1))
+done
+done_with "errors"

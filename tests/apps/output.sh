@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# What zav prints when all is well.
+source "$(dirname "$0")/../support/shell.sh"
+
+cp "$SPEECH" speech.wav
+# Silent without a terminal, wherever the option stands.
+for arguments in "encode speech.wav speech.sbc" "-q encode speech.wav speech.sbc" \
+    "encode speech.wav speech.sbc --quiet" "decode speech.sbc back.wav" "copy back.wav back.caf"; do
+    # shellcheck disable=SC2086
+    output=$("$ZAV" $arguments 2>&1)
+    [ -z "$output" ] || fail "zav $arguments: $output"
+    checks=$((checks + 1))
+done
+
+output=$("$ZAV" encode --verbose speech.wav speech.sbc 2>&1 >/dev/null)
+[ "$output" = "FileSource (16-bit signed integer PCM, little-endian, mono, 16000 Hz) -> SBCEncoder (mono, bitpool 32) -> FileSink" ] ||
+    fail "the graph: $output"
+
+# On a terminal: a line of progress and a summary, and nothing with --quiet.
+terminal() { script -qec "$*" /dev/null </dev/null; }
+output=$(terminal "$ZAV" encode speech.wav speech.sbc)
+printf '%s' "$output" | grep -qE 'speech\.sbc: 10\.8[0-9] s, [0-9]+ SBC frames of 72 bytes, [0-9]+ times real time' ||
+    fail "on a terminal: $output"
+output=$(terminal "$ZAV" encode --quiet speech.wav speech.sbc)
+[ -z "$output" ] || fail "quiet on a terminal: $output"
+
+cat >expected.txt <<'TEXT'
+File            speech.sbc
+Type            raw SBC
+Format          SBC, stereo, 48000 Hz
+Format record   '\x00sbc', flags 0x140500, 29 bytes and 32 frames a packet,
+                0 bytes a frame, 2 channels, 0 bits a sample
+SBC             joint, bitpool 20, 4 subbands, 8 blocks, snr allocation
+Packets         450
+Largest packet  29 bytes
+Audio           13050 bytes
+Duration        0.30 s
+Magic cookie    0 bytes
+TEXT
+sox -D -M speech.wav speech.wav -r 48000 two.wav trim 1 0.3
+"$ZAV" encode --mode joint --bitpool 20 --subbands 4 --blocks 8 --allocation snr two.wav speech.sbc
+# 4 header bytes, 4 of scale factors, 1 of joint flags (4 bits), 8 x 20 bits
+"$ZAV" info speech.sbc >printed.txt
+diff expected.txt printed.txt >&2 || fail "zav info"
+checks=$((checks + 1))
+
+"$ZAV" info --json two.wav >printed.json
+cat >expected.json <<'TEXT'
+{
+  "file": "two.wav",
+  "type": "WAVE",
+  "format": "16-bit signed integer PCM, little-endian, stereo, 48000 Hz",
+  "formatCode": "lpcm",
+  "formatRecord": {
+    "mSampleRate": 48000.0,
+    "mFormatID": 1819304813,
+    "mFormatFlags": 12,
+    "mBytesPerPacket": 4,
+    "mFramesPerPacket": 1,
+    "mBytesPerFrame": 4,
+    "mChannelsPerFrame": 2,
+    "mBitsPerChannel": 16
+  },
+  "packets": 14400,
+  "largestPacketBytes": 4,
+  "audioBytes": 57600,
+  "durationSeconds": 0.3,
+  "magicCookieBytes": 0
+}
+TEXT
+diff expected.json printed.json >&2 || fail "zav info --json"
+checks=$((checks + 1))
+
+# Help that is complete: every verb and option is there.
+"$ZAV" --help >help.txt
+for word in encode decode copy info --quiet --verbose --version 'Exit code'; do
+    grep -q -- "$word" help.txt || fail "--help does not tell of $word"
+done
+"$ZAV" encode --help >help.txt
+for word in --bitpool --mode --subbands --blocks --allocation --quiet INPUT OUTPUT Example; do
+    grep -q -- "$word" help.txt || fail "encode --help does not tell of $word"
+done
+[ "$("$ZAV" --version)" = "zav 1.0" ] || fail "--version"
+checks=$((checks + 1))
+done_with "output"

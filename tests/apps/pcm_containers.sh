@@ -1,0 +1,113 @@
+#!/usr/bin/env bash
+# PCM files of ffmpeg and sox go through 'zav copy' bit-exactly, for every container and encoding,
+# and what zav writes is read by them without complaint.
+source "$(dirname "$0")/../support/shell.sh"
+
+sox -D "$SPEECH" -b 32 mono.wav trim 1 0.0635
+sox -D mono.wav reversed.wav reverse
+sox -D -M mono.wav reversed.wav input.wav # 1016 frames, stereo: ffmpeg counts the padding of W64 as audio
+
+# container, ffmpeg's options for it, the encodings by ffmpeg's names
+containers=(
+    "wav|-f wav|pcm_u8 pcm_s16le pcm_s24le pcm_s32le pcm_f32le pcm_f64le pcm_alaw pcm_mulaw"
+    "rf64|-f wav -rf64 always|pcm_u8 pcm_s16le pcm_s24le pcm_s32le pcm_f32le pcm_f64le pcm_alaw pcm_mulaw"
+    "w64|-f w64|pcm_u8 pcm_s16le pcm_s24le pcm_s32le pcm_f32le pcm_f64le pcm_alaw pcm_mulaw"
+    "aiff|-f aiff|pcm_s8 pcm_s16be pcm_s24be pcm_s32be"
+    "aifc|-f aiff|pcm_s16le pcm_f32be pcm_f64be pcm_alaw pcm_mulaw"
+    "caf|-f caf|pcm_s8 pcm_s16be pcm_s16le pcm_s24be pcm_s24le pcm_s32be pcm_s32le pcm_f32be pcm_f32le pcm_f64be pcm_f64le pcm_alaw pcm_mulaw"
+    "au|-f au|pcm_s8 pcm_s16be pcm_s24be pcm_s32be pcm_f32be pcm_f64be pcm_alaw pcm_mulaw"
+)
+
+# The encoding of a file as ffmpeg finds it.
+encoding_of() {
+    ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$1"
+}
+
+# What zav cannot put into a container it has to refuse in one line that names what can be done.
+copy_or_refusal() { # INPUT OUTPUT
+    local code=0
+    "$ZAV" copy "$1" "$2" 2>stderr.txt || code=$?
+    if [ $code = 1 ]; then
+        grep -qE "^zav: $2: [A-Z0-9]+ cannot hold .*; \..* or \.|^zav: $2: [A-Z0-9]+ cannot hold .*; \.[a-z]+$" \
+            stderr.txt || fail "copy $1 $2: $(cat stderr.txt)"
+        [ ! -e "$2" ] || fail "copy $1 $2 was refused and left a file"
+    elif [ $code != 0 ]; then
+        fail "copy $1 $2: $(cat stderr.txt)"
+    fi
+    return $code
+}
+
+copies=0
+for row in "${containers[@]}"; do
+    IFS='|' read -r extension options encodings <<<"$row"
+    for encoding in $encodings; do
+        what="$encoding in $extension"
+        # shellcheck disable=SC2086
+        ffmpeg -nostdin -v error -i input.wav -c:a "$encoding" $options -y "theirs.$extension"
+        raw "theirs.$extension" >theirs.raw
+        [ -s theirs.raw ] || fail "ffmpeg made nothing of $what"
+        packets=$("$ZAV" info --json "theirs.$extension" | grep -oP '"packets": \K[0-9]+')
+        [ "$packets" = 1016 ] || fail "$what: $packets packets"
+
+        for target in wav rf64 w64 aiff aifc caf au; do
+            rm -f ours.*
+            copy_or_refusal "theirs.$extension" "ours.$target" || continue
+            copies=$((copies + 1))
+            raw "ours.$target" >ours.raw 2>complaints.txt
+            [ ! -s complaints.txt ] || fail "ffmpeg on $what in $target: $(cat complaints.txt)"
+            same ours.raw theirs.raw "$what copied to $target"
+            [ "$(encoding_of "ours.$target")" = "$encoding" ] ||
+                fail "$what copied to $target became $(encoding_of "ours.$target")"
+            case "$target $encoding" in # codes of AIFC that sox does not know
+                "aifc pcm_u8" | "aifc pcm_s24be" | "aifc pcm_s32be" | "aifc pcm_alaw" | "aifc pcm_mulaw")
+                    continue
+                    ;;
+            esac
+            frames=$(soxi -s "ours.$target" 2>complaints.txt) || fail "sox on $what in $target"
+            # libsndfile's own habits: the short form of the format chunk also for float, A-law and
+            # mu-law, and AU headers without a comment.
+            sed -i -e '/wave header missing extended part of fmt chunk/d' \
+                -e '/au: header size 24 is too small/d' complaints.txt
+            [ ! -s complaints.txt ] || fail "sox on $what in $target: $(cat complaints.txt)"
+            [ "$frames" = 1016 ] || fail "sox counts $frames frames of $what in $target"
+        done
+        "$ZAV" copy "theirs.$extension" "same.$extension" || fail "$what into its own type"
+        raw "same.$extension" >same.raw
+        same same.raw theirs.raw "$what into its own type"
+    done
+done
+[ "$copies" -gt 150 ] || fail "only $copies copies were made"
+
+# What sox writes, with its own comment chunks and an odd number of bytes.
+for extension in wav aiff au caf w64; do
+    sox -D "$SPEECH" -b 24 "sox.$extension" trim 0 777s
+    "$ZAV" copy "sox.$extension" "copy.$extension"
+    sox "sox.$extension" -t s32 theirs.raw
+    sox "copy.$extension" -t s32 ours.raw
+    same ours.raw theirs.raw "a $extension of sox"
+done
+
+# libsndfile's own tool finds nothing to complain of.
+for extension in wav rf64 w64 aiff aifc caf au; do
+    ffmpeg -nostdin -v error -i input.wav -c:a pcm_mulaw -f au -y law.au
+    if [ $extension = aiff ]; then
+        sox -D "$SPEECH" -b 8 law.au.aiff trim 0 777s
+        "$ZAV" copy law.au.aiff "law.$extension"
+    else
+        "$ZAV" copy law.au "checked.$extension" && mv "checked.$extension" "law.$extension"
+    fi
+    sndfile-info "law.$extension" | grep -iE 'should be|error|bad|unknown' &&
+        fail "libsndfile complains of law.$extension"
+    checks=$((checks + 1))
+done
+
+# Raw SBC is copied as it is.
+"$ZAV" encode "$SPEECH" speech.sbc
+"$ZAV" copy speech.sbc copy.sbc
+same speech.sbc copy.sbc "raw SBC"
+sox -M "$SPEECH" "$SPEECH" two.wav
+"$ZAV" encode --mode joint two.wav joint.sbc
+cat speech.sbc joint.sbc >mixed.sbc # frames of two lengths
+"$ZAV" copy mixed.sbc copy.sbc
+same mixed.sbc copy.sbc "SBC frames of different lengths"
+done_with "pcm_containers"

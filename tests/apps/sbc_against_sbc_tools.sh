@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# 'zav encode' against sbcenc and 'zav decode' against sbcdec, byte for byte, for every combination
+# of parameters that both offer.
+source "$(dirname "$0")/../support/shell.sh"
+
+bitpools_for() { # CHANNELS_SHARING SUBBANDS: the ends of the range and what is used in between
+    local largest=$(($1 * $2))
+    [ "$largest" -le 250 ] || largest=250
+    printf '2 19 %s' "$largest"
+    if [ "$largest" -gt 53 ]; then printf ' 32 53'; fi
+}
+
+refusals=0
+for rate in 16000 32000 44100 48000; do
+    sox -D "$SPEECH" -r "$rate" -b 16 mono.wav trim 1 0.15
+    sox -D mono.wav mono-reversed.wav reverse
+    sox -D -M mono.wav mono-reversed.wav stereo.wav
+    sox mono.wav mono.au
+    sox stereo.wav stereo.au
+    for mode in mono dual stereo joint; do
+        case $mode in
+            mono) input=mono sharing=16 flags='' ;;
+            dual) input=stereo sharing=16 flags=-d ;;
+            stereo) input=stereo sharing=32 flags='' ;;
+            joint) input=stereo sharing=32 flags=-j ;;
+        esac
+        for subbands in 4 8; do
+            for bitpool in $(bitpools_for $sharing $subbands); do
+                for blocks in 4 8 12 16; do
+                    for allocation in loudness snr; do
+                        what="$rate Hz $mode, $subbands subbands, bitpool $bitpool, $blocks blocks, $allocation"
+                        snr=$([ $allocation = snr ] && echo -S || true)
+                        # shellcheck disable=SC2086
+                        sbcenc -s $subbands -b "$bitpool" -B $blocks $flags $snr $input.au >theirs.sbc
+                        "$ZAV" encode --mode $mode --subbands $subbands --bitpool "$bitpool" \
+                            --blocks $blocks --allocation $allocation $input.wav ours.sbc
+                        same ours.sbc theirs.sbc "$what"
+
+                        # The decoder takes two channels for plain stereo; other modes decode only
+                        # where their frames happen to have the same length.
+                        if "$ZAV" decode ours.sbc ours.au 2>refusal.txt; then
+                            sbcdec -f theirs.au theirs.sbc
+                            cmp -s <(tail -c +25 ours.au) <(tail -c +25 theirs.au) ||
+                                fail "decoded samples differ: $what"
+                            checks=$((checks + 1))
+                        else
+                            [ $mode = dual ] || [ $mode = joint ] || fail "not decoded: $what"
+                            grep -q "^zav: ours.sbc: $mode frames of .* bytes; mono, or stereo frames" \
+                                refusal.txt || fail "$what: $(cat refusal.txt)"
+                            refusals=$((refusals + 1))
+                        fi
+                    done
+                done
+            done
+        done
+    done
+done
+[ "$refusals" -gt 0 ] || fail "no joint or dual stream was refused"
+
+# Big-endian input gives the same frames as little-endian input.
+sox mono.wav mono.aiff
+"$ZAV" encode mono.wav little.sbc
+"$ZAV" encode mono.aiff big.sbc
+same little.sbc big.sbc "AIFF and WAV input"
+# Every type of output holds the samples of sbcdec.
+sbcdec -f theirs.au little.sbc
+sox theirs.au -t s16 theirs.raw
+for extension in wav rf64 w64 aiff aifc caf au; do
+    "$ZAV" decode little.sbc "out.$extension"
+    ffmpeg -nostdin -v error -i "out.$extension" -f s16le -y ours.raw
+    same ours.raw theirs.raw "decoded to $extension"
+done
+done_with "sbc_against_sbc_tools"

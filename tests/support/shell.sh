@@ -1,0 +1,42 @@
+# Sourced by the tests of the command-line tool. Expects the tool's path in ZAV and the speech
+# recording's in SPEECH.
+set -euo pipefail
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+checks=0
+
+fail() {
+    printf 'FAILED: %s\n' "$*" >&2
+    exit 1
+}
+
+# same FILE FILE WHAT
+same() {
+    cmp -s "$1" "$2" || fail "$3: $1 and $2 differ"
+    checks=$((checks + 1))
+}
+
+# refused EXIT_CODE TEXT COMMAND...: the command fails with this code and says so in one line of
+# exactly this text on standard error, and nothing on standard output.
+refused() {
+    local expected_code=$1 expected=$2 code=0
+    shift 2
+    "$@" >stdout.txt 2>stderr.txt || code=$?
+    [ "$code" = "$expected_code" ] || fail "$*: exit $code instead of $expected_code: $(cat stderr.txt)"
+    [ "$(cat stderr.txt)" = "$expected" ] ||
+        fail "$*: said: $(cat stderr.txt)"$'\n'"instead of: $expected"
+    [ ! -s stdout.txt ] || fail "$*: wrote on standard output: $(cat stdout.txt)"
+    checks=$((checks + 1))
+}
+
+# raw FILE: the audio bytes of a file as ffmpeg finds them, undecoded.
+raw() {
+    ffmpeg -nostdin -v error -i "$1" -map 0:a -c copy -f data -
+}
+
+done_with() {
+    [ "$checks" -gt 0 ] || fail "nothing was checked"
+    printf '%s: %d checks\n' "$1" "$checks"
+}
