@@ -25,6 +25,9 @@ install(FILES
   ${PROJECT_BINARY_DIR}/ZAVAudioStreamingConfigVersion.cmake
   DESTINATION ${zav_package_dir})
 
+# Relative to its own place, so that the installed tree can be moved.
+file(RELATIVE_PATH zav_prefix_from_pc
+  /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/ZAVAudioStreaming.pc.in
   ${PROJECT_BINARY_DIR}/ZAVAudioStreaming.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ZAVAudioStreaming.pc

@@ -18,6 +18,12 @@ containers=(
     "au|-f au|pcm_s8 pcm_s16be pcm_s24be pcm_s32be pcm_f32be pcm_f64be pcm_alaw pcm_mulaw"
 )
 
+least_copies=150
+if [ -n "${QUICK:-}" ]; then # where every start of a program takes long
+    containers=("${containers[2]}" "${containers[4]}")
+    least_copies=30
+fi
+
 # The encoding of a file as ffmpeg finds it.
 encoding_of() {
     ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$1"
@@ -76,7 +82,7 @@ for row in "${containers[@]}"; do
         same same.raw theirs.raw "$what into its own type"
     done
 done
-[ "$copies" -gt 150 ] || fail "only $copies copies were made"
+[ "$copies" -gt $least_copies ] || fail "only $copies copies were made"
 
 # What sox writes, with its own comment chunks and an odd number of bytes.
 for extension in wav aiff au caf w64; do

@@ -1,0 +1,24 @@
+# Thin entries: each installs what is missing from Debian, configures, builds and runs.
+
+.PHONY: demo test benchmark lint
+
+demo:
+	@scripts/install-dependencies build demo
+	@scripts/build dev -DZAV_BUILD_TESTS=OFF
+	@examples/run-demo build/dev out/demo
+
+test:
+	@scripts/install-dependencies build demo test
+	@scripts/build dev -DZAV_BUILD_TESTS=ON
+	@ctest --preset dev
+
+benchmark:
+	@scripts/install-dependencies build bench
+	@scripts/build release -DZAV_BUILD_TESTS=OFF
+	@build/release/benchmarks/zav_benchmarks
+	@benchmarks/compare-tools build/release
+
+lint:
+	@scripts/install-dependencies build demo test lint
+	@scripts/build dev -DZAV_BUILD_TESTS=ON
+	@scripts/lint build/dev
