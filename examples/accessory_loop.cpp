@@ -148,7 +148,7 @@ void run(const char* saidPath, const char* heardPath) {
     const auto said = samplesOf(saidPath);
     const auto heard = samplesOf(heardPath);
     const double seconds = static_cast<double>(said.size()) / pcm.mSampleRate;
-    const double saidBytes = static_cast<double>(said.size() * sizeof(std::int16_t));
+    const auto saidBytes = static_cast<double>(said.size() * sizeof(std::int16_t));
     const auto sentBytes = static_cast<double>(accessory.byteCount());
     std::printf("packets            %zu SBC frames went to the accessory and came back\n",
                 accessory.packetCount());

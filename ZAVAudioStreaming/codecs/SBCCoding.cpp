@@ -51,7 +51,7 @@ SBCCoding::SBCCoding(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upst
     if (config_ == nullptr) {
         fatalError("An SBC node needs a configuration");
     }
-    if (!suits(*config_, inDataFormat())) {
+    if (!suits(*config_, upstream_.dataFormat())) {
         throw AudioStreamError::unacceptableData();
     }
 }

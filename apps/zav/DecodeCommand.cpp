@@ -102,8 +102,8 @@ void decode(const DecodeOptions& options, const CommonOptions& common) {
     pump(*source, options.input, 1, progress);
     output.commit(pcmMeter->byteCount());
 
-    const double seconds =
-        static_cast<double>(pcmMeter->byteCount() / pcm.mBytesPerFrame) / pcm.mSampleRate;
+    const std::uint64_t frameCount = pcmMeter->byteCount() / pcm.mBytesPerFrame;
+    const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
     progress.finish(options.output.string() + ": " + secondsText(seconds) + ", " + inWords(pcm),
                     seconds);
 }

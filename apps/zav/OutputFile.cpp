@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <system_error>
 
 #include "Failure.hpp"
 
@@ -19,6 +19,10 @@ namespace zavtool {
 namespace {
 
 namespace fs = std::filesystem;
+
+std::string systemError() {
+    return std::generic_category().message(errno);
+}
 
 // What a signal handler can read: a path that does not change while it is set.
 std::atomic<const char*> unfinishedPath{nullptr};
@@ -64,11 +68,10 @@ std::uint64_t audioBytesIn(const fs::path& path) {
     const auto type =
         zav::audioFileProperty<zav::AudioFileTypeID>(file, zav::kAudioFilePropertyFileFormat);
     // Raw SBC is all audio, and counting its frames would mean reading them all again.
-    const std::uint64_t size =
-        type == zav::kAudioFileSBCType
-            ? fs::file_size(path)
-            : zav::audioFileProperty<std::uint64_t>(file,
-                                                    zav::kAudioFilePropertyAudioDataByteCount);
+    const std::uint64_t size = type == zav::kAudioFileSBCType
+                                   ? fs::file_size(path)
+                                   : zav::audioFileProperty<std::uint64_t>(
+                                         file, zav::kAudioFilePropertyAudioDataByteCount);
     zav::AudioFileClose(file);
     return size;
 }
@@ -89,14 +92,14 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
         throw Failure(path_, "is not a regular file; the name of one, or of a new file");
     }
     if (fs::exists(status) && ::access(target_.c_str(), W_OK) != 0) {
-        throw Failure(path_, std::string("cannot be replaced: ") + std::strerror(errno) +
-                                 "; a file that you may write to");
+        throw Failure(path_,
+                      "cannot be replaced: " + systemError() + "; a file that you may write to");
     }
 
     std::string name = (target_.parent_path() / ".zav-XXXXXX").string();
     const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {
-        throw Failure(path_, std::string("cannot be created: ") + std::strerror(errno) +
+        throw Failure(path_, "cannot be created: " + systemError() +
                                  "; a folder that exists and that you may write to");
     }
     ::fchmod(descriptor, modeFor(target_));
@@ -124,8 +127,8 @@ void OutputFile::commit(std::uint64_t audioBytes) {
                                  " bytes after writing; a disk that keeps what is written");
     }
     if (::rename(temporaryPath_.c_str(), target_.c_str()) != 0) {
-        throw Failure(path_, std::string("cannot be replaced: ") + std::strerror(errno) +
-                                 "; another name for the output");
+        throw Failure(path_,
+                      "cannot be replaced: " + systemError() + "; another name for the output");
     }
     unfinishedPath = nullptr;
 }

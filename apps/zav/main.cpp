@@ -124,14 +124,18 @@ std::string versionText() {
     return text.data();
 }
 
+void showDiagnostics(std::string_view text) {
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
+}
+
+void dropDiagnostics(std::string_view /*text*/) {}
+
 int report(const std::exception& failure, int exitCode) {
     std::fprintf(stderr, "zav: %s\n", failure.what());
     return exitCode;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runCommandLine(int argc, char** argv) {
     CommandLine line;
     CLI::App app("Moves audio between PCM files and SBC streams.", "zav");
     app.require_subcommand(0, 1);
@@ -143,20 +147,24 @@ int main(int argc, char** argv) {
     }
     app.footer(
         "'zav VERB --help' tells a verb's options. Exit code: 0 done, 1 failed, 2 wrong usage.");
-
     try {
         app.parse(argc, argv);
-        zav::setDiagnosticsHandler(line.common.isVerbose ? [](std::string_view text) {
-            std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
-        } : [](std::string_view) {});
-        run(app, line);
-        return EXIT_SUCCESS;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        std::fprintf(stderr, "zav: %s; see 'zav --help'\n", error.what());
-        return kExitUsage;
+        throw UsageFailure(std::string(error.what()) + "; see 'zav --help'");
+    }
+    zav::setDiagnosticsHandler(line.common.isVerbose ? showDiagnostics : dropDiagnostics);
+    run(app, line);
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runCommandLine(argc, argv);
     } catch (const UsageFailure& failure) {
         return report(failure, kExitUsage);
     } catch (const std::exception& failure) {

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # The demo's figures are true: counted again from the files that it leaves.
+# shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 "$DEMO" "$BUILD" out >printed.txt

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # What zav says and leaves behind when something is wrong.
+# shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 cp "$SPEECH" speech.wav

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # What zav prints when all is well.
+# shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 cp "$SPEECH" speech.wav

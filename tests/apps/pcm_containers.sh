@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # PCM files of ffmpeg and sox go through 'zav copy' bit-exactly, for every container and encoding,
 # and what zav writes is read by them without complaint.
+# shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 sox -D "$SPEECH" -b 32 mono.wav trim 1 0.0635

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Runs the README's commands of the tool as they stand there.
+# shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 cp "$SPEECH" speech.wav

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # 'zav encode' against sbcenc and 'zav decode' against sbcdec, byte for byte, for every combination
 # of parameters that both offer.
+# shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 bitpools_for() { # CHANNELS_SHARING SUBBANDS: the ends of the range and what is used in between

@@ -46,8 +46,10 @@ expect_frames with-static/streamer
 bash -euc "$(block sh | grep pkg-config)"
 expect_frames ./streamer
 # Statically: the archive by its name, the libraries behind it by pkg-config.
-g++ -std=c++20 main.cpp -o streamer-static $(pkg-config --cflags ZAVAudioStreaming) \
-    "$library/libZAVAudioStreaming.a" $(pkg-config --libs sbc sndfile)
+read -ra compile_flags < <(pkg-config --cflags ZAVAudioStreaming)
+read -ra link_flags < <(pkg-config --libs sbc sndfile)
+g++ -std=c++20 "${compile_flags[@]}" main.cpp -o streamer-static "$library/libZAVAudioStreaming.a" \
+    "${link_flags[@]}"
 expect_frames ./streamer-static
 
 # The installed tool finds the library beside it.

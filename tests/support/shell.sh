@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the tests of the command-line tool. Expects the tool's path in ZAV and the speech
 # recording's in SPEECH.
 set -euo pipefail
