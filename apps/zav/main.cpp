@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "CopyCommand.hpp"
 #include "DecodeCommand.hpp"
@@ -30,68 +31,78 @@ struct CommandLine {
     InfoOptions info;
 };
 
+// Help is laid out for 80 columns: CLI11 breaks no lines, so descriptions are broken by hand.
+constexpr std::size_t kDescriptionColumn = 25;
+
 void addCommonOptions(CLI::App& app, CommonOptions& common) {
     app.add_flag("-q,--quiet", common.isQuiet, "No progress, also on a terminal");
     app.add_flag("-v,--verbose", common.isVerbose,
-                 "Show the graph and the library's diagnostics lines on standard error");
+                 "Show the graph, and the library's diagnostics\n"
+                 "lines, on standard error");
 }
 
-void addFiles(CLI::App& verb, std::filesystem::path& input, const std::string& inputHelp,
-              std::filesystem::path& output, const std::string& outputHelp) {
-    verb.add_option("INPUT", input, inputHelp)->required();
-    verb.add_option("OUTPUT", output, outputHelp)->required();
+void addFile(CLI::App& verb, const std::string& name, std::filesystem::path& path,
+             const std::string& help) {
+    verb.add_option(name, path, help)->required()->type_name("");
+}
+
+/// One of a few values, which the description lists.
+template <class Value, class Values>
+void addChoice(CLI::App& verb, const std::string& name, Value& value, Values values,
+               const std::string& help) {
+    verb.add_option(name, value, help)
+        ->check(CLI::IsMember(values).description(""))
+        ->type_name("WHICH");
 }
 
 CLI::App* addEncode(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("encode", "Encode a PCM file to SBC");
     EncodeOptions& options = line.encode;
     verb->add_option("--bitpool", options.bitpool,
-                     "Bits per block: more is better and larger. 2 to 16 times the subbands for "
-                     "mono and dual, to 32 times (250 at most) for stereo and joint")
-        ->check(CLI::Range(2, 250))
-        ->type_name("N")
-        ->capture_default_str();
-    verb->add_option("--mode", options.mode, "Default: mono for one channel, stereo for two")
-        ->check(CLI::IsMember({"mono", "dual", "stereo", "joint"}))
-        ->type_name("MODE");
-    verb->add_option("--subbands", options.subbands, "Frequency bands per block")
-        ->check(CLI::IsMember({4, 8}))
-        ->type_name("N")
-        ->capture_default_str();
-    verb->add_option("--blocks", options.blocks, "Blocks per SBC frame")
-        ->check(CLI::IsMember({4, 8, 12, 16}))
-        ->type_name("N")
-        ->capture_default_str();
-    verb->add_option("--allocation", options.allocation,
-                     "What the bits go by: what is heard, or signal-to-noise ratio")
-        ->check(CLI::IsMember({"loudness", "snr"}))
-        ->type_name("METHOD")
-        ->capture_default_str();
-    addFiles(*verb, options.input,
-             "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU: mono or stereo, 16000, 32000, "
-             "44100 or 48000 Hz",
-             options.output, "NAME.sbc: raw SBC frames");
+                     "Bits for each block, 32 if not given. More is better\n"
+                     "and larger: 2 to 16 times the subbands for mono and\n"
+                     "dual, to 32 times (250 at most) for stereo and joint")
+        ->check(CLI::Range(2, 250).description(""))
+        ->type_name("N");
+    addChoice(*verb, "--mode", options.mode, std::vector{"mono", "dual", "stereo", "joint"},
+              "mono, dual, stereo or joint; if not given, mono for\n"
+              "one channel and stereo for two");
+    addChoice(*verb, "--subbands", options.subbands, std::vector{4, 8},
+              "Frequency bands, 4 or 8; 8 if not given");
+    addChoice(*verb, "--blocks", options.blocks, std::vector{4, 8, 12, 16},
+              "Blocks in an SBC frame, 4, 8, 12 or 16; 16 if not\n"
+              "given");
+    addChoice(*verb, "--allocation", options.allocation, std::vector{"loudness", "snr"},
+              "What decides where bits go, loudness or snr (signal\n"
+              "to noise); loudness if not given");
+    addFile(*verb, "INPUT", options.input,
+            "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU;\n"
+            "mono or stereo; 16000, 32000, 44100 or 48000 Hz");
+    addFile(*verb, "OUTPUT", options.output, "NAME.sbc: SBC frames, nothing else");
     verb->footer("Example: zav encode --bitpool 40 speech.wav speech.sbc");
     return verb;
 }
 
 CLI::App* addDecode(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("decode", "Decode SBC to a 16-bit PCM file");
-    addFiles(*verb, line.decode.input, "Raw SBC frames, mono or plain stereo", line.decode.output,
-             "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf or .au: the extension chooses the type");
+    addFile(*verb, "INPUT", line.decode.input, "SBC frames, mono or plain stereo");
+    addFile(*verb, "OUTPUT", line.decode.output,
+            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf or .au; the\n"
+            "extension chooses the type");
     verb->footer(
-        "Joint stereo and dual channel streams are refused: their frames have another length\n"
-        "than a stream's format can tell.\n"
+        "Joint stereo and dual channel streams are refused: their frames have another\n"
+        "length than the format of a two-channel stream tells.\n"
         "Example: zav decode speech.sbc speech.wav");
     return verb;
 }
 
 CLI::App* addCopy(CLI::App& app, CommandLine& line) {
     auto* const verb =
-        app.add_subcommand("copy", "Copy audio undecoded from one type of file to another");
-    addFiles(*verb, line.copy.input, "Any audio file that 'zav info' knows", line.copy.output,
-             "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au or .sbc: a type that can hold the "
-             "input's encoding");
+        app.add_subcommand("copy", "Copy audio, undecoded, from one type of file to another");
+    addFile(*verb, "INPUT", line.copy.input, "Any audio file that 'zav info' knows");
+    addFile(*verb, "OUTPUT", line.copy.output,
+            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au or\n"
+            ".sbc: a type that can hold the input's encoding");
     verb->footer("Example: zav copy recording.wav recording.caf");
     return verb;
 }
@@ -99,7 +110,7 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
 CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("info", "Describe an audio file");
     verb->add_flag("--json", line.info.isJson, "As JSON, for programs");
-    verb->add_option("FILE", line.info.file, "Any audio file that can be read")->required();
+    addFile(*verb, "FILE", line.info.file, "WAVE, RF64, W64, AIFF, AIFC, CAF, AU or raw SBC");
     verb->footer("Example: zav info --json speech.sbc");
     return verb;
 }
@@ -139,6 +150,8 @@ int runCommandLine(int argc, char** argv) {
     CommandLine line;
     CLI::App app("Moves audio between PCM files and SBC streams.", "zav");
     app.require_subcommand(0, 1);
+    app.get_formatter()->label("REQUIRED", "");
+    app.get_formatter()->column_width(kDescriptionColumn);
     app.set_version_flag("--version", versionText());
     addCommonOptions(app, line.common);
     for (auto* const verb :
