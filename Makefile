@@ -14,7 +14,7 @@ test:
 
 benchmark:
 	@scripts/install-dependencies build bench
-	@scripts/build release -DZAV_BUILD_TESTS=OFF
+	@scripts/build release -DZAV_BUILD_BENCHMARKS=ON
 	@build/release/benchmarks/zav_benchmarks
 	@benchmarks/compare-tools build/release
 

@@ -12,8 +12,9 @@ struct sbc_struct;
 
 namespace zav {
 
-/// Parameters of an SBC stream, with the libsbc codec state made from them. The application and
-/// the nodes that use it share one instance.
+/// Parameters of an SBC stream, with the libsbc codec state made from them. The application shares
+/// it with the one node that uses it: the state holds the filters' memory, so a second node or a
+/// second stream needs a configuration of its own.
 ///
 /// The state is made once, when `sbc`, `frameLen` or `codeSize` is first read (an `SBCEncoder` does
 /// so when it is made); fields that are set later reach neither those values nor the encoding.

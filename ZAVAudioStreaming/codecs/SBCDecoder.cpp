@@ -10,6 +10,7 @@
 namespace zav {
 namespace {
 
+// Fixed names of these places, so that reports of all versions can be compared.
 constexpr SourcePosition kChunkSizePosition{"SBCCoding", 481};
 constexpr SourcePosition kDecodePosition{"SBCCoding", 496};
 

@@ -13,6 +13,7 @@
 namespace zav {
 namespace {
 
+// Fixed names of these places, so that reports of all versions can be compared.
 constexpr SourcePosition kSavedFramePosition{"SBCCoding", 338};
 constexpr SourcePosition kWholeFramesPosition{"SBCCoding", 349};
 

@@ -11,15 +11,17 @@
 
 namespace zav {
 
-/// Turns linear PCM (16 bit) into SBC frames. Takes chunks of any size, encodes every whole block
-/// of `codeSize` bytes into one frame of `frameLen` bytes, and passes a chunk's frames on as one
-/// buffer, also when there are none. What does not fill a frame is saved for the next chunk and
+/// Turns linear PCM into SBC frames. The samples must be signed 16-bit integers, which the node
+/// does not check: anything else comes out as noise. Takes chunks of any size, encodes every whole
+/// block of `codeSize` bytes into one frame of `frameLen` bytes, and passes a chunk's frames on as
+/// one buffer, also when there are none. What does not fill a frame is saved for the next chunk and
 /// dropped at flow end.
 ///
 /// Saved bytes stay saved until a later chunk leaves bytes over again, or the flow ends: a chunk
 /// that completes the saved frame and then ends exactly on a frame boundary leaves them in place,
-/// and the next chunk begins with them once more. A chunk that is too short to complete the saved
-/// frame is added to the saved bytes, and a chunk of no frames is passed on.
+/// and the next chunk begins with them once more, so that this audio is heard twice. Chunks of
+/// whole frames never leave anything over. A chunk that is too short to complete the saved frame is
+/// added to the saved bytes, and a chunk of no frames is passed on.
 ///
 /// Threads: see `SBCCoding`.
 class ZAV_EXPORT SBCEncoder : public SBCCoding {

@@ -7,7 +7,8 @@
 
 namespace zav {
 
-/// A place in the sources. As a default argument, `current()` is the place of the caller.
+/// A place in the sources, or for some stops a name and number that stay the same in all versions.
+/// As a default argument, `current()` is the place of the caller.
 struct SourcePosition {
     const char* file;  ///< file name; `fatalError` leaves out its folder
     std::uint32_t line;

@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "ZAVAudioStreaming/core/AudioStreamInputable.hpp"
@@ -33,6 +34,12 @@ class NodeKey {
 template <std::derived_from<AudioStreamInputable> Node, class... Arguments>
 std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
                                Arguments&&... arguments) {
+    static_assert(
+        std::is_constructible_v<Node, NodeKey, std::shared_ptr<AudioStreamOutputable>&,
+                                Arguments...>,
+        "A node's constructor takes a NodeKey, its upstream and the arguments of makeNode; a class "
+        "derived from a node inherits it with 'using Base::Base;'. An abstract class misses an "
+        "override.");
     if (upstream == nullptr) {
         fatalError("A node needs an upstream");
     }
@@ -45,6 +52,8 @@ std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
 template <std::derived_from<AudioStreamOutputable> Node, class... Arguments>
 requires(!std::derived_from<Node, AudioStreamInputable>) std::shared_ptr<Node> makeNode(
     Arguments&&... arguments) {
+    static_assert(std::is_constructible_v<Node, NodeKey, Arguments...>,
+                  "A source's constructor takes a NodeKey and the arguments of makeNode.");
     return std::make_shared<Node>(NodeKey(), std::forward<Arguments>(arguments)...);
 }
 

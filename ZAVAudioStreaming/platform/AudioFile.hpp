@@ -67,7 +67,6 @@ inline constexpr OSStatus kAudioFileUnsupportedDataFormatError = audioFileStatus
 inline constexpr OSStatus kAudioFileUnsupportedPropertyError = audioFileStatus("pty?");
 inline constexpr OSStatus kAudioFileBadPropertySizeError = audioFileStatus("!siz");
 inline constexpr OSStatus kAudioFilePermissionsError = audioFileStatus("prm?");
-inline constexpr OSStatus kAudioFileInvalidChunkError = audioFileStatus("chk?");
 inline constexpr OSStatus kAudioFileDoesNotAllow64BitDataSizeError = audioFileStatus("off?");
 inline constexpr OSStatus kAudioFileInvalidPacketOffsetError = audioFileStatus("pck?");
 inline constexpr OSStatus kAudioFileInvalidFileError = audioFileStatus("dta?");
@@ -88,9 +87,9 @@ inline constexpr OSStatus kAudioFileNotAFileError = -1302;
 /// Opens an audio file for reading. The type is found from the file's first bytes; the hint is not
 /// needed by any type here.
 ///
-/// Errors: -43 no such file, -1302 a folder, -54 no permission, 'prm?' a permission other than
-/// reading, 'typ?' a file of no known type, 'fmt?' a known type with audio that the service does
-/// not read, 'dta?' a broken file.
+/// Errors: -43 no such file, -1302 a folder or a pipe, -54 no permission, 'prm?' a permission other
+/// than reading, 'typ?' a file of no known type, 'fmt?' a known type with audio that the service
+/// does not read, 'dta?' a broken file.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileOpenURL(const std::filesystem::path& inFileRef,
                                                    AudioFilePermissions inPermissions,
                                                    AudioFileTypeID inFileTypeHint,
@@ -115,8 +114,8 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 /// there; none at or after the end, which is no error.
 ///
 /// ioNumBytes              in: bytes in `outBuffer`; out: bytes read
-/// outPacketDescriptions   null, or room for `*ioNumPackets` records, filled with the packets'
-/// places ioNumPackets            in: packets wanted; out: packets read
+/// outPacketDescriptions   null, or room for `*ioNumPackets` records: the packets' places
+/// ioNumPackets            in: packets wanted; out: packets read
 ///
 /// Errors: 'prm?' a file being written, 'pck?' a negative packet, 'dta?' broken data where the
 /// next packet should be, -36 the disk.
@@ -132,7 +131,8 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 /// what was written.
 ///
 /// An index beyond the end leaves silence before it where the type can have that (PCM and float,
-/// A-law, mu-law), and is 'pck?' elsewhere. An index before the end overwrites.
+/// A-law, mu-law; written out where silence is not zero), and is 'pck?' elsewhere. An index before
+/// the end overwrites.
 ///
 /// Errors: 'prm?' a file open for reading, 'pck?' a packet that cannot stand there, -50 bytes that
 /// are not whole packets, 'off?' more than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU),
@@ -162,8 +162,7 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 /// Sets a property; only the magic cookie of a file being written can be set, and only where the
 /// type has a place for one (CAF).
 ///
-/// Errors: 'pty?' not a settable property of this type, 'prm?' a file open for reading, '!siz' a
-/// cookie that is too large for its place (about 4000 bytes in CAF).
+/// Errors: 'pty?' not a settable property of this type, 'prm?' a file open for reading.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileSetProperty(AudioFileID inAudioFile,
                                                        AudioFilePropertyID inPropertyID,
                                                        std::uint32_t inDataSize,

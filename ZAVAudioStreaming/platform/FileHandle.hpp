@@ -17,6 +17,7 @@ class ZAV_EXPORT FileHandle {
     /// What to do when the file to be created is there already.
     enum class IfExists { replace, fail };
 
+    /// Regular files only (and disks): EISDIR for a folder, ESPIPE for what has no offsets.
     static FileHandle openForReading(const std::filesystem::path& path);
     /// Makes an empty file, or empties the one that is there, for writing and reading back.
     static FileHandle create(const std::filesystem::path& path, IfExists ifExists);

@@ -30,7 +30,8 @@ class ZAV_EXPORT FileSource : public AudioStreamOutputable {
 
     /// Reads up to `count` packets and pushes them as one chunk; returns how many there were. The
     /// first call also announces flow start, as does every call until a packet was read. A call
-    /// that finds no packet, or asks for none, announces flow end, every time.
+    /// that finds no packet, or asks for none, announces flow end, every time: stop at the first 0,
+    /// because a `FileSink` in the graph ends the process at a second flow end.
     ///
     /// No packet descriptions are passed on, also where packets vary in size: read one packet at a
     /// time when the targets have to tell them apart.
@@ -48,9 +49,9 @@ class ZAV_EXPORT FileSource : public AudioStreamOutputable {
         void operator()(AudioFileID file) const;
     };
 
+    StreamTargets downstreams_;  // released after the file is closed, so it comes first
     std::unique_ptr<std::remove_pointer_t<AudioFileID>, Close> fileID_;
     std::int64_t curPacketIdx_ = 0;
-    StreamTargets downstreams_;
 };
 
 }  // namespace zav

@@ -1,7 +1,9 @@
 #include "CopyCommand.hpp"
 
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
+#include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <ZAVAudioStreaming/sinks/FileSink.hpp>
+#include <optional>
 #include <utility>
 
 #include "Failure.hpp"
@@ -27,30 +29,16 @@ class CookieSetter : public zav::PeripheralSink {
     std::vector<std::byte> cookie_;
 };
 
-bool canHold(const FileType& type, const zav::AudioStreamBasicDescription& format,
-             const std::filesystem::path& path) {
-    zav::AudioFileID file = nullptr;
-    if (zav::AudioFileCreateWithURL(path, type.id, &format, zav::kAudioFileFlags_EraseFile,
-                                    &file) != zav::noErr) {
-        return false;
+/// Packets are copied, so bytes that belong to no packet would be lost.
+void requireWholeFrames(const std::filesystem::path& input) {
+    const OpenAudioFile file = openAudioFile(input);
+    const auto audioSize = zav::audioFileProperty<std::uint64_t>(
+        file.get(), zav::kAudioFilePropertyAudioDataByteCount);
+    const std::uint64_t rest = std::filesystem::file_size(input) - audioSize;
+    if (rest > 0) {
+        throw Failure(input, "ends with " + std::to_string(rest) +
+                                 " bytes that are no whole SBC frame; whole frames");
     }
-    zav::AudioFileClose(file);
-    return true;
-}
-
-void requireTypeFor(const zav::AudioStreamBasicDescription& format, const FileType& wanted,
-                    const CopyOptions& options, const std::filesystem::path& temporaryPath) {
-    if (canHold(wanted, format, temporaryPath)) {
-        return;
-    }
-    std::vector<std::string> extensions;
-    for (const FileType& type : fileTypes()) {
-        if (canHold(type, format, temporaryPath)) {
-            extensions.push_back("." + std::string(type.extensions.front()));
-        }
-    }
-    throw Failure(options.output, std::string(wanted.name) + " cannot hold " + inWords(format) +
-                                      "; " + listed(extensions));
 }
 
 }  // namespace
@@ -63,16 +51,19 @@ void copy(const CopyOptions& options, const CommonOptions& common) {
     }
     const auto source = openSource(options.input);
     const zav::AudioStreamBasicDescription format = source->outDataFormat();
+    if (format.mFormatID == zav::kAudioFormatSbc) {
+        requireWholeFrames(options.input);
+    }
+    const auto cookie =
+        type->id == zav::kAudioFileCAFType ? magicCookie(options.input) : std::nullopt;
     OutputFile output(options.output, options.input);
-    requireTypeFor(format, *type, options, output.temporaryPath());
+    output.requireRoomFor(*type, format, cookie ? *cookie : std::vector<std::byte>());
     reportFatalStopsFor(options.input, options.output);
 
     const auto sink = zav::makeNode<zav::FileSink>(source, output.temporaryPath(), type->id);
     const auto meter = zav::makeNode<Meter>(source);
-    if (type->id == zav::kAudioFileCAFType) {
-        if (auto cookie = magicCookie(options.input)) {
-            zav::makeNode<CookieSetter>(source, sink, std::move(*cookie));
-        }
+    if (cookie) {
+        zav::makeNode<CookieSetter>(source, sink, *cookie);
     }
     showGraph(common,
               "FileSource (" + inWords(format) + ") -> FileSink (" + std::string(type->name) + ")");

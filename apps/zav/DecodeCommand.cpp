@@ -4,6 +4,7 @@
 #include <ZAVAudioStreaming/codecs/SBCDecoder.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
+#include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <ZAVAudioStreaming/sinks/FileSink.hpp>
 #include <algorithm>
 
@@ -48,19 +49,25 @@ bool isBigEndianType(zav::AudioFileTypeID type) {
 /// The decoder takes every two-channel stream for plain stereo and stops the process at frames of
 /// another length, so these are found before it sees them.
 void requireFramesOfOneLength(const std::filesystem::path& input,
-                              const zav::AudioStreamBasicDescription& sbc,
-                              std::uint32_t longestFrame) {
+                              const zav::AudioStreamBasicDescription& sbc) {
     const auto frame = firstPacket(input);
     const auto inFrame = Configuration::fromFrame(frame.data(), frame.size());
     const std::size_t decoderLength = Configuration::fromDataFormat(sbc)->frameLen();
     if (inFrame != nullptr && frame.size() != decoderLength) {
         throw Failure(input, std::string(nameOf(inFrame->mode)) + " frames of " +
                                  std::to_string(frame.size()) +
-                                 " bytes; mono, or stereo frames of " +
-                                 std::to_string(decoderLength) + " bytes (--mode stereo)");
+                                 " bytes; mono, or plain stereo frames of " +
+                                 std::to_string(decoderLength) + " bytes");
     }
-    if (longestFrame != sbc.mBytesPerPacket) {
-        throw Failure(input, "frames of " + std::to_string(sbc.mBytesPerPacket) + " to " +
+    const OpenAudioFile file = openAudioFile(input);
+    const auto frameCount = zav::audioFileProperty<std::uint64_t>(
+        file.get(), zav::kAudioFilePropertyAudioDataPacketCount);
+    const auto byteCount = zav::audioFileProperty<std::uint64_t>(
+        file.get(), zav::kAudioFilePropertyAudioDataByteCount);
+    const auto longestFrame =
+        zav::audioFileProperty<std::uint32_t>(file.get(), zav::kAudioFilePropertyMaximumPacketSize);
+    if (longestFrame != sbc.mBytesPerPacket || byteCount != frameCount * longestFrame) {
+        throw Failure(input, "frames of different lengths, the longest " +
                                  std::to_string(longestFrame) + " bytes; frames of one length");
     }
 }
@@ -78,7 +85,7 @@ void decode(const DecodeOptions& options, const CommonOptions& common) {
     if (sbc.mFormatID != zav::kAudioFormatSbc) {
         throw Failure(options.input, inWords(sbc) + "; raw SBC frames");
     }
-    requireFramesOfOneLength(options.input, sbc, source->packetSizeUpperBound());
+    requireFramesOfOneLength(options.input, sbc);
     OutputFile output(options.output, options.input);
     reportFatalStopsFor(options.input, options.output);
 
@@ -95,6 +102,7 @@ void decode(const DecodeOptions& options, const CommonOptions& common) {
     const auto sink = zav::makeNode<zav::FileSink>(decoder, output.temporaryPath(), type->id);
     const auto pcmMeter = zav::makeNode<Meter>(decoder);
     const zav::AudioStreamBasicDescription pcm = decoder->outDataFormat();
+    output.requireRoomFor(*type, pcm);
     showGraph(common,
               "FileSource (" + inWords(sbc) + ") -> SBCDecoder -> FileSink (" + inWords(pcm) + ")");
 

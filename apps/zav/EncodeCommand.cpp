@@ -24,8 +24,22 @@ std::uint32_t largestBitpool(Coding::ChannelMode mode, std::uint32_t subbands) {
     return std::min((isPerChannel ? 16 : 32) * subbands, kLargestOfAll);
 }
 
+/// The name as a shell takes it.
+std::string quoted(const std::string& name) {
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/-+,";
+    if (!name.starts_with('-') && name.find_first_not_of(kPlain) == std::string::npos) {
+        return name;
+    }
+    std::string text = name.starts_with('-') ? "'./" : "'";
+    for (const char letter : name) {
+        text += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+    }
+    return text + "'";
+}
+
 std::string convertingHint(const std::filesystem::path& input, const std::string& soxArguments) {
-    return " (to convert: sox " + input.string() + " " + soxArguments + ")";
+    return " (to convert: sox " + quoted(input.string()) + " " + soxArguments + ")";
 }
 
 Coding::Frequency frequencyOf(const zav::AudioStreamBasicDescription& pcm,
@@ -53,7 +67,7 @@ void require16BitPcm(const zav::AudioStreamBasicDescription& format,
     }
     if (format.mChannelsPerFrame > 2) {
         throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" +
-                                 convertingHint(input, "converted.wav remix 1,2"));
+                                 convertingHint(input, "converted.wav remix 1 2"));
     }
 }
 
@@ -113,6 +127,7 @@ void encode(const EncodeOptions& options, const CommonOptions& common) {
     reportFatalStopsFor(options.input, options.output);
 
     const auto encoder = zav::makeNode<zav::SBCEncoder>(source, configuration);
+    output.requireRoomFor(*type, encoder->outDataFormat());
     const auto sink = zav::makeNode<zav::FileSink>(encoder, output.temporaryPath(), type->id);
     const auto pcmMeter = zav::makeNode<Meter>(source);
     const auto sbcMeter = zav::makeNode<Meter>(encoder);

@@ -2,6 +2,7 @@
 
 #include <ZAVAudioStreaming/core/FatalError.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 
 #include "FileType.hpp"
 #include "OutputFile.hpp"
+#include "Progress.hpp"
 
 namespace zavtool {
 namespace {
@@ -38,16 +40,33 @@ std::string describeFatalStop(std::string_view message) {
     if (message == "Decoding failed") {
         return files.input + ": a damaged SBC frame; whole frames as an SBC encoder writes them";
     }
-    return files.input + ": " + std::string(message);
+    return files.input + ": " +
+           (message.empty() ? "a platform call failed without a reason" : std::string(message));
 }
 
 void endWithOneLine(std::string_view message, zav::SourcePosition /*position*/) {
     OutputFile::removeUnfinished();
+    Progress::wipe();
     std::fprintf(stderr, "zav: %s\n", describeFatalStop(message).c_str());
     std::_Exit(EXIT_FAILURE);
 }
 
 }  // namespace
+
+std::string shown(const std::filesystem::path& file) {
+    std::string text;
+    for (const char letter : file.string()) {
+        const auto code = static_cast<unsigned char>(letter);
+        if (code < 0x20 || code == 0x7F) {
+            std::array<char, 5> escaped{};
+            std::snprintf(escaped.data(), escaped.size(), "\\x%02X", code);
+            text += escaped.data();
+        } else {
+            text += letter;
+        }
+    }
+    return text;
+}
 
 std::string readingProblem(zav::OSStatus status) {
     switch (status) {
@@ -60,7 +79,7 @@ std::string readingProblem(zav::OSStatus status) {
         case zav::kAudioFileFileNotFoundError:
             return "no such file; the name of an audio file";
         case zav::kAudioFileNotAFileError:
-            return "a folder; the name of an audio file";
+            return "a folder or a pipe; the name of an audio file";
         case zav::kAudioFilePermissionDeniedError:
             return "no permission to read it; a file that you may read";
         default:
@@ -84,7 +103,7 @@ std::string writingProblem(zav::OSStatus status) {
 }
 
 void reportFatalStopsFor(const std::filesystem::path& input, const std::filesystem::path& output) {
-    runningFiles() = {input.string(), output.string()};
+    runningFiles() = {shown(input), shown(output)};
     zav::setFatalErrorHandler(endWithOneLine);
 }
 

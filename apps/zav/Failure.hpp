@@ -7,11 +7,15 @@
 
 namespace zavtool {
 
+/// A file's name for a message: control characters, which could play tricks on a terminal, stand as
+/// "\xNN".
+std::string shown(const std::filesystem::path& file);
+
 /// Ends the run with exit code 1 and one line, "zav: FILE: what was found; what would be accepted".
 class Failure : public std::runtime_error {
  public:
     Failure(const std::filesystem::path& file, const std::string& what)
-        : std::runtime_error(file.string() + ": " + what) {}
+        : std::runtime_error(shown(file) + ": " + what) {}
 };
 
 /// The same with exit code 2: the command line asks for something that cannot be.

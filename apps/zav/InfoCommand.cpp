@@ -81,7 +81,7 @@ void printLine(const char* label, const std::string& text) {
 
 void printForPeople(const Json& description) {
     const auto number = [](const Json& value) { return value.dump(); };
-    printLine("File", description["file"]);
+    printLine("File", shown(description["file"].get<std::string>()));
     printLine("Type", description["type"]);
     printLine("Format", description["format"]);
     const Json& record = description["formatRecord"];
@@ -117,7 +117,7 @@ void info(const InfoOptions& options) {
     } else {
         printForPeople(description);
     }
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw Failure("standard output", "cannot be written; a terminal, file or pipe with room");
     }
 }

@@ -12,8 +12,11 @@
 #include <cstdlib>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "Failure.hpp"
+#include "FormatText.hpp"
+#include "Progress.hpp"
 
 namespace zavtool {
 namespace {
@@ -29,6 +32,7 @@ std::atomic<const char*> unfinishedPath{nullptr};
 
 extern "C" void endBySignal(int signal) {
     OutputFile::removeUnfinished();
+    Progress::wipe();
     ::raise(signal);  // with the default action, which SA_RESETHAND has put back
 }
 
@@ -37,7 +41,11 @@ void cleanUpOnSignals() {
     action.sa_handler = endBySignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_NODEFER;
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        ::sigaction(signal, &action, nullptr);
+        struct sigaction before {};
+        ::sigaction(signal, nullptr, &before);
+        if (before.sa_handler != SIG_IGN) {  // as nohup leaves it
+            ::sigaction(signal, &action, nullptr);
+        }
     }
     // A file that grows over a limit is to fail at the write, like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
@@ -57,6 +65,26 @@ fs::path followLinks(const fs::path& path) {
     std::error_code error;
     const fs::path target = fs::weakly_canonical(path, error);
     return error ? path : target;
+}
+
+/// Makes an empty file of this type and leaves it there.
+zav::OSStatus tryType(const fs::path& path, const FileType& type,
+                      const zav::AudioStreamBasicDescription& format,
+                      std::span<const std::byte> magicCookie) {
+    zav::AudioFileID file = nullptr;
+    if (const auto status = zav::AudioFileCreateWithURL(path, type.id, &format,
+                                                        zav::kAudioFileFlags_EraseFile, &file);
+        status != zav::noErr) {
+        return status;
+    }
+    const zav::OSStatus cookieStatus =
+        magicCookie.empty()
+            ? zav::noErr
+            : zav::AudioFileSetProperty(file, zav::kAudioFilePropertyMagicCookieData,
+                                        static_cast<std::uint32_t>(magicCookie.size()),
+                                        magicCookie.data());
+    const zav::OSStatus closeStatus = zav::AudioFileClose(file);
+    return cookieStatus != zav::noErr ? cookieStatus : closeStatus;
 }
 
 /// The file sink does not say whether its last write and the closing went well, so ask the file.
@@ -83,6 +111,9 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
     std::error_code error;
     if (fs::equivalent(input, target_, error)) {
         throw Failure(path_, "is the input itself; another name for the output");
+    }
+    if (fs::is_symlink(target_, error)) {
+        throw Failure(path_, "is a link to nothing; the name of a file, or of a new file");
     }
     const fs::file_status status = fs::status(target_, error);
     if (fs::is_directory(status)) {
@@ -116,6 +147,25 @@ OutputFile::~OutputFile() {
 void OutputFile::removeUnfinished() noexcept {
     if (const char* const path = unfinishedPath.exchange(nullptr)) {
         ::unlink(path);
+    }
+}
+
+void OutputFile::requireRoomFor(const FileType& type,
+                                const zav::AudioStreamBasicDescription& format,
+                                std::span<const std::byte> magicCookie) const {
+    const zav::OSStatus status = tryType(temporaryPath_, type, format, magicCookie);
+    if (status == zav::kAudioFileUnsupportedDataFormatError) {
+        std::vector<std::string> extensions;
+        for (const FileType& other : fileTypes()) {
+            if (tryType(temporaryPath_, other, format, {}) == zav::noErr) {
+                extensions.push_back("." + std::string(other.extensions.front()));
+            }
+        }
+        throw Failure(path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
+                                 (extensions.empty() ? "no type can" : listed(extensions)));
+    }
+    if (status != zav::noErr) {
+        throw Failure(path_, writingProblem(status));
     }
 }
 

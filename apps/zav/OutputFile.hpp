@@ -1,7 +1,12 @@
 #pragma once
 
+#include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <span>
+
+#include "FileType.hpp"
 
 namespace zavtool {
 
@@ -16,6 +21,11 @@ class OutputFile {
 
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Finds out, before any audio is read, whether a file of this type and format can be made here
+    /// and takes this magic cookie (empty: none). Throws `Failure` with the reason.
+    void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
+                        std::span<const std::byte> magicCookie = {}) const;
 
     /// Where to write.
     const std::filesystem::path& temporaryPath() const { return temporaryPath_; }

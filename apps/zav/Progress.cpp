@@ -3,9 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <string_view>
 
 namespace zavtool {
+namespace {
+
+std::atomic<bool> isOnScreen{false};
+
+}  // namespace
 
 Progress::Progress(bool isQuiet) : isShown_(!isQuiet && ::isatty(STDERR_FILENO) == 1) {}
 
@@ -23,7 +30,7 @@ void Progress::update(double share, double audioSeconds) {
     std::fprintf(stderr, "%3.0f %%  %.0f times real time", 100 * share,
                  timesRealTime(audioSeconds));
     std::fflush(stderr);
-    isOnScreen_ = true;
+    isOnScreen = true;
 }
 
 void Progress::finish(const std::string& summary, double audioSeconds) {
@@ -40,10 +47,11 @@ double Progress::timesRealTime(double audioSeconds) const {
     return audioSeconds / std::max(elapsed.count(), kShortestInSeconds);
 }
 
-void Progress::wipe() {
-    if (isOnScreen_) {
-        std::fputs("\r\033[K", stderr);
-        isOnScreen_ = false;
+void Progress::wipe() noexcept {
+    constexpr std::string_view kBackAndErase = "\r\033[K";
+    if (isOnScreen.exchange(false)) {
+        // A terminal that does not take it is none of our errors.
+        static_cast<void>(!::write(STDERR_FILENO, kBackAndErase.data(), kBackAndErase.size()));
     }
 }
 

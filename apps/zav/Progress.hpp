@@ -20,14 +20,15 @@ class Progress {
     /// Leaves `summary` in place of the line.
     void finish(const std::string& summary, double audioSeconds);
 
+    /// Takes the line off the screen, if it is there. Safe in a signal handler.
+    static void wipe() noexcept;
+
  private:
     using Clock = std::chrono::steady_clock;
 
     double timesRealTime(double audioSeconds) const;
-    void wipe();
 
     bool isShown_;
-    bool isOnScreen_ = false;
     Clock::time_point start_ = Clock::now();
     Clock::time_point lastUpdate_ = start_;
 };

@@ -79,7 +79,10 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
             "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU;\n"
             "mono or stereo; 16000, 32000, 44100 or 48000 Hz");
     addFile(*verb, "OUTPUT", options.output, "NAME.sbc: SBC frames, nothing else");
-    verb->footer("Example: zav encode --bitpool 40 speech.wav speech.sbc");
+    verb->footer(
+        "Samples at the end that do not fill an SBC frame are left out. 'zav decode' reads\n"
+        "mono and stereo back, not dual and joint.\n"
+        "Example: zav encode --bitpool 40 speech.wav speech.sbc");
     return verb;
 }
 
@@ -103,7 +106,10 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
     addFile(*verb, "OUTPUT", line.copy.output,
             "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au or\n"
             ".sbc: a type that can hold the input's encoding");
-    verb->footer("Example: zav copy recording.wav recording.caf");
+    verb->footer(
+        "Copied are the audio and, from CAF to CAF, the magic cookie; no comments, cue points\n"
+        "and the like.\n"
+        "Example: zav copy recording.wav recording.caf");
     return verb;
 }
 

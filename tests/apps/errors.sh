@@ -25,7 +25,7 @@ refused 1 "zav: rate.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert:
     "$ZAV" encode rate.wav out.sbc
 refused 1 "zav: deep.wav: 24-bit signed integer PCM, little-endian, mono, 16000 Hz; 16-bit PCM (to convert: sox deep.wav -e signed-integer -b 16 converted.wav)" \
     "$ZAV" encode deep.wav out.sbc
-refused 1 "zav: three.wav: 3 channels; mono or stereo (to convert: sox three.wav converted.wav remix 1,2)" \
+refused 1 "zav: three.wav: 3 channels; mono or stereo (to convert: sox three.wav converted.wav remix 1 2)" \
     "$ZAV" encode three.wav out.sbc
 refused 1 "zav: short.wav: 100 sample frames; at least the 128 of one SBC frame" \
     "$ZAV" encode short.wav out.sbc
@@ -35,10 +35,17 @@ refused 1 "zav: two.wav: stereo audio for --mode mono; --mode dual, stereo or jo
     "$ZAV" encode two.wav out.sbc --mode mono
 refused 1 "zav: speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; raw SBC frames" \
     "$ZAV" decode speech.wav out.wav
-refused 1 "zav: joint.sbc: joint frames of 77 bytes; mono, or stereo frames of 76 bytes (--mode stereo)" \
+refused 1 "zav: joint.sbc: joint frames of 77 bytes; mono, or plain stereo frames of 76 bytes" \
     "$ZAV" decode joint.sbc out.wav
 refused 1 "zav: missing.wav: no such file; the name of an audio file" "$ZAV" info missing.wav
-refused 1 "zav: folder: a folder; the name of an audio file" "$ZAV" info folder
+refused 1 "zav: folder: a folder or a pipe; the name of an audio file" "$ZAV" info folder
+mkfifo pipe
+refused 1 "zav: pipe: a folder or a pipe; the name of an audio file" "$ZAV" info pipe
+rm pipe
+sox -D speech.wav -r 22050 "two words'.wav" trim 0 0.1
+refused 1 "zav: two words'.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert: sox 'two words'\\''.wav' -r 16000 converted.wav)" \
+    "$ZAV" encode "two words'.wav" out.sbc
+rm "two words'.wav"
 refused 1 "zav: cut.wav: damaged; a file that is whole" "$ZAV" copy cut.wav out.wav
 refused 1 "zav: zeros.wav: not an audio file of a known type; WAVE, RF64, W64, AIFF, AIFC, CAF, AU or raw SBC" \
     "$ZAV" encode zeros.wav out.sbc
@@ -53,8 +60,15 @@ printf '\0' | dd of=checksum.sbc bs=1 seek=7203 conv=notrunc status=none
 refused 1 "zav: checksum.sbc: a damaged SBC frame; whole frames as an SBC encoder writes them" \
     "$ZAV" decode checksum.sbc out.wav
 cat speech.sbc joint.sbc >mixed.sbc
-refused 1 "zav: mixed.sbc: frames of 72 to 77 bytes; frames of one length" \
+refused 1 "zav: mixed.sbc: frames of different lengths, the longest 77 bytes; frames of one length" \
     "$ZAV" decode mixed.sbc out.wav
+"$ZAV" encode --bitpool 8 speech.wav shorter.sbc
+cat speech.sbc <(head -c 24 shorter.sbc) speech.sbc >mixed.sbc
+refused 1 "zav: mixed.sbc: frames of different lengths, the longest 72 bytes; frames of one length" \
+    "$ZAV" decode mixed.sbc out.wav
+head -c 1000 speech.sbc >tail.sbc
+refused 1 "zav: tail.sbc: ends with 64 bytes that are no whole SBC frame; whole frames" \
+    "$ZAV" copy tail.sbc out.sbc
 
 # Output that cannot be.
 cp speech.wav kept.wav
@@ -68,6 +82,9 @@ refused 1 "zav: folder/sub/out.sbc: cannot be created: No such file or directory
     "$ZAV" encode speech.wav folder/sub/out.sbc
 mkdir folder.sbc
 refused 1 "zav: folder.sbc: is a folder; the name of a file" "$ZAV" encode speech.wav folder.sbc
+ln -s nothing dangling.sbc
+refused 1 "zav: dangling.sbc: is a link to nothing; the name of a file, or of a new file" \
+    "$ZAV" encode speech.wav dangling.sbc
 mkfifo pipe.sbc
 refused 1 "zav: pipe.sbc: is not a regular file; the name of one, or of a new file" \
     "$ZAV" encode speech.wav pipe.sbc
@@ -77,17 +94,23 @@ mkdir private
 cp speech.sbc private/old.sbc
 chmod 644 private/old.sbc
 chmod 755 private .
-unprivileged=()
 if [ "$(id -u)" = 0 ]; then
-    unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+    # From here, in case nobody else may enter the folder that it was built in.
+    mkdir program
+    cp "$ZAV" program
+    cp -L "$(ldd "$ZAV" | awk '/libZAVAudioStreaming/ { print $3 }')" program
+    chmod -R a+rX program
+    unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups
+        env LD_LIBRARY_PATH="$work/program" "$work/program/zav")
 else
+    unprivileged=("$ZAV")
     chmod 555 private
     chmod 444 private/old.sbc
 fi
 refused 1 "zav: private/new.sbc: cannot be created: Permission denied; a folder that exists and that you may write to" \
-    "${unprivileged[@]}" "$ZAV" encode speech.wav private/new.sbc
+    "${unprivileged[@]}" encode speech.wav private/new.sbc
 refused 1 "zav: private/old.sbc: cannot be replaced: Permission denied; a file that you may write to" \
-    "${unprivileged[@]}" "$ZAV" encode speech.wav private/old.sbc
+    "${unprivileged[@]}" encode speech.wav private/old.sbc
 same private/old.sbc speech.sbc "the file that could not be replaced"
 chmod 755 private
 
@@ -102,16 +125,25 @@ before=$(ls -A)
     refused 1 "zav: big.wav: the disk is full or the file too large for it; a disk with more room" \
         "$ZAV" decode speech.sbc big.wav
 )
+# Not even a header fits. The words come through a pipe: a file for them could not be written either.
+for arguments in "decode speech.sbc out.wav" "copy speech.wav out.aifc" "copy speech.wav out.w64"; do
+    # shellcheck disable=SC2086
+    said=$( (
+        ulimit -f 0
+        "$ZAV" $arguments 2>&1
+    ) || true)
+    [ "$said" = "zav: ${arguments##* }: the disk is full or the file too large for it; a disk with more room" ] ||
+        fail "zav $arguments on a full disk: $said"
+    checks=$((checks + 1))
+done
 same out.sbc speech.sbc "the file that was there before"
 nothing_new "$before"
 
-# Interrupted: nothing half-written, and the shell sees the signal. The input is a file that never
-# comes to its end in time: 4 GiB of holes.
-truncate -s 3G endless.raw
+# Interrupted: nothing half-written, and the shell sees the signal. The input is long enough not to
+# come to its end before: 2 GiB of holes.
 head -c 44 speech.wav >endless.wav
 printf '\377\377\377\177' | dd of=endless.wav bs=1 seek=40 conv=notrunc status=none
 truncate -s 2G endless.wav
-rm endless.raw
 before=$(ls -A)
 "$ZAV" encode --bitpool 2 endless.wav interrupted.sbc &
 encoder=$!
@@ -124,6 +156,23 @@ code=0
 wait $encoder || code=$?
 [ $code = 143 ] || fail "interrupted: exit $code"
 nothing_new "$before"
+checks=$((checks + 1))
+
+# What was to be ignored stays ignored, as under nohup.
+(
+    trap '' HUP
+    exec "$ZAV" encode --bitpool 2 endless.wav interrupted.sbc
+) &
+encoder=$!
+for _ in $(seq 1000); do
+    if compgen -G '.zav-*' >/dev/null; then break; fi
+    sleep 0.01
+done
+kill -HUP $encoder
+kill -TERM $encoder
+code=0
+wait $encoder || code=$?
+[ $code = 143 ] || fail "hung up: exit $code"
 checks=$((checks + 1))
 
 # An existing file is replaced with its permissions, a link by what it points to.

@@ -3,7 +3,8 @@
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
-cp "$SPEECH" speech.wav
+mkdir examples
+cp "$SPEECH" examples/speech.wav
 mkdir bin
 ln -s "$ZAV" bin/zav
 PATH=$work/bin:$PATH

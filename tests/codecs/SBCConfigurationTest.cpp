@@ -8,6 +8,7 @@
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
+#include "tests/support/WrappedSbc.hpp"
 
 namespace zav::test {
 namespace {
@@ -86,6 +87,20 @@ TEST(SBCConfiguration, makesItsStateOnceAndKeepsIt) {
     EXPECT_EQ(configuration.sbc(), state);
     EXPECT_EQ(configuration.codeSize(), 256U);
     EXPECT_EQ(configuration.frameLen(), 72U);
+}
+
+// The state that nobody asked for is made at the end, and libsbc's memory behind it stays.
+TEST(SBCConfiguration, endsWithoutFinishingTheCodec) {
+    const SbcStateCounts before = sbcStateCounts();
+    { const Configuration unused; }
+    EXPECT_EQ(sbcStateCounts().made, before.made + 1);
+    {
+        Configuration used;
+        used.frameLen();
+        EXPECT_EQ(sbcStateCounts().made, before.made + 2);
+    }
+    EXPECT_EQ(sbcStateCounts().made, before.made + 2);
+    EXPECT_EQ(sbcStateCounts().finished, before.finished);
 }
 
 struct ConstructionCase {

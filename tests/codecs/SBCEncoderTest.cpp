@@ -8,9 +8,9 @@
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/RecordingSink.hpp"
-#include "tests/support/RefusingSbc.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
+#include "tests/support/WrappedSbc.hpp"
 
 namespace zav::test {
 namespace {
@@ -172,6 +172,32 @@ TEST(SBCEncoder, refusesUnsuitableUpstreams) {
     format.mBitsPerChannel = 7;
     source->setOutDataFormat(format);
     EXPECT_DEATH(make(), "Fatal error: Division by zero");
+}
+
+TEST(SBCEncoder, encodesAsAPlainLoopDoesWithEveryBitpool) {
+    const Bytes pcm = testPcm(2 * 128 * 2);
+    for (const auto mode : {SBCCoding::ChannelMode::mono, SBCCoding::ChannelMode::dual,
+                            SBCCoding::ChannelMode::stereo, SBCCoding::ChannelMode::jointStereo}) {
+        const bool isMono = mode == SBCCoding::ChannelMode::mono;
+        const auto source = makeNode<PeripheralSource>();
+        source->setOutDataFormat(pcmFormat(16000, isMono ? 1 : 2));
+        for (const auto subband : {SBCCoding::Subband::_4, SBCCoding::Subband::_8}) {
+            const bool isPerChannel = isMono || mode == SBCCoding::ChannelMode::dual;
+            const unsigned subbands = subband == SBCCoding::Subband::_8 ? 8 : 4;
+            const unsigned largest = std::min((isPerChannel ? 16U : 32U) * subbands, 250U);
+            for (unsigned bitpool = 2; bitpool <= largest; ++bitpool) {
+                const auto configuration = std::make_shared<Configuration>();
+                configuration->mode = mode;
+                configuration->subband = subband;
+                configuration->bitpool = static_cast<std::uint8_t>(bitpool);
+                const auto encoder = makeNode<SBCEncoder>(source, configuration);
+                const auto sink = makeNode<RecordingSink>(encoder);
+                encoder->receiveAudio(pcm.data(), pcm.size(), 0, nullptr);
+                ASSERT_EQ(sink->allBytes(), SbcLoop(*configuration).encode(pcm))
+                    << "mode " << static_cast<int>(mode) << ", bitpool " << bitpool;
+            }
+        }
+    }
 }
 
 TEST(SBCEncoder, encodesAsAPlainLoopDoesInEveryMode) {

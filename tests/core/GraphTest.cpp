@@ -38,6 +38,14 @@ TEST(FanOut, callsEveryTargetInTheOrderOfAdding) {
     EXPECT_TRUE(second->chunks[0].hasDescriptions);
 }
 
+TEST(FanOut, withoutTargetsDoesNothing) {
+    const auto source = makeNode<PeripheralSource>();
+    source->downstreams().onAudioStreamFlowStart();
+    source->downstreams().receiveAudio("abc", 3, 1, nullptr);
+    source->downstreams().onAudioStreamFlowEnd();
+    EXPECT_EQ(source->downstreams().begin(), source->downstreams().end());
+}
+
 TEST(FanOut, aTargetAddedDuringAWalkIsCalledOnlyInTheNextOne) {
     const auto source = makeNode<PeripheralSource>();
     const auto adder = makeNode<RecordingSink>(source);

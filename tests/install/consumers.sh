@@ -1,22 +1,32 @@
 #!/usr/bin/env bash
-# Installs the library into an empty folder and builds the README's program against it, by the
-# README's own CMake file and its pkg-config command, shared and static.
+# Builds and installs the library by the README's commands, but into an empty folder, and builds the
+# README's program against it, by the README's own CMake file and its pkg-config command, shared and
+# static.
 #
-#     consumers.sh BUILD_FOLDER SPEECH.wav
+#     consumers.sh SPEECH.wav
 set -euo pipefail
 
-build=$1
-speech=$2
-readme=$(cd "$(dirname "$0")/../.." && pwd)/README.md
+speech=$1
+root=$(cd "$(dirname "$0")/../.." && pwd)
+readme=$root/README.md
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-block() { # LANGUAGE: the first block of this language in the README
-    sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/{/^\`\`\`/d;p}" "$readme"
+block() { # LANGUAGE [NUMBER]: the first (or NUMBER-th) block of this language in the README
+    awk -v start="\`\`\`$1" -v wanted="${2:-1}" '$0 == start { inside = ++count == wanted; next }
+        /^```/ { inside = 0 } inside' "$readme"
 }
 
-cmake --install "$build" --prefix "$work/prefix" >install.log
+# The block that installs, as it stands, but for the place and the rights that it takes.
+commands=$(awk '/^```sh$/ { inside = 1; text = ""; next }
+    /^```$/ { if (text ~ /--install/) print text; inside = 0 }
+    inside { text = text $0 "\n" }' "$readme" | sed -e 's/^sudo //' -e '/^ldconfig/d')
+[ -n "$commands" ] || { echo 'FAILED: the README does not tell how to install'; exit 1; }
+(cd "$root" && bash -euc "${commands//\/usr\/local/$work/prefix}") >install.log 2>&1 || {
+    cat install.log
+    exit 1
+}
 find prefix -path '*platform/linux*' | grep . && { echo 'private headers were installed'; exit 1; }
 library=$(dirname "$(find prefix -name libZAVAudioStreaming.so)")
 export LD_LIBRARY_PATH=$work/$library PKG_CONFIG_PATH=$work/$library/pkgconfig
@@ -43,9 +53,19 @@ cmake --build with-static >>cmake.log
 ldd with-static/streamer | grep ZAVAudioStreaming && { echo 'linked to the shared library'; exit 1; }
 expect_frames with-static/streamer
 
-bash -euc "$(block sh | grep pkg-config)"
+bash -euc "$(grep 'pkg-config --cflags --libs' "$readme")"
 expect_frames ./streamer
 # Statically: the archive by its name, the libraries behind it by pkg-config.
+# The README's other piece compiles inside a function that has its names.
+{
+    echo '#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>'
+    echo 'void push(const zav::AudioStreamBasicDescription& format, const void* bytes,'
+    echo '          std::uint64_t size) {'
+    block cpp 2
+    echo '}'
+} >piece.cpp
+g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp
+
 read -ra compile_flags < <(pkg-config --cflags ZAVAudioStreaming)
 read -ra link_flags < <(pkg-config --libs sbc sndfile)
 g++ -std=c++20 "${compile_flags[@]}" main.cpp -o streamer-static "$library/libZAVAudioStreaming.a" \
@@ -56,7 +76,7 @@ expect_frames ./streamer-static
 env -u LD_LIBRARY_PATH prefix/bin/zav --version
 
 # Nothing that was installed names the folder that it was built in.
-if grep -rl --binary-files=text "$(dirname "$readme")" prefix; then
+if grep -rl --binary-files=text "$root" prefix; then
     echo 'FAILED: these name the build folder'
     exit 1
 fi

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -47,7 +48,9 @@ class BrokenFile : public testing::Test {
         }
         OSStatus readStatus = noErr;
         const auto audio = read(file, 0, static_cast<std::uint32_t>(count), &readStatus);
-        EXPECT_LE(audio.size(), audioSize);
+        if (readStatus == noErr) {
+            EXPECT_EQ(audio.size(), audioSize);
+        }
         return count;
     }
 
@@ -99,9 +102,9 @@ TEST_F(BrokenFile, cutAnywhereGivesTheAudioThatIsThereOrAStatus) {
     }
 }
 
-TEST_F(BrokenFile, withAnyByteChangedDoesNoHarm) {
+TEST_F(BrokenFile, withAnyHeaderByteChangedDoesNoHarm) {
     for (const Bytes& good : goodFiles()) {
-        // Header bytes with the values that break size arithmetic, everything else at random.
+        // The values that break size arithmetic.
         Bytes changed = good;
         for (std::size_t i = 0; i < std::min<std::size_t>(good.size(), 200); ++i) {
             for (const unsigned value : {0x00U, 0x01U, 0x7FU, 0x80U, 0xFFU}) {
@@ -167,6 +170,9 @@ TEST(AudioFileService, tellsWhyAFileCannotBeReached) {
     OpenFile file;
     EXPECT_EQ(tryOpen(folder / "missing", file), kAudioFileFileNotFoundError);
     EXPECT_EQ(tryOpen(folder / "", file), kAudioFileNotAFileError);
+    // A pipe that nobody writes to does not keep us waiting.
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(tryOpen(folder / "pipe", file), kAudioFileNotAFileError);
     AudioFileID id = nullptr;
     EXPECT_EQ(AudioFileOpenURL(folder / "missing", AudioFilePermissions{2}, 0, &id),
               kAudioFilePermissionsError);

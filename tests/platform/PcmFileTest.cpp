@@ -235,7 +235,7 @@ TEST_F(PcmFile, staysReadableUpToTheLastSecondWhenItsWriterIsKilled) {
 TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
     const auto format = pcmFormat(44100, 1);
     const Bytes audio = testBytes(100000);
-    for (const std::size_t size : {1U, 39U, 4000U}) {
+    for (const std::size_t size : {1U, 39U, 4004U, 4005U, 70000U}) {  // 4004 fit into the header
         const Bytes cookie = testBytes(size, 7);
         {
             const OpenFile file = create(path_, kAudioFileCAFType, format);
@@ -267,14 +267,40 @@ TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
         EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
                   kAudioFilePermissionsError);
     }
-    const OpenFile caf = create(path_, kAudioFileCAFType, format);
-    const Bytes tooLong = testBytes(5000);
-    EXPECT_EQ(
-        AudioFileSetProperty(caf.get(), kAudioFilePropertyMagicCookieData, 5000, tooLong.data()),
-        kAudioFileBadPropertySizeError);
-    const OpenFile wave = create(folder_ / "wave", kAudioFileWAVEType, format);
-    EXPECT_EQ(AudioFileSetProperty(wave.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
-              kAudioFileUnsupportedPropertyError);
+    for (const PcmFileCase& fileCase : pcmFileCases()) {
+        if (fileCase.type != kAudioFileCAFType) {
+            const OpenFile other = create(path_, fileCase.type, formatFor(fileCase, 8000, 1));
+            EXPECT_EQ(
+                AudioFileSetProperty(other.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
+                kAudioFileUnsupportedPropertyError)
+                << fourCharText(fileCase.type);
+        }
+    }
+}
+
+TEST_F(PcmFile, withZerosBehindItsAudioIsReadToTheEndOfTheAudio) {
+    const auto format = pcmFormat(8000, 1);
+    const Bytes audio = testBytes(2000);
+    EXPECT_EQ(write(create(path_, kAudioFileWAVEType, format), 0, audio), noErr);
+    Bytes padded = readFile(path_);
+    padded.resize(padded.size() + 100000);
+    writeFile(path_, padded);
+    EXPECT_EQ(readAll(open(path_)), audio);
+}
+
+TEST_F(PcmFile, ofAFractionalRateIsRefused) {
+    for (const auto type : {kAudioFileCAFType, kAudioFileAIFFType}) {
+        const auto format = pcmFormat(44100, 1, 16, 6);
+        EXPECT_EQ(write(create(path_, type, format), 0, testBytes(100)), noErr);
+        Bytes bytes = readFile(path_);
+        // 44100 is 0x40E5888000000000 as a double, and 0x400E AC44000000000000 as an 80-bit float.
+        const std::size_t lowBits = type == kAudioFileCAFType ? 20 + 4 : 28 + 4;
+        EXPECT_EQ(bytes[lowBits], std::byte{0});
+        bytes[lowBits] = std::byte{0x40};
+        writeFile(path_, bytes);
+        OpenFile file;
+        EXPECT_EQ(tryOpen(path_, file), kAudioFileUnsupportedDataFormatError) << fourCharText(type);
+    }
 }
 
 }  // namespace

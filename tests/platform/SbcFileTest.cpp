@@ -125,6 +125,21 @@ TEST_F(SbcFile, isWrittenFrameByFrameWithoutGaps) {
               kAudioFileUnsupportedDataFormatError);
 }
 
+TEST_F(SbcFile, cannotTakeASecondFlowWhosePacketsAreNumberedOn) {
+    const Bytes frames = framesWithBitpool(32, 3);
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(sbcFormat(16000, 1, 0x200B00, 72));
+    makeNode<FileSink>(source, path_, kAudioFileSBCType);
+    const auto flow = [&] {
+        source->downstreams().onAudioStreamFlowStart();
+        source->downstreams().receiveAudio(frames.data(), frames.size(), 3, nullptr);
+        source->downstreams().onAudioStreamFlowEnd();
+    };
+    flow();
+    EXPECT_EQ(readFile(path_), frames);
+    EXPECT_DEATH(flow(), "^Fatal error: Writing packets to file failed: 1885563711: ");  // 'pck?'
+}
+
 TEST_F(SbcFile, goesThroughTheNodesAndBack) {
     const Bytes pcm = testPcm(128 * 50);
     const auto microphone = makeNode<PeripheralSource>();

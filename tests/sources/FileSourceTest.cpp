@@ -47,6 +47,19 @@ TEST_F(FileSourceTest, opensForReadingWithoutAHint) {
     EXPECT_EQ(scriptedFile().count("close"), 1U);
 }
 
+TEST_F(FileSourceTest, closesTheFileBeforeItReleasesItsTargets) {
+    class Watcher : public PeripheralSink {
+     public:
+        using PeripheralSink::PeripheralSink;
+        ~Watcher() override { scriptedFile().calls.emplace_back("target released"); }
+    };
+    {
+        const auto source = makeNode<FileSource>("file.wav");
+        makeNode<Watcher>(source);
+    }
+    EXPECT_EQ(scriptedFile().calls, (Calls{"open", "close", "target released"}));
+}
+
 TEST_F(FileSourceTest, throwsTheStatusOfAFileThatDoesNotOpen) {
     scriptedFile().failures["open"] = kAudioFileUnsupportedFileTypeError;
     try {

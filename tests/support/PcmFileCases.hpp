@@ -61,6 +61,17 @@ struct PcmFileCase {
     }
 };
 
+/// Any format that the type takes.
+inline AudioStreamBasicDescription formatFor(const PcmFileCase& fileCase, double rate,
+                                             std::uint32_t channels) {
+    for (const Encoding& encoding : allEncodings()) {
+        if (fileCase.takes(encoding)) {
+            return encoding.format(rate, channels);
+        }
+    }
+    return {};
+}
+
 inline std::vector<PcmFileCase> pcmFileCases() {
     const std::vector<std::string> little = {"u8",    "s16le", "s24le", "s32le",
                                              "f32le", "f64le", "alaw",  "ulaw"};

@@ -31,6 +31,7 @@ OSStatus statusOfErrno(int error) {
         case ENOTDIR:
             return kAudioFileFileNotFoundError;
         case EISDIR:
+        case ESPIPE:
             return kAudioFileNotAFileError;
         case EACCES:
         case EPERM:

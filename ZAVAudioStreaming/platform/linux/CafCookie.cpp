@@ -53,10 +53,16 @@ void insertCafCookie(std::span<std::byte> header, std::span<const std::byte> coo
         return;
     }
     const auto place = header.subspan(chunk->offset);
-    putChunkHeader(place, "kuki", cookie.size());
-    std::copy(cookie.begin(), cookie.end(), place.begin() + kChunkHeaderSize);
-    putChunkHeader(place.subspan(kChunkHeaderSize + cookie.size()), "free",
-                   chunk->size - cookie.size() - kChunkHeaderSize);
+    const auto cookieChunk = cafCookieChunk(cookie);
+    std::copy(cookieChunk.begin(), cookieChunk.end(), place.begin());
+    putChunkHeader(place.subspan(cookieChunk.size()), "free", chunk->size - cookieChunk.size());
+}
+
+std::vector<std::byte> cafCookieChunk(std::span<const std::byte> cookie) {
+    std::vector<std::byte> chunk(kChunkHeaderSize + cookie.size());
+    putChunkHeader(chunk, "kuki", cookie.size());
+    std::copy(cookie.begin(), cookie.end(), chunk.begin() + kChunkHeaderSize);
+    return chunk;
 }
 
 }  // namespace zav

@@ -47,12 +47,14 @@ std::size_t transferAll(std::size_t size, Transfer transfer) {
 }  // namespace
 
 FileHandle FileHandle::openForReading(const std::filesystem::path& path) {
-    FileHandle file(retried([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+    FileHandle file(
+        retried([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     struct stat status {};
     retried([&] { return ::fstat(file.descriptor_, &status); });
-    if (S_ISDIR(status.st_mode)) {
-        // A folder opens well enough and only fails at the first read.
-        throw std::system_error(EISDIR, std::generic_category());
+    if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
+        // Folders open well enough and only fail at the first read, pipes cannot be read at an
+        // offset, and either could keep us waiting but for O_NONBLOCK.
+        throw std::system_error(S_ISDIR(status.st_mode) ? EISDIR : ESPIPE, std::generic_category());
     }
     return file;
 }

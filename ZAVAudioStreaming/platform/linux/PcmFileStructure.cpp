@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <span>
@@ -59,9 +61,11 @@ constexpr ChunkGrammar kCaf{.fileType = kAudioFileCAFType,
                             .otherIds = {"free", ""}};
 
 constexpr std::string_view kCafCookieId = "kuki";
+constexpr std::string_view kNoId("\0\0\0\0", 4);
 constexpr std::size_t kIdentifyingBytes = 40;
 
 constexpr std::uint64_t kUnknown32BitSize = 0xFFFFFFFF;
+constexpr std::uint64_t kUnknown64BitSize = 0xFFFFFFFFFFFFFFFF;
 
 /// Real files have a few dozen chunks at most.
 constexpr int kMostChunks = 4096;
@@ -132,6 +136,15 @@ void hideChunk(std::uint64_t idOffset, PcmFileStructure& structure) {
     }
 }
 
+/// Shows another size of a CAF chunk.
+void putSize(std::uint64_t sizeOffset, std::uint64_t size, PcmFileStructure& structure) {
+    std::array<std::byte, 8> bytes{};
+    putBigEndian(bytes, size);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        structure.edits.push_back({sizeOffset + i, bytes[i]});
+    }
+}
+
 /// In W64, libsndfile takes the extensible form of a format for integers, whatever it is. The real
 /// encoding stands further on in it (WAVEFORMATEXTENSIBLE's SubFormat).
 void nameRealEncoding(const FileHandle& file, std::uint64_t format, std::uint64_t formatSize,
@@ -144,6 +157,29 @@ void nameRealEncoding(const FileHandle& file, std::uint64_t format, std::uint64_
         file.readAt(format + kSubFormat, encoding.data(), encoding.size());
         structure.edits.push_back({format, encoding[0]});
         structure.edits.push_back({format + 1, encoding[1]});
+    }
+}
+
+/// libsndfile cuts a rate of 44100.5 Hz to 44100 Hz. CAF has it as a double, AIFF as an 80-bit
+/// float: sign and exponent in 2 bytes, then 64 bits, the highest of them the ones.
+void requireWholeRate(const FileHandle& file, std::uint64_t format, AudioFileTypeID fileType) {
+    bool isWhole = true;
+    if (fileType == kAudioFileCAFType) {
+        std::array<std::byte, 8> rate{};
+        file.readAt(format, rate.data(), rate.size());
+        const auto value = std::bit_cast<double>(bigEndianAt(rate));
+        isWhole = value == std::floor(value);
+    } else if (fileType == kAudioFileAIFFType || fileType == kAudioFileAIFCType) {
+        constexpr std::uint64_t kRateInFormat = 8;
+        constexpr std::uint64_t kExponentOfOne = 16383;
+        std::array<std::byte, 10> rate{};
+        file.readAt(format + kRateInFormat, rate.data(), rate.size());
+        const std::uint64_t exponent = bigEndianAt(std::span(rate).first(2)) - kExponentOfOne;
+        const std::uint64_t bits = bigEndianAt(std::span(rate).last(8));
+        isWhole = exponent < 63 && bits << (exponent + 1) == 0;
+    }
+    if (!isWhole) {
+        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
     }
 }
 
@@ -173,6 +209,10 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
             }
             size -= headerSize;
         }
+        if (hasFormat && hasData && id == kNoId) {
+            // Zeros after the audio: padding of some writer.
+            break;
+        }
         const std::uint64_t content = offset + headerSize;
         const bool isWhole = size <= fileSize - content;
 
@@ -182,6 +222,7 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
                 refuseFile();
             }
             hasFormat = true;
+            requireWholeRate(file, content, grammar.fileType);
             if (grammar.fileType == kAudioFileWave64Type) {
                 nameRealEncoding(file, content, size, structure);
             }
@@ -193,6 +234,14 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
             if (size == 0 || size == kUnknown32BitSize) {
                 // A writer that was killed, or that could not seek back: the rest is audio. RF64
                 // keeps the size elsewhere.
+                break;
+            }
+            if (size == kUnknown64BitSize && grammar.fileType == kAudioFileCAFType) {
+                // Legal for the last chunk, but libsndfile wants to know.
+                size = fileSize - content;
+                putSize(offset + grammar.idSize, size, structure);
+                structure.audioSize =
+                    size - std::min<std::uint64_t>(size, grammar.bytesBeforeAudio);
                 break;
             }
             if (isWhole && size >= grammar.bytesBeforeAudio) {

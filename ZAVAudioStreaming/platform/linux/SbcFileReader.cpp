@@ -59,6 +59,15 @@ std::uint64_t SbcFileReader::offsetOf(std::uint64_t frame) const {
     return index_.offsets.empty() ? frame * index_.longestFrame : index_.offsets[frame];
 }
 
+std::uint64_t SbcFileReader::lastFit(std::uint64_t endOffset) const {
+    const auto& offsets = index_.offsets;
+    if (offsets.empty()) {
+        return std::min(endOffset / index_.longestFrame, index_.frameCount);
+    }
+    const auto beyond = std::upper_bound(offsets.begin(), offsets.end(), endOffset);
+    return static_cast<std::uint64_t>(beyond - offsets.begin()) - 1;
+}
+
 PacketRun SbcFileReader::readPackets(std::uint64_t firstPacket, PacketRun room,
                                      AudioStreamPacketDescription* descriptions, void* buffer) {
     const std::uint64_t frameCount = index().frameCount;
@@ -69,10 +78,8 @@ PacketRun SbcFileReader::readPackets(std::uint64_t firstPacket, PacketRun room,
         return {};
     }
     const std::uint64_t start = offsetOf(firstPacket);
-    std::uint64_t end = std::min(firstPacket + room.packetCount, frameCount);
-    while (end > firstPacket && offsetOf(end) - start > room.byteCount) {
-        --end;
-    }
+    const std::uint64_t end =
+        std::min(firstPacket + room.packetCount, lastFit(start + room.byteCount));
     const auto byteCount = static_cast<std::uint32_t>(offsetOf(end) - start);
     if (file_.readAt(start, buffer, byteCount) < byteCount) {
         // The file became shorter since it was indexed.

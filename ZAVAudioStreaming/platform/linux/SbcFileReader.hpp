@@ -38,6 +38,8 @@ class SbcFileReader : public AudioFileReader {
     void buildIndex();
     void addFrame(std::uint64_t offset, std::uint32_t length);
     std::uint64_t offsetOf(std::uint64_t frame) const;
+    /// The frame that the last whole one before `endOffset` is followed by.
+    std::uint64_t lastFit(std::uint64_t endOffset) const;
 
     FileHandle file_;
     Index index_;

@@ -90,7 +90,9 @@ void SndfileStream::open(int mode, SF_INFO& info) {
     sndfile_ = sf_open_virtual(&callbacks, mode, &info, this);
     if (sndfile_ == nullptr) {
         throwFileError();
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw AudioFileFailure(sf_error(nullptr) == SF_ERR_UNSUPPORTED_ENCODING
+                                   ? kAudioFileUnsupportedDataFormatError
+                                   : kAudioFileInvalidFileError);
     }
 }
 
@@ -125,9 +127,12 @@ void SndfileStream::throwFileError() {
     }
 }
 
-void SndfileStream::close() {
+void SndfileStream::close(std::span<const std::byte> trailer) {
     sf_close(std::exchange(sndfile_, nullptr));
     throwFileError();
+    if (!trailer.empty()) {
+        file_.writeAt(file_.size(), trailer.data(), trailer.size());
+    }
     file_.close();
 }
 

@@ -47,8 +47,8 @@ class SndfileStream {
 
     /// Throws what the last failed system call threw, if there was one since the last throw.
     void throwFileError();
-    /// Ends libsndfile's work on the file and closes it.
-    void close();
+    /// Ends libsndfile's work on the file, appends `trailer`, and closes it.
+    void close(std::span<const std::byte> trailer);
 
  private:
     friend struct SndfileCallbacks;

@@ -69,7 +69,7 @@ std::uint32_t SndfileWriter::writePackets(std::uint64_t firstPacket, PacketRun r
 }
 
 void SndfileWriter::mend(std::span<std::byte> header) const {
-    if (fileType() == kAudioFileCAFType && !cookie_.empty()) {
+    if (!cookie_.empty() && cookie_.size() <= cookieCapacity_) {
         insertCafCookie(header, cookie_);
     } else if (fileType() == kAudioFileAIFFType || fileType() == kAudioFileAIFCType) {
         setAiffFrameCount(header, static_cast<std::uint32_t>(frameCount_), frameSize());
@@ -114,16 +114,14 @@ void SndfileWriter::setMagicCookie(std::span<const std::byte> cookie) {
     if (!takesMagicCookie()) {
         throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
     }
-    if (cookie.size() > cookieCapacity_) {
-        throw AudioFileFailure(kAudioFileBadPropertySizeError);
-    }
     cookie_.assign(cookie.begin(), cookie.end());
     stream_.updateHeader();
     stream_.throwFileError();
 }
 
 void SndfileWriter::finish() {
-    stream_.close();
+    const bool fitsHeader = cookie_.size() <= cookieCapacity_;
+    stream_.close(fitsHeader ? std::vector<std::byte>() : cafCookieChunk(cookie_));
 }
 
 }  // namespace zav

@@ -40,13 +40,13 @@ class SndfileWriter : public AudioFileWriter {
     // Headers are mended from these, so they come before the stream.
     std::uint64_t frameCount_ = 0;
     std::vector<std::byte> cookie_;
+    std::size_t cookieCapacity_ = 0;
 
     SF_INFO info_;
     SndfileStream stream_;
     std::uint64_t mostFrames_;
     std::uint64_t position_ = 0;  // frames
     std::uint64_t framesInHeader_ = 0;
-    std::size_t cookieCapacity_ = 0;
 };
 
 }  // namespace zav
