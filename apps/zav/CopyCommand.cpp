@@ -43,22 +43,22 @@ void requireWholeFrames(const std::filesystem::path& input) {
 
 }  // namespace
 
-void copy(const CopyOptions& options, const CommonOptions& common) {
-    const FileType* const type = typeForName(options.output);
+void copy(const FilePair& files, const CommonOptions& common) {
+    const FileType* const type = typeForName(files.output);
     if (type == nullptr) {
-        throw UsageFailure(options.output.string() + ": a name of unknown type; a name with " +
+        throw UsageFailure(files.output.string() + ": a name of unknown type; a name with " +
                            extensionsOfTypes([](const FileType&) { return true; }));
     }
-    const auto source = openSource(options.input);
+    const auto source = openSource(files.input);
     const zav::AudioStreamBasicDescription format = source->outDataFormat();
     if (format.mFormatID == zav::kAudioFormatSbc) {
-        requireWholeFrames(options.input);
+        requireWholeFrames(files.input);
     }
     const auto cookie =
-        type->id == zav::kAudioFileCAFType ? magicCookie(options.input) : std::nullopt;
-    OutputFile output(options.output, options.input);
+        type->id == zav::kAudioFileCAFType ? magicCookie(files.input) : std::nullopt;
+    OutputFile output(files.output, files.input);
     output.requireRoomFor(*type, format, cookie ? *cookie : std::vector<std::byte>());
-    reportFatalStopsFor(options.input, options.output);
+    reportFatalStopsFor(files.input, files.output);
 
     const auto sink = zav::makeNode<zav::FileSink>(source, output.temporaryPath(), type->id);
     const auto meter = zav::makeNode<Meter>(source);
@@ -69,11 +69,11 @@ void copy(const CopyOptions& options, const CommonOptions& common) {
               "FileSource (" + inWords(format) + ") -> FileSink (" + std::string(type->name) + ")");
 
     Progress progress(common.isQuiet);
-    pump(*source, options.input, 1, progress);
+    pump(*source, files.input, 1, progress);
     output.commit(meter->byteCount());
     const double seconds =
         static_cast<double>(meter->packetCount()) * format.mFramesPerPacket / format.mSampleRate;
-    progress.finish(options.output.string() + ": " + secondsText(seconds) + ", " +
+    progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " +
                         std::to_string(meter->packetCount()) + " packets",
                     seconds);
 }

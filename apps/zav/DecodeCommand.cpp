@@ -74,20 +74,20 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
 
 }  // namespace
 
-void decode(const DecodeOptions& options, const CommonOptions& common) {
-    const FileType* const type = typeForName(options.output);
+void decode(const FilePair& files, const CommonOptions& common) {
+    const FileType* const type = typeForName(files.output);
     if (type == nullptr || !isPcmType(*type)) {
-        throw UsageFailure(options.output.string() + ": not a name for PCM audio; a name with " +
+        throw UsageFailure(files.output.string() + ": not a name for PCM audio; a name with " +
                            extensionsOfTypes(isPcmType));
     }
-    const auto source = openSource(options.input);
+    const auto source = openSource(files.input);
     zav::AudioStreamBasicDescription sbc = source->outDataFormat();
     if (sbc.mFormatID != zav::kAudioFormatSbc) {
-        throw Failure(options.input, inWords(sbc) + "; raw SBC frames");
+        throw Failure(files.input, inWords(sbc) + "; raw SBC frames");
     }
-    requireFramesOfOneLength(options.input, sbc);
-    OutputFile output(options.output, options.input);
-    reportFatalStopsFor(options.input, options.output);
+    requireFramesOfOneLength(files.input, sbc);
+    OutputFile output(files.output, files.input);
+    reportFatalStopsFor(files.input, files.output);
 
     // SBC frames carry no byte order: the stream's format tells the decoder which one to make.
     std::shared_ptr<zav::AudioStreamOutputable> sbcStream = source;
@@ -107,12 +107,12 @@ void decode(const DecodeOptions& options, const CommonOptions& common) {
               "FileSource (" + inWords(sbc) + ") -> SBCDecoder -> FileSink (" + inWords(pcm) + ")");
 
     Progress progress(common.isQuiet);
-    pump(*source, options.input, 1, progress);
+    pump(*source, files.input, 1, progress);
     output.commit(pcmMeter->byteCount());
 
     const std::uint64_t frameCount = pcmMeter->byteCount() / pcm.mBytesPerFrame;
     const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
-    progress.finish(options.output.string() + ": " + secondsText(seconds) + ", " + inWords(pcm),
+    progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " + inWords(pcm),
                     seconds);
 }
 

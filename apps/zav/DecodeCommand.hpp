@@ -1,17 +1,10 @@
 #pragma once
 
-#include <filesystem>
-
 #include "Stream.hpp"
 
 namespace zavtool {
 
-struct DecodeOptions {
-    std::filesystem::path input;
-    std::filesystem::path output;
-};
-
 /// Decodes raw SBC frames to a 16-bit PCM file.
-void decode(const DecodeOptions& options, const CommonOptions& common);
+void decode(const FilePair& files, const CommonOptions& common);
 
 }  // namespace zavtool

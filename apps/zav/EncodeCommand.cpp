@@ -78,18 +78,18 @@ Coding::ChannelMode modeOf(const EncodeOptions& options, std::uint32_t channelCo
     }
     const auto mode = modeNamed(*options.mode);
     if (!mode || (*mode == Coding::ChannelMode::mono) != isMono) {
-        throw Failure(options.input, channelsInWords(channelCount) + " audio for --mode " +
-                                         *options.mode + "; " +
-                                         (isMono ? "--mode mono" : "--mode dual, stereo or joint"));
+        throw Failure(options.files.input,
+                      channelsInWords(channelCount) + " audio for --mode " + *options.mode + "; " +
+                          (isMono ? "--mode mono" : "--mode dual, stereo or joint"));
     }
     return *mode;
 }
 
 std::shared_ptr<Coding::SBCConfiguration> configurationFor(
     const EncodeOptions& options, const zav::AudioStreamBasicDescription& pcm) {
-    require16BitPcm(pcm, options.input);
+    require16BitPcm(pcm, options.files.input);
     auto configuration = std::make_shared<Coding::SBCConfiguration>();
-    configuration->freq = frequencyOf(pcm, options.input);
+    configuration->freq = frequencyOf(pcm, options.files.input);
     configuration->mode = modeOf(options, pcm.mChannelsPerFrame);
     configuration->subband = options.subbands == 8 ? Coding::Subband::_8 : Coding::Subband::_4;
     configuration->blocks =
@@ -114,17 +114,17 @@ std::shared_ptr<Coding::SBCConfiguration> configurationFor(
 }  // namespace
 
 void encode(const EncodeOptions& options, const CommonOptions& common) {
-    const FileType* const type = typeForName(options.output);
+    const FileType* const type = typeForName(options.files.output);
     if (type == nullptr || type->id != zav::kAudioFileSBCType) {
-        throw UsageFailure(options.output.string() + ": not a name for SBC frames; NAME.sbc");
+        throw UsageFailure(options.files.output.string() + ": not a name for SBC frames; NAME.sbc");
     }
 
     // The graph: each node is made on the one before it.
-    const auto source = openSource(options.input);
+    const auto source = openSource(options.files.input);
     const zav::AudioStreamBasicDescription pcm = source->outDataFormat();
     const auto configuration = configurationFor(options, pcm);
-    OutputFile output(options.output, options.input);
-    reportFatalStopsFor(options.input, options.output);
+    OutputFile output(options.files.output, options.files.input);
+    reportFatalStopsFor(options.files.input, options.files.output);
 
     const auto encoder = zav::makeNode<zav::SBCEncoder>(source, configuration);
     output.requireRoomFor(*type, encoder->outDataFormat());
@@ -137,16 +137,16 @@ void encode(const EncodeOptions& options, const CommonOptions& common) {
                           std::to_string(configuration->bitpool) + ") -> FileSink");
 
     Progress progress(common.isQuiet);
-    pump(*source, options.input, sbc.mFramesPerPacket, progress);
+    pump(*source, options.files.input, sbc.mFramesPerPacket, progress);
     if (sbcMeter->packetCount() == 0) {
-        throw Failure(options.input,
+        throw Failure(options.files.input,
                       std::to_string(pcmMeter->packetCount()) + " sample frames; at least the " +
                           std::to_string(sbc.mFramesPerPacket) + " of one SBC frame");
     }
     output.commit(sbcMeter->byteCount());
 
     const double seconds = static_cast<double>(pcmMeter->packetCount()) / pcm.mSampleRate;
-    progress.finish(options.output.string() + ": " + secondsText(seconds) + ", " +
+    progress.finish(options.files.output.string() + ": " + secondsText(seconds) + ", " +
                         std::to_string(sbcMeter->packetCount()) + " SBC frames of " +
                         std::to_string(sbc.mBytesPerPacket) + " bytes",
                     seconds);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -10,8 +9,7 @@
 namespace zavtool {
 
 struct EncodeOptions {
-    std::filesystem::path input;
-    std::filesystem::path output;
+    FilePair files;
     std::uint32_t bitpool = 32;
     std::optional<std::string> mode;  ///< not given: by the number of channels
     std::uint32_t subbands = 8;

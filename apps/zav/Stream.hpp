@@ -21,6 +21,12 @@ struct CommonOptions {
     bool isVerbose = false;
 };
 
+/// The files of a verb that makes one from another.
+struct FilePair {
+    std::filesystem::path input;
+    std::filesystem::path output;
+};
+
 struct CloseAudioFile {
     void operator()(zav::AudioFileID file) const;
 };

@@ -26,8 +26,8 @@ constexpr int kExitUsage = 2;
 struct CommandLine {
     CommonOptions common;
     EncodeOptions encode;
-    DecodeOptions decode;
-    CopyOptions copy;
+    FilePair decode;
+    FilePair copy;
     InfoOptions info;
 };
 
@@ -75,10 +75,10 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
     addChoice(*verb, "--allocation", options.allocation, std::vector{"loudness", "snr"},
               "What decides where bits go, loudness or snr (signal\n"
               "to noise); loudness if not given");
-    addFile(*verb, "INPUT", options.input,
+    addFile(*verb, "INPUT", options.files.input,
             "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU;\n"
             "mono or stereo; 16000, 32000, 44100 or 48000 Hz");
-    addFile(*verb, "OUTPUT", options.output, "NAME.sbc: SBC frames, nothing else");
+    addFile(*verb, "OUTPUT", options.files.output, "NAME.sbc: SBC frames, nothing else");
     verb->footer(
         "Samples at the end that do not fill an SBC frame are left out. 'zav decode' reads\n"
         "mono and stereo back, not dual and joint.\n"

@@ -72,6 +72,12 @@ g++ -std=c++20 "${compile_flags[@]}" main.cpp -o streamer-static "$library/libZA
     "${link_flags[@]}"
 expect_frames ./streamer-static
 
+# Who links the library does not load a media framework with it.
+ldd "$library/libZAVAudioStreaming.so" | grep -E 'libav|libgst|libpulse' && {
+    echo 'FAILED: loaded with the library'
+    exit 1
+}
+
 # The installed tool finds the library beside it.
 env -u LD_LIBRARY_PATH prefix/bin/zav --version
 
