@@ -2,8 +2,9 @@
 // SBCDecoder -> PeripheralSink of 16 kHz mono; one chunk of about half a second (62 SBC frames)
 // goes through each graph in turn, round after round. Counters:
 //
-//   ns_per_chunk      processor time of one chunk through one graph, from the median round
-//   bytes_per_graph   bytes that the allocator holds for one graph, the codec states included
+//   ns_per_chunk     processor time of one chunk through one graph, from the median round
+//   bytes_per_graph  bytes that the allocator has given out for one graph, once audio has gone
+//                    through it; both codec states are among them
 //
 // The benchmark's own time is that of one round.
 
@@ -47,17 +48,17 @@ void GraphCount(benchmark::State& state) {
     const std::vector<std::byte> chunk = test::testPcm(kFramesPerChunk);
     const auto graphCount = static_cast<std::size_t>(state.range(0));
 
-    // A configuration leaves libsbc's private state behind when it ends, on purpose: what is
-    // allocated is therefore taken before and after the making, never at the end of the graphs.
+    // Taken before the graphs are made and while they live. Their end would tell nothing: an SBC
+    // configuration leaves libsbc's private state behind, on purpose.
+    std::vector<double> times;
+    times.reserve(static_cast<std::size_t>(state.max_iterations));
     std::vector<std::shared_ptr<PeripheralSource>> sources;
     sources.reserve(graphCount);
     const std::size_t bytesBefore = bytesAllocated();
     for (std::size_t i = 0; i < graphCount; ++i) {
         sources.push_back(makeGraph());
     }
-    const std::size_t bytesAfter = bytesAllocated();
 
-    std::vector<double> times;
     for (auto _ : state) {
         times.push_back(nanosecondsOf([&] {
             for (const auto& source : sources) {
@@ -67,13 +68,14 @@ void GraphCount(benchmark::State& state) {
         }));
         state.SetIterationTime(times.back() * 1e-9);
     }
+    const std::size_t bytesAfter = bytesAllocated();
     const auto count = static_cast<double>(graphCount);
     state.counters["ns_per_chunk"] = median(times) / count;
     state.counters["bytes_per_graph"] = static_cast<double>(bytesAfter - bytesBefore) / count;
 }
 
-// A fixed number of rounds, about the same number of chunks each: Google Benchmark would otherwise
-// make all graphs several times to find out how many rounds fit, and each leaves its states behind.
+// A fixed number of rounds: Google Benchmark would otherwise make all graphs several times to find
+// out how many rounds fit, and each of them leaves its codec states behind.
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(1)->Iterations(10000)->UseManualTime();
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(100)->Iterations(100)->UseManualTime();
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(1000)->Iterations(15)->UseManualTime();

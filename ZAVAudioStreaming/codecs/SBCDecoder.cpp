@@ -3,9 +3,9 @@
 #include <sbc/sbc.h>
 
 #include "ZAVAudioStreaming/codecs/ZeroTail.hpp"
-#include "ZAVAudioStreaming/core/AllocateBytes.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 
 namespace zav {
 namespace {
@@ -56,17 +56,17 @@ SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>
 void SBCDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                               const AudioStreamPacketDescription* /*packetDescriptions*/) {
     sbc_t* const state = config()->sbc();
-    const std::size_t frameLen = config()->frameLen();
-    const std::size_t codeSize = config()->codeSize();
+    const std::size_t frameLen = sbc_get_frame_length(state);
+    const std::size_t codeSize = sbc_get_codesize(state);
     if (size % frameLen != 0) {
         fatalError("Not integral multiple. This generaly means a mismatch stream data format",
                    kChunkSizePosition);
     }
 
     const std::size_t outputSize = checkedMultiply(codeSize, checkedCast<std::size_t>(packetNum));
-    const auto output = allocateBytes(outputSize);
+    ChunkBuffer output(outputSize);
     const auto* frame = static_cast<const std::byte*>(bytes);
-    std::byte* pcm = output.get();
+    std::byte* pcm = output.data();
     for (std::uint64_t i = 0; i < packetNum; ++i, frame += frameLen, pcm += codeSize) {
         std::size_t written = 0;
         if (sbc_decode(state, frame, frameLen, pcm, codeSize, &written) < 1) {
@@ -74,7 +74,7 @@ void SBCDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
         }
         zeroTail(pcm, written, codeSize);
     }
-    downstreams().receiveAudio(output.get(), outputSize, packetNum, nullptr);
+    downstreams().receiveAudio(output.data(), outputSize, packetNum, nullptr);
 }
 
 }  // namespace zav

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/codecs/ZeroTail.hpp"
-#include "ZAVAudioStreaming/core/AllocateBytes.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 
 namespace zav {
 namespace {
@@ -61,8 +61,8 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
     const auto remaining = [&] { return static_cast<std::size_t>(inputEnd - input); };
 
     sbc_t* const state = config()->sbc();
-    const std::size_t frameLen = config()->frameLen();
-    const std::size_t codeSize = config()->codeSize();
+    const std::size_t frameLen = sbc_get_frame_length(state);
+    const std::size_t codeSize = sbc_get_codesize(state);
     const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
 
     if (savedSize + remaining() < codeSize) {
@@ -78,14 +78,14 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
 
     const std::size_t frameCount = (savedSize + remaining()) / codeSize;
     const std::size_t outputSize = checkedMultiply(frameCount, frameLen);
-    const auto output = allocateBytes(outputSize);
-    std::byte* frame = output.get();
+    ChunkBuffer output(outputSize);
+    std::byte* frame = output.data();
 
     if (partialFrameBytes_) {
-        const auto scratch = allocateBytes(codeSize);
-        std::copy(partialFrameBytes_->begin(), partialFrameBytes_->end(), scratch.get());
-        std::copy_n(input, codeSize - savedSize, scratch.get() + savedSize);
-        encodeFrame(state, scratch.get(), codeSize, frame, frameLen, kSavedFramePosition);
+        ChunkBuffer scratch(codeSize);
+        std::copy(partialFrameBytes_->begin(), partialFrameBytes_->end(), scratch.data());
+        std::copy_n(input, codeSize - savedSize, scratch.data() + savedSize);
+        encodeFrame(state, scratch.data(), codeSize, frame, frameLen, kSavedFramePosition);
         input += codeSize - savedSize;
         frame += frameLen;
     }
@@ -93,7 +93,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
         encodeFrame(state, input, codeSize, frame, frameLen, kWholeFramesPosition);
     }
 
-    downstreams().receiveAudio(output.get(), outputSize, frameCount, nullptr);
+    downstreams().receiveAudio(output.data(), outputSize, frameCount, nullptr);
 
     // When nothing is left over, the saved bytes stay as they are: see the class comment.
     if (remaining() > 0) {

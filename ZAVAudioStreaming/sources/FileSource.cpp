@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <utility>
 
-#include "ZAVAudioStreaming/core/AllocateBytes.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 #include "ZAVAudioStreaming/platform/AudioFileProperty.hpp"
 
 namespace zav {
@@ -54,9 +54,9 @@ std::int64_t FileSource::readPackets(std::int64_t count) {
     }
     auto packetCount = checkedCast<std::uint32_t>(count);
     auto byteCount = checkedMultiply(packetCount, packetSizeUpperBound());
-    const auto buffer = allocateBytes(byteCount);
+    ChunkBuffer buffer(byteCount);
     if (const OSStatus status = AudioFileReadPacketData(fileID_.get(), false, &byteCount, nullptr,
-                                                        curPacketIdx_, &packetCount, buffer.get());
+                                                        curPacketIdx_, &packetCount, buffer.data());
         status != noErr) {
         throw AudioFileError::read(status);
     }
@@ -65,7 +65,7 @@ std::int64_t FileSource::readPackets(std::int64_t count) {
         return 0;
     }
     curPacketIdx_ += packetCount;
-    downstreams_.receiveAudio(buffer.get(), byteCount, packetCount, nullptr);
+    downstreams_.receiveAudio(buffer.data(), byteCount, packetCount, nullptr);
     return packetCount;
 }
 

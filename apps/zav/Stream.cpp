@@ -72,7 +72,7 @@ void Meter::receiveAudio(const void* /*bytes*/, std::uint64_t size, std::uint64_
 
 void pump(zav::FileSource& source, const std::filesystem::path& path, std::uint32_t packetsPerUnit,
           Progress& progress) {
-    constexpr std::uint32_t kChunkSizeInBytes = 65536;
+    constexpr std::uint32_t kChunkSizeInBytes = 262144;
     const zav::AudioStreamBasicDescription format = source.outDataFormat();
     const std::uint32_t unitSize =
         std::max(1U, source.packetSizeUpperBound()) * std::max(1U, packetsPerUnit);

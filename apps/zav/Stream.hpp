@@ -61,7 +61,7 @@ class Meter : public zav::PeripheralSink {
 };
 
 /// Pulls the whole file through the graph behind `source`. The chunks are whole multiples of
-/// `packetsPerUnit` packets, about 64 KiB each. Throws `Failure` when reading fails.
+/// `packetsPerUnit` packets, about 256 KiB each. Throws `Failure` when reading fails.
 void pump(zav::FileSource& source, const std::filesystem::path& path, std::uint32_t packetsPerUnit,
           Progress& progress);
 
