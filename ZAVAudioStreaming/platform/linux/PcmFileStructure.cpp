@@ -61,7 +61,6 @@ constexpr ChunkGrammar kCaf{.fileType = kAudioFileCAFType,
                             .otherIds = {"free", ""}};
 
 constexpr std::string_view kCafCookieId = "kuki";
-constexpr std::string_view kNoId("\0\0\0\0", 4);
 constexpr std::size_t kIdentifyingBytes = 40;
 
 constexpr std::uint64_t kUnknown32BitSize = 0xFFFFFFFF;
@@ -74,11 +73,14 @@ constexpr int kMostChunks = 4096;
     throw AudioFileFailure(kAudioFileInvalidFileError);
 }
 
-std::uint64_t integerAt(std::span<std::byte> bytes, bool isBigEndian) {
-    if (!isBigEndian) {
-        std::reverse(bytes.begin(), bytes.end());
-    }
-    return bigEndianAt(bytes);
+std::uint64_t integerAt(std::span<const std::byte> bytes, bool isBigEndian) {
+    std::array<std::byte, sizeof(std::uint64_t)> turned{};
+    std::reverse_copy(bytes.begin(), bytes.end(), turned.begin());
+    return bigEndianAt(isBigEndian ? bytes : std::span(turned).first(bytes.size()));
+}
+
+bool canBeId(std::string_view id) {
+    return std::all_of(id.begin(), id.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
 std::optional<ChunkGrammar> grammarOf(std::string_view start) {
@@ -197,22 +199,19 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
         if (file.readAt(offset, header.data(), headerSize) < headerSize) {
             break;
         }
-        if (chunkCount == kMostChunks) {
-            refuseFile();
-        }
         const std::string_view id(reinterpret_cast<const char*>(header.data()), 4);
         std::uint64_t size = integerAt(std::span(header).subspan(grammar.idSize, grammar.sizeSize),
                                        grammar.isBigEndian);
-        if (grammar.sizeCountsHeader) {
-            if (size < headerSize) {
-                refuseFile();
-            }
-            size -= headerSize;
-        }
-        if (hasFormat && hasData && id == kNoId) {
-            // Zeros after the audio: padding of some writer.
+        const bool isTooSmall = grammar.sizeCountsHeader && size < headerSize;
+        const bool isTooMuch = chunkCount == kMostChunks;
+        if (hasFormat && hasData && (isTooSmall || isTooMuch || !canBeId(id))) {
+            // No chunks any more: padding, or audio behind the header of a killed writer.
             break;
         }
+        if (isTooSmall || isTooMuch) {
+            refuseFile();
+        }
+        size -= grammar.sizeCountsHeader ? headerSize : 0;
         const std::uint64_t content = offset + headerSize;
         const bool isWhole = size <= fileSize - content;
 
