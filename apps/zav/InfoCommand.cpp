@@ -42,6 +42,16 @@ Json sbcAsJson(const std::filesystem::path& path) {
             {"bitpool", configuration->bitpool}};
 }
 
+/// Whether something that is no packet stands where the next one should be.
+bool isDamagedAfter(const OpenAudioFile& file, std::uint64_t packetCount,
+                    std::uint32_t packetSize) {
+    std::vector<std::byte> packet(packetSize);
+    std::uint32_t wanted = 1;
+    return zav::AudioFileReadPacketData(file.get(), false, &packetSize, nullptr,
+                                        static_cast<std::int64_t>(packetCount), &wanted,
+                                        packet.data()) != zav::noErr;
+}
+
 Json describe(const std::filesystem::path& path) {
     const OpenAudioFile file = openAudioFile(path);
     const auto read = [&]<class Value>(zav::AudioFilePropertyID property, Value) {
@@ -61,6 +71,9 @@ Json describe(const std::filesystem::path& path) {
         {"magicCookieBytes", magicCookie(path).value_or(std::vector<std::byte>()).size()}};
     if (format.mFormatID == zav::kAudioFormatSbc) {
         description["sbc"] = sbcAsJson(path);
+    }
+    if (isDamagedAfter(file, description["packets"], description["largestPacketBytes"])) {
+        description["damagedAfterPackets"] = description["packets"];
     }
     return description;
 }
@@ -99,7 +112,8 @@ void printForPeople(const Json& description) {
                              number(sbc["blocks"]) + " blocks, " +
                              sbc["allocation"].get<std::string>() + " allocation");
     }
-    printLine("Packets", number(description["packets"]));
+    printLine("Packets", number(description["packets"]) +
+                             (description.contains("damagedAfterPackets") ? ", then damaged" : ""));
     printLine("Largest packet", counted(description["largestPacketBytes"], "byte"));
     printLine("Audio", counted(description["audioBytes"], "byte"));
     printLine("Duration", secondsText(description["durationSeconds"]));

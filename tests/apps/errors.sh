@@ -55,6 +55,7 @@ nothing_new "$before"
 cp speech.sbc damaged.sbc
 printf '\0' | dd of=damaged.sbc bs=1 seek=7200 conv=notrunc status=none
 refused 1 "zav: damaged.sbc: damaged; a file that is whole" "$ZAV" decode damaged.sbc out.wav
+"$ZAV" info damaged.sbc | grep -q '^Packets *100, then damaged$' || fail "info of a damaged file"
 cp speech.sbc checksum.sbc
 printf '\0' | dd of=checksum.sbc bs=1 seek=7203 conv=notrunc status=none
 refused 1 "zav: checksum.sbc: a damaged SBC frame; whole frames as an SBC encoder writes them" \
