@@ -23,7 +23,7 @@ output=$(terminal "$ZAV" encode speech.wav speech.sbc)
 printf '%s' "$output" | grep -qE 'speech\.sbc: 10\.8[0-9] s, [0-9]+ SBC frames of 72 bytes, [0-9]+ times real time' ||
     fail "on a terminal: $output"
 # An error takes the place of the progress line.
-sox -D speech.wav long.wav repeat 400
+sox -D speech.wav long.wav repeat 200
 "$ZAV" encode long.wav long.sbc
 printf '\0' | dd of=long.sbc bs=1 seek=$(($(stat -c %s long.sbc) / 72 * 72 - 69)) conv=notrunc status=none
 output=$(terminal "$ZAV" decode long.sbc out.wav || true)

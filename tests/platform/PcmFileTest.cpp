@@ -298,6 +298,25 @@ TEST_F(PcmFile, withZerosBehindItsAudioIsReadToTheEndOfTheAudio) {
     EXPECT_EQ(readAll(open(path_)), audio);
 }
 
+TEST_F(PcmFile, ofUnknownLengthIsReadToItsEnd) {
+    // As programs leave it that write into a pipe: all bits set where the size of the audio stands.
+    struct Unknown {
+        AudioFileTypeID type;
+        std::size_t offset;
+        std::size_t size;
+    };
+    for (const Unknown& unknown :
+         {Unknown{kAudioFileWAVEType, 40, 4}, Unknown{kAudioFileCAFType, 4084, 8}}) {
+        const Bytes audio = testBytes(2000);
+        EXPECT_EQ(write(create(path_, unknown.type, pcmFormat(8000, 1)), 0, audio), noErr);
+        Bytes bytes = readFile(path_);
+        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(unknown.offset), unknown.size,
+                    std::byte{0xFF});
+        writeFile(path_, bytes);
+        EXPECT_EQ(readAll(open(path_)), audio) << fourCharText(unknown.type);
+    }
+}
+
 TEST_F(PcmFile, ofAFractionalRateIsRefused) {
     for (const auto type : {kAudioFileCAFType, kAudioFileAIFFType}) {
         const auto format = pcmFormat(44100, 1, 16, 6);

@@ -231,8 +231,9 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
             }
             hasData = true;
             if (size == 0 || size == kUnknown32BitSize) {
-                // A writer that was killed, or that could not seek back: the rest is audio. RF64
-                // keeps the size elsewhere.
+                // Empty, or left so by a writer that was killed or could not seek back: libsndfile
+                // finds out from the rest of the header and the file. RF64 keeps the size
+                // elsewhere.
                 break;
             }
             if (size == kUnknown64BitSize && grammar.fileType == kAudioFileCAFType) {
