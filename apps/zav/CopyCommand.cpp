@@ -54,8 +54,9 @@ void copy(const FilePair& files, const CommonOptions& common) {
     if (format.mFormatID == zav::kAudioFormatSbc) {
         requireWholeFrames(files.input);
     }
-    const auto cookie =
-        type->id == zav::kAudioFileCAFType ? magicCookie(files.input) : std::nullopt;
+    const auto cookie = type->id == zav::kAudioFileCAFType
+                            ? magicCookie(openAudioFile(files.input), files.input)
+                            : std::nullopt;
     OutputFile output(files.output, files.input);
     output.requireRoomFor(*type, format, cookie ? *cookie : std::vector<std::byte>());
     reportFatalStopsFor(files.input, files.output);

@@ -50,7 +50,8 @@ bool isBigEndianType(zav::AudioFileTypeID type) {
 /// another length, so these are found before it sees them.
 void requireFramesOfOneLength(const std::filesystem::path& input,
                               const zav::AudioStreamBasicDescription& sbc) {
-    const auto frame = firstPacket(input);
+    const OpenAudioFile file = openAudioFile(input);
+    const auto frame = firstPacket(file, input);
     const auto inFrame = Configuration::fromFrame(frame.data(), frame.size());
     const std::size_t decoderLength = Configuration::fromDataFormat(sbc)->frameLen();
     if (inFrame != nullptr && frame.size() != decoderLength) {
@@ -59,7 +60,6 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
                                  " bytes; mono, or plain stereo frames of " +
                                  std::to_string(decoderLength) + " bytes");
     }
-    const OpenAudioFile file = openAudioFile(input);
     const auto frameCount = zav::audioFileProperty<std::uint64_t>(
         file.get(), zav::kAudioFilePropertyAudioDataPacketCount);
     const auto byteCount = zav::audioFileProperty<std::uint64_t>(

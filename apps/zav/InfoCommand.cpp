@@ -28,8 +28,8 @@ Json formatAsJson(const zav::AudioStreamBasicDescription& format) {
             {"mBitsPerChannel", format.mBitsPerChannel}};
 }
 
-Json sbcAsJson(const std::filesystem::path& path) {
-    const auto frame = firstPacket(path);
+Json sbcAsJson(const OpenAudioFile& file, const std::filesystem::path& path) {
+    const auto frame = firstPacket(file, path);
     const auto configuration =
         zav::SBCCoding::SBCConfiguration::fromFrame(frame.data(), frame.size());
     if (configuration == nullptr) {
@@ -68,9 +68,9 @@ Json describe(const std::filesystem::path& path) {
         {"largestPacketBytes", read(zav::kAudioFilePropertyMaximumPacketSize, std::uint32_t{})},
         {"audioBytes", read(zav::kAudioFilePropertyAudioDataByteCount, std::uint64_t{})},
         {"durationSeconds", read(zav::kAudioFilePropertyEstimatedDuration, double{})},
-        {"magicCookieBytes", magicCookie(path).value_or(std::vector<std::byte>()).size()}};
+        {"magicCookieBytes", magicCookie(file, path).value_or(std::vector<std::byte>()).size()}};
     if (format.mFormatID == zav::kAudioFormatSbc) {
-        description["sbc"] = sbcAsJson(path);
+        description["sbc"] = sbcAsJson(file, path);
     }
     if (isDamagedAfter(file, description["packets"], description["largestPacketBytes"])) {
         description["damagedAfterPackets"] = description["packets"];

@@ -33,8 +33,7 @@ std::shared_ptr<zav::FileSource> openSource(const std::filesystem::path& path) {
     }
 }
 
-std::vector<std::byte> firstPacket(const std::filesystem::path& path) {
-    const OpenAudioFile file = openAudioFile(path);
+std::vector<std::byte> firstPacket(const OpenAudioFile& file, const std::filesystem::path& path) {
     auto size = zav::audioFileProperty<std::uint32_t>(file.get(),
                                                       zav::kAudioFilePropertyPacketSizeUpperBound);
     std::vector<std::byte> packet(size);
@@ -48,8 +47,8 @@ std::vector<std::byte> firstPacket(const std::filesystem::path& path) {
     return packet;
 }
 
-std::optional<std::vector<std::byte>> magicCookie(const std::filesystem::path& path) {
-    const OpenAudioFile file = openAudioFile(path);
+std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
+                                                  const std::filesystem::path& path) {
     std::uint32_t size = 0;
     if (zav::AudioFileGetPropertyInfo(file.get(), zav::kAudioFilePropertyMagicCookieData, &size,
                                       nullptr) != zav::noErr) {

@@ -38,11 +38,12 @@ OpenAudioFile openAudioFile(const std::filesystem::path& path);
 /// Opens an audio file as the head of a graph. Throws `Failure` with the reason.
 std::shared_ptr<zav::FileSource> openSource(const std::filesystem::path& path);
 
-/// The first packet of an audio file, empty when there is none. Throws `Failure`.
-std::vector<std::byte> firstPacket(const std::filesystem::path& path);
+/// The first packet of an audio file, empty when there is none. Throws `Failure`, naming `path`.
+std::vector<std::byte> firstPacket(const OpenAudioFile& file, const std::filesystem::path& path);
 
-/// The magic cookie of an audio file, if it has one. Throws `Failure` when it cannot be opened.
-std::optional<std::vector<std::byte>> magicCookie(const std::filesystem::path& path);
+/// The magic cookie of an audio file, if it has one. Throws `Failure`, naming `path`.
+std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
+                                                  const std::filesystem::path& path);
 
 /// Counts what a node pushes. Add it to any node to see what goes past.
 class Meter : public zav::PeripheralSink {
