@@ -2,6 +2,8 @@
 
 /// Everything that an application needs to build audio graphs.
 
+#include "ZAVAudioStreaming/codecs/OpusDecoder.hpp"
+#include "ZAVAudioStreaming/codecs/OpusEncoder.hpp"
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
@@ -17,4 +19,8 @@
 #include "ZAVAudioStreaming/core/Version.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/sinks/FileSink.hpp"
+#include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
+#include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "ZAVAudioStreaming/sources/FileSource.hpp"
+#include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
+#include "ZAVAudioStreaming/sources/ZAVSbcFileSource.hpp"

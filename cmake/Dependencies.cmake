@@ -1,4 +1,4 @@
-# libsbc and libsndfile come with pkg-config files only.
+# libsbc, libopus and libsndfile come with pkg-config files only.
 find_package(PkgConfig REQUIRED)
 
 function(zav_find_module target module package)
@@ -9,4 +9,5 @@ function(zav_find_module target module package)
 endfunction()
 
 zav_find_module(sbc sbc libsbc-dev)
+zav_find_module(opus opus libopus-dev)
 zav_find_module(sndfile sndfile libsndfile1-dev)

@@ -47,29 +47,13 @@ std::optional<SBCCoding::Block> SBCCoding::blockFromRawValue(std::int64_t positi
 
 SBCCoding::SBCCoding(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                      std::shared_ptr<SBCConfiguration> configuration)
-    : config_(std::move(configuration)), upstream_(upstream) {
+    : CodecNode(upstream), config_(std::move(configuration)) {
     if (config_ == nullptr) {
         fatalError("An SBC node needs a configuration");
     }
-    if (!suits(*config_, upstream_.dataFormat())) {
+    if (!suits(*config_, inDataFormat())) {
         throw AudioStreamError::unacceptableData();
     }
-}
-
-void SBCCoding::addStreamTarget(std::shared_ptr<AudioStreamInputable> target) {
-    downstreams_.add(std::move(target));
-}
-
-void SBCCoding::onAudioStreamFlowStart() {
-    downstreams_.onAudioStreamFlowStart();
-}
-
-void SBCCoding::receiveAudio(const void* /*bytes*/, std::uint64_t /*size*/,
-                             std::uint64_t /*packetNum*/,
-                             const AudioStreamPacketDescription* /*packetDescriptions*/) {}
-
-void SBCCoding::onAudioStreamFlowEnd() {
-    downstreams_.onAudioStreamFlowEnd();
 }
 
 }  // namespace zav

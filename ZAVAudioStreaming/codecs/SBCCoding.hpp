@@ -4,21 +4,17 @@
 #include <memory>
 #include <optional>
 
-#include "ZAVAudioStreaming/core/AudioStreamInputable.hpp"
-#include "ZAVAudioStreaming/core/AudioStreamOutputable.hpp"
+#include "ZAVAudioStreaming/codecs/CodecNode.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
-#include "ZAVAudioStreaming/core/StreamTargets.hpp"
-#include "ZAVAudioStreaming/core/UpstreamLink.hpp"
 
 namespace zav {
 
-/// Base of the SBC codec nodes: holds the configuration, the upstream and the targets, and checks
-/// at construction that the upstream's format suits the configuration. By itself it passes flow
-/// start and flow end on and drops every chunk.
+/// Base of the SBC codec nodes: holds the configuration, and checks at construction that the
+/// upstream's format suits it.
 ///
 /// Threads: the thread that drives the graph; a configuration shared with other nodes makes them
 /// all one graph in this respect.
-class ZAV_EXPORT SBCCoding : public AudioStreamInputable, public AudioStreamOutputable {
+class ZAV_EXPORT SBCCoding : public CodecNode {
  public:
     /// The cases' positions are libsbc's codes for the parameter.
     enum class Frequency : std::uint8_t { _16000, _32000, _44100, _48000 };
@@ -45,25 +41,9 @@ class ZAV_EXPORT SBCCoding : public AudioStreamInputable, public AudioStreamOutp
               std::shared_ptr<SBCConfiguration> configuration);
 
     const std::shared_ptr<SBCConfiguration>& config() const noexcept { return config_; }
-    /// The node that this one was made on. One that is gone is a fatal stop.
-    std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
-    const StreamTargets& downstreams() const noexcept { return downstreams_; }
-
-    AudioStreamBasicDescription outDataFormat() const override { return outDataFormat_; }
-    void setOutDataFormat(const AudioStreamBasicDescription& format) { outDataFormat_ = format; }
-    void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;
-
-    AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }
-    void onAudioStreamFlowStart() override;
-    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
-                      const AudioStreamPacketDescription* packetDescriptions) override;
-    void onAudioStreamFlowEnd() override;
 
  private:
     std::shared_ptr<SBCConfiguration> config_;
-    UpstreamLink upstream_;
-    StreamTargets downstreams_;
-    AudioStreamBasicDescription outDataFormat_;
 };
 
 }  // namespace zav

@@ -42,6 +42,7 @@ static_assert(sizeof(AudioStreamPacketDescription) == 16);
 inline constexpr std::uint32_t kAudioFormatLinearPCM = fourCharCode("lpcm");
 inline constexpr std::uint32_t kAudioFormatALaw = fourCharCode("alaw");
 inline constexpr std::uint32_t kAudioFormatULaw = fourCharCode("ulaw");
+inline constexpr std::uint32_t kAudioFormatOpus = fourCharCode("opus");
 
 /// Bits of `mFormatFlags` for linear PCM.
 inline constexpr std::uint32_t kAudioFormatFlagIsFloat = 0x1;

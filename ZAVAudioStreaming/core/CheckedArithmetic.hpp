@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <concepts>
 #include <limits>
 #include <utility>
@@ -17,6 +18,18 @@ constexpr To checkedCast(From value, SourcePosition position = SourcePosition::c
         fatalError("Not enough bits to represent the passed value", position);
     }
     return static_cast<To>(value);
+}
+
+/// `value` without its fraction as a `To`; one that is not finite or outside its range is a fatal
+/// stop at the caller's position.
+template <std::integral To, std::floating_point From>
+To checkedTruncate(From value, SourcePosition position = SourcePosition::current()) {
+    const From whole = std::trunc(value);
+    const From end = std::ldexp(From{1}, std::numeric_limits<To>::digits);
+    if (!(whole >= static_cast<From>(std::numeric_limits<To>::min()) && whole < end)) {
+        fatalError("Not enough bits to represent the passed value", position);
+    }
+    return static_cast<To>(whole);
 }
 
 /// left x right; an overflow is a fatal stop at the caller's position.

@@ -9,7 +9,8 @@
 
 namespace zav {
 
-/// Memory for one chunk, its contents undefined, as long as the call that makes it. Small chunks
+/// Memory for one chunk, its contents undefined, aligned for any sample, as long as the call that
+/// makes it. Small chunks
 /// stay on the stack: for one SBC frame, the heap would cost as much as everything else that a node
 /// does around the codec. No memory is a fatal stop at the caller's position.
 class ChunkBuffer {
@@ -27,7 +28,7 @@ class ChunkBuffer {
 
  private:
     // Not initialised on purpose: clearing it would cost what it saves.
-    std::array<std::byte, 8192> small_;
+    alignas(std::max_align_t) std::array<std::byte, 8192> small_;
     std::unique_ptr<std::byte[]> large_;
 };
 

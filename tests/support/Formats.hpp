@@ -35,4 +35,13 @@ inline AudioStreamBasicDescription sbcFormat(double rate, std::uint32_t channels
     return format;
 }
 
+/// An Opus stream's format.
+inline AudioStreamBasicDescription opusFormat(double rate, std::uint32_t channels) {
+    AudioStreamBasicDescription format;
+    format.mSampleRate = rate;
+    format.mFormatID = kAudioFormatOpus;
+    format.mChannelsPerFrame = channels;
+    return format;
+}
+
 }  // namespace zav::test

@@ -21,13 +21,18 @@ class RecordingSink : public PeripheralSink {
         Bytes bytes;
         std::uint64_t packetNum;
         bool hasDescriptions;
+        std::vector<AudioStreamPacketDescription> descriptions;
     };
 
     void onAudioStreamFlowStart() override { note("start"); }
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override {
         const auto* const first = static_cast<const std::byte*>(bytes);
-        chunks.push_back({Bytes(first, first + size), packetNum, packetDescriptions != nullptr});
+        chunks.push_back(
+            {Bytes(first, first + size), packetNum, packetDescriptions != nullptr, {}});
+        if (packetDescriptions != nullptr) {
+            chunks.back().descriptions.assign(packetDescriptions, packetDescriptions + packetNum);
+        }
         note("audio");
     }
     void onAudioStreamFlowEnd() override { note("end"); }

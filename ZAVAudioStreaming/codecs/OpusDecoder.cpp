@@ -1,0 +1,98 @@
+#include "ZAVAudioStreaming/codecs/OpusDecoder.hpp"
+
+#include <opus.h>
+
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
+
+namespace zav {
+namespace {
+
+constexpr std::uint32_t kBytesPerSample = sizeof(opus_int16);
+
+/// One packet's place in a chunk.
+struct PacketPlace {
+    const std::byte* start;
+    opus_int32 size;
+};
+
+PacketPlace packetPlace(const std::byte* chunk, std::uint64_t chunkSize, std::uint64_t packetNum,
+                        const AudioStreamPacketDescription* descriptions, std::uint64_t index) {
+    if (descriptions != nullptr) {
+        return {chunk + descriptions[index].mStartOffset,
+                checkedCast<opus_int32>(descriptions[index].mDataByteSize)};
+    }
+    const std::uint64_t packetSize = chunkSize / packetNum;
+    return {chunk + index * packetSize, checkedCast<opus_int32>(packetSize)};
+}
+
+// Formats that change in the middle of a stream must not lead out of the block.
+void requireRoom(std::size_t roomInSamples, std::int32_t frameCount, std::uint32_t channels,
+                 SourcePosition position = SourcePosition::current()) {
+    if (checkedMultiply(checkedCast<std::size_t>(frameCount), std::size_t{channels}) >
+        roomInSamples) {
+        fatalError("The upstream's format has changed", position);
+    }
+}
+
+}  // namespace
+
+void OpusDecoder::Destroy::operator()(::OpusDecoder* codec) const noexcept {
+    opus_decoder_destroy(codec);
+}
+
+OpusDecoder::OpusDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream)
+    : OpusCoding(upstream, kAudioFormatOpus) {
+    const AudioStreamBasicDescription opus = inDataFormat();
+    int error = OPUS_OK;
+    codec_.reset(opus_decoder_create(static_cast<opus_int32>(opus.mSampleRate),
+                                     static_cast<int>(opus.mChannelsPerFrame), &error));
+    requireCreated(error);
+
+    AudioStreamBasicDescription pcm;
+    pcm.mSampleRate = opus.mSampleRate;
+    pcm.mFormatID = kAudioFormatLinearPCM;
+    pcm.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+    pcm.mBytesPerPacket = kBytesPerSample * opus.mChannelsPerFrame;
+    pcm.mFramesPerPacket = 1;
+    pcm.mBytesPerFrame = pcm.mBytesPerPacket;
+    pcm.mChannelsPerFrame = opus.mChannelsPerFrame;
+    pcm.mBitsPerChannel = 8 * kBytesPerSample;
+    setOutDataFormat(pcm);
+}
+
+OpusDecoder::~OpusDecoder() = default;
+
+void OpusDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                               const AudioStreamPacketDescription* packetDescriptions) {
+    const std::size_t roomInSamples =
+        checkedMultiply(checkedMultiply(checkedCast<std::size_t>(frameCountPerPkt()),
+                                        std::size_t{outDataFormat().mChannelsPerFrame}),
+                        checkedCast<std::size_t>(packetNum));
+    ChunkBuffer block(checkedMultiply(roomInSamples, std::size_t{kBytesPerSample}));
+    auto* const samples = reinterpret_cast<opus_int16*>(block.data());
+    std::size_t sampleCount = 0;
+
+    for (std::uint64_t i = 0; i < packetNum; ++i) {
+        const PacketPlace packet = packetPlace(static_cast<const std::byte*>(bytes), size,
+                                               packetNum, packetDescriptions, i);
+        const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
+        requireRoom(roomInSamples - sampleCount, frameCount, codecChannels());
+        const int decodedCount = requireSuccess(
+            opus_decode(codec_.get(), reinterpret_cast<const unsigned char*>(packet.start),
+                        packet.size, samples + sampleCount, frameCount, 0));
+        const std::uint32_t channels = inDataFormat().mChannelsPerFrame;
+        requireRoom(roomInSamples - sampleCount, decodedCount, channels);
+        sampleCount += static_cast<std::size_t>(decodedCount) * channels;
+    }
+
+    const std::uint64_t byteCount = std::uint64_t{sampleCount} * kBytesPerSample;
+    for (const auto& target : downstreams()) {
+        const std::uint32_t channels = inDataFormat().mChannelsPerFrame;
+        target->receiveAudio(block.data(), byteCount,
+                             checkedDivide(byteCount, std::uint64_t{channels}) / kBytesPerSample,
+                             nullptr);
+    }
+}
+
+}  // namespace zav

@@ -1,0 +1,109 @@
+#include "ZAVAudioStreaming/codecs/OpusEncoder.hpp"
+
+#include <opus.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/core/Diagnostics.hpp"
+
+namespace zav {
+namespace {
+
+constexpr std::int64_t kBytesPerSample = sizeof(opus_int16);
+/// Three 20 ms frames of the largest size that Opus has, 1275 bytes, and the packet's own bytes.
+constexpr std::size_t kMaximumPacketSize = 3828;
+
+bool isAligned(const std::byte* bytes) {
+    return reinterpret_cast<std::uintptr_t>(bytes) % alignof(opus_int16) == 0;
+}
+
+}  // namespace
+
+void OpusEncoder::Destroy::operator()(::OpusEncoder* codec) const noexcept {
+    opus_encoder_destroy(codec);
+}
+
+OpusEncoder::OpusEncoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream)
+    : OpusCoding(upstream, kAudioFormatLinearPCM) {
+    const AudioStreamBasicDescription pcm = inDataFormat();
+    int error = OPUS_OK;
+    codec_.reset(opus_encoder_create(static_cast<opus_int32>(pcm.mSampleRate),
+                                     static_cast<int>(pcm.mChannelsPerFrame),
+                                     OPUS_APPLICATION_AUDIO, &error));
+    requireCreated(error);
+
+    AudioStreamBasicDescription opus;
+    opus.mSampleRate = pcm.mSampleRate;
+    opus.mFormatID = kAudioFormatOpus;
+    opus.mChannelsPerFrame = pcm.mChannelsPerFrame;
+    setOutDataFormat(opus);
+}
+
+OpusEncoder::~OpusEncoder() = default;
+
+void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t /*packetNum*/,
+                               const AudioStreamPacketDescription* /*packetDescriptions*/) {
+    const auto* input = static_cast<const std::byte*>(bytes);
+    const auto* const inputEnd = input + checkedCast<std::int64_t>(size);
+    const auto remaining = [&] { return static_cast<std::size_t>(inputEnd - input); };
+
+    const std::uint32_t channels = inDataFormat().mChannelsPerFrame;
+    const auto packetPcmSize = checkedCast<std::size_t>(checkedMultiply(
+        checkedMultiply(frameCountPerPkt(), kBytesPerSample), std::int64_t{channels}));
+    const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
+    if (channels < codecChannels() || savedSize > packetPcmSize) {
+        // libopus would read beyond the packet's PCM.
+        fatalError("The upstream's format has changed");
+    }
+
+    if (partialFrameBytes_) {
+        const std::size_t missingSize = packetPcmSize - savedSize;
+        if (remaining() < missingSize) {
+            partialFrameBytes_->insert(partialFrameBytes_->end(), input, inputEnd);
+            return;
+        }
+        ChunkBuffer scratch(packetPcmSize);
+        std::copy(partialFrameBytes_->begin(), partialFrameBytes_->end(), scratch.data());
+        std::copy_n(input, missingSize, scratch.data() + savedSize);
+        encodePacket(scratch.data(), Report::nothing);
+        input += missingSize;
+    }
+    for (; remaining() >= packetPcmSize; input += packetPcmSize) {
+        if (isAligned(input)) {
+            encodePacket(input, Report::size);
+        } else {
+            ChunkBuffer scratch(packetPcmSize);
+            std::copy_n(input, packetPcmSize, scratch.data());
+            encodePacket(scratch.data(), Report::size);
+        }
+    }
+    // When nothing is left over, the saved bytes stay as they are: see the class comment.
+    if (remaining() > 0) {
+        if (!partialFrameBytes_) {
+            partialFrameBytes_.emplace();
+        }
+        partialFrameBytes_->assign(input, inputEnd);
+    }
+}
+
+void OpusEncoder::onAudioStreamFlowEnd() {
+    partialFrameBytes_.reset();
+    OpusCoding::onAudioStreamFlowEnd();
+}
+
+void OpusEncoder::encodePacket(const std::byte* pcm, Report report) {
+    std::array<unsigned char, kMaximumPacketSize> packet;
+    const int packetSize = requireSuccess(
+        opus_encode(codec_.get(), reinterpret_cast<const opus_int16*>(pcm),
+                    checkedCast<std::int32_t>(frameCountPerPkt()), packet.data(), packet.size()));
+    if (report == Report::size) {
+        printDiagnostics("Succeed opus encoding to " + std::to_string(packetSize) + " bytes");
+    }
+    downstreams().receiveAudio(packet.data(), static_cast<std::uint64_t>(packetSize), 1, nullptr);
+}
+
+}  // namespace zav
