@@ -21,6 +21,8 @@ class ZAV_EXPORT FileHandle {
     static FileHandle openForReading(const std::filesystem::path& path);
     /// Makes an empty file, or empties the one that is there, for writing and reading back.
     static FileHandle create(const std::filesystem::path& path, IfExists ifExists);
+    /// An existing file, to be written over from its first byte on; what is there stays until then.
+    static FileHandle openForWriting(const std::filesystem::path& path);
 
     FileHandle(FileHandle&& other) noexcept;
     FileHandle& operator=(FileHandle&& other) noexcept;
@@ -30,6 +32,13 @@ class ZAV_EXPORT FileHandle {
     std::size_t readAt(std::uint64_t offset, void* buffer, std::size_t size) const;
     /// Writes all of `size` bytes from `offset` on; a gap before them reads as zero bytes.
     void writeAt(std::uint64_t offset, const void* bytes, std::size_t size);
+
+    /// Reads up to `size` bytes from the current offset on; fewer only at the end of the file.
+    std::size_t read(void* buffer, std::size_t size);
+    /// Writes all of `size` bytes at the current offset.
+    void write(const void* bytes, std::size_t size);
+    /// Where the next `read` or `write` begins, in bytes; `readAt` and `writeAt` leave it alone.
+    std::uint64_t offset() const;
 
     /// Size of the file in bytes.
     std::uint64_t size() const;

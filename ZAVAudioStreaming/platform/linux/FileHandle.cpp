@@ -66,6 +66,10 @@ FileHandle FileHandle::create(const std::filesystem::path& path, IfExists ifExis
     return FileHandle(retried([&] { return ::open(path.c_str(), flags, kModeBeforeUmask); }));
 }
 
+FileHandle FileHandle::openForWriting(const std::filesystem::path& path) {
+    return FileHandle(retried([&] { return ::open(path.c_str(), O_WRONLY | O_CLOEXEC); }));
+}
+
 FileHandle::FileHandle(FileHandle&& other) noexcept
     : descriptor_(std::exchange(other.descriptor_, kClosed)) {}
 
@@ -92,6 +96,22 @@ void FileHandle::writeAt(std::uint64_t offset, const void* bytes, std::size_t si
     transferAll(size, [&](std::size_t done) {
         return ::pwrite(descriptor_, source + done, size - done, static_cast<off_t>(offset + done));
     });
+}
+
+std::size_t FileHandle::read(void* buffer, std::size_t size) {
+    auto* const bytes = static_cast<std::byte*>(buffer);
+    return transferAll(
+        size, [&](std::size_t done) { return ::read(descriptor_, bytes + done, size - done); });
+}
+
+void FileHandle::write(const void* bytes, std::size_t size) {
+    const auto* const source = static_cast<const std::byte*>(bytes);
+    transferAll(size,
+                [&](std::size_t done) { return ::write(descriptor_, source + done, size - done); });
+}
+
+std::uint64_t FileHandle::offset() const {
+    return static_cast<std::uint64_t>(retried([&] { return ::lseek(descriptor_, 0, SEEK_CUR); }));
 }
 
 std::uint64_t FileHandle::size() const {

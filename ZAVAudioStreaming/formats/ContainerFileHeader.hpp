@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "ZAVAudioStreaming/core/Export.hpp"
+
+namespace zav {
+
+/// What both container headers begin with: the magic text at offset 0, the sample rate at 32, the
+/// channels at 36. Fields are little-endian and read and written one by one; bytes that belong to
+/// no field are written as zero and not read.
+struct ZAV_EXPORT ContainerFileHeader {
+    /// Bytes of the magic text with the zero bytes after it.
+    static constexpr std::size_t kMagicByteCount = 16;
+
+    std::uint32_t sampleRate = 0;  ///< Hz
+    std::uint16_t channels = 0;
+
+ protected:
+    void putCommonFields(std::span<std::byte> header, std::string_view magicText) const;
+    void takeCommonFields(std::span<const std::byte> header);
+};
+
+}  // namespace zav

@@ -1,0 +1,47 @@
+#include "ZAVAudioStreaming/sinks/ContainerFileSink.hpp"
+
+#include <system_error>
+#include <utility>
+
+#include "ZAVAudioStreaming/core/AudioFileError.hpp"
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+
+namespace zav {
+
+ContainerFileSink::ContainerFileSink(const std::shared_ptr<AudioStreamOutputable>& upstream,
+                                     std::filesystem::path fileUrl)
+    : fileURL_(std::move(fileUrl)), upstream_(upstream) {
+    try {
+        FileHandle::create(fileURL_, FileHandle::IfExists::replace);
+    } catch (const std::system_error&) {
+        throw AudioFileError::create();
+    }
+}
+
+void ContainerFileSink::onAudioStreamFlowStart() {
+    try {
+        fileHandle_ = FileHandle::openForWriting(fileURL_);
+        writeFileMeta();
+    } catch (const std::system_error& error) {
+        fatalError(error.what());
+    }
+}
+
+void ContainerFileSink::onAudioStreamFlowEnd() {
+    fileHandle();
+    fileHandle_.reset();
+}
+
+void ContainerFileSink::fillCommonFields(ContainerFileHeader& header) const {
+    header.sampleRate = checkedTruncate<std::uint32_t>(inDataFormat().mSampleRate);
+    header.channels = checkedCast<std::uint16_t>(inDataFormat().mChannelsPerFrame);
+}
+
+FileHandle& ContainerFileSink::fileHandle() {
+    if (!fileHandle_) {
+        fatalError("No container file is open");
+    }
+    return *fileHandle_;
+}
+
+}  // namespace zav

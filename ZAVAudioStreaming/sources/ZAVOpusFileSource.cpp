@@ -1,0 +1,87 @@
+#include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "ZAVAudioStreaming/core/AudioFileError.hpp"
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
+
+namespace zav {
+namespace {
+
+/// Room for one chunk of a few packets, taken at once.
+constexpr std::size_t kFirstRoom = 4096;
+/// A packet that claims more than this is believed only when the file is that long.
+constexpr std::uint32_t kUsualPacketLength = 64 * 1024;
+
+[[noreturn]] void stopForCutPacket(SourcePosition position = SourcePosition::current()) {
+    fatalError("Reading the packet length field from opus file failed", position);
+}
+
+}  // namespace
+
+ZAVOpusFileSource::ZAVOpusFileSource(NodeKey, const std::filesystem::path& fileURL)
+    : ContainerFileSource(open(fileURL)) {}
+
+ContainerFileSource::OpenedFile ZAVOpusFileSource::open(const std::filesystem::path& fileURL) {
+    FileHandle file = FileHandle::openForReading(fileURL);
+    std::array<std::byte, OpusFileHeader::kByteCount> bytes;
+    readHeader(file, bytes);
+    if (!OpusFileHeader::hasMagic(bytes)) {
+        throw AudioFileError::invalidFormat();
+    }
+    const auto header = OpusFileHeader::fromBytes(bytes);
+    AudioStreamBasicDescription format;
+    format.mSampleRate = header.sampleRate;
+    format.mFormatID = kAudioFormatOpus;
+    format.mChannelsPerFrame = header.channels;
+    return {std::move(file), format};
+}
+
+void ZAVOpusFileSource::readPackets(std::int64_t count) {
+    FileHandle& file = fileHandle();
+    if (file.offset() == OpusFileHeader::kByteCount) {
+        downstreams().onAudioStreamFlowStart();
+    }
+    checkedMultiply(count, std::int64_t{sizeof(AudioStreamPacketDescription)});
+    const auto packetsWanted = checkedCast<std::uint64_t>(count);
+
+    std::vector<std::byte> chunk;
+    std::vector<AudioStreamPacketDescription> descriptions;
+    // Not for all of `count` at once: that many packets need not be there.
+    chunk.reserve(kFirstRoom);
+    descriptions.reserve(kFirstRoom / sizeof(AudioStreamPacketDescription));
+
+    bool hasEnded = false;
+    while (descriptions.size() < packetsWanted) {
+        std::array<std::byte, OpusRecordHeader::kByteCount> recordHeader;
+        if (file.read(recordHeader.data(), recordHeader.size()) != recordHeader.size()) {
+            hasEnded = true;
+            break;
+        }
+        const std::uint32_t packetLength = OpusRecordHeader::fromBytes(recordHeader).packetLength;
+        if (packetLength > kUsualPacketLength &&
+            packetLength > file.size() - std::min(file.offset(), file.size())) {
+            stopForCutPacket();
+        }
+        const std::size_t start = chunk.size();
+        chunk.resize(start + packetLength);
+        if (file.read(&chunk[start], packetLength) != packetLength) {
+            stopForCutPacket();
+        }
+        descriptions.push_back({static_cast<std::int64_t>(start), 0, packetLength});
+    }
+    if (hasEnded && descriptions.empty()) {
+        throw AudioFileError::noMoreData();
+    }
+    downstreams().receiveAudio(chunk.data(), chunk.size(), descriptions.size(),
+                               descriptions.data());
+    if (hasEnded) {
+        downstreams().onAudioStreamFlowEnd();
+    }
+}
+
+}  // namespace zav
