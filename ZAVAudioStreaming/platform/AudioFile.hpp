@@ -35,6 +35,7 @@ inline constexpr AudioFileTypeID kAudioFileAIFFType = fourCharCode("AIFF");
 inline constexpr AudioFileTypeID kAudioFileAIFCType = fourCharCode("AIFC");
 inline constexpr AudioFileTypeID kAudioFileCAFType = fourCharCode("caff");
 inline constexpr AudioFileTypeID kAudioFileNextType = fourCharCode("NeXT");  ///< AU
+inline constexpr AudioFileTypeID kAudioFileOggType = fourCharCode("Oggf");
 /// SBC frames one after the other, without a header. Our own code: the platform has none.
 inline constexpr AudioFileTypeID kAudioFileSBCType = fourCharCode("sbc ");
 

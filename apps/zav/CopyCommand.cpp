@@ -2,35 +2,22 @@
 
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
-#include <ZAVAudioStreaming/sinks/FileSink.hpp>
-#include <optional>
-#include <utility>
 
+#include "Container.hpp"
 #include "Failure.hpp"
 #include "FileType.hpp"
 #include "FormatText.hpp"
+#include "Input.hpp"
 #include "OutputFile.hpp"
 
 namespace zavtool {
 namespace {
 
-/// Gives a file its magic cookie as soon as it is open. It must be added to the source after the
-/// sink: targets are called in the order in which they were added.
-class CookieSetter : public zav::PeripheralSink {
- public:
-    CookieSetter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                 std::shared_ptr<zav::FileSink> sink, std::vector<std::byte> cookie)
-        : PeripheralSink(key, upstream), sink_(std::move(sink)), cookie_(std::move(cookie)) {}
-
-    void onAudioStreamFlowStart() override { sink_->setMagicCookie(cookie_); }
-
- private:
-    std::shared_ptr<zav::FileSink> sink_;
-    std::vector<std::byte> cookie_;
-};
-
 /// Packets are copied, so bytes that belong to no packet would be lost.
 void requireWholeFrames(const std::filesystem::path& input) {
+    if (examineSbcContainer(input)) {
+        return;  // looked at when it was opened
+    }
     const OpenAudioFile file = openAudioFile(input);
     const auto audioSize = zav::audioFileProperty<std::uint64_t>(
         file.get(), zav::kAudioFilePropertyAudioDataByteCount);
@@ -49,31 +36,33 @@ void copy(const FilePair& files, const CommonOptions& common) {
         throw UsageFailure(files.output.string() + ": a name of unknown type; a name with " +
                            extensionsOfTypes([](const FileType&) { return true; }));
     }
-    const auto source = openSource(files.input);
-    const zav::AudioStreamBasicDescription format = source->outDataFormat();
+    const auto input = openInput(files.input);
+    zav::AudioStreamBasicDescription format = input->format();
+    auto stream = input->node();
     if (format.mFormatID == zav::kAudioFormatSbc) {
         requireWholeFrames(files.input);
+        if (type->id == kSbcContainerType) {
+            format = with16Bits(format);
+            stream = redeclared(stream, format);
+        }
     }
-    const auto cookie = type->id == zav::kAudioFileCAFType
-                            ? magicCookie(openAudioFile(files.input), files.input)
-                            : std::nullopt;
     OutputFile output(files.output, files.input);
-    output.requireRoomFor(*type, format, cookie ? *cookie : std::vector<std::byte>());
+    auto cookie = input->magicCookie();
+    if (!cookie || !output.takesMagicCookie(*type, format)) {
+        cookie.emplace();
+    }
+    output.requireRoomFor(*type, format, *cookie);
     reportFatalStopsFor(files.input, files.output);
 
-    const auto sink = zav::makeNode<zav::FileSink>(source, output.temporaryPath(), type->id);
-    const auto meter = zav::makeNode<Meter>(source);
-    if (cookie) {
-        zav::makeNode<CookieSetter>(source, sink, *cookie);
-    }
-    showGraph(common,
-              "FileSource (" + inWords(format) + ") -> FileSink (" + std::string(type->name) + ")");
+    output.addSink(stream, *type, *cookie);
+    const auto meter = zav::makeNode<Meter>(stream);
+    showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " +
+                          std::string(nodeNameOf(*type)) + " (" + std::string(type->name) + ")");
 
     Progress progress(common.isQuiet);
-    pump(*source, files.input, 1, progress);
-    output.commit(meter->byteCount());
-    const double seconds =
-        static_cast<double>(meter->packetCount()) * format.mFramesPerPacket / format.mSampleRate;
+    pump(*input, 1, progress);
+    output.commit(meter->packetCount(), meter->byteCount());
+    const double seconds = input->durationInSeconds();
     progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " +
                         std::to_string(meter->packetCount()) + " packets",
                     seconds);

@@ -1,16 +1,22 @@
 #include "DecodeCommand.hpp"
 
+#include <ZAVAudioStreaming/codecs/OpusDecoder.hpp>
 #include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
 #include <ZAVAudioStreaming/codecs/SBCDecoder.hpp>
+#include <ZAVAudioStreaming/core/AudioStreamError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
-#include <ZAVAudioStreaming/sinks/FileSink.hpp>
 #include <algorithm>
+#include <cmath>
+#include <utility>
 
+#include "Container.hpp"
 #include "Failure.hpp"
 #include "FileType.hpp"
 #include "FormatText.hpp"
+#include "Hint.hpp"
+#include "Input.hpp"
 #include "OutputFile.hpp"
 
 namespace zavtool {
@@ -18,27 +24,8 @@ namespace {
 
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
-/// Hands a stream on to a `PeripheralSource`, where it can be declared in another format: what an
-/// application does with bytes that come from its peripheral.
-class Relay : public zav::PeripheralSink {
- public:
-    Relay(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-          std::shared_ptr<zav::PeripheralSource> next)
-        : PeripheralSink(key, upstream), next_(std::move(next)) {}
-
-    void onAudioStreamFlowStart() override { next_->downstreams().onAudioStreamFlowStart(); }
-    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
-                      const zav::AudioStreamPacketDescription* packetDescriptions) override {
-        next_->downstreams().receiveAudio(bytes, size, packetNum, packetDescriptions);
-    }
-    void onAudioStreamFlowEnd() override { next_->downstreams().onAudioStreamFlowEnd(); }
-
- private:
-    std::shared_ptr<zav::PeripheralSource> next_;
-};
-
 bool isPcmType(const FileType& type) {
-    return type.id != zav::kAudioFileSBCType;
+    return type.holdsPcm;
 }
 
 /// The types that hold 16-bit samples only with the high byte first.
@@ -72,6 +59,82 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
     }
 }
 
+/// Leaves out what an Opus file says is not to be heard: frames that the decoder needs to get
+/// going, and the rest of the last packet.
+class Trim : public Relay {
+ public:
+    Trim(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+         std::shared_ptr<zav::PeripheralSource> next, std::uint64_t skippedFrames,
+         std::uint64_t heardFrames)
+        : Relay(key, upstream, std::move(next)),
+          bytesPerFrame_(inDataFormat().mBytesPerFrame),
+          skippedFrames_(skippedFrames),
+          heardFrames_(heardFrames) {}
+
+    void receiveAudio(const void* bytes, std::uint64_t /*size*/, std::uint64_t packetNum,
+                      const zav::AudioStreamPacketDescription* /*descriptions*/) override {
+        const std::uint64_t skipped = std::min(packetNum, skippedFrames_);
+        const std::uint64_t heard = std::min(packetNum - skipped, heardFrames_);
+        skippedFrames_ -= skipped;
+        heardFrames_ -= heard;
+        Relay::receiveAudio(static_cast<const std::byte*>(bytes) + skipped * bytesPerFrame_,
+                            heard * bytesPerFrame_, heard, nullptr);
+    }
+
+ private:
+    std::uint32_t bytesPerFrame_;
+    std::uint64_t skippedFrames_;
+    std::uint64_t heardFrames_;
+};
+
+/// The decoder on `stream`, and behind it what has to be done to its PCM.
+struct Decoding {
+    std::shared_ptr<zav::AudioStreamOutputable> pcm;
+    std::string inWords;  ///< for --verbose
+};
+
+Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path,
+                        const FileType& type) {
+    zav::AudioStreamBasicDescription sbc = input.format();
+    requireFramesOfOneLength(path, sbc);
+    auto stream = input.node();
+    if (isBigEndianType(type.id)) {
+        // SBC frames carry no byte order: the stream's format tells the decoder which one to make.
+        sbc.mFormatFlags |= zav::kSbcFormatFlagIsBigEndian;
+        stream = redeclared(stream, sbc);
+    }
+    return {zav::makeNode<zav::SBCDecoder>(stream), "SBCDecoder"};
+}
+
+/// Pre-skip of an Ogg Opus stream's header (RFC 7845, section 5.1), in frames at 48 kHz.
+std::uint64_t preSkipIn(const std::vector<std::byte>& opusHead) {
+    constexpr std::size_t kOffset = 10;
+    return opusHead.size() < kOffset + 2
+               ? 0
+               : std::to_integer<std::uint64_t>(opusHead[kOffset]) |
+                     std::to_integer<std::uint64_t>(opusHead[kOffset + 1]) << 8U;
+}
+
+Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) {
+    std::shared_ptr<zav::OpusDecoder> decoder;
+    try {
+        decoder = zav::makeNode<zav::OpusDecoder>(input.node());
+    } catch (const zav::AudioStreamError&) {
+        throw Failure(path, inWords(input.format()) +
+                                "; Opus, mono or stereo, 8000, 12000, 16000, 24000 or 48000 Hz");
+    }
+    const auto opusHead = input.magicCookie();
+    if (!opusHead) {
+        return {decoder, "OpusDecoder"};
+    }
+    const auto heardFrames = static_cast<std::uint64_t>(
+        std::llround(input.durationInSeconds() * decoder->outDataFormat().mSampleRate));
+    const auto trimmed = zav::makeNode<zav::PeripheralSource>();
+    trimmed->setOutDataFormat(decoder->outDataFormat());
+    zav::makeNode<Trim>(decoder, trimmed, preSkipIn(*opusHead), heardFrames);
+    return {trimmed, "OpusDecoder -> PeripheralSource"};
+}
+
 }  // namespace
 
 void decode(const FilePair& files, const CommonOptions& common) {
@@ -80,35 +143,35 @@ void decode(const FilePair& files, const CommonOptions& common) {
         throw UsageFailure(files.output.string() + ": not a name for PCM audio; a name with " +
                            extensionsOfTypes(isPcmType));
     }
-    const auto source = openSource(files.input);
-    zav::AudioStreamBasicDescription sbc = source->outDataFormat();
-    if (sbc.mFormatID != zav::kAudioFormatSbc) {
-        throw Failure(files.input, inWords(sbc) + "; raw SBC frames");
+    if (examineSbcContainer(files.input)) {
+        throw Failure(files.input,
+                      "an SBC container, which the library does not read back, by design: it does "
+                      "not tell the channel mode; raw SBC frames" +
+                          copyHint(files.input, files.input.filename().replace_extension(".sbc")));
     }
-    requireFramesOfOneLength(files.input, sbc);
+    const auto input = openInput(files.input);
+    const zav::AudioStreamBasicDescription format = input->format();
+    if (format.mFormatID != zav::kAudioFormatSbc && format.mFormatID != zav::kAudioFormatOpus) {
+        const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
+        throw Failure(files.input, inWords(format) + "; SBC or Opus" +
+                                       (isPcm ? copyHint(files.input, files.output)
+                                              : to16BitPcmHint(format, files.input)));
+    }
+    const Decoding decoding = format.mFormatID == zav::kAudioFormatSbc
+                                  ? makeSbcDecoder(*input, files.input, *type)
+                                  : makeOpusDecoder(*input, files.input);
+    const zav::AudioStreamBasicDescription pcm = decoding.pcm->outDataFormat();
     OutputFile output(files.output, files.input);
-    reportFatalStopsFor(files.input, files.output);
-
-    // SBC frames carry no byte order: the stream's format tells the decoder which one to make.
-    std::shared_ptr<zav::AudioStreamOutputable> sbcStream = source;
-    if (isBigEndianType(type->id)) {
-        const auto redeclared = zav::makeNode<zav::PeripheralSource>();
-        sbc.mFormatFlags |= zav::kSbcFormatFlagIsBigEndian;
-        redeclared->setOutDataFormat(sbc);
-        zav::makeNode<Relay>(source, redeclared);
-        sbcStream = redeclared;
-    }
-    const auto decoder = zav::makeNode<zav::SBCDecoder>(sbcStream);
-    const auto sink = zav::makeNode<zav::FileSink>(decoder, output.temporaryPath(), type->id);
-    const auto pcmMeter = zav::makeNode<Meter>(decoder);
-    const zav::AudioStreamBasicDescription pcm = decoder->outDataFormat();
     output.requireRoomFor(*type, pcm);
-    showGraph(common,
-              "FileSource (" + inWords(sbc) + ") -> SBCDecoder -> FileSink (" + inWords(pcm) + ")");
+    reportFatalStopsFor(files.input, files.output);
+    output.addSink(decoding.pcm, *type);
+    const auto pcmMeter = zav::makeNode<Meter>(decoding.pcm);
+    showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " + decoding.inWords +
+                          " -> FileSink (" + inWords(pcm) + ")");
 
     Progress progress(common.isQuiet);
-    pump(*source, files.input, 1, progress);
-    output.commit(pcmMeter->byteCount());
+    pump(*input, 1, progress);
+    output.commit(pcmMeter->packetCount(), pcmMeter->byteCount());
 
     const std::uint64_t frameCount = pcmMeter->byteCount() / pcm.mBytesPerFrame;
     const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;

@@ -1,14 +1,17 @@
 #include "EncodeCommand.hpp"
 
+#include <ZAVAudioStreaming/codecs/OpusEncoder.hpp>
 #include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
 #include <ZAVAudioStreaming/codecs/SBCEncoder.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
-#include <ZAVAudioStreaming/sinks/FileSink.hpp>
 #include <algorithm>
 
+#include "Container.hpp"
 #include "Failure.hpp"
 #include "FileType.hpp"
 #include "FormatText.hpp"
+#include "Hint.hpp"
+#include "Input.hpp"
 #include "OutputFile.hpp"
 
 namespace zavtool {
@@ -24,31 +27,13 @@ std::uint32_t largestBitpool(Coding::ChannelMode mode, std::uint32_t subbands) {
     return std::min((isPerChannel ? 16 : 32) * subbands, kLargestOfAll);
 }
 
-/// The name as a shell takes it.
-std::string quoted(const std::string& name) {
-    constexpr std::string_view kPlain =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/-+,";
-    if (!name.starts_with('-') && name.find_first_not_of(kPlain) == std::string::npos) {
-        return name;
-    }
-    std::string text = name.starts_with('-') ? "'./" : "'";
-    for (const char letter : name) {
-        text += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
-    }
-    return text + "'";
-}
-
-std::string convertingHint(const std::filesystem::path& input, const std::string& soxArguments) {
-    return " (to convert: sox " + quoted(input.string()) + " " + soxArguments + ")";
-}
-
 Coding::Frequency frequencyOf(const zav::AudioStreamBasicDescription& pcm,
                               const std::filesystem::path& input) {
     const auto rate = static_cast<std::int64_t>(pcm.mSampleRate);
     const auto frequency = Coding::frequencyFromRawValue(rate);
     if (!frequency) {
         throw Failure(input, std::to_string(rate) + " Hz; 16000, 32000, 44100 or 48000 Hz" +
-                                 convertingHint(input, "-r 16000 converted.wav"));
+                                 soxHint(input, "-r 16000 converted.wav"));
     }
     return *frequency;
 }
@@ -59,15 +44,11 @@ void require16BitPcm(const zav::AudioStreamBasicDescription& format,
                                 format.mBitsPerChannel == 16 &&
                                 (format.mFormatFlags & zav::kAudioFormatFlagIsFloat) == 0;
     if (!is16BitInteger) {
-        const bool isSbc = format.mFormatID == zav::kAudioFormatSbc;
-        throw Failure(
-            input,
-            inWords(format) + "; 16-bit PCM" +
-                (isSbc ? "" : convertingHint(input, "-e signed-integer -b 16 converted.wav")));
+        throw Failure(input, inWords(format) + "; 16-bit PCM" + to16BitPcmHint(format, input));
     }
     if (format.mChannelsPerFrame > 2) {
         throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" +
-                                 convertingHint(input, "converted.wav remix 1 2"));
+                                 soxHint(input, "converted.wav remix 1 2"));
     }
 }
 
@@ -88,67 +69,150 @@ Coding::ChannelMode modeOf(const EncodeOptions& options, std::uint32_t channelCo
 std::shared_ptr<Coding::SBCConfiguration> configurationFor(
     const EncodeOptions& options, const zav::AudioStreamBasicDescription& pcm) {
     require16BitPcm(pcm, options.files.input);
+    const std::uint32_t subbands = options.subbands.value_or(8);
+    const std::uint32_t bitpool = options.bitpool.value_or(32);
     auto configuration = std::make_shared<Coding::SBCConfiguration>();
     configuration->freq = frequencyOf(pcm, options.files.input);
     configuration->mode = modeOf(options, pcm.mChannelsPerFrame);
-    configuration->subband = options.subbands == 8 ? Coding::Subband::_8 : Coding::Subband::_4;
+    configuration->subband = subbands == 8 ? Coding::Subband::_8 : Coding::Subband::_4;
     configuration->blocks =
-        Coding::blockFromRawValue(options.blocks / 4 - 1).value_or(Coding::Block::_16);
+        Coding::blockFromRawValue(options.blocks.value_or(16) / 4 - 1).value_or(Coding::Block::_16);
     configuration->allocation = options.allocation == "snr" ? Coding::AllocationMethod::SNR
                                                             : Coding::AllocationMethod::loudness;
     configuration->endian = (pcm.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0
                                 ? Coding::Endianess::big
                                 : Coding::Endianess::little;
 
-    const std::uint32_t largest = largestBitpool(configuration->mode, options.subbands);
-    if (options.bitpool > largest) {
-        throw UsageFailure("--bitpool " + std::to_string(options.bitpool) + "; 2 to " +
+    const std::uint32_t largest = largestBitpool(configuration->mode, subbands);
+    if (bitpool > largest) {
+        throw UsageFailure("--bitpool " + std::to_string(bitpool) + "; 2 to " +
                            std::to_string(largest) + " for " +
                            std::string(nameOf(configuration->mode)) + " with " +
-                           std::to_string(options.subbands) + " subbands");
+                           std::to_string(subbands) + " subbands");
     }
-    configuration->bitpool = static_cast<std::uint8_t>(options.bitpool);
+    configuration->bitpool = static_cast<std::uint8_t>(bitpool);
     return configuration;
+}
+
+/// The codec to use, and the type of file to make.
+struct Target {
+    bool isOpus;
+    const FileType* type;
+};
+
+Target targetOf(const EncodeOptions& options) {
+    const std::filesystem::path& output = options.files.output;
+    const FileType* const type = typeForName(output);
+    const bool isSbcType =
+        type != nullptr && (type->id == zav::kAudioFileSBCType || type->id == kSbcContainerType);
+    const bool isOpusType =
+        type != nullptr && (type->id == zav::kAudioFileOggType || type->id == kOpusContainerType);
+    if (type == nullptr || (!isSbcType && !isOpusType && !options.codec)) {
+        throw UsageFailure(output.string() +
+                           ": not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus "
+                           "or .zopus");
+    }
+    const bool isOpus = options.codec ? *options.codec == "opus" : isOpusType;
+    if (!isOpus && !isSbcType) {
+        throw UsageFailure(output.string() + ": not a name for SBC frames; NAME.sbc or .zsbc");
+    }
+    if (isOpus && isSbcType) {
+        throw UsageFailure(output.string() + ": not a name for Opus packets; NAME.opus or .zopus");
+    }
+    if (isOpus && (options.bitpool || options.mode || options.subbands || options.blocks ||
+                   options.allocation)) {
+        throw UsageFailure(
+            "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's");
+    }
+    return {isOpus, type};
+}
+
+void requireOpusInput(const zav::AudioStreamBasicDescription& pcm, const FileType& type,
+                      const std::filesystem::path& input) {
+    require16BitPcm(pcm, input);
+    if ((pcm.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0) {
+        throw Failure(input, inWords(pcm) + "; little-endian" +
+                                 soxHint(input, "-e signed-integer -b 16 converted.wav"));
+    }
+    // The container's list of rates is not the codec's.
+    std::vector<double> rates = {8000, 12000, 16000, 24000, 48000};
+    if (type.id == kOpusContainerType) {
+        rates = {8000, 16000, 48000};
+    }
+    if (std::find(rates.begin(), rates.end(), pcm.mSampleRate) == rates.end()) {
+        std::vector<std::string> words;
+        for (const double rate : rates) {
+            words.push_back(std::to_string(static_cast<int>(rate)));
+        }
+        throw Failure(input, rateInWords(pcm.mSampleRate) + "; " + listed(words) + " Hz for " +
+                                 std::string(type.name) + soxHint(input, "-r 48000 converted.wav"));
+    }
+}
+
+/// Made on the source; what the run says of it at its end.
+struct Encoding {
+    std::shared_ptr<zav::AudioStreamOutputable> encoder;
+    std::string inWords;            ///< for --verbose
+    std::uint32_t framesPerPacket;  ///< PCM frames that one packet encodes
+    std::string packetWord;         ///< "SBC frame"
+};
+
+Encoding makeSbcEncoder(const EncodeOptions& options, const Input& input) {
+    const auto configuration = configurationFor(options, input.format());
+    const auto encoder = zav::makeNode<zav::SBCEncoder>(input.node(), configuration);
+    return {encoder,
+            "SBCEncoder (" + std::string(nameOf(configuration->mode)) + ", bitpool " +
+                std::to_string(configuration->bitpool) + ")",
+            encoder->outDataFormat().mFramesPerPacket, "SBC frame"};
+}
+
+Encoding makeOpusEncoder(const EncodeOptions& options, const Input& input, const FileType& type) {
+    requireOpusInput(input.format(), type, options.files.input);
+    const auto encoder = zav::makeNode<zav::OpusEncoder>(input.node());
+    return {encoder, "OpusEncoder", static_cast<std::uint32_t>(encoder->frameCountPerPkt()),
+            "Opus packet"};
 }
 
 }  // namespace
 
 void encode(const EncodeOptions& options, const CommonOptions& common) {
-    const FileType* const type = typeForName(options.files.output);
-    if (type == nullptr || type->id != zav::kAudioFileSBCType) {
-        throw UsageFailure(options.files.output.string() + ": not a name for SBC frames; NAME.sbc");
-    }
+    const auto [isOpus, type] = targetOf(options);
 
     // The graph: each node is made on the one before it.
-    const auto source = openSource(options.files.input);
-    const zav::AudioStreamBasicDescription pcm = source->outDataFormat();
-    const auto configuration = configurationFor(options, pcm);
+    const auto input = openInput(options.files.input);
+    const zav::AudioStreamBasicDescription pcm = input->format();
+    const Encoding encoding =
+        isOpus ? makeOpusEncoder(options, *input, *type) : makeSbcEncoder(options, *input);
     OutputFile output(options.files.output, options.files.input);
     reportFatalStopsFor(options.files.input, options.files.output);
 
-    const auto encoder = zav::makeNode<zav::SBCEncoder>(source, configuration);
-    output.requireRoomFor(*type, encoder->outDataFormat());
-    const auto sink = zav::makeNode<zav::FileSink>(encoder, output.temporaryPath(), type->id);
-    const auto pcmMeter = zav::makeNode<Meter>(source);
-    const auto sbcMeter = zav::makeNode<Meter>(encoder);
-    const zav::AudioStreamBasicDescription sbc = encoder->outDataFormat();
-    showGraph(common, "FileSource (" + inWords(pcm) + ") -> SBCEncoder (" +
-                          std::string(nameOf(configuration->mode)) + ", bitpool " +
-                          std::to_string(configuration->bitpool) + ") -> FileSink");
+    auto stream = encoding.encoder;
+    if (type->id == kSbcContainerType) {
+        stream = redeclared(stream, with16Bits(stream->outDataFormat()));
+    }
+    output.requireRoomFor(*type, stream->outDataFormat());
+    output.addSink(stream, *type);
+    const auto pcmMeter = zav::makeNode<Meter>(input->node());
+    const auto packetMeter = zav::makeNode<Meter>(stream);
+    showGraph(common, input->nodeName() + " (" + inWords(pcm) + ") -> " + encoding.inWords +
+                          (type->id == kSbcContainerType ? " -> PeripheralSource -> " : " -> ") +
+                          std::string(nodeNameOf(*type)));
 
     Progress progress(common.isQuiet);
-    pump(*source, options.files.input, sbc.mFramesPerPacket, progress);
-    if (sbcMeter->packetCount() == 0) {
-        throw Failure(options.files.input,
-                      std::to_string(pcmMeter->packetCount()) + " sample frames; at least the " +
-                          std::to_string(sbc.mFramesPerPacket) + " of one SBC frame");
+    pump(*input, encoding.framesPerPacket, progress);
+    if (packetMeter->packetCount() == 0) {
+        throw Failure(options.files.input, std::to_string(pcmMeter->packetCount()) +
+                                               " sample frames; at least the " +
+                                               std::to_string(encoding.framesPerPacket) +
+                                               " of one " + encoding.packetWord);
     }
-    output.commit(sbcMeter->byteCount());
+    output.commit(packetMeter->packetCount(), packetMeter->byteCount());
 
     const double seconds = static_cast<double>(pcmMeter->packetCount()) / pcm.mSampleRate;
+    const double bitsPerSecond = 8.0 * static_cast<double>(packetMeter->byteCount()) / seconds;
     progress.finish(options.files.output.string() + ": " + secondsText(seconds) + ", " +
-                        std::to_string(sbcMeter->packetCount()) + " SBC frames of " +
-                        std::to_string(sbc.mBytesPerPacket) + " bytes",
+                        std::to_string(packetMeter->packetCount()) + " " + encoding.packetWord +
+                        "s, " + bitRateText(bitsPerSecond),
                     seconds);
 }
 

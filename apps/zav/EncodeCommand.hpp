@@ -10,14 +10,16 @@ namespace zavtool {
 
 struct EncodeOptions {
     FilePair files;
-    std::uint32_t bitpool = 32;
-    std::optional<std::string> mode;  ///< not given: by the number of channels
-    std::uint32_t subbands = 8;
-    std::uint32_t blocks = 16;
-    std::string allocation = "loudness";
+    std::optional<std::string> codec;  ///< not given: by the output's extension
+    // Of SBC; what is not given is the usual value.
+    std::optional<std::uint32_t> bitpool;
+    std::optional<std::string> mode;
+    std::optional<std::uint32_t> subbands;
+    std::optional<std::uint32_t> blocks;
+    std::optional<std::string> allocation;
 };
 
-/// Encodes a PCM file to raw SBC frames.
+/// Encodes a PCM file to SBC frames or Opus packets.
 void encode(const EncodeOptions& options, const CommonOptions& common);
 
 }  // namespace zavtool

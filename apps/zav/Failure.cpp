@@ -15,6 +15,9 @@
 namespace zavtool {
 namespace {
 
+constexpr std::array<std::string_view, 2> kContainerWriting = {"Writting to opus file failed: ",
+                                                               "Writing sbc data to file failed: "};
+
 struct RunningFiles {
     std::string input;
     std::string output;
@@ -39,6 +42,19 @@ std::string describeFatalStop(std::string_view message) {
     }
     if (message == "Decoding failed") {
         return files.input + ": a damaged SBC frame; whole frames as an SBC encoder writes them";
+    }
+    for (const std::string_view prefix : kContainerWriting) {
+        if (message.starts_with(prefix)) {
+            message.remove_prefix(prefix.size());
+            return files.output + ": cannot be written: " + std::string(message) +
+                   "; a disk with more room, or another one";
+        }
+    }
+    if (message == "Encoding failed: The compressed data passed is corrupted") {
+        return files.input + ": a damaged Opus packet; packets as an Opus encoder writes them";
+    }
+    if (message == "Encoding failed: Not enough bytes allocated in the buffer") {
+        return files.input + ": an Opus packet of more than 60 ms; packets of 60 ms at most";
     }
     return files.input + ": " +
            (message.empty() ? "a platform call failed without a reason" : std::string(message));
@@ -85,6 +101,20 @@ std::string readingProblem(zav::OSStatus status) {
         default:
             return "cannot be read, status " + zav::statusText(status) + "; a readable file";
     }
+}
+
+std::string readingProblem(const std::system_error& error) {
+    if (error.code() == std::errc::no_such_file_or_directory ||
+        error.code() == std::errc::not_a_directory) {
+        return readingProblem(zav::kAudioFileFileNotFoundError);
+    }
+    if (error.code() == std::errc::is_a_directory || error.code() == std::errc::invalid_seek) {
+        return readingProblem(zav::kAudioFileNotAFileError);
+    }
+    if (error.code() == std::errc::permission_denied) {
+        return readingProblem(zav::kAudioFilePermissionDeniedError);
+    }
+    return std::string("cannot be read: ") + error.what() + "; a readable file";
 }
 
 std::string writingProblem(zav::OSStatus status) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace zavtool {
 
@@ -26,6 +27,8 @@ class UsageFailure : public std::runtime_error {
 
 /// What a status of the file service means when a file is opened or read, and what would do.
 std::string readingProblem(zav::OSStatus status);
+/// The same for a file that is read without the service.
+std::string readingProblem(const std::system_error& error);
 /// The same for a file being created or written.
 std::string writingProblem(zav::OSStatus status);
 

@@ -7,16 +7,29 @@ namespace zavtool {
 
 std::span<const FileType> fileTypes() {
     static const std::vector<FileType> types = {
-        {zav::kAudioFileWAVEType, "WAVE", {"wav", "wave"}},
-        {zav::kAudioFileRF64Type, "RF64", {"rf64"}},
-        {zav::kAudioFileWave64Type, "W64", {"w64"}},
-        {zav::kAudioFileAIFFType, "AIFF", {"aiff", "aif"}},
-        {zav::kAudioFileAIFCType, "AIFC", {"aifc"}},
-        {zav::kAudioFileCAFType, "CAF", {"caf"}},
-        {zav::kAudioFileNextType, "AU", {"au", "snd"}},
-        {zav::kAudioFileSBCType, "raw SBC", {"sbc"}},
+        {zav::kAudioFileWAVEType, "WAVE", {"wav", "wave"}, true},
+        {zav::kAudioFileRF64Type, "RF64", {"rf64"}, true},
+        {zav::kAudioFileWave64Type, "W64", {"w64"}, true},
+        {zav::kAudioFileAIFFType, "AIFF", {"aiff", "aif"}, true},
+        {zav::kAudioFileAIFCType, "AIFC", {"aifc"}, true},
+        {zav::kAudioFileCAFType, "CAF", {"caf"}, true},
+        {zav::kAudioFileNextType, "AU", {"au", "snd"}, true},
+        {zav::kAudioFileSBCType, "raw SBC", {"sbc"}, false},
+        {kSbcContainerType, "SBC container", {"zsbc"}, false},
+        {kOpusContainerType, "Opus container", {"zopus"}, false},
     };
     return types;
+}
+
+bool isAudioFileType(const FileType& type) {
+    return type.id != kSbcContainerType && type.id != kOpusContainerType;
+}
+
+std::string_view nodeNameOf(const FileType& type) {
+    if (type.id == kSbcContainerType) {
+        return "ZAVSbcFileSink";
+    }
+    return type.id == kOpusContainerType ? "ZAVOpusFileSink" : "FileSink";
 }
 
 std::string nameOfType(zav::AudioFileTypeID id) {

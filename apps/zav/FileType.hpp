@@ -10,13 +10,24 @@
 
 namespace zavtool {
 
+/// Types of the library's own, which are none of the audio file service's.
+inline constexpr zav::AudioFileTypeID kOpusContainerType = zav::fourCharCode("zopu");
+inline constexpr zav::AudioFileTypeID kSbcContainerType = zav::fourCharCode("zsbc");
+
 struct FileType {
     zav::AudioFileTypeID id;
     std::string_view name;
     std::vector<std::string_view> extensions;  ///< the first one is the usual one
+    bool holdsPcm;
 };
 
 std::span<const FileType> fileTypes();
+
+/// Whether files of this type are read and written by the audio file service.
+bool isAudioFileType(const FileType& type);
+
+/// The library's node that writes files of this type.
+std::string_view nodeNameOf(const FileType& type);
 
 /// "WAVE", "raw SBC", ...; the four characters of a type that is not in the list.
 std::string nameOfType(zav::AudioFileTypeID id);

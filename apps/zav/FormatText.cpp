@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 namespace zavtool {
 namespace {
@@ -10,21 +11,18 @@ using Mode = zav::SBCCoding::ChannelMode;
 
 constexpr std::array<Mode, 4> kModes = {Mode::mono, Mode::dual, Mode::stereo, Mode::jointStereo};
 
-std::string rateInWords(double rate) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.10g Hz", rate);
-    return text.data();
-}
+constexpr std::pair<std::uint32_t, std::string_view> kCompressedFormats[] = {
+    {zav::kAudioFormatSbc, "SBC"},
+    {zav::kAudioFormatOpus, "Opus"},
+    {zav::kAudioFormatALaw, "A-law"},
+    {zav::kAudioFormatULaw, "mu-law"},
+};
 
 std::string encodingInWords(const zav::AudioStreamBasicDescription& format) {
-    if (format.mFormatID == zav::kAudioFormatSbc) {
-        return "SBC";
-    }
-    if (format.mFormatID == zav::kAudioFormatALaw) {
-        return "A-law";
-    }
-    if (format.mFormatID == zav::kAudioFormatULaw) {
-        return "mu-law";
+    for (const auto& [id, name] : kCompressedFormats) {
+        if (format.mFormatID == id) {
+            return std::string(name);
+        }
     }
     if (format.mFormatID != zav::kAudioFormatLinearPCM) {
         return zav::fourCharText(format.mFormatID);
@@ -55,6 +53,24 @@ std::string channelsInWords(std::uint32_t channelCount) {
         return "mono";
     }
     return channelCount == 2 ? "stereo" : std::to_string(channelCount) + " channels";
+}
+
+std::string rateInWords(double rate) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.10g Hz", rate);
+    return text.data();
+}
+
+std::string secondsText(double seconds) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.2f s", seconds);
+    return text.data();
+}
+
+std::string bitRateText(double bitsPerSecond) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f kbit/s", bitsPerSecond / 1000);
+    return text.data();
 }
 
 std::string_view nameOf(Mode mode) {

@@ -14,6 +14,13 @@ std::string inWords(const zav::AudioStreamBasicDescription& format);
 /// "mono", "stereo", "6 channels".
 std::string channelsInWords(std::uint32_t channelCount);
 
+/// "44100 Hz"
+std::string rateInWords(double rate);
+/// "12.34 s"
+std::string secondsText(double seconds);
+/// "96.0 kbit/s"
+std::string bitRateText(double bitsPerSecond);
+
 /// Names of SBC's parameters, as the options of `zav encode` take them.
 std::string_view nameOf(zav::SBCCoding::ChannelMode mode);
 std::string_view nameOf(zav::SBCCoding::AllocationMethod allocation);

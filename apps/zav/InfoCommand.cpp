@@ -3,10 +3,15 @@
 #include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
+#include <algorithm>
+#include <array>
 #include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
+#include <span>
+#include <utility>
+#include <vector>
 
+#include "Container.hpp"
 #include "Failure.hpp"
 #include "FileType.hpp"
 #include "FormatText.hpp"
@@ -28,8 +33,7 @@ Json formatAsJson(const zav::AudioStreamBasicDescription& format) {
             {"mBitsPerChannel", format.mBitsPerChannel}};
 }
 
-Json sbcAsJson(const OpenAudioFile& file, const std::filesystem::path& path) {
-    const auto frame = firstPacket(file, path);
+Json sbcAsJson(const std::vector<std::byte>& frame) {
     const auto configuration =
         zav::SBCCoding::SBCConfiguration::fromFrame(frame.data(), frame.size());
     if (configuration == nullptr) {
@@ -42,38 +46,171 @@ Json sbcAsJson(const OpenAudioFile& file, const std::filesystem::path& path) {
             {"bitpool", configuration->bitpool}};
 }
 
-/// Whether something that is no packet stands where the next one should be.
-bool isDamagedAfter(const OpenAudioFile& file, std::uint64_t packetCount,
-                    std::uint32_t packetSize) {
-    std::vector<std::byte> packet(packetSize);
-    std::uint32_t wanted = 1;
-    return zav::AudioFileReadPacketData(file.get(), false, &packetSize, nullptr,
-                                        static_cast<std::int64_t>(packetCount), &wanted,
-                                        packet.data()) != zav::noErr;
+/// What there is to say of a file, wherever it comes from.
+struct Contents {
+    std::string type;
+    zav::AudioStreamBasicDescription format;
+    std::uint64_t packetCount = 0;
+    std::uint64_t audioSize = 0;
+    std::uint32_t smallestPacket = 0;
+    std::uint32_t largestPacket = 0;
+    double seconds = 0;
+    std::size_t cookieSize = 0;
+    bool isDamaged = false;           ///< behind these packets
+    std::vector<std::byte> sbcFrame;  ///< the first one, of SBC streams
+    std::vector<PacketInfo> packets;  ///< none for PCM, whose packets are single frames
+};
+
+bool isPcm(const zav::AudioStreamBasicDescription& format) {
+    return format.mFormatID == zav::kAudioFormatLinearPCM ||
+           format.mFormatID == zav::kAudioFormatALaw || format.mFormatID == zav::kAudioFormatULaw;
 }
 
-Json describe(const std::filesystem::path& path) {
-    const OpenAudioFile file = openAudioFile(path);
+/// Fills in what follows from the list of packets.
+void measurePackets(Contents& contents) {
+    contents.packetCount = contents.packets.size();
+    contents.largestPacket = largestOf(contents.packets);
+    contents.smallestPacket = contents.largestPacket;
+    contents.audioSize = 0;
+    for (const PacketInfo& packet : contents.packets) {
+        contents.smallestPacket = std::min(contents.smallestPacket, packet.size);
+        contents.audioSize += packet.size;
+    }
+}
+
+Contents contentsOf(OpusContainer container) {
+    Contents contents;
+    contents.type = nameOfType(kOpusContainerType);
+    contents.format = container.format;
+    contents.packets = std::move(container.packets);
+    contents.isDamaged = container.isDamaged;
+    contents.seconds = secondsIn(contents.packets, contents.format.mSampleRate);
+    measurePackets(contents);
+    return contents;
+}
+
+Contents contentsOf(const SbcContainer& container) {
+    Contents contents;
+    contents.type = nameOfType(kSbcContainerType);
+    contents.format = container.format;
+    contents.packets.assign(container.frameCount(),
+                            {container.format.mBytesPerPacket, container.format.mFramesPerPacket});
+    contents.isDamaged =
+        container.audioSize != container.frameCount() * container.format.mBytesPerPacket;
+    contents.sbcFrame = container.firstFrame;
+    contents.seconds = secondsIn(contents.packets, contents.format.mSampleRate);
+    measurePackets(contents);
+    return contents;
+}
+
+/// All packets of an audio file; sets `isDamaged` when something that is no packet stands behind
+/// them.
+std::vector<PacketInfo> packetsOf(const OpenAudioFile& file,
+                                  const zav::AudioStreamBasicDescription& format,
+                                  std::uint32_t largestPacket, bool& isDamaged) {
+    constexpr std::uint32_t kPacketsAtOnce = 256;
+    std::vector<PacketInfo> packets;
+    std::vector<std::byte> bytes(std::size_t{kPacketsAtOnce} * std::max(1U, largestPacket));
+    std::vector<zav::AudioStreamPacketDescription> places(kPacketsAtOnce);
+    for (;;) {
+        auto size = static_cast<std::uint32_t>(bytes.size());
+        std::uint32_t count = kPacketsAtOnce;
+        isDamaged = zav::AudioFileReadPacketData(file.get(), false, &size, places.data(),
+                                                 static_cast<std::int64_t>(packets.size()), &count,
+                                                 bytes.data()) != zav::noErr;
+        if (isDamaged || count == 0) {
+            return packets;
+        }
+        for (const auto& place : std::span(places).first(count)) {
+            packets.push_back({place.mDataByteSize, place.mVariableFramesInPacket > 0
+                                                        ? place.mVariableFramesInPacket
+                                                        : format.mFramesPerPacket});
+        }
+    }
+}
+
+Contents contentsOf(const OpenAudioFile& file, const std::filesystem::path& path) {
     const auto read = [&]<class Value>(zav::AudioFilePropertyID property, Value) {
         return zav::audioFileProperty<Value>(file.get(), property);
     };
-    const auto format = read(zav::kAudioFilePropertyDataFormat, zav::AudioStreamBasicDescription{});
-    Json description = {
-        {"file", path.string()},
-        {"type", nameOfType(read(zav::kAudioFilePropertyFileFormat, zav::AudioFileTypeID{}))},
-        {"format", inWords(format)},
-        {"formatCode", zav::fourCharText(format.mFormatID)},
-        {"formatRecord", formatAsJson(format)},
-        {"packets", read(zav::kAudioFilePropertyAudioDataPacketCount, std::uint64_t{})},
-        {"largestPacketBytes", read(zav::kAudioFilePropertyMaximumPacketSize, std::uint32_t{})},
-        {"audioBytes", read(zav::kAudioFilePropertyAudioDataByteCount, std::uint64_t{})},
-        {"durationSeconds", read(zav::kAudioFilePropertyEstimatedDuration, double{})},
-        {"magicCookieBytes", magicCookie(file, path).value_or(std::vector<std::byte>()).size()}};
-    if (format.mFormatID == zav::kAudioFormatSbc) {
-        description["sbc"] = sbcAsJson(file, path);
+    Contents contents;
+    contents.type = nameOfType(read(zav::kAudioFilePropertyFileFormat, zav::AudioFileTypeID{}));
+    contents.format = read(zav::kAudioFilePropertyDataFormat, zav::AudioStreamBasicDescription{});
+    contents.largestPacket = read(zav::kAudioFilePropertyMaximumPacketSize, std::uint32_t{});
+    contents.smallestPacket = contents.largestPacket;
+    contents.packetCount = read(zav::kAudioFilePropertyAudioDataPacketCount, std::uint64_t{});
+    contents.audioSize = read(zav::kAudioFilePropertyAudioDataByteCount, std::uint64_t{});
+    contents.seconds = read(zav::kAudioFilePropertyEstimatedDuration, double{});
+    contents.cookieSize = magicCookie(file, path).value_or(std::vector<std::byte>()).size();
+    if (contents.format.mFormatID == zav::kAudioFormatSbc) {
+        contents.sbcFrame = firstPacket(file, path);
     }
-    if (isDamagedAfter(file, description["packets"], description["largestPacketBytes"])) {
-        description["damagedAfterPackets"] = description["packets"];
+    if (!isPcm(contents.format)) {
+        contents.packets =
+            packetsOf(file, contents.format, contents.largestPacket, contents.isDamaged);
+        measurePackets(contents);
+    }
+    return contents;
+}
+
+Contents contentsOf(const std::filesystem::path& path) {
+    if (auto container = examineOpusContainer(path)) {
+        return contentsOf(std::move(*container));
+    }
+    if (const auto container = examineSbcContainer(path)) {
+        return contentsOf(*container);
+    }
+    return contentsOf(openAudioFile(path), path);
+}
+
+double ratio(double part, double whole) {
+    return whole > 0 ? part / whole : 0;
+}
+
+/// Opus packets without audio: lost ones, which are empty, and silence, which has no more than the
+/// byte that tells the duration.
+std::uint64_t gapsIn(const Contents& contents) {
+    return static_cast<std::uint64_t>(
+        std::count_if(contents.packets.begin(), contents.packets.end(),
+                      [](const PacketInfo& packet) { return packet.size <= 1; }));
+}
+
+Json describe(const InfoOptions& options) {
+    const Contents contents = contentsOf(options.file);
+    const auto audioSize = static_cast<double>(contents.audioSize);
+    Json description = {
+        {"file", options.file.string()},
+        {"type", contents.type},
+        {"format", inWords(contents.format)},
+        {"formatCode", zav::fourCharText(contents.format.mFormatID)},
+        {"formatRecord", formatAsJson(contents.format)},
+        {"packets", contents.packetCount},
+        {"smallestPacketBytes", contents.smallestPacket},
+        {"meanPacketBytes", ratio(audioSize, static_cast<double>(contents.packetCount))},
+        {"largestPacketBytes", contents.largestPacket},
+        {"audioBytes", contents.audioSize},
+        {"durationSeconds", contents.seconds},
+        {"bitsPerSecond", ratio(8 * audioSize, contents.seconds)},
+        {"magicCookieBytes", contents.cookieSize}};
+    if (contents.format.mFormatID == zav::kAudioFormatOpus) {
+        description["gaps"] = gapsIn(contents);
+    }
+    if (contents.format.mFormatID == zav::kAudioFormatSbc) {
+        description["sbc"] = sbcAsJson(contents.sbcFrame);
+    }
+    if (contents.isDamaged) {
+        description["damagedAfterPackets"] = contents.packetCount;
+    }
+    if (options.listsPackets) {
+        if (isPcm(contents.format)) {
+            throw Failure(options.file, inWords(contents.format) +
+                                            ", whose packets are single frames; a compressed "
+                                            "format for --packets");
+        }
+        Json& list = description["packetList"] = Json::array();
+        for (const PacketInfo& packet : contents.packets) {
+            list.push_back({{"bytes", packet.size}, {"frames", packet.frames}});
+        }
     }
     return description;
 }
@@ -90,6 +227,32 @@ std::string counted(const Json& count, const std::string& unit) {
 
 void printLine(const char* label, const std::string& text) {
     std::printf("%-16s%s\n", label, text.c_str());
+}
+
+std::string packetSizesText(const Json& description) {
+    const Json& smallest = description["smallestPacketBytes"];
+    const Json& largest = description["largestPacketBytes"];
+    if (smallest == largest) {
+        return counted(largest, "byte");
+    }
+    std::array<char, 32> mean{};
+    std::snprintf(mean.data(), mean.size(), "%.1f", description["meanPacketBytes"].get<double>());
+    return smallest.dump() + " to " + largest.dump() + " bytes, " + mean.data() + " on average";
+}
+
+void printPackets(const Json& description) {
+    const double sampleRate = description["formatRecord"]["mSampleRate"];
+    std::printf("\n%8s  %10s  %7s  %6s\n", "packet", "starts at", "bytes", "frames");
+    std::uint64_t index = 0;
+    std::uint64_t framesBefore = 0;
+    for (const Json& packet : description["packetList"]) {
+        const auto frames = packet["frames"].get<std::uint64_t>();
+        std::printf("%8llu  %8.3f s  %7llu  %6llu\n", static_cast<unsigned long long>(index++),
+                    static_cast<double>(framesBefore) / sampleRate,
+                    packet["bytes"].get<unsigned long long>(),
+                    static_cast<unsigned long long>(frames));
+        framesBefore += frames;
+    }
 }
 
 void printForPeople(const Json& description) {
@@ -114,16 +277,23 @@ void printForPeople(const Json& description) {
     }
     printLine("Packets", number(description["packets"]) +
                              (description.contains("damagedAfterPackets") ? ", then damaged" : ""));
-    printLine("Largest packet", counted(description["largestPacketBytes"], "byte"));
+    printLine("Packet size", packetSizesText(description));
+    if (description.contains("gaps")) {
+        printLine("Gaps", counted(description["gaps"], "packet") + " without audio");
+    }
     printLine("Audio", counted(description["audioBytes"], "byte"));
     printLine("Duration", secondsText(description["durationSeconds"]));
+    printLine("Bit rate", bitRateText(description["bitsPerSecond"]));
     printLine("Magic cookie", counted(description["magicCookieBytes"], "byte"));
+    if (description.contains("packetList")) {
+        printPackets(description);
+    }
 }
 
 }  // namespace
 
 void info(const InfoOptions& options) {
-    const Json description = describe(options.file);
+    const Json description = describe(options);
     if (options.isJson) {
         // A file's name need not be UTF-8.
         std::printf("%s\n",

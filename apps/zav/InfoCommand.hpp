@@ -7,6 +7,7 @@ namespace zavtool {
 struct InfoOptions {
     std::filesystem::path file;
     bool isJson = false;
+    bool listsPackets = false;
 };
 
 /// Prints what is known of an audio file on standard output.

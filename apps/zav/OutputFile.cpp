@@ -3,8 +3,17 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <ZAVAudioStreaming/core/AudioStreamError.hpp>
+#include <ZAVAudioStreaming/core/MakeNode.hpp>
+#include <ZAVAudioStreaming/core/PeripheralSink.hpp>
+#include <ZAVAudioStreaming/core/PeripheralSource.hpp>
+#include <ZAVAudioStreaming/formats/OpusFileHeader.hpp>
+#include <ZAVAudioStreaming/formats/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
+#include <ZAVAudioStreaming/sinks/FileSink.hpp>
+#include <ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp>
+#include <ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp>
 
 #include <atomic>
 #include <cerrno>
@@ -12,6 +21,7 @@
 #include <cstdlib>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Failure.hpp"
@@ -40,7 +50,7 @@ void cleanUpOnSignals() {
     struct sigaction action {};
     action.sa_handler = endBySignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_NODEFER;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
         struct sigaction before {};
         ::sigaction(signal, nullptr, &before);
         if (before.sa_handler != SIG_IGN) {  // as nohup leaves it
@@ -67,10 +77,57 @@ fs::path followLinks(const fs::path& path) {
     return error ? path : target;
 }
 
+/// Gives a file its magic cookie as soon as it is open. It must be added to the source after the
+/// sink: targets are called in the order in which they were added.
+class CookieSetter : public zav::PeripheralSink {
+ public:
+    CookieSetter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                 std::shared_ptr<zav::FileSink> sink, std::vector<std::byte> cookie)
+        : PeripheralSink(key, upstream), sink_(std::move(sink)), cookie_(std::move(cookie)) {}
+
+    void onAudioStreamFlowStart() override { sink_->setMagicCookie(cookie_); }
+
+ private:
+    std::shared_ptr<zav::FileSink> sink_;
+    std::vector<std::byte> cookie_;
+};
+
+void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
+              const fs::path& path, const std::vector<std::byte>& magicCookie) {
+    if (type.id == kOpusContainerType) {
+        zav::makeNode<zav::ZAVOpusFileSink>(upstream, path);
+        return;
+    }
+    if (type.id == kSbcContainerType) {
+        zav::makeNode<zav::ZAVSbcFileSink>(upstream, path);
+        return;
+    }
+    const auto sink = zav::makeNode<zav::FileSink>(upstream, path, type.id);
+    if (!magicCookie.empty()) {
+        zav::makeNode<CookieSetter>(upstream, sink, magicCookie);
+    }
+}
+
+/// Whether the container's sink takes this format, in the service's words.
+zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
+                           const zav::AudioStreamBasicDescription& format) {
+    const auto source = zav::makeNode<zav::PeripheralSource>();
+    source->setOutDataFormat(format);
+    try {
+        makeSink(source, type, path, {});
+    } catch (const zav::AudioStreamError&) {
+        return zav::kAudioFileUnsupportedDataFormatError;
+    }
+    return zav::noErr;
+}
+
 /// Makes an empty file of this type and leaves it there.
 zav::OSStatus tryType(const fs::path& path, const FileType& type,
                       const zav::AudioStreamBasicDescription& format,
                       std::span<const std::byte> magicCookie) {
+    if (!isAudioFileType(type)) {
+        return tryContainer(path, type, format);
+    }
     zav::AudioFileID file = nullptr;
     if (const auto status = zav::AudioFileCreateWithURL(path, type.id, &format,
                                                         zav::kAudioFileFlags_EraseFile, &file);
@@ -87,19 +144,26 @@ zav::OSStatus tryType(const fs::path& path, const FileType& type,
     return cookieStatus != zav::noErr ? cookieStatus : closeStatus;
 }
 
-/// The file sink does not say whether its last write and the closing went well, so ask the file.
-std::uint64_t audioBytesIn(const fs::path& path) {
+/// The sinks do not say whether their last write and the closing went well, so ask the file.
+std::uint64_t audioBytesIn(const fs::path& path, const FileType& type, std::uint64_t packetCount) {
+    // These are all audio but for their headers, and counting packets would mean reading them all
+    // again.
+    if (type.id == zav::kAudioFileSBCType) {
+        return fs::file_size(path);
+    }
+    if (type.id == kSbcContainerType) {
+        return fs::file_size(path) - zav::SbcFileHeader::kByteCount;
+    }
+    if (type.id == kOpusContainerType) {
+        return fs::file_size(path) - zav::OpusFileHeader::kByteCount -
+               packetCount * zav::OpusRecordHeader::kByteCount;
+    }
     zav::AudioFileID file = nullptr;
     if (zav::AudioFileOpenURL(path, zav::kAudioFileReadPermission, 0, &file) != zav::noErr) {
         return 0;
     }
-    const auto type =
-        zav::audioFileProperty<zav::AudioFileTypeID>(file, zav::kAudioFilePropertyFileFormat);
-    // Raw SBC is all audio, and counting its frames would mean reading them all again.
-    const std::uint64_t size = type == zav::kAudioFileSBCType
-                                   ? fs::file_size(path)
-                                   : zav::audioFileProperty<std::uint64_t>(
-                                         file, zav::kAudioFilePropertyAudioDataByteCount);
+    const auto size =
+        zav::audioFileProperty<std::uint64_t>(file, zav::kAudioFilePropertyAudioDataByteCount);
     zav::AudioFileClose(file);
     return size;
 }
@@ -169,8 +233,29 @@ void OutputFile::requireRoomFor(const FileType& type,
     }
 }
 
-void OutputFile::commit(std::uint64_t audioBytes) {
-    const std::uint64_t written = audioBytesIn(temporaryPath_);
+bool OutputFile::takesMagicCookie(const FileType& type,
+                                  const zav::AudioStreamBasicDescription& format) const {
+    zav::AudioFileID file = nullptr;
+    if (!isAudioFileType(type) ||
+        zav::AudioFileCreateWithURL(temporaryPath_, type.id, &format,
+                                    zav::kAudioFileFlags_EraseFile, &file) != zav::noErr) {
+        return false;
+    }
+    std::uint32_t isWritable = 0;
+    const auto status = zav::AudioFileGetPropertyInfo(file, zav::kAudioFilePropertyMagicCookieData,
+                                                      nullptr, &isWritable);
+    zav::AudioFileClose(file);
+    return status == zav::noErr && isWritable != 0;
+}
+
+void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                         const FileType& type, const std::vector<std::byte>& magicCookie) {
+    type_ = &type;
+    makeSink(upstream, type, temporaryPath_, magicCookie);
+}
+
+void OutputFile::commit(std::uint64_t packetCount, std::uint64_t audioBytes) {
+    const std::uint64_t written = audioBytesIn(temporaryPath_, *type_, packetCount);
     if (written != audioBytes) {
         throw Failure(path_, "holds " + std::to_string(written) + " of " +
                                  std::to_string(audioBytes) +

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
+#include <ZAVAudioStreaming/core/AudioStreamOutputable.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <span>
+#include <vector>
 
 #include "FileType.hpp"
 
@@ -27,12 +30,18 @@ class OutputFile {
     void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
                         std::span<const std::byte> magicCookie = {}) const;
 
-    /// Where to write.
-    const std::filesystem::path& temporaryPath() const { return temporaryPath_; }
+    /// Whether a file of this type takes a magic cookie.
+    bool takesMagicCookie(const FileType& type,
+                          const zav::AudioStreamBasicDescription& format) const;
 
-    /// Checks that the written file can be opened and holds `audioBytes` bytes of audio, then gives
-    /// it its name. Throws `Failure`.
-    void commit(std::uint64_t audioBytes);
+    /// Makes the sink that writes the file, after `requireRoomFor`. A magic cookie reaches the file
+    /// as soon as the flow has started.
+    void addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
+                 const std::vector<std::byte>& magicCookie = {});
+
+    /// Checks that the written file can be opened and holds `packetCount` packets of together
+    /// `audioBytes` bytes, then gives it its name. Throws `Failure`.
+    void commit(std::uint64_t packetCount, std::uint64_t audioBytes);
 
     /// Removes the temporary file of this run, if there is one. Safe in a signal handler.
     static void removeUnfinished() noexcept;
@@ -41,6 +50,7 @@ class OutputFile {
     std::filesystem::path path_;
     std::filesystem::path target_;  // `path_` with links followed
     std::filesystem::path temporaryPath_;
+    const FileType* type_ = nullptr;
 };
 
 }  // namespace zavtool

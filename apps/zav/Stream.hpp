@@ -1,17 +1,16 @@
 #pragma once
 
 #include <ZAVAudioStreaming/core/PeripheralSink.hpp>
+#include <ZAVAudioStreaming/core/PeripheralSource.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
-#include <ZAVAudioStreaming/sources/FileSource.hpp>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
-
-#include "Progress.hpp"
 
 namespace zavtool {
 
@@ -34,9 +33,6 @@ using OpenAudioFile = std::unique_ptr<std::remove_pointer_t<zav::AudioFileID>, C
 
 /// Opens an audio file to ask for its properties. Throws `Failure` with the reason.
 OpenAudioFile openAudioFile(const std::filesystem::path& path);
-
-/// Opens an audio file as the head of a graph. Throws `Failure` with the reason.
-std::shared_ptr<zav::FileSource> openSource(const std::filesystem::path& path);
 
 /// The first packet of an audio file, empty when there is none. Throws `Failure`, naming `path`.
 std::vector<std::byte> firstPacket(const OpenAudioFile& file, const std::filesystem::path& path);
@@ -61,15 +57,31 @@ class Meter : public zav::PeripheralSink {
     std::uint64_t packetCount_ = 0;
 };
 
-/// Pulls the whole file through the graph behind `source`. The chunks are whole multiples of
-/// `packetsPerUnit` packets, about 256 KiB each. Throws `Failure` when reading fails.
-void pump(zav::FileSource& source, const std::filesystem::path& path, std::uint32_t packetsPerUnit,
-          Progress& progress);
+/// Hands a stream on to a `PeripheralSource`, where it can be declared in another format: what an
+/// application does with bytes that come from its peripheral.
+class Relay : public zav::PeripheralSink {
+ public:
+    Relay(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+          std::shared_ptr<zav::PeripheralSource> next)
+        : PeripheralSink(key, upstream), next_(std::move(next)) {}
+
+    void onAudioStreamFlowStart() override { next_->downstreams().onAudioStreamFlowStart(); }
+    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                      const zav::AudioStreamPacketDescription* packetDescriptions) override {
+        next_->downstreams().receiveAudio(bytes, size, packetNum, packetDescriptions);
+    }
+    void onAudioStreamFlowEnd() override { next_->downstreams().onAudioStreamFlowEnd(); }
+
+ private:
+    std::shared_ptr<zav::PeripheralSource> next_;
+};
+
+/// The upstream's stream, declared in another format from here on.
+std::shared_ptr<zav::AudioStreamOutputable> redeclared(
+    const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+    const zav::AudioStreamBasicDescription& format);
 
 /// With --verbose, shows the graph of a run on standard error.
 void showGraph(const CommonOptions& options, const std::string& graph);
-
-/// "12.34 s"
-std::string secondsText(double seconds);
 
 }  // namespace zavtool

@@ -56,8 +56,11 @@ void addChoice(CLI::App& verb, const std::string& name, Value& value, Values val
 }
 
 CLI::App* addEncode(CLI::App& app, CommandLine& line) {
-    auto* const verb = app.add_subcommand("encode", "Encode a PCM file to SBC");
+    auto* const verb = app.add_subcommand("encode", "Encode a PCM file to SBC or Opus");
     EncodeOptions& options = line.encode;
+    addChoice(*verb, "--codec", options.codec, std::vector{"sbc", "opus"},
+              "sbc or opus; if not given, the output's extension\n"
+              "chooses. The other options are SBC's");
     verb->add_option("--bitpool", options.bitpool,
                      "Bits for each block, 32 if not given. More is better\n"
                      "and larger: 2 to 16 times the subbands for mono and\n"
@@ -77,24 +80,33 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
               "to noise); loudness if not given");
     addFile(*verb, "INPUT", options.files.input,
             "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU;\n"
-            "mono or stereo; 16000, 32000, 44100 or 48000 Hz");
-    addFile(*verb, "OUTPUT", options.files.output, "NAME.sbc: SBC frames, nothing else");
+            "mono or stereo. For SBC 16000, 32000, 44100 or 48000\n"
+            "Hz, for Opus 8000, 12000, 16000, 24000 or 48000 Hz");
+    addFile(*verb, "OUTPUT", options.files.output,
+            "NAME.sbc: SBC frames, nothing else; NAME.zsbc: the\n"
+            "library's SBC container; NAME.opus or .ogg: Ogg Opus;\n"
+            "NAME.zopus: the library's Opus container (not for\n"
+            "12000 and 24000 Hz)");
     verb->footer(
-        "Samples at the end that do not fill an SBC frame are left out. 'zav decode' reads\n"
-        "mono and stereo back, not dual and joint.\n"
-        "Example: zav encode --bitpool 40 speech.wav speech.sbc");
+        "Samples at the end that do not fill an SBC frame or an Opus packet of 60 ms are\n"
+        "left out. 'zav decode' reads SBC of mono and plain stereo back, not dual and joint,\n"
+        "and not .zsbc.\n"
+        "Examples: zav encode --bitpool 40 speech.wav speech.sbc\n"
+        "          zav encode speech.wav speech.opus");
     return verb;
 }
 
 CLI::App* addDecode(CLI::App& app, CommandLine& line) {
-    auto* const verb = app.add_subcommand("decode", "Decode SBC to a 16-bit PCM file");
-    addFile(*verb, "INPUT", line.decode.input, "SBC frames, mono or plain stereo");
+    auto* const verb = app.add_subcommand("decode", "Decode SBC or Opus to a 16-bit PCM file");
+    addFile(*verb, "INPUT", line.decode.input,
+            "SBC frames (.sbc), mono or plain stereo; Opus (.opus,\n"
+            ".zopus), mono or stereo, packets of 60 ms at most");
     addFile(*verb, "OUTPUT", line.decode.output,
             "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf or .au; the\n"
             "extension chooses the type");
     verb->footer(
-        "Joint stereo and dual channel streams are refused: their frames have another\n"
-        "length than the format of a two-channel stream tells.\n"
+        "SBC in joint stereo and dual channel is refused: its frames have another length\n"
+        "than the format of a two-channel stream tells.\n"
         "Example: zav decode speech.sbc speech.wav");
     return verb;
 }
@@ -104,11 +116,11 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
         app.add_subcommand("copy", "Copy audio, undecoded, from one type of file to another");
     addFile(*verb, "INPUT", line.copy.input, "Any audio file that 'zav info' knows");
     addFile(*verb, "OUTPUT", line.copy.output,
-            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au or\n"
-            ".sbc: a type that can hold the input's encoding");
+            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au, .sbc,\n"
+            ".zsbc, .zopus: a type that can hold the encoding");
     verb->footer(
-        "Copied are the audio and, from CAF to CAF, the magic cookie; no comments, cue points\n"
-        "and the like.\n"
+        "Copied are the audio and its magic cookie, where the type has a place for one; no\n"
+        "comments, cue points and the like.\n"
         "Example: zav copy recording.wav recording.caf");
     return verb;
 }
@@ -116,7 +128,11 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
 CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("info", "Describe an audio file");
     verb->add_flag("--json", line.info.isJson, "As JSON, for programs");
-    addFile(*verb, "FILE", line.info.file, "WAVE, RF64, W64, AIFF, AIFC, CAF, AU or raw SBC");
+    verb->add_flag("--packets", line.info.listsPackets,
+                   "List all packets (frames, for SBC) as well");
+    addFile(*verb, "FILE", line.info.file,
+            "WAVE, RF64, W64, AIFF, AIFC, CAF, AU, raw SBC, the\n"
+            "library's SBC and Opus containers");
     verb->footer("Example: zav info --json speech.sbc");
     return verb;
 }
@@ -154,7 +170,7 @@ int report(const std::exception& failure, int exitCode) {
 
 int runCommandLine(int argc, char** argv) {
     CommandLine line;
-    CLI::App app("Moves audio between PCM files and SBC streams.", "zav");
+    CLI::App app("Moves audio between files, SBC and Opus streams.", "zav");
     app.require_subcommand(0, 1);
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->column_width(kDescriptionColumn);

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace zav {
+
+/// Opus counts all durations at this rate, in Hz, whatever rate was encoded from.
+inline constexpr std::uint32_t kOpusRate = 48000;
+
+/// Frames at 48 kHz in an Opus packet, by its first two bytes (RFC 6716, section 3.1); 0 for a
+/// packet without bytes and for what is no packet: more than 120 ms, or a count that is missing.
+constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
+    if (packet.empty()) {
+        return 0;
+    }
+    const auto toc = std::to_integer<std::uint32_t>(packet[0]);
+    const std::uint32_t configuration = toc >> 3U;
+    std::uint32_t frameSize = 0;
+    if (configuration < 12) {  // SILK: 10, 20, 40, 60 ms
+        frameSize = (configuration & 3U) == 3 ? 2880 : 480U << (configuration & 3U);
+    } else if (configuration < 16) {  // hybrid: 10, 20 ms
+        frameSize = 480U << (configuration & 1U);
+    } else {  // CELT: 2.5, 5, 10, 20 ms
+        frameSize = 120U << (configuration & 3U);
+    }
+    std::uint32_t count = (toc & 3U) == 0 ? 1 : 2;
+    if ((toc & 3U) == 3) {
+        count = packet.size() < 2 ? 0 : std::to_integer<std::uint32_t>(packet[1]) & 0x3FU;
+    }
+    constexpr std::uint32_t kMostFrames = kOpusRate * 120 / 1000;
+    return frameSize * count > kMostFrames ? 0 : frameSize * count;
+}
+
+}  // namespace zav

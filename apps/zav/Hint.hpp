@@ -1,0 +1,18 @@
+#pragma once
+
+#include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
+#include <filesystem>
+#include <string>
+
+/// What stands at the end of a refusal, in brackets: the command that makes a file which is taken.
+namespace zavtool {
+
+/// " (to convert: sox INPUT ARGUMENTS)"
+std::string soxHint(const std::filesystem::path& input, const std::string& arguments);
+/// " (to convert: zav copy INPUT OUTPUT)"
+std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output);
+/// What makes 16-bit PCM of audio in this format: sox, ffmpeg or zav itself.
+std::string to16BitPcmHint(const zav::AudioStreamBasicDescription& format,
+                           const std::filesystem::path& input);
+
+}  // namespace zavtool

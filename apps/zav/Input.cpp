@@ -1,0 +1,192 @@
+#include "Input.hpp"
+
+#include <ZAVAudioStreaming/core/AudioFileError.hpp>
+#include <ZAVAudioStreaming/core/MakeNode.hpp>
+#include <ZAVAudioStreaming/core/PeripheralSource.hpp>
+#include <ZAVAudioStreaming/formats/SbcFileHeader.hpp>
+#include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
+#include <ZAVAudioStreaming/platform/FileHandle.hpp>
+#include <ZAVAudioStreaming/sources/FileSource.hpp>
+#include <ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp>
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "Container.hpp"
+#include "Failure.hpp"
+#include "Stream.hpp"
+
+namespace zavtool {
+namespace {
+
+/// Any file of the audio file service.
+class AudioFileInput : public Input {
+ public:
+    explicit AudioFileInput(const std::filesystem::path& path)
+        : path_(path), file_(openAudioFile(path)), source_(open(path)) {}
+
+    std::shared_ptr<zav::AudioStreamOutputable> node() const override { return source_; }
+    std::string nodeName() const override { return "FileSource"; }
+    double durationInSeconds() const override {
+        return zav::audioFileProperty<double>(file_.get(),
+                                              zav::kAudioFilePropertyEstimatedDuration);
+    }
+    std::optional<std::vector<std::byte>> magicCookie() const override {
+        return zavtool::magicCookie(file_, path_);
+    }
+    std::uint32_t packetSizeUpperBound() const override { return source_->packetSizeUpperBound(); }
+    bool describesPackets() const override { return format().mBytesPerPacket > 0; }
+    bool pushPackets(std::int64_t count) override {
+        try {
+            return source_->readPackets(count) > 0;
+        } catch (const zav::AudioFileError& error) {
+            throw Failure(path_, readingProblem(error.status()));
+        }
+    }
+    double progress() const override { return static_cast<double>(source_->progress()); }
+
+ private:
+    static std::shared_ptr<zav::FileSource> open(const std::filesystem::path& path) {
+        try {
+            return zav::makeNode<zav::FileSource>(path);
+        } catch (const zav::AudioFileError& error) {
+            throw Failure(path, readingProblem(error.status()));
+        }
+    }
+
+    std::filesystem::path path_;
+    OpenAudioFile file_;
+    std::shared_ptr<zav::FileSource> source_;
+};
+
+class OpusContainerInput : public Input {
+ public:
+    OpusContainerInput(const std::filesystem::path& path, OpusContainer container)
+        : path_(path), container_(std::move(container)) {
+        if (container_.isDamaged) {
+            throw Failure(path, "damaged after " + std::to_string(container_.packets.size()) +
+                                    " packets; a file that is whole");
+        }
+        source_ = zav::makeNode<zav::ZAVOpusFileSource>(path);
+    }
+
+    std::shared_ptr<zav::AudioStreamOutputable> node() const override { return source_; }
+    std::string nodeName() const override { return "ZAVOpusFileSource"; }
+    double durationInSeconds() const override {
+        return secondsIn(container_.packets, container_.format.mSampleRate);
+    }
+    std::uint32_t packetSizeUpperBound() const override { return largestOf(container_.packets); }
+    bool describesPackets() const override { return true; }
+    bool pushPackets(std::int64_t count) override {
+        try {
+            source_->readPackets(count);
+        } catch (const zav::AudioFileError&) {
+            // The end, of which the source tells its targets only after a part of a chunk.
+            if (isFlowing()) {
+                source_->downstreams().onAudioStreamFlowEnd();
+            }
+            return false;
+        } catch (const std::system_error& error) {
+            throw Failure(path_, readingProblem(error));
+        }
+        packetsSoFar_ += static_cast<std::uint64_t>(count);
+        return isFlowing();
+    }
+    double progress() const override {
+        return std::min(1.0, static_cast<double>(packetsSoFar_) /
+                                 static_cast<double>(container_.packets.size()));
+    }
+
+ private:
+    /// A chunk with fewer packets than asked for was the last and has ended the flow.
+    bool isFlowing() const { return packetsSoFar_ <= container_.packets.size(); }
+
+    std::filesystem::path path_;
+    OpusContainer container_;
+    std::shared_ptr<zav::ZAVOpusFileSource> source_;
+    std::uint64_t packetsSoFar_ = 0;
+};
+
+/// The library's own source refuses these files; its frames are pushed here as an application
+/// pushes what it received.
+class SbcContainerInput : public Input {
+ public:
+    SbcContainerInput(const std::filesystem::path& path, const SbcContainer& container)
+        : path_(path), container_(container), file_(zav::FileHandle::openForReading(path)) {
+        if (container.firstFrame.empty() && container.audioSize > 0) {
+            throw Failure(path, "no SBC frame behind the header; whole frames");
+        }
+        if (const auto rest = container.audioSize - container.frameCount() * packetSizeUpperBound();
+            rest > 0) {
+            throw Failure(path, "ends with " + std::to_string(rest) +
+                                    " bytes that are no whole SBC frame; whole frames");
+        }
+        source_->setOutDataFormat(container.format);
+    }
+
+    std::shared_ptr<zav::AudioStreamOutputable> node() const override { return source_; }
+    std::string nodeName() const override { return "PeripheralSource"; }
+    double durationInSeconds() const override {
+        return static_cast<double>(container_.frameCount()) * container_.format.mFramesPerPacket /
+               container_.format.mSampleRate;
+    }
+    std::uint32_t packetSizeUpperBound() const override {
+        return std::max(1U, container_.format.mBytesPerPacket);
+    }
+    bool describesPackets() const override { return true; }
+    bool pushPackets(std::int64_t count) override {
+        if (framesSoFar_ == 0) {
+            source_->downstreams().onAudioStreamFlowStart();
+        }
+        std::vector<std::byte> frames(static_cast<std::size_t>(count) * packetSizeUpperBound());
+        frames.resize(
+            file_.readAt(zav::SbcFileHeader::kByteCount + framesSoFar_ * packetSizeUpperBound(),
+                         frames.data(), frames.size()));
+        const std::uint64_t frameCount = frames.size() / packetSizeUpperBound();
+        if (frameCount == 0) {
+            source_->downstreams().onAudioStreamFlowEnd();
+            return false;
+        }
+        framesSoFar_ += frameCount;
+        source_->downstreams().receiveAudio(frames.data(), frames.size(), frameCount, nullptr);
+        return true;
+    }
+    double progress() const override {
+        return static_cast<double>(framesSoFar_) / static_cast<double>(container_.frameCount());
+    }
+
+ private:
+    std::filesystem::path path_;
+    SbcContainer container_;
+    zav::FileHandle file_;
+    std::shared_ptr<zav::PeripheralSource> source_ = zav::makeNode<zav::PeripheralSource>();
+    std::uint64_t framesSoFar_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Input> openInput(const std::filesystem::path& path) {
+    if (auto container = examineOpusContainer(path)) {
+        return std::make_unique<OpusContainerInput>(path, std::move(*container));
+    }
+    if (const auto container = examineSbcContainer(path)) {
+        return std::make_unique<SbcContainerInput>(path, *container);
+    }
+    return std::make_unique<AudioFileInput>(path);
+}
+
+void pump(Input& input, std::uint32_t packetsPerUnit, Progress& progress) {
+    constexpr std::uint32_t kChunkSizeInBytes = 262144;
+    std::int64_t packetsPerChunk = 1;
+    if (input.describesPackets()) {
+        const std::uint32_t unitSize =
+            std::max(1U, input.packetSizeUpperBound()) * std::max(1U, packetsPerUnit);
+        packetsPerChunk = std::int64_t{std::max(1U, kChunkSizeInBytes / unitSize)} * packetsPerUnit;
+    }
+    const double duration = input.durationInSeconds();
+    while (input.pushPackets(packetsPerChunk)) {
+        progress.update(input.progress(), input.progress() * duration);
+    }
+}
+
+}  // namespace zavtool
