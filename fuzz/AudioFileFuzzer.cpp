@@ -1,25 +1,17 @@
 // Opens any bytes as an audio file, asks for every property and reads it all: a status or audio,
 // never a crash, a hang, or memory out of proportion to the file.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <string>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "fuzz/MemoryFile.hpp"
 
 namespace {
 
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
+using zav::fuzz::require;
 
 void readThrough(zav::AudioFileID file, std::size_t fileSize) {
     for (const auto property :
@@ -53,12 +45,9 @@ void readThrough(zav::AudioFileID file, std::size_t fileSize) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const int memory = ::memfd_create("input", MFD_CLOEXEC);
-    require(::ftruncate(memory, 0) == 0);
-    require(::pwrite(memory, data, size, 0) == static_cast<ssize_t>(size));
     zav::AudioFileID file = nullptr;
-    if (zav::AudioFileOpenURL("/proc/self/fd/" + std::to_string(memory),
-                              zav::kAudioFileReadPermission, 0, &file) == zav::noErr) {
+    if (zav::AudioFileOpenURL(zav::fuzz::memoryFile(data, size), zav::kAudioFileReadPermission, 0,
+                              &file) == zav::noErr) {
         readThrough(file, size);
         zav::AudioFileClose(file);
     }
