@@ -1,13 +1,21 @@
-# libsbc, libopus and libsndfile come with pkg-config files only.
+# These libraries come with pkg-config files only.
 find_package(PkgConfig REQUIRED)
 
 function(zav_find_module target module package)
   pkg_check_modules(${target} IMPORTED_TARGET GLOBAL ${module})
   if(NOT ${target}_FOUND)
-    message(FATAL_ERROR "${module} is missing: install ${package}, or run scripts/install-dependencies")
+    message(FATAL_ERROR
+      "${module} is missing: install ${package}, or run scripts/install-dependencies${ARGN}")
   endif()
 endfunction()
 
 zav_find_module(sbc sbc libsbc-dev)
 zav_find_module(opus opus libopus-dev)
 zav_find_module(sndfile sndfile libsndfile1-dev)
+
+if(ZAV_BUILD_FFMPEG)
+  foreach(module avformat avcodec avutil)
+    zav_find_module(${module} lib${module} lib${module}-dev
+      ", or configure with -DZAV_BUILD_FFMPEG=OFF to do without most compressed audio files")
+  endforeach()
+endif()

@@ -42,7 +42,17 @@ static_assert(sizeof(AudioStreamPacketDescription) == 16);
 inline constexpr std::uint32_t kAudioFormatLinearPCM = fourCharCode("lpcm");
 inline constexpr std::uint32_t kAudioFormatALaw = fourCharCode("alaw");
 inline constexpr std::uint32_t kAudioFormatULaw = fourCharCode("ulaw");
+
+inline constexpr std::uint32_t kAudioFormatMPEG4AAC = fourCharCode("aac ");
+inline constexpr std::uint32_t kAudioFormatMPEGLayer1 = fourCharCode(".mp1");
+inline constexpr std::uint32_t kAudioFormatMPEGLayer2 = fourCharCode(".mp2");
+inline constexpr std::uint32_t kAudioFormatMPEGLayer3 = fourCharCode(".mp3");
+inline constexpr std::uint32_t kAudioFormatALAC = fourCharCode("alac");
+inline constexpr std::uint32_t kAudioFormatFLAC = fourCharCode("flac");
 inline constexpr std::uint32_t kAudioFormatOpus = fourCharCode("opus");
+inline constexpr std::uint32_t kAudioFormatVorbis = fourCharCode("vorb");  ///< our own code
+inline constexpr std::uint32_t kAudioFormatAC3 = fourCharCode("ac-3");
+inline constexpr std::uint32_t kAudioFormatAMR = fourCharCode("samr");  ///< narrow band
 
 /// Bits of `mFormatFlags` for linear PCM.
 inline constexpr std::uint32_t kAudioFormatFlagIsFloat = 0x1;

@@ -35,6 +35,14 @@ inline constexpr AudioFileTypeID kAudioFileAIFFType = fourCharCode("AIFF");
 inline constexpr AudioFileTypeID kAudioFileAIFCType = fourCharCode("AIFC");
 inline constexpr AudioFileTypeID kAudioFileCAFType = fourCharCode("caff");
 inline constexpr AudioFileTypeID kAudioFileNextType = fourCharCode("NeXT");  ///< AU
+inline constexpr AudioFileTypeID kAudioFileMP3Type = fourCharCode("MPG3");
+inline constexpr AudioFileTypeID kAudioFileAAC_ADTSType = fourCharCode("adts");
+inline constexpr AudioFileTypeID kAudioFileM4AType = fourCharCode("m4af");
+inline constexpr AudioFileTypeID kAudioFileMPEG4Type = fourCharCode("mp4f");
+inline constexpr AudioFileTypeID kAudioFileFLACType = fourCharCode("flac");
+inline constexpr AudioFileTypeID kAudioFileAC3Type = fourCharCode("ac-3");
+inline constexpr AudioFileTypeID kAudioFileAMRType = fourCharCode("amrf");
+/// Opus, Vorbis or FLAC in Ogg. Our own code: the platform has none.
 inline constexpr AudioFileTypeID kAudioFileOggType = fourCharCode("Oggf");
 /// SBC frames one after the other, without a header. Our own code: the platform has none.
 inline constexpr AudioFileTypeID kAudioFileSBCType = fourCharCode("sbc ");
@@ -57,6 +65,12 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataByteCount = four
 inline constexpr AudioFilePropertyID kAudioFilePropertyMagicCookieData = fourCharCode("mgic");
 /// Seconds of audio, while writing those so far: double.
 inline constexpr AudioFilePropertyID kAudioFilePropertyEstimatedDuration = fourCharCode("edur");
+
+/// What the service as a whole can do, for `AudioFileGetGlobalInfo`: arrays of AudioFileTypeID.
+/// Types that can be read right now.
+inline constexpr AudioFilePropertyID kAudioFileGlobalInfo_ReadableTypes = fourCharCode("afrf");
+/// Types that can be written right now.
+inline constexpr AudioFilePropertyID kAudioFileGlobalInfo_WritableTypes = fourCharCode("afwf");
 
 /// The service's own statuses. System errors come as the platform's file manager codes below.
 constexpr OSStatus audioFileStatus(const char (&text)[5]) {
@@ -168,5 +182,27 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
                                                        AudioFilePropertyID inPropertyID,
                                                        std::uint32_t inDataSize,
                                                        const void* inPropertyData);
+
+/// Size in bytes of an answer of `AudioFileGetGlobalInfo`. Nothing that can be asked takes a
+/// specifier: it is ignored.
+///
+/// Errors: 'pty?' a question that the service does not know.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileGetGlobalInfoSize(AudioFilePropertyID inPropertyID,
+                                                             std::uint32_t inSpecifierSize,
+                                                             const void* inSpecifier,
+                                                             std::uint32_t* outDataSize);
+
+/// Tells what the service can do. A type that one of the constants above names and that is not
+/// among the answers is missing because the module that it needs is not installed. To find that out
+/// the module is loaded.
+///
+/// ioDataSize        in: bytes in `outPropertyData`; out: bytes of the answer
+///
+/// Errors: 'pty?' a question that the service does not know, '!siz' too little room.
+[[nodiscard]] ZAV_EXPORT OSStatus AudioFileGetGlobalInfo(AudioFilePropertyID inPropertyID,
+                                                         std::uint32_t inSpecifierSize,
+                                                         const void* inSpecifier,
+                                                         std::uint32_t* ioDataSize,
+                                                         void* outPropertyData);
 
 }  // namespace zav

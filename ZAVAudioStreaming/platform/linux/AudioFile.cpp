@@ -6,6 +6,7 @@
 #include <new>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
 #include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
@@ -114,6 +115,17 @@ void copyProperty(AudioFile& file, AudioFilePropertyID property, void* out) {
             return copy(file.durationInSeconds());
         default:
             std::memcpy(out, file.magicCookie().data(), file.magicCookie().size());
+    }
+}
+
+std::vector<AudioFileTypeID> globalInfo(AudioFilePropertyID property) {
+    switch (property) {
+        case kAudioFileGlobalInfo_ReadableTypes:
+            return readableAudioFileTypes();
+        case kAudioFileGlobalInfo_WritableTypes:
+            return writableAudioFileTypes();
+        default:
+            throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
     }
 }
 
@@ -287,6 +299,37 @@ OSStatus AudioFileSetProperty(AudioFileID inAudioFile, AudioFilePropertyID inPro
         }
         inAudioFile->writer->setMagicCookie(
             {static_cast<const std::byte*>(inPropertyData), inDataSize});
+        return noErr;
+    });
+}
+
+OSStatus AudioFileGetGlobalInfoSize(AudioFilePropertyID inPropertyID,
+                                    std::uint32_t /*inSpecifierSize*/, const void* /*inSpecifier*/,
+                                    std::uint32_t* outDataSize) {
+    return statusOf([&] {
+        if (outDataSize == nullptr) {
+            return kAudioFileParameterError;
+        }
+        *outDataSize =
+            static_cast<std::uint32_t>(globalInfo(inPropertyID).size() * sizeof(AudioFileTypeID));
+        return noErr;
+    });
+}
+
+OSStatus AudioFileGetGlobalInfo(AudioFilePropertyID inPropertyID, std::uint32_t /*inSpecifierSize*/,
+                                const void* /*inSpecifier*/, std::uint32_t* ioDataSize,
+                                void* outPropertyData) {
+    return statusOf([&] {
+        if (ioDataSize == nullptr || outPropertyData == nullptr) {
+            return kAudioFileParameterError;
+        }
+        const std::vector<AudioFileTypeID> types = globalInfo(inPropertyID);
+        const auto size = static_cast<std::uint32_t>(types.size() * sizeof(AudioFileTypeID));
+        if (*ioDataSize < size) {
+            return kAudioFileBadPropertySizeError;
+        }
+        std::memcpy(outPropertyData, types.data(), size);
+        *ioDataSize = size;
         return noErr;
     });
 }

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
 #include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
@@ -16,5 +17,9 @@ std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& pa
                                                  FileHandle::IfExists ifExists,
                                                  AudioFileTypeID fileType,
                                                  const AudioStreamBasicDescription& dataFormat);
+
+/// All types that can be read and written, each once; the module is loaded to find out.
+std::vector<AudioFileTypeID> readableAudioFileTypes();
+std::vector<AudioFileTypeID> writableAudioFileTypes();
 
 }  // namespace zav

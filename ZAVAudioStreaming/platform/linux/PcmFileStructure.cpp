@@ -11,6 +11,7 @@
 
 #include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
+#include "ZAVAudioStreaming/platform/linux/PcmFileTypes.hpp"
 
 namespace zav {
 namespace {
@@ -185,6 +186,15 @@ void requireWholeRate(const FileHandle& file, std::uint64_t format, AudioFileTyp
     }
 }
 
+bool isPcmInCaf(const FileHandle& file, std::uint64_t description) {
+    constexpr std::uint64_t kFormatId = 8;
+    std::array<std::byte, 4> code{};
+    file.readAt(description + kFormatId, code.data(), code.size());
+    AudioStreamBasicDescription format;
+    format.mFormatID = static_cast<std::uint32_t>(bigEndianAt(code));
+    return isPcmFormat(format);
+}
+
 PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
                                const ChunkGrammar& grammar) {
     PcmFileStructure structure;
@@ -222,6 +232,8 @@ PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
             }
             hasFormat = true;
             requireWholeRate(file, content, grammar.fileType);
+            structure.isCompressed =
+                grammar.fileType == kAudioFileCAFType && !isPcmInCaf(file, content);
             if (grammar.fileType == kAudioFileWave64Type) {
                 nameRealEncoding(file, content, size, structure);
             }

@@ -21,6 +21,8 @@ struct PcmFileStructure {
     AudioFileTypeID fileType = 0;
     /// Bytes of audio by the data chunk's own word, when it has one and the file holds as much.
     std::optional<std::uint64_t> audioSize;
+    /// A CAF file with packets that libsndfile does not hand out.
+    bool isCompressed = false;
     std::uint64_t cookieOffset = 0;
     std::uint32_t cookieSize = 0;
     /// Chunks that matter to nobody here (texts, cue points, ...) become filler, and a format chunk

@@ -98,6 +98,15 @@ int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format
 
 }  // namespace
 
+std::span<const PcmFileType> pcmFileTypes() {
+    return kPcmFileTypes;
+}
+
+bool isPcmFormat(const AudioStreamBasicDescription& format) {
+    return format.mFormatID == kAudioFormatLinearPCM || format.mFormatID == kAudioFormatALaw ||
+           format.mFormatID == kAudioFormatULaw;
+}
+
 const PcmFileType* findPcmFileType(AudioFileTypeID fileType) {
     const auto* const found =
         std::find_if(kPcmFileTypes.begin(), kPcmFileTypes.end(),

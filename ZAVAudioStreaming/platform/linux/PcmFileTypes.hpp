@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
@@ -24,6 +25,11 @@ struct PcmFileType {
     bool hasUnsignedBytes;  ///< 8-bit samples are unsigned, elsewhere signed
     bool hasMagicCookie;
 };
+
+std::span<const PcmFileType> pcmFileTypes();
+
+/// Whether the format is one of those encodings, if not how.
+bool isPcmFormat(const AudioStreamBasicDescription& format);
 
 /// Null for a type that is not one of these.
 const PcmFileType* findPcmFileType(AudioFileTypeID fileType);

@@ -1,0 +1,42 @@
+#pragma once
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+#include <libavcodec/vorbis_parser.h>
+}
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+namespace zav {
+
+/// Tells the frames in a packet from the packet, for the codecs whose packets differ in that.
+class PacketDuration {
+ public:
+    /// `usualFrames` is what packets hold that do not tell; `extradata` is the codec's.
+    PacketDuration(AVCodecID codec, std::uint32_t usualFrames,
+                   std::span<const std::byte> extradata);
+
+    /// `packet` is the whole packet or its first 16 bytes. Packets are shown in their order.
+    std::uint32_t frameCount(std::span<const std::byte> packet);
+
+ private:
+    struct FreeVorbis {
+        void operator()(AVVorbisParseContext* context) const { av_vorbis_parse_free(&context); }
+    };
+
+    AVCodecID codec_;
+    std::uint32_t usualFrames_;
+    std::unique_ptr<AVVorbisParseContext, FreeVorbis> vorbis_;
+};
+
+/// The block size that a FLAC frame's header names; empty when it is no header.
+std::optional<std::uint32_t> flacFrameCount(std::span<const std::byte> frame);
+
+/// The frames that an ALAC packet names; empty when it holds the usual number.
+std::optional<std::uint32_t> alacFrameCount(std::span<const std::byte> packet);
+
+}  // namespace zav
