@@ -146,10 +146,11 @@ std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
     opened.io = std::make_unique<AvioFile>(std::move(file), AvioFile::Access::read);
     opened.context = openInput(*opened.io, demuxer);
     opened.fileType = fileTypeOf(*opened.context);
-    if (opened.fileType != kAudioFileOggType) {
+    opened.stream = chooseStream(*opened.context);
+    if (opened.fileType != kAudioFileOggType ||
+        (opened.stream != nullptr && opened.stream->codecpar->sample_rate == 0)) {
         findParameters(*opened.context);
     }
-    opened.stream = chooseStream(*opened.context);
     if (opened.stream == nullptr) {
         failWith(*opened.io, kAudioFileUnsupportedDataFormatError);
     }

@@ -37,7 +37,7 @@ void requireFormat(AudioFileTypeID fileType, const AudioStreamBasicDescription& 
         canWrite(fileType, codec) ? av_guess_format(muxerOf(fileType), nullptr, nullptr) : nullptr;
     const bool isRate = format.mSampleRate >= 1 && format.mSampleRate <= kHighestRate &&
                         format.mSampleRate == std::floor(format.mSampleRate);
-    if (muxer == nullptr || avformat_query_codec(muxer, codec, FF_COMPLIANCE_NORMAL) != 1 ||
+    if (muxer == nullptr || avformat_query_codec(muxer, codec, FF_COMPLIANCE_NORMAL) == 0 ||
         !isRate || format.mChannelsPerFrame < 1 || format.mChannelsPerFrame > kMostChannels ||
         (codec == AV_CODEC_ID_OPUS && format.mChannelsPerFrame > kMostOpusChannels)) {
         throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
@@ -58,6 +58,10 @@ AVDictionary* optionsFor(AudioFileTypeID fileType) {
             // Nothing but the packets: a Xing header would name priming that nobody has told us.
             av_dict_set(&options, "write_xing", "0", 0);
             av_dict_set(&options, "id3v2_version", "0", 0);
+            break;
+        case kAudioFileOggType:
+            // Instead of 0, which some tools do not like.
+            av_dict_set(&options, "serial_offset", "1", 0);
             break;
         default:
             break;
@@ -173,6 +177,8 @@ void FfmpegWriter::start() {
     context->oformat = av_guess_format(muxerOf(fileType()), nullptr, nullptr);
     context->flags |= AVFMT_FLAG_BITEXACT;  // no date, no version, no random number
     context->flags &= ~AVFMT_FLAG_AUTO_BSF;
+    // Opus begins before time 0, where a decoder starts to be heard.
+    context->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
     AVStream* const stream = avformat_new_stream(context.get(), nullptr);
     if (stream == nullptr) {
         throw std::bad_alloc();

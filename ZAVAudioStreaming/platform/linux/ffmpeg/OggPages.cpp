@@ -161,7 +161,7 @@ void OggPages::walk(const FileHandle& file, std::span<const std::byte> firstByte
                 continue;
             }
             isBetween = true;
-            if (packet && packet->size > 0) {
+            if (packet) {
                 packet->start =
                     std::span(start).first(std::min<std::size_t>(packet->size, start.size()));
                 if (i + 1 == lastEnding && page.granule() >= 0) {

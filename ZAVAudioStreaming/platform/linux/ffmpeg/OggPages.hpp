@@ -20,8 +20,8 @@ class OggPages {
     static constexpr std::size_t kPacketStart = 16;
 
     struct Packet {
-        std::uint64_t offset;  ///< of its first byte in the file
-        std::uint32_t size;
+        std::uint64_t offset;              ///< of its first byte in the file
+        std::uint32_t size;                ///< bytes; an empty packet can end a stream
         std::span<const std::byte> start;  ///< its first bytes, `kPacketStart` at most
         /// The granule position of its page if this is the last packet that ends there.
         std::optional<std::int64_t> granule;

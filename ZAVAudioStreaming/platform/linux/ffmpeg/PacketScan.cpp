@@ -126,7 +126,8 @@ void scanOgg(FfmpegInput& input, PacketScan& scan) {
     std::optional<std::int64_t> startGranule;
     std::optional<std::int64_t> endGranule;
     walkOgg(input, scan.pages, [&](const OggPages::Packet& packet) {
-        if (!scan.table.add({packet.offset, packet.size, duration.frameCount(packet.start)})) {
+        if (packet.size > 0 &&
+            !scan.table.add({packet.offset, packet.size, duration.frameCount(packet.start)})) {
             return false;
         }
         if (packet.granule) {
@@ -159,6 +160,23 @@ Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
     return nextPacket(input);
 }
 
+/// Frames in the last packet, `timeBefore` after the first one. The packet knows how many there are
+/// in it, the header how many of them are meant to be heard, each if at all.
+std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
+                           std::int64_t timeBefore) {
+    const AVStream& stream = *input.stream;
+    std::uint32_t frames = input.dataFormat.mFramesPerPacket;
+    std::int64_t duration = stream.duration - timeBefore;
+    if (packet != nullptr) {
+        const AVCodecParameters& parameters = *stream.codecpar;
+        frames = PacketDuration(parameters.codec_id, frames, extradataOf(parameters))
+                     .frameCount(bytesOf(*packet));
+        duration = packet->duration > 0 ? packet->duration : duration;
+    }
+    const std::uint32_t told = duration > 0 ? framesIn(stream, 0, duration) : 0;
+    return told != 0 && (told < frames || frames == 0) ? told : frames;
+}
+
 /// MP4 and CAF, whose headers list the packets. False when this one's does not.
 bool readIndex(FfmpegInput& input, PacketScan& scan) {
     AVStream& stream = *input.stream;
@@ -183,10 +201,11 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
     const std::int64_t start =
         input.fileType == kAudioFileCAFType ? firstPacket->pos - first->pos : 0;
     const std::uint64_t fileSize = input.io->file().size();
-    scan.unheardFrames = unheardFramesIn(*firstPacket);
+    std::uint64_t discardedFrames = 0;
     // Entries move when packets are read, so what is needed of one is copied.
-    const AVIndexEntry last = *avformat_index_get_entry(&stream, count - 1);
-    const Packet lastPacket = packetAt(input, last.timestamp);
+    const std::int64_t firstTime = first->timestamp;
+    const std::int64_t lastTime = avformat_index_get_entry(&stream, count - 1)->timestamp;
+    const Packet lastPacket = packetAt(input, lastTime);
     for (int i = 0; i < count; ++i) {
         const AVIndexEntry* const entry = avformat_index_get_entry(&stream, i);
         const AVIndexEntry* const next = avformat_index_get_entry(&stream, i + 1);
@@ -199,23 +218,28 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
                    : lastPacket != nullptr ? lastPacket->size
                                            : 0;
         }
-        const std::int64_t end =
-            next != nullptr ? next->timestamp
-                            : entry->timestamp + (lastPacket != nullptr ? lastPacket->duration : 0);
         const std::int64_t offset = start + entry->pos;
         if (size < 0 || offset < 0 || static_cast<std::uint64_t>(offset) > fileSize ||
             static_cast<std::uint64_t>(size) > fileSize - static_cast<std::uint64_t>(offset)) {
             // The file was cut.
             break;
         }
-        const std::uint32_t frames = framesIn(stream, entry->timestamp, end);
+        const std::uint32_t frames =
+            next != nullptr ? framesIn(stream, entry->timestamp, next->timestamp)
+                            : framesInLast(input, lastPacket.get(), lastTime - firstTime);
         if (!scan.table.add({static_cast<std::uint64_t>(offset), static_cast<std::uint32_t>(size),
                              frames != 0 ? frames : input.dataFormat.mFramesPerPacket})) {
             break;
         }
         if ((entry->flags & AVINDEX_DISCARD_FRAME) != 0) {
-            scan.unheardFrames += frames;
+            discardedFrames += frames;
         }
+    }
+    // All of these tell of the same frames: those before the start of the first edit.
+    scan.unheardFrames = std::max(unheardFramesIn(*firstPacket), discardedFrames);
+    if (stream.codecpar->codec_id == AV_CODEC_ID_OPUS) {
+        scan.unheardFrames =
+            std::max<std::uint64_t>(scan.unheardFrames, preSkipOf(extradataOf(*stream.codecpar)));
     }
     return true;
 }
