@@ -28,6 +28,14 @@ RunningFiles& runningFiles() {
     return files;
 }
 
+/// Where compressed files are missing, what they need; nothing elsewhere.
+std::string hintAtModule() {
+    return canReadCompressedFiles()
+               ? ""
+               : " (compressed files need libZAVAudioStreamingFFmpeg.so beside the library, and "
+                 "FFmpeg's libraries: Debian's packages libavformat59 and libavcodec59)";
+}
+
 std::string describeFatalStop(std::string_view message) {
     const RunningFiles& files = runningFiles();
     constexpr std::string_view kWriting = "Writing packets to file failed: ";
@@ -87,9 +95,10 @@ std::string shown(const std::filesystem::path& file) {
 std::string readingProblem(zav::OSStatus status) {
     switch (status) {
         case zav::kAudioFileUnsupportedFileTypeError:
-            return "not an audio file of a known type; " + namesOfAllTypes();
+            return "not an audio file of a known type; " + namesOfAllTypes() + hintAtModule();
         case zav::kAudioFileUnsupportedDataFormatError:
-            return "audio in an unknown encoding; PCM, float, A-law or mu-law";
+            return "audio in an unknown encoding; one that 'zav info --help' lists" +
+                   hintAtModule();
         case zav::kAudioFileInvalidFileError:
             return "damaged; a file that is whole";
         case zav::kAudioFileFileNotFoundError:
@@ -123,6 +132,8 @@ std::string writingProblem(zav::OSStatus status) {
             return "the disk is full or the file too large for it; a disk with more room";
         case zav::kAudioFileDoesNotAllow64BitDataSizeError:
             return "more than 4 GiB, which this type cannot hold; .rf64, .w64 or .caf";
+        case zav::kAudioFileUnsupportedFileTypeError:
+            return "a type that cannot be written here; another one" + hintAtModule();
         case zav::kAudioFilePermissionDeniedError:
         case zav::kAudioFileWriteProtectedError:
             return "no permission to write it; a folder that you may write to";

@@ -14,6 +14,14 @@ std::span<const FileType> fileTypes() {
         {zav::kAudioFileAIFCType, "AIFC", {"aifc"}, true},
         {zav::kAudioFileCAFType, "CAF", {"caf"}, true},
         {zav::kAudioFileNextType, "AU", {"au", "snd"}, true},
+        {zav::kAudioFileMP3Type, "MP3", {"mp3"}, false},
+        {zav::kAudioFileAAC_ADTSType, "ADTS", {"aac", "adts"}, false},
+        {zav::kAudioFileM4AType, "M4A", {"m4a"}, false},
+        {zav::kAudioFileMPEG4Type, "MP4", {"mp4"}, false},
+        {zav::kAudioFileFLACType, "FLAC", {"flac"}, false},
+        {zav::kAudioFileOggType, "Ogg", {"ogg", "oga", "opus"}, false},
+        {zav::kAudioFileAC3Type, "AC-3", {"ac3"}, false},
+        {zav::kAudioFileAMRType, "AMR", {"amr"}, false},
         {zav::kAudioFileSBCType, "raw SBC", {"sbc"}, false},
         {kSbcContainerType, "SBC container", {"zsbc"}, false},
         {kOpusContainerType, "Opus container", {"zopus"}, false},
@@ -23,6 +31,18 @@ std::span<const FileType> fileTypes() {
 
 bool isAudioFileType(const FileType& type) {
     return type.id != kSbcContainerType && type.id != kOpusContainerType;
+}
+
+bool canReadCompressedFiles() {
+    std::uint32_t size = 0;
+    if (zav::AudioFileGetGlobalInfoSize(zav::kAudioFileGlobalInfo_ReadableTypes, 0, nullptr,
+                                        &size) != zav::noErr) {
+        return false;
+    }
+    std::vector<zav::AudioFileTypeID> types(size / sizeof(zav::AudioFileTypeID));
+    return zav::AudioFileGetGlobalInfo(zav::kAudioFileGlobalInfo_ReadableTypes, 0, nullptr, &size,
+                                       types.data()) == zav::noErr &&
+           std::find(types.begin(), types.end(), zav::kAudioFileMP3Type) != types.end();
 }
 
 std::string_view nodeNameOf(const FileType& type) {

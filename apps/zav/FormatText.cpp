@@ -14,6 +14,15 @@ constexpr std::array<Mode, 4> kModes = {Mode::mono, Mode::dual, Mode::stereo, Mo
 constexpr std::pair<std::uint32_t, std::string_view> kCompressedFormats[] = {
     {zav::kAudioFormatSbc, "SBC"},
     {zav::kAudioFormatOpus, "Opus"},
+    {zav::kAudioFormatMPEG4AAC, "AAC"},
+    {zav::kAudioFormatMPEGLayer1, "MPEG layer 1"},
+    {zav::kAudioFormatMPEGLayer2, "MPEG layer 2"},
+    {zav::kAudioFormatMPEGLayer3, "MP3"},
+    {zav::kAudioFormatALAC, "ALAC"},
+    {zav::kAudioFormatFLAC, "FLAC"},
+    {zav::kAudioFormatVorbis, "Vorbis"},
+    {zav::kAudioFormatAC3, "AC-3"},
+    {zav::kAudioFormatAMR, "AMR"},
     {zav::kAudioFormatALaw, "A-law"},
     {zav::kAudioFormatULaw, "mu-law"},
 };

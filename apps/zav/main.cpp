@@ -116,7 +116,8 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
         app.add_subcommand("copy", "Copy audio, undecoded, from one type of file to another");
     addFile(*verb, "INPUT", line.copy.input, "Any audio file that 'zav info' knows");
     addFile(*verb, "OUTPUT", line.copy.output,
-            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au, .sbc,\n"
+            "NAME with .wav, .rf64, .w64, .aiff, .aifc, .caf, .au,\n"
+            ".mp3, .aac, .m4a, .mp4, .flac, .ogg, .ac3, .amr, .sbc,\n"
             ".zsbc, .zopus: a type that can hold the encoding");
     verb->footer(
         "Copied are the audio and its magic cookie, where the type has a place for one; no\n"
@@ -131,8 +132,10 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     verb->add_flag("--packets", line.info.listsPackets,
                    "List all packets (frames, for SBC) as well");
     addFile(*verb, "FILE", line.info.file,
-            "WAVE, RF64, W64, AIFF, AIFC, CAF, AU, raw SBC, the\n"
-            "library's SBC and Opus containers");
+            "WAVE, RF64, W64, AIFF, AIFC, CAF and AU with PCM,\n"
+            "A-law and mu-law; MP3, AAC (ADTS, M4A, CAF), ALAC\n"
+            "(M4A, CAF), FLAC, Opus and Vorbis (Ogg), AC-3, AMR;\n"
+            "SBC; the library's SBC and Opus containers");
     verb->footer("Example: zav info --json speech.sbc");
     return verb;
 }
