@@ -11,7 +11,7 @@ extern "C" {
 
 namespace zav {
 
-AvioFile::AvioFile(FileHandle file, Access access) : file_(std::move(file)) {
+AvioFile::AvioFile(FileHandle file, Access access) : file_(std::move(file)), access_(access) {
     constexpr int kBufferSize = 65536;
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
     context_ = buffer == nullptr ? nullptr
@@ -69,13 +69,13 @@ std::int64_t AvioFile::seek(void* user, std::int64_t offset, int whence) {
             case SEEK_CUR:
                 base = static_cast<std::int64_t>(self.position_);
                 break;
-            case SEEK_END:
-                base = static_cast<std::int64_t>(self.file_.size());
-                break;
             case AVSEEK_SIZE:
-                return static_cast<std::int64_t>(self.file_.size());
+                return self.access_ == Access::readWithoutSize
+                           ? AVERROR(ENOSYS)
+                           : static_cast<std::int64_t>(self.file_.size());
             default:
-                return AVERROR(EINVAL);
+                // From the end; libavformat asks for the size instead.
+                return AVERROR(ENOSYS);
         }
         std::int64_t target = 0;
         if (__builtin_add_overflow(base, offset, &target) || target < 0) {

@@ -15,7 +15,9 @@ namespace zav {
 /// failed system call keeps its reason.
 class AvioFile {
  public:
-    enum class Access { read, write };
+    /// A reader that knows the file's size prints that a large packet goes beyond it, of no context
+    /// that could be silenced, and so not every reader is told.
+    enum class Access { read, readWithoutSize, write };
 
     AvioFile(FileHandle file, Access access);
     ~AvioFile();
@@ -40,6 +42,7 @@ class AvioFile {
     static Result guarded(void* user, Call call) noexcept;
 
     FileHandle file_;
+    Access access_;
     std::uint64_t position_ = 0;
     std::exception_ptr fileError_;
     AVIOContext* context_;

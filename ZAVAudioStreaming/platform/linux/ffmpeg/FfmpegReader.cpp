@@ -143,7 +143,11 @@ std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
         return nullptr;
     }
     FfmpegInput opened;
-    opened.io = std::make_unique<AvioFile>(std::move(file), AvioFile::Access::read);
+    // MP4 and CAF name the sizes of packets; other files are read in small pieces.
+    const AudioFileTypeID fileType = fileTypeOfDemuxer(demuxer->name);
+    const bool namesSizes = fileType == kAudioFileMPEG4Type || fileType == kAudioFileCAFType;
+    opened.io = std::make_unique<AvioFile>(
+        std::move(file), namesSizes ? AvioFile::Access::readWithoutSize : AvioFile::Access::read);
     opened.context = openInput(*opened.io, demuxer);
     opened.fileType = fileTypeOf(*opened.context);
     opened.stream = chooseStream(*opened.context);

@@ -177,6 +177,7 @@ void FfmpegWriter::start() {
     context->oformat = av_guess_format(muxerOf(fileType()), nullptr, nullptr);
     context->flags |= AVFMT_FLAG_BITEXACT;  // no date, no version, no random number
     context->flags &= ~AVFMT_FLAG_AUTO_BSF;
+    context->flush_packets = 0;  // we say when
     // Opus begins before time 0, where a decoder starts to be heard.
     context->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
     AVStream* const stream = avformat_new_stream(context.get(), nullptr);
@@ -192,7 +193,7 @@ void FfmpegWriter::start() {
     if (codec_ == AV_CODEC_ID_OPUS) {
         parameters.initial_padding = static_cast<int>(preSkipOf(extradata_));
     }
-    setExtradata(parameters, extradata_);
+    setExtradata(parameters, codec_ == AV_CODEC_ID_FLAC ? streamInfoOf(0) : extradata_);
     stream->time_base = {1, static_cast<int>(rate_)};
 
     AVDictionary* options = optionsFor(fileType());
@@ -224,15 +225,6 @@ void FfmpegWriter::put(std::span<const std::byte> packet, std::uint32_t describe
 }
 
 void FfmpegWriter::send(AVPacket& packet) {
-    if (!newExtradata_.empty()) {
-        std::uint8_t* const data =
-            av_packet_new_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, newExtradata_.size());
-        if (data == nullptr) {
-            throw std::bad_alloc();
-        }
-        std::memcpy(data, newExtradata_.data(), newExtradata_.size());
-        newExtradata_.clear();
-    }
     packet.dts = packet.pts;
     packet.flags |= AV_PKT_FLAG_KEY;
     av_packet_rescale_ts(&packet, {1, static_cast<int>(rate_)}, context_->streams[0]->time_base);
@@ -277,24 +269,51 @@ void FfmpegWriter::setMagicCookie(std::span<const std::byte> cookie) {
     }
 }
 
-// The header is written. ADTS has one in every packet, FLAC's is brought up to date at the end, and
-// that of an MP4 file goes out with the first fragment.
+// The header is written. FLAC's is brought up to date at the end, and that of an MP4 file goes out
+// with the first fragment. ADTS has one in every packet, of object type, rate and channels, and
+// those cannot change any more.
 void FfmpegWriter::changeCookie(std::vector<std::byte> extradata) {
+    constexpr std::ptrdiff_t kAdtsFields = 2;
     const bool isBeforeFirstFragment = isMp4(fileType()) && flushedFrameCount_ == 0;
-    if (fileType() == kAudioFileAAC_ADTSType || isBeforeFirstFragment) {
-        setExtradata(*context_->streams[0]->codecpar, extradata);
-        newExtradata_ = extradata;
-    } else if (fileType() != kAudioFileFLACType) {
+    if (isBeforeFirstFragment) {
+        sendExtradata(extradata);
+    } else if (fileType() == kAudioFileAAC_ADTSType
+                   ? !std::equal(extradata.begin(), extradata.begin() + kAdtsFields,
+                                 extradata_.begin())
+                   : fileType() != kAudioFileFLACType) {
         throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
     }
     extradata_ = std::move(extradata);
 }
 
-void FfmpegWriter::putFinalStreamInfo() {
-    newExtradata_ = extradata_;
+// As side data of a packet without bytes, which is what muxers accept late extradata with.
+void FfmpegWriter::sendExtradata(std::span<const std::byte> extradata) {
     const Packet nothing = makePacket();
-    nothing->pts = static_cast<std::int64_t>(frameCount_);
+    std::uint8_t* const data =
+        av_packet_new_side_data(nothing.get(), AV_PKT_DATA_NEW_EXTRADATA, extradata.size());
+    if (data == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::memcpy(data, extradata.data(), extradata.size());
+    // Times must increase: between the packet before, which was longer, and the one to come.
+    nothing->pts = static_cast<std::int64_t>(frameCount_) - 1;
     send(*nothing);
+}
+
+// FLAC's header names the frames in the file (0: not known) and has a checksum of the audio, which
+// holds only for as many as the encoder saw.
+std::vector<std::byte> FfmpegWriter::streamInfoOf(std::uint64_t frameCount) const {
+    constexpr std::size_t kCount = 10;  // in the low 36 bits of 64
+    constexpr std::uint64_t kCountMask = (std::uint64_t{1} << 36U) - 1;
+    constexpr std::size_t kChecksum = 18;
+    std::vector<std::byte> streamInfo = extradata_;
+    const auto field = std::span(streamInfo).subspan(kCount, sizeof(std::uint64_t));
+    const std::uint64_t old = bigEndianAt(field);
+    if (frameCount == 0 || (old & kCountMask) != frameCount) {
+        std::fill(streamInfo.begin() + kChecksum, streamInfo.end(), std::byte{0});
+    }
+    putBigEndian(field, (old & ~kCountMask) | (frameCount & kCountMask));
+    return streamInfo;
 }
 
 void FfmpegWriter::finish() {
@@ -305,7 +324,7 @@ void FfmpegWriter::finish() {
         start();
     }
     if (fileType() == kAudioFileFLACType) {
-        putFinalStreamInfo();
+        sendExtradata(streamInfoOf(frameCount_));
     }
     check(av_write_trailer(context_.get()));
     context_.reset();

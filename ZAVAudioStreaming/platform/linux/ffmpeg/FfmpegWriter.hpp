@@ -54,14 +54,14 @@ class FfmpegWriter : public AudioFileWriter {
     void send(AVPacket& packet);
     void flush();
     void changeCookie(std::vector<std::byte> extradata);
-    void putFinalStreamInfo();
+    void sendExtradata(std::span<const std::byte> extradata);
+    std::vector<std::byte> streamInfoOf(std::uint64_t frameCount) const;
     void check(int result);
 
     AVCodecID codec_;
     std::uint32_t rate_;  // frames per second of packets' durations
     std::vector<std::byte> cookie_;
     std::vector<std::byte> extradata_;
-    std::vector<std::byte> newExtradata_;  // to go with the next packet
     std::vector<HeldPacket> held_;
     std::size_t heldBytes_ = 0;
 

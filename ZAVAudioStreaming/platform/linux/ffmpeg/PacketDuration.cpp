@@ -55,12 +55,9 @@ std::optional<std::uint32_t> alacFrameCount(std::span<const std::byte> packet) {
 
 PacketDuration::PacketDuration(AVCodecID codec, std::uint32_t usualFrames,
                                std::span<const std::byte> extradata)
-    : codec_(codec), usualFrames_(usualFrames) {
-    if (codec == AV_CODEC_ID_VORBIS) {
-        vorbis_.reset(av_vorbis_parse_init(reinterpret_cast<const std::uint8_t*>(extradata.data()),
-                                           static_cast<int>(extradata.size())));
-    }
-}
+    : codec_(codec),
+      usualFrames_(usualFrames),
+      vorbis_(codec == AV_CODEC_ID_VORBIS ? extradata : std::span<const std::byte>()) {}
 
 std::uint32_t PacketDuration::frameCount(std::span<const std::byte> packet) {
     switch (codec_) {
@@ -73,13 +70,11 @@ std::uint32_t PacketDuration::frameCount(std::span<const std::byte> packet) {
             return frames > usualFrames_ ? usualFrames_ : frames;
         }
         case AV_CODEC_ID_VORBIS: {
-            const int frames =
-                vorbis_ == nullptr
-                    ? 0
-                    : av_vorbis_parse_frame(vorbis_.get(),
-                                            reinterpret_cast<const std::uint8_t*>(packet.data()),
-                                            static_cast<int>(packet.size()));
-            return static_cast<std::uint32_t>(std::max(frames, 0));
+            // A packet completes what overlaps with the one before; the first one only begins.
+            const std::uint32_t block = vorbis_.blockSize(packet);
+            const std::uint32_t frames = previousBlock_ == 0 ? 0 : (previousBlock_ + block) / 4;
+            previousBlock_ = block;
+            return frames;
         }
         default:
             return usualFrames_;

@@ -2,14 +2,14 @@
 
 extern "C" {
 #include <libavcodec/codec_id.h>
-#include <libavcodec/vorbis_parser.h>
 }
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <span>
+
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/VorbisModes.hpp"
 
 namespace zav {
 
@@ -24,13 +24,10 @@ class PacketDuration {
     std::uint32_t frameCount(std::span<const std::byte> packet);
 
  private:
-    struct FreeVorbis {
-        void operator()(AVVorbisParseContext* context) const { av_vorbis_parse_free(&context); }
-    };
-
     AVCodecID codec_;
     std::uint32_t usualFrames_;
-    std::unique_ptr<AVVorbisParseContext, FreeVorbis> vorbis_;
+    VorbisModes vorbis_;
+    std::uint32_t previousBlock_ = 0;  // Vorbis' samples; 0 before the first packet
 };
 
 /// The block size that a FLAC frame's header names; empty when it is no header.

@@ -160,21 +160,23 @@ Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
     return nextPacket(input);
 }
 
-/// Frames in the last packet, `timeBefore` after the first one. The packet knows how many there are
-/// in it, the header how many of them are meant to be heard, each if at all.
+/// Frames in the last packet, `timeBefore` after the first one. The packet, its record and the
+/// stream's can tell, each if at all, and each more than are meant to be heard.
 std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
                            std::int64_t timeBefore) {
     const AVStream& stream = *input.stream;
-    std::uint32_t frames = input.dataFormat.mFramesPerPacket;
-    std::int64_t duration = stream.duration - timeBefore;
+    const AVCodecParameters& parameters = *stream.codecpar;
+    std::uint32_t fewest = input.dataFormat.mFramesPerPacket;
+    const auto consider = [&fewest](std::uint32_t frames) {
+        fewest = frames != 0 && (frames < fewest || fewest == 0) ? frames : fewest;
+    };
     if (packet != nullptr) {
-        const AVCodecParameters& parameters = *stream.codecpar;
-        frames = PacketDuration(parameters.codec_id, frames, extradataOf(parameters))
-                     .frameCount(bytesOf(*packet));
-        duration = packet->duration > 0 ? packet->duration : duration;
+        PacketDuration duration(parameters.codec_id, fewest, extradataOf(parameters));
+        consider(duration.frameCount(bytesOf(*packet)));
+        consider(framesIn(stream, 0, std::max<std::int64_t>(packet->duration, 0)));
     }
-    const std::uint32_t told = duration > 0 ? framesIn(stream, 0, duration) : 0;
-    return told != 0 && (told < frames || frames == 0) ? told : frames;
+    consider(framesIn(stream, 0, std::max<std::int64_t>(stream.duration - timeBefore, 0)));
+    return fewest;
 }
 
 /// MP4 and CAF, whose headers list the packets. False when this one's does not.

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+/// Other people's programs, run by the shell.
+namespace zav::test {
+
+/// What the command prints on standard output (`2>&1` adds the rest); a failure of the command
+/// fails the test.
+inline std::string outputOf(const std::string& command) {
+    std::string output;
+    std::FILE* const pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        ADD_FAILURE() << "cannot run " << command;
+        return output;
+    }
+    std::array<char, 65536> piece{};
+    while (const std::size_t size = std::fread(piece.data(), 1, piece.size(), pipe)) {
+        output.append(piece.data(), size);
+    }
+    EXPECT_EQ(::pclose(pipe), 0) << command << "\n" << output.substr(0, 2000);
+    return output;
+}
+
+}  // namespace zav::test
