@@ -214,14 +214,15 @@ void FfmpegWriter::put(std::span<const std::byte> packet, std::uint32_t describe
     const std::uint32_t told = duration_->frameCount(packet);
     const std::uint32_t frames =
         describedFrames != 0 && codec_ != AV_CODEC_ID_OPUS ? describedFrames : told;
+    // Before a packet, not after one: the last page of an Ogg file is to have packets on it.
+    if (frameCount_ > flushedFrameCount_ && frameCount_ - flushedFrameCount_ + frames > rate_) {
+        flush();
+    }
     sent->pts =
         static_cast<std::int64_t>(frameCount_) - context_->streams[0]->codecpar->initial_padding;
     sent->duration = frames;
     send(*sent);
     frameCount_ += frames;
-    if (frameCount_ - flushedFrameCount_ >= rate_) {
-        flush();
-    }
 }
 
 void FfmpegWriter::send(AVPacket& packet) {
