@@ -47,14 +47,11 @@ void copy(const FilePair& files, const CommonOptions& common) {
         }
     }
     OutputFile output(files.output, files.input);
-    auto cookie = input->magicCookie();
-    if (!cookie || !output.takesMagicCookie(*type, format)) {
-        cookie.emplace();
-    }
-    output.requireRoomFor(*type, format, *cookie);
+    const auto cookie = input->magicCookie().value_or(std::vector<std::byte>());
+    output.requireRoomFor(*type, format, cookie);
     reportFatalStopsFor(files.input, files.output);
 
-    output.addSink(stream, *type, *cookie);
+    output.addSink(stream, *type, cookie);
     const auto meter = zav::makeNode<Meter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " +
                           std::string(nodeNameOf(*type)) + " (" + std::string(type->name) + ")");

@@ -95,7 +95,8 @@ std::string shown(const std::filesystem::path& file) {
 std::string readingProblem(zav::OSStatus status) {
     switch (status) {
         case zav::kAudioFileUnsupportedFileTypeError:
-            return "not an audio file of a known type; " + namesOfAllTypes() + hintAtModule();
+            return "not an audio file of a known type; one that 'zav info --help' lists" +
+                   hintAtModule();
         case zav::kAudioFileUnsupportedDataFormatError:
             return "audio in an unknown encoding; one that 'zav info --help' lists" +
                    hintAtModule();

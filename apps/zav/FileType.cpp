@@ -61,14 +61,6 @@ std::string nameOfType(zav::AudioFileTypeID id) {
     return zav::fourCharText(id);
 }
 
-std::string namesOfAllTypes() {
-    std::vector<std::string> names;
-    for (const FileType& type : fileTypes()) {
-        names.emplace_back(type.name);
-    }
-    return listed(names);
-}
-
 std::string extensionsOfTypes(bool (*isWanted)(const FileType&)) {
     std::vector<std::string> extensions;
     for (const FileType& type : fileTypes()) {

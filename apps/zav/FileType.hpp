@@ -34,8 +34,6 @@ std::string_view nodeNameOf(const FileType& type);
 
 /// "WAVE", "raw SBC", ...; the four characters of a type that is not in the list.
 std::string nameOfType(zav::AudioFileTypeID id);
-/// "WAVE, RF64, ... or raw SBC".
-std::string namesOfAllTypes();
 /// ".wav, .rf64, ... or .sbc", of the types that `isWanted` says yes to.
 std::string extensionsOfTypes(bool (*isWanted)(const FileType&));
 

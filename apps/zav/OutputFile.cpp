@@ -92,6 +92,25 @@ class CookieSetter : public zav::PeripheralSink {
     std::vector<std::byte> cookie_;
 };
 
+bool takesMagicCookie(zav::AudioFileID file) {
+    std::uint32_t isWritable = 0;
+    return zav::AudioFileGetPropertyInfo(file, zav::kAudioFilePropertyMagicCookieData, nullptr,
+                                         &isWritable) == zav::noErr &&
+           isWritable != 0;
+}
+
+bool takesMagicCookie(const fs::path& path, const FileType& type,
+                      const zav::AudioStreamBasicDescription& format) {
+    zav::AudioFileID file = nullptr;
+    if (zav::AudioFileCreateWithURL(path, type.id, &format, zav::kAudioFileFlags_EraseFile,
+                                    &file) != zav::noErr) {
+        return false;
+    }
+    const bool isTaken = takesMagicCookie(file);
+    zav::AudioFileClose(file);
+    return isTaken;
+}
+
 void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
               const fs::path& path, const std::vector<std::byte>& magicCookie) {
     if (type.id == kOpusContainerType) {
@@ -103,7 +122,7 @@ void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const
         return;
     }
     const auto sink = zav::makeNode<zav::FileSink>(upstream, path, type.id);
-    if (!magicCookie.empty()) {
+    if (!magicCookie.empty() && takesMagicCookie(path, type, upstream->outDataFormat())) {
         zav::makeNode<CookieSetter>(upstream, sink, magicCookie);
     }
 }
@@ -121,7 +140,7 @@ zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
     return zav::noErr;
 }
 
-/// Makes an empty file of this type and leaves it there.
+/// Makes an empty file of this type, with the magic cookie if it takes one, and leaves it there.
 zav::OSStatus tryType(const fs::path& path, const FileType& type,
                       const zav::AudioStreamBasicDescription& format,
                       std::span<const std::byte> magicCookie) {
@@ -135,7 +154,7 @@ zav::OSStatus tryType(const fs::path& path, const FileType& type,
         return status;
     }
     const zav::OSStatus cookieStatus =
-        magicCookie.empty()
+        magicCookie.empty() || !takesMagicCookie(file)
             ? zav::noErr
             : zav::AudioFileSetProperty(file, zav::kAudioFilePropertyMagicCookieData,
                                         static_cast<std::uint32_t>(magicCookie.size()),
@@ -221,7 +240,7 @@ void OutputFile::requireRoomFor(const FileType& type,
     if (status == zav::kAudioFileUnsupportedDataFormatError) {
         std::vector<std::string> extensions;
         for (const FileType& other : fileTypes()) {
-            if (tryType(temporaryPath_, other, format, {}) == zav::noErr) {
+            if (tryType(temporaryPath_, other, format, magicCookie) == zav::noErr) {
                 extensions.push_back("." + std::string(other.extensions.front()));
             }
         }
@@ -231,21 +250,6 @@ void OutputFile::requireRoomFor(const FileType& type,
     if (status != zav::noErr) {
         throw Failure(path_, writingProblem(status));
     }
-}
-
-bool OutputFile::takesMagicCookie(const FileType& type,
-                                  const zav::AudioStreamBasicDescription& format) const {
-    zav::AudioFileID file = nullptr;
-    if (!isAudioFileType(type) ||
-        zav::AudioFileCreateWithURL(temporaryPath_, type.id, &format,
-                                    zav::kAudioFileFlags_EraseFile, &file) != zav::noErr) {
-        return false;
-    }
-    std::uint32_t isWritable = 0;
-    const auto status = zav::AudioFileGetPropertyInfo(file, zav::kAudioFilePropertyMagicCookieData,
-                                                      nullptr, &isWritable);
-    zav::AudioFileClose(file);
-    return status == zav::noErr && isWritable != 0;
 }
 
 void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream,

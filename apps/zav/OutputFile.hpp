@@ -26,16 +26,13 @@ class OutputFile {
     OutputFile& operator=(const OutputFile&) = delete;
 
     /// Finds out, before any audio is read, whether a file of this type and format can be made here
-    /// and takes this magic cookie (empty: none). Throws `Failure` with the reason.
+    /// and takes this magic cookie (empty: none), if it takes any. Throws `Failure` with the
+    /// reason.
     void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
                         std::span<const std::byte> magicCookie = {}) const;
 
-    /// Whether a file of this type takes a magic cookie.
-    bool takesMagicCookie(const FileType& type,
-                          const zav::AudioStreamBasicDescription& format) const;
-
-    /// Makes the sink that writes the file, after `requireRoomFor`. A magic cookie reaches the file
-    /// as soon as the flow has started.
+    /// Makes the sink that writes the file, after `requireRoomFor`. The magic cookie (empty: none)
+    /// reaches the file as soon as the flow has started, if the type takes one.
     void addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
                  const std::vector<std::byte>& magicCookie = {});
 

@@ -33,7 +33,7 @@ refused 1 "zav: speech.wav: mono audio for --mode joint; --mode mono" \
     "$ZAV" encode --mode joint speech.wav out.sbc
 refused 1 "zav: two.wav: stereo audio for --mode mono; --mode dual, stereo or joint" \
     "$ZAV" encode two.wav out.sbc --mode mono
-refused 1 "zav: speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; raw SBC frames" \
+refused 1 "zav: speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; SBC or Opus (to convert: zav copy speech.wav out.wav)" \
     "$ZAV" decode speech.wav out.wav
 refused 1 "zav: joint.sbc: joint frames of 77 bytes; mono, or plain stereo frames of 76 bytes" \
     "$ZAV" decode joint.sbc out.wav
@@ -47,7 +47,7 @@ refused 1 "zav: two words'.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to co
     "$ZAV" encode "two words'.wav" out.sbc
 rm "two words'.wav"
 refused 1 "zav: cut.wav: damaged; a file that is whole" "$ZAV" copy cut.wav out.wav
-refused 1 "zav: zeros.wav: not an audio file of a known type; WAVE, RF64, W64, AIFF, AIFC, CAF, AU or raw SBC" \
+refused 1 "zav: zeros.wav: not an audio file of a known type; one that 'zav info --help' lists" \
     "$ZAV" encode zeros.wav out.sbc
 nothing_new "$before"
 
@@ -196,10 +196,10 @@ refused 2 "zav: --bitpool 200; 2 to 128 for mono with 8 subbands" \
     "$ZAV" encode --bitpool 200 speech.wav out.sbc
 refused 2 "zav: --bitpool 65; 2 to 64 for mono with 4 subbands" \
     "$ZAV" encode --bitpool 65 --subbands 4 speech.wav out.sbc
-refused 2 "zav: out.wav: not a name for SBC frames; NAME.sbc" "$ZAV" encode speech.wav out.wav
+refused 2 "zav: out.wav: not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus or .zopus" "$ZAV" encode speech.wav out.wav
 refused 2 "zav: out.mp3: not a name for PCM audio; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf or .au" \
     "$ZAV" decode speech.sbc out.mp3
-refused 2 "zav: out: a name of unknown type; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf, .au or .sbc" \
+refused 2 "zav: out: a name of unknown type; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf, .au, .mp3, .aac, .m4a, .mp4, .flac, .ogg, .ac3, .amr, .sbc, .zsbc or .zopus" \
     "$ZAV" copy speech.wav out
 for arguments in "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
     "encode --mode surround speech.wav out.sbc" "info --xml speech.wav" "info a b"; do

@@ -20,7 +20,7 @@ output=$("$ZAV" encode --verbose speech.wav speech.sbc 2>&1 >/dev/null)
 # On a terminal: a line of progress and a summary, and nothing with --quiet.
 terminal() { script -qec "$*" /dev/null </dev/null; }
 output=$(terminal "$ZAV" encode speech.wav speech.sbc)
-printf '%s' "$output" | grep -qE 'speech\.sbc: 10\.8[0-9] s, [0-9]+ SBC frames of 72 bytes, [0-9]+ times real time' ||
+printf '%s' "$output" | grep -qE 'speech\.sbc: 10\.8[0-9] s, 1355 SBC frames, 72\.0 kbit/s, [0-9]+ times real time' ||
     fail "on a terminal: $output"
 # An error takes the place of the progress line.
 sox -D speech.wav long.wav repeat 200
@@ -40,9 +40,10 @@ Format record   '\x00sbc', flags 0x140500, 29 bytes and 32 frames a packet,
                 0 bytes a frame, 2 channels, 0 bits a sample
 SBC             joint, bitpool 20, 4 subbands, 8 blocks, snr allocation
 Packets         450
-Largest packet  29 bytes
+Packet size     29 bytes
 Audio           13050 bytes
 Duration        0.30 s
+Bit rate        348.0 kbit/s
 Magic cookie    0 bytes
 TEXT
 sox -D -M speech.wav speech.wav -r 48000 two.wav trim 1 0.3

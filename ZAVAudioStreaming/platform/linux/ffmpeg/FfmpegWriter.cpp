@@ -55,8 +55,8 @@ AVDictionary* optionsFor(AudioFileTypeID fileType) {
                         "frag_custom+empty_moov+delay_moov+default_base_moof+skip_trailer", 0);
             break;
         case kAudioFileMP3Type:
-            // Nothing but the packets: a Xing header would name priming that nobody has told us.
-            av_dict_set(&options, "write_xing", "0", 0);
+            // No tags, but the Xing header: without the number of packets, programs guess the
+            // duration.
             av_dict_set(&options, "id3v2_version", "0", 0);
             break;
         case kAudioFileOggType:
