@@ -14,6 +14,25 @@
 /// Every function answers with a status, 0 for success, and throws nothing. Out-parameters are
 /// untouched by a call that fails, unless its comment says otherwise.
 ///
+/// Linear PCM, float, A-law and mu-law in WAVE, RF64, Wave64, AIFF, AIFC, CAF and AU, and SBC, are
+/// part of the library. The other types, and compressed audio in CAF, need a module that is loaded
+/// when it is first asked for; where it is not installed, they are types that nobody knows.
+///
+///     MPG3   MPEG-1/2 layer 3; layers 1 and 2 can be read
+///     adts   AAC; packets come and go without their ADTS headers
+///     m4af   AAC, ALAC
+///     mp4f   AAC, ALAC, MP3, Opus, AC-3; of a file with pictures the first audio is read
+///     caff   ALAC, MP3; AAC and what else CAF has can be read
+///     flac, ac-3, amrf (narrow band)
+///     Oggf   Opus (mono, stereo), Vorbis, FLAC; of several streams the first is read
+///
+/// A packet is what the codec calls one. The packets that only prime or end a decoder are packets
+/// like all others; durations leave their frames out where the file tells of them.
+///
+/// Magic cookies are handed out bare: AAC's AudioSpecificConfig, ALAC's 24 bytes of configuration,
+/// FLAC's 34 of STREAMINFO, Opus' identification header, and Vorbis' three headers in Xiph's lacing
+/// (a byte 2, two sizes, the headers). The other formats have none.
+///
 /// Threads: one thread at a time for one file; different files are independent.
 namespace zav {
 
@@ -54,7 +73,8 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyDataFormat = fourCharCode
 inline constexpr AudioFilePropertyID kAudioFilePropertyFileFormat = fourCharCode("ffmt");
 /// Bytes that the largest packet cannot exceed: std::uint32_t.
 inline constexpr AudioFilePropertyID kAudioFilePropertyPacketSizeUpperBound = fourCharCode("pkub");
-/// Bytes of the largest packet there is: std::uint32_t.
+/// Bytes of the largest packet there is: std::uint32_t. For this and the three that follow, a file
+/// whose header does not list its packets is gone through once.
 inline constexpr AudioFilePropertyID kAudioFilePropertyMaximumPacketSize = fourCharCode("psze");
 /// Packets in the file: std::uint64_t.
 inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataPacketCount = fourCharCode("pcnt");
@@ -63,7 +83,8 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataByteCount = four
 /// Bytes that a decoder needs beside the format: any length. A file without a cookie answers
 /// 'pty?'.
 inline constexpr AudioFilePropertyID kAudioFilePropertyMagicCookieData = fourCharCode("mgic");
-/// Seconds of audio, while writing those so far: double.
+/// Seconds of audio, while writing those so far: double. Priming and padding are left out where the
+/// file tells of them; what is being written tells of none.
 inline constexpr AudioFilePropertyID kAudioFilePropertyEstimatedDuration = fourCharCode("edur");
 
 /// What the service as a whole can do, for `AudioFileGetGlobalInfo`: arrays of AudioFileTypeID.
@@ -112,8 +133,12 @@ inline constexpr OSStatus kAudioFileNotAFileError = -1302;
 
 /// Creates an audio file of the given type for audio of the given format. The file is there at
 /// once, and what has been written stays readable if the process dies: at most the last second of
-/// audio is missing. With `kAudioFileFlags_EraseFile` an existing file is replaced; a type or
-/// format that is refused leaves it as it was.
+/// audio is missing. Not so compressed audio in CAF, which cannot be read before it is closed. With
+/// `kAudioFileFlags_EraseFile` an existing file is replaced; a type or format that is refused
+/// leaves it as it was.
+///
+/// Of a compressed format the record needs rate (a whole number), format ID and channels, and
+/// `mFramesPerPacket` unless packets tell their own durations (Opus, Vorbis, FLAC).
 ///
 /// Errors: 'typ?' an unknown type, 'fmt?' a format that the type cannot hold, -48 the file exists
 /// and the erase flag is not set, -43 no such folder, -1302 a folder, -54 no permission, -44 a
@@ -123,6 +148,9 @@ inline constexpr OSStatus kAudioFileNotAFileError = -1302;
     const AudioStreamBasicDescription* inFormat, AudioFileFlags inFlags, AudioFileID* outAudioFile);
 
 /// Finishes a written file, closes it and frees the ID, also when finishing fails.
+///
+/// Errors: 'fmt?' a cookie that the format cannot do without never came, -34 disk full, -36 the
+/// disk.
 ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 
 /// Reads whole packets from `inStartingPacket` on, as many as are asked for, fit the buffer and are
@@ -149,8 +177,13 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 /// A-law, mu-law; written out where silence is not zero), and is 'pck?' elsewhere. An index before
 /// the end overwrites.
 ///
+/// Packets of varying size need descriptions, but for a single packet that is all of the bytes.
+/// `mVariableFramesInPacket` counts for a packet that is not of the usual duration, such as a last
+/// one. SBC packets, and AAC packets with ADTS headers, which are taken off, tell their own sizes.
+///
 /// Errors: 'prm?' a file open for reading, 'pck?' a packet that cannot stand there, -50 bytes that
-/// are not whole packets, 'off?' more than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU),
+/// are not whole packets or descriptions of bytes that are not there, 'fmt?' too much (8 MiB) that
+/// waits for a cookie, 'off?' more than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU),
 /// -34 disk full. `*ioNumPackets` is 0 then, though some of the bytes may have been written.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileWritePackets(
     AudioFileID inAudioFile, bool inUseCache, std::uint32_t inNumBytes,
@@ -175,9 +208,18 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
                                                        void* outPropertyData);
 
 /// Sets a property; only the magic cookie of a file being written can be set, and only where the
-/// type has a place for one (CAF).
+/// type and format have a place for one: PCM in CAF, and AAC, ALAC, FLAC, Opus and Vorbis anywhere.
 ///
-/// Errors: 'pty?' not a settable property of this type, 'prm?' a file open for reading.
+/// Beside the forms that are handed out, AAC's ES descriptor, ALAC's configuration as an atom (36
+/// bytes) and behind a 'frma' atom (48), and FLAC's behind 'fLaC' (42) are taken.
+///
+/// A cookie belongs before the first packet. Without one, AAC's is made from rate and channels (or
+/// an ADTS header) and Opus' from the record, with the 6.5 ms of an encoder's lookahead; ALAC, FLAC
+/// and Vorbis packets wait for theirs. Later, FLAC's may change until the end, AAC's within the
+/// first second in M4A and MP4, and in ADTS as far as the headers do not tell of it.
+///
+/// Errors: 'pty?' not a settable property of this file or one that comes too late, 'prm?' a file
+/// open for reading, -50 bytes that are no cookie of this format.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileSetProperty(AudioFileID inAudioFile,
                                                        AudioFilePropertyID inPropertyID,
                                                        std::uint32_t inDataSize,

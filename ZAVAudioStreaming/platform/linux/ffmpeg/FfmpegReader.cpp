@@ -36,18 +36,25 @@ std::uint64_t endOfTags(const FileHandle& file) {
 
 /// libavformat's guess, if it is one of our types; what it takes for anything else is not opened.
 const AVInputFormat* findDemuxer(const FileHandle& file) {
-    constexpr std::size_t kProbeSize = 65536;
-    constexpr int kFewFrames = 5;
-    std::vector<std::uint8_t> bytes(kProbeSize + AVPROBE_PADDING_SIZE);
-    const std::size_t size = file.readAt(endOfTags(file), bytes.data(), kProbeSize);
-    std::memset(&bytes[size], 0, AVPROBE_PADDING_SIZE);
-    AVProbeData probe{};
-    probe.filename = "";
-    probe.buf = bytes.data();
-    probe.buf_size = static_cast<int>(size);
+    // Most types show at once; MPEG audio has to be followed for some packets.
+    constexpr std::array<std::size_t, 2> kProbeSizes = {4096, 65536};
+    constexpr int kCertain = AVPROBE_SCORE_MAX / 2;
+    constexpr int kFewPackets = 5;
+    const std::uint64_t start = endOfTags(file);
+    const AVInputFormat* format = nullptr;
     int score = 0;
-    const AVInputFormat* const format = av_probe_input_format3(&probe, 1, &score);
-    return format != nullptr && score >= kFewFrames && fileTypeOfDemuxer(format->name) != 0
+    for (const std::size_t size : kProbeSizes) {
+        std::vector<std::uint8_t> bytes(size + AVPROBE_PADDING_SIZE);
+        AVProbeData probe{};
+        probe.filename = "";
+        probe.buf = bytes.data();
+        probe.buf_size = static_cast<int>(file.readAt(start, bytes.data(), size));
+        format = av_probe_input_format3(&probe, 1, &score);
+        if (score > kCertain) {
+            break;
+        }
+    }
+    return format != nullptr && score >= kFewPackets && fileTypeOfDemuxer(format->name) != 0
                ? format
                : nullptr;
 }
@@ -63,8 +70,8 @@ FormatContext openInput(AvioFile& io, const AVInputFormat* format) {
     const int result = avformat_open_input(&context, "", format, nullptr);
     FormatContext opened(context);
     if (result < 0) {
-        failWith(io,
-                 result == AVERROR(ENOMEM) ? kAudioFileMemoryError : kAudioFileInvalidFileError);
+        // So it says, too, when a broken size asks for more memory than there is.
+        failWith(io, kAudioFileInvalidFileError);
     }
     return opened;
 }
