@@ -78,6 +78,29 @@ ldd "$library/libZAVAudioStreaming.so" | grep -E 'libav|libgst|libpulse' && {
     exit 1
 }
 
+# A program of either kind finds the module where it was installed, and without it still runs.
+cat >types.cpp <<'END'
+#include <ZAVAudioStreaming/platform/AudioFile.hpp>
+int main(int, char** arguments) {
+    std::uint32_t size = 0;
+    const auto status = zav::AudioFileGetGlobalInfoSize(zav::kAudioFileGlobalInfo_ReadableTypes, 0,
+                                                        nullptr, &size);
+    const bool hasModule = size > 8 * sizeof(zav::AudioFileTypeID);
+    return status == 0 && hasModule == (*arguments[1] == 'y') ? 0 : 1;
+}
+END
+g++ -std=c++20 "${compile_flags[@]}" types.cpp -o types -L"$library" -lZAVAudioStreaming
+g++ -std=c++20 "${compile_flags[@]}" types.cpp -o types-static \
+    "$library/libZAVAudioStreaming.a" "${link_flags[@]}"
+./types y
+./types-static y
+cp "$library/libZAVAudioStreamingFFmpeg.so" .
+mv "$library/libZAVAudioStreamingFFmpeg.so" away.so
+(mkdir -p elsewhere && cd elsewhere && cp ../types-static . && ./types-static n)
+./types n
+mv away.so "$library/libZAVAudioStreamingFFmpeg.so"
+rm libZAVAudioStreamingFFmpeg.so
+
 # The installed tool finds the library beside it.
 env -u LD_LIBRARY_PATH prefix/bin/zav --version
 

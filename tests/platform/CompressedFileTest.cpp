@@ -625,8 +625,8 @@ TEST_F(CompressedFile, cutAnywhereHoldsTheAudioThatIsThere) {
         const std::uint64_t whole = readThrough(samples_[sample.name], good.size());
         const SilentStderr silent;
         std::uint64_t mostPackets = 0;
-        for (std::size_t i = 0; i < 60; ++i) {
-            const std::size_t size = i < 40 ? i * 25 : good.size() * (i - 39) / 21;
+        for (std::size_t i = 0; i < 36; ++i) {
+            const std::size_t size = i < 24 ? i * 41 : good.size() * (i - 23) / 13;
             writeFile(path_, std::span(good).first(std::min(size, good.size())));
             mostPackets = std::max(mostPackets, readThrough(path_, size));
         }
@@ -640,7 +640,7 @@ TEST_F(CompressedFile, damagedAnywhereDoesNoHarm) {
     for (const CompressedSample& sample : compressedSamples()) {
         const Bytes good = readFile(samples_[sample.name]);
         const SilentStderr silent;
-        for (int round = 0; round < 60; ++round) {
+        for (int round = 0; round < 28; ++round) {
             SCOPED_TRACE(sample.name + ", seed " + std::to_string(kSeed) + ", round " +
                          std::to_string(round));
             Bytes bytes = good;
@@ -731,19 +731,16 @@ TEST_F(CompressedFile, ofOtherKindsIsNotTakenForAudio) {
 }
 
 TEST_F(CompressedFile, thatIsLongIsCountedToItsEnd) {
-    // So long that libavformat thins out the list that it keeps for itself.
-    for (const char* const name : {"long.mp3", "long.aac"}) {
-        const auto path = samples_ / name;
-        outputOf("ffmpeg -nostdin -v error -f lavfi -i anullsrc=r=8000:cl=mono -t 3600 -b:a 8k " +
-                 quoted(path));
-        const auto sizes = packetSizesByFfprobe(path);
-        const OpenFile file = open(path);
-        ASSERT_EQ(packetCount(file), sizes.size());
-        const std::uint32_t header = std::string(name) == "long.aac" ? 7 : 0;
-        for (std::size_t i = 0; i < sizes.size(); i += 997) {
-            EXPECT_EQ(readPacket(file, static_cast<std::int64_t>(i)).bytes.size(),
-                      sizes[i] - header);
-        }
+    // More packets than the list that libavformat keeps for itself can have.
+    const auto path = samples_ / "long.mp3";
+    outputOf("ffmpeg -nostdin -v error -f lavfi -i anullsrc=r=8000:cl=mono -t 3600 -b:a 8k " +
+             quoted(path));
+    const auto sizes = packetSizesByFfprobe(path);
+    const OpenFile file = open(path);
+    ASSERT_EQ(packetCount(file), sizes.size());
+    EXPECT_GT(sizes.size(), 50000U);
+    for (std::size_t i = 0; i < sizes.size(); i += 997) {
+        EXPECT_EQ(readPacket(file, static_cast<std::int64_t>(i)).bytes.size(), sizes[i]);
     }
 }
 
