@@ -44,6 +44,15 @@ bool hasSbcMagic(std::span<const std::byte> header) {
     return std::equal(magic.begin(), magic.end(), header.begin());
 }
 
+/// Frames at `sampleRate` that a decoder makes of an Opus packet, given its first bytes: for an
+/// empty one, which stands for a lost packet, the usual 60 ms.
+std::uint32_t framesIn(std::span<const std::byte> packetStart, std::uint64_t sampleRate) {
+    constexpr std::uint64_t kUsualFrameCount = zav::kOpusRate * 60 / 1000;
+    const std::uint64_t frames =
+        packetStart.empty() ? kUsualFrameCount : zav::opusFrameCount(packetStart);
+    return static_cast<std::uint32_t>(frames * sampleRate / zav::kOpusRate);
+}
+
 }  // namespace
 
 double secondsIn(const std::vector<PacketInfo>& packets, double sampleRate) {
@@ -87,13 +96,12 @@ std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& p
             container.isDamaged = true;
             break;
         }
-        const std::uint64_t frames = zav::opusFrameCount(
-            std::span(start)
-                .first(startSize)
-                .subspan(recordHeader.size())
-                .first(std::min<std::size_t>(length, startSize - recordHeader.size())));
         container.packets.push_back(
-            {length, static_cast<std::uint32_t>(frames * header.sampleRate / zav::kOpusRate)});
+            {length, framesIn(std::span(start)
+                                  .first(startSize)
+                                  .subspan(recordHeader.size())
+                                  .first(std::min<std::size_t>(length, kPacketStart)),
+                              header.sampleRate)});
         offset += length;
     }
     return container;

@@ -71,9 +71,12 @@ cat >expected.json <<'TEXT'
     "mBitsPerChannel": 16
   },
   "packets": 14400,
+  "smallestPacketBytes": 4,
+  "meanPacketBytes": 4.0,
   "largestPacketBytes": 4,
   "audioBytes": 57600,
   "durationSeconds": 0.3,
+  "bitsPerSecond": 1536000.0,
   "magicCookieBytes": 0
 }
 TEXT

@@ -109,7 +109,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
         expectRefused(kAudioFileWAVEType, format);
     }
     OpenFile file;
-    EXPECT_EQ(tryCreate(path_, fourCharCode("m4af"), good, file),
+    EXPECT_EQ(tryCreate(path_, fourCharCode("none"), good, file),
               kAudioFileUnsupportedFileTypeError);
     EXPECT_EQ(readFile(path_), old);
 }
