@@ -16,6 +16,12 @@ extern "C" {
 namespace zav {
 namespace {
 
+/// `to - from`, 0 for times and places that no real file has.
+std::int64_t distance(std::int64_t from, std::int64_t to) {
+    std::int64_t result = 0;
+    return __builtin_sub_overflow(to, from, &result) || result < 0 ? 0 : result;
+}
+
 /// Frames that a decoder leaves out at either end of a packet.
 std::uint64_t unheardFramesIn(const AVPacket& packet) {
     constexpr std::size_t kSize = 10;  // two little-endian integers, two reasons
@@ -175,7 +181,7 @@ std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
         consider(duration.frameCount(bytesOf(*packet)));
         consider(framesIn(stream, 0, std::max<std::int64_t>(packet->duration, 0)));
     }
-    consider(framesIn(stream, 0, std::max<std::int64_t>(stream.duration - timeBefore, 0)));
+    consider(framesIn(stream, 0, distance(timeBefore, stream.duration)));
     return fewest;
 }
 
@@ -201,7 +207,7 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
     }
     // CAF's places count from the start of the audio.
     const std::int64_t start =
-        input.fileType == kAudioFileCAFType ? firstPacket->pos - first->pos : 0;
+        input.fileType == kAudioFileCAFType ? distance(first->pos, firstPacket->pos) : 0;
     const std::uint64_t fileSize = input.io->file().size();
     std::uint64_t discardedFrames = 0;
     // Entries move when packets are read, so what is needed of one is copied.
@@ -216,19 +222,20 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
         }
         std::int64_t size = entry->size;
         if (size == 0) {
-            size = next != nullptr         ? next->pos - entry->pos
+            size = next != nullptr         ? distance(entry->pos, next->pos)
                    : lastPacket != nullptr ? lastPacket->size
                                            : 0;
         }
-        const std::int64_t offset = start + entry->pos;
-        if (size < 0 || offset < 0 || static_cast<std::uint64_t>(offset) > fileSize ||
+        std::int64_t offset = 0;
+        if (__builtin_add_overflow(start, entry->pos, &offset) || size < 0 || offset < 0 ||
+            static_cast<std::uint64_t>(offset) > fileSize ||
             static_cast<std::uint64_t>(size) > fileSize - static_cast<std::uint64_t>(offset)) {
             // The file was cut.
             break;
         }
         const std::uint32_t frames =
             next != nullptr ? framesIn(stream, entry->timestamp, next->timestamp)
-                            : framesInLast(input, lastPacket.get(), lastTime - firstTime);
+                            : framesInLast(input, lastPacket.get(), distance(firstTime, lastTime));
         if (!scan.table.add({static_cast<std::uint64_t>(offset), static_cast<std::uint32_t>(size),
                              frames != 0 ? frames : input.dataFormat.mFramesPerPacket})) {
             break;
@@ -282,10 +289,10 @@ std::span<const std::byte> bytesOf(const AVPacket& packet) {
 
 std::uint32_t framesIn(const AVStream& stream, std::int64_t from, std::int64_t to) {
     const AVRational frame{1, stream.codecpar->sample_rate};
-    const std::int64_t frames =
-        av_rescale_q(to, stream.time_base, frame) - av_rescale_q(from, stream.time_base, frame);
+    const std::int64_t frames = distance(av_rescale_q(from, stream.time_base, frame),
+                                         av_rescale_q(to, stream.time_base, frame));
     return static_cast<std::uint32_t>(
-        std::clamp<std::int64_t>(frames, 0, std::numeric_limits<std::int32_t>::max()));
+        std::min<std::int64_t>(frames, std::numeric_limits<std::int32_t>::max()));
 }
 
 std::uint32_t commonOpusFrameCount(const FfmpegInput& input) {
