@@ -33,4 +33,15 @@ constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
     return frameSize * count > kMostFrames ? 0 : frameSize * count;
 }
 
+/// The frames at 48 kHz that a decoder drops at the start of a stream, by the identification header
+/// that Opus files have for a magic cookie (RFC 7845, section 5.1); 0 for what is too short for
+/// one.
+constexpr std::uint32_t opusPreSkip(std::span<const std::byte> opusHead) {
+    constexpr std::size_t kOffset = 10;
+    return opusHead.size() < kOffset + 2
+               ? 0
+               : std::to_integer<std::uint32_t>(opusHead[kOffset]) |
+                     std::to_integer<std::uint32_t>(opusHead[kOffset + 1]) << 8U;
+}
+
 }  // namespace zav

@@ -5,6 +5,7 @@
 #include <ZAVAudioStreaming/codecs/SBCDecoder.hpp>
 #include <ZAVAudioStreaming/core/AudioStreamError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
+#include <ZAVAudioStreaming/core/OpusPacket.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <algorithm>
@@ -106,15 +107,6 @@ Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path,
     return {zav::makeNode<zav::SBCDecoder>(stream), "SBCDecoder"};
 }
 
-/// Pre-skip of an Ogg Opus stream's header (RFC 7845, section 5.1), in frames at 48 kHz.
-std::uint64_t preSkipIn(const std::vector<std::byte>& opusHead) {
-    constexpr std::size_t kOffset = 10;
-    return opusHead.size() < kOffset + 2
-               ? 0
-               : std::to_integer<std::uint64_t>(opusHead[kOffset]) |
-                     std::to_integer<std::uint64_t>(opusHead[kOffset + 1]) << 8U;
-}
-
 Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) {
     std::shared_ptr<zav::OpusDecoder> decoder;
     try {
@@ -131,7 +123,7 @@ Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) 
         std::llround(input.durationInSeconds() * decoder->outDataFormat().mSampleRate));
     const auto trimmed = zav::makeNode<zav::PeripheralSource>();
     trimmed->setOutDataFormat(decoder->outDataFormat());
-    zav::makeNode<Trim>(decoder, trimmed, preSkipIn(*opusHead), heardFrames);
+    zav::makeNode<Trim>(decoder, trimmed, zav::opusPreSkip(*opusHead), heardFrames);
     return {trimmed, "OpusDecoder -> PeripheralSource"};
 }
 

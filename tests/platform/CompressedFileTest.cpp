@@ -138,7 +138,7 @@ std::string decodedSum(const std::filesystem::path& path) {
 /// of the writer.
 std::string complaintsOf(const std::filesystem::path& path) {
     return outputOf("ffprobe -v warning " + quoted(path) +
-                    " 2>&1 | grep -v 'Estimating duration from bitrate' || true");
+                    " 2>&1 | grep -vE '[[](aac|ac3|amr) @.*Estimating duration' || true");
 }
 
 class CompressedFile : public testing::Test {
@@ -560,10 +560,12 @@ TEST_F(CompressedFile, ofAKilledWriterLosesAtMostTheLastSecond) {
         ::waitpid(child, &status, 0);
         EXPECT_TRUE(WIFSIGNALED(status));
         const OpenFile file = open(path_);
-        EXPECT_GE(durationOf(file), durationOf(source) - 1.05);
+        EXPECT_GE(durationOf(file), durationOf(source) - 1.0);
         EXPECT_LE(packetCount(file), packets.size());
         EXPECT_EQ(readPacket(file, 3).bytes, packets[3].bytes);
-        EXPECT_EQ(complaintsOf(path_), "");
+        if (type != kAudioFileMP3Type) {  // where the number of packets is not known any more
+            EXPECT_EQ(complaintsOf(path_), "");
+        }
     }
 }
 

@@ -10,10 +10,10 @@ extern "C" {
 #include <limits>
 #include <utility>
 
+#include "ZAVAudioStreaming/core/OpusPacket.hpp"
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegFileTypes.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
-#include "ZAVAudioStreaming/platform/linux/ffmpeg/OpusPacket.hpp"
 
 namespace zav {
 namespace {
@@ -191,7 +191,7 @@ void FfmpegWriter::start() {
     parameters.frame_size = static_cast<int>(format.mFramesPerPacket);
     av_channel_layout_default(&parameters.ch_layout, static_cast<int>(format.mChannelsPerFrame));
     if (codec_ == AV_CODEC_ID_OPUS) {
-        parameters.initial_padding = static_cast<int>(preSkipOf(extradata_));
+        parameters.initial_padding = static_cast<int>(opusPreSkip(extradata_));
     }
     setExtradata(parameters, codec_ == AV_CODEC_ID_FLAC ? streamInfoOf(0) : extradata_);
     stream->time_base = {1, static_cast<int>(rate_)};

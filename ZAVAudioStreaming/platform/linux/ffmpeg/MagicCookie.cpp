@@ -129,6 +129,12 @@ std::vector<std::byte> configOfFields(std::uint32_t objectType, std::uint32_t ra
     return config;
 }
 
+void putLittleEndian(std::vector<std::byte>& bytes, std::uint32_t value, int size) {
+    for (; size > 0; --size, value >>= 8U) {
+        bytes.push_back(static_cast<std::byte>(value));
+    }
+}
+
 }  // namespace
 
 bool hasMagicCookie(AVCodecID codec) {
@@ -176,6 +182,21 @@ std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::b
         extradata = extradata.subspan(kAlacAtomSize - kAlacConfigSize, kAlacConfigSize);
     }
     return {extradata.begin(), extradata.end()};
+}
+
+std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
+                                    std::uint32_t inputRate) {
+    std::vector<std::byte> head;
+    for (const char letter : std::string_view("OpusHead")) {
+        head.push_back(static_cast<std::byte>(letter));
+    }
+    putLittleEndian(head, 1, 1);  // version
+    putLittleEndian(head, channels, 1);
+    putLittleEndian(head, preSkip, 2);
+    putLittleEndian(head, inputRate, 4);
+    putLittleEndian(head, 0, 2);  // gain
+    putLittleEndian(head, 0, 1);  // mapping family: mono or stereo
+    return head;
 }
 
 std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t channels) {

@@ -25,6 +25,11 @@ std::vector<std::byte> extradataOfCookie(AVCodecID codec, std::span<const std::b
 /// The reverse, into the bare form.
 std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::byte> extradata);
 
+/// The identification header of an Opus stream of one or two channels (RFC 7845, section 5.1).
+/// `preSkip` is in frames at 48 kHz, `inputRate` in Hz.
+std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
+                                    std::uint32_t inputRate);
+
 /// ISO/IEC 14496-3, 1.6.2.1, for AAC-LC. Empty for a number of channels that has no code.
 std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t channels);
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "ZAVAudioStreaming/core/OpusPacket.hpp"
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
-#include "ZAVAudioStreaming/platform/linux/ffmpeg/OpusPacket.hpp"
 
 namespace zav {
 
@@ -62,7 +62,7 @@ PacketDuration::PacketDuration(AVCodecID codec, std::uint32_t usualFrames,
 std::uint32_t PacketDuration::frameCount(std::span<const std::byte> packet) {
     switch (codec_) {
         case AV_CODEC_ID_OPUS:
-            return opusFrameCount(packet).value_or(0);
+            return opusFrameCount(packet);
         case AV_CODEC_ID_FLAC:
             return flacFrameCount(packet).value_or(usualFrames_);
         case AV_CODEC_ID_ALAC: {

@@ -8,9 +8,9 @@ extern "C" {
 #include <limits>
 #include <string_view>
 
+#include "ZAVAudioStreaming/core/OpusPacket.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FileWindow.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
-#include "ZAVAudioStreaming/platform/linux/ffmpeg/OpusPacket.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/PacketDuration.hpp"
 
 namespace zav {
@@ -151,7 +151,7 @@ void scanOgg(FfmpegInput& input, PacketScan& scan) {
         heard = std::min(heard, static_cast<std::uint64_t>(*endGranule - *startGranule));
     }
     if (parameters.codec_id == AV_CODEC_ID_OPUS) {
-        heard -= std::min<std::uint64_t>(heard, preSkipOf(extradata));
+        heard -= std::min<std::uint64_t>(heard, opusPreSkip(extradata));
     }
     scan.unheardFrames = all - heard;
 }
@@ -248,7 +248,7 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
     scan.unheardFrames = std::max(unheardFramesIn(*firstPacket), discardedFrames);
     if (stream.codecpar->codec_id == AV_CODEC_ID_OPUS) {
         scan.unheardFrames =
-            std::max<std::uint64_t>(scan.unheardFrames, preSkipOf(extradataOf(*stream.codecpar)));
+            std::max<std::uint64_t>(scan.unheardFrames, opusPreSkip(extradataOf(*stream.codecpar)));
     }
     return true;
 }
@@ -297,15 +297,13 @@ std::uint32_t framesIn(const AVStream& stream, std::int64_t from, std::int64_t t
 
 std::uint32_t commonOpusFrameCount(const FfmpegInput& input) {
     if (input.fileType != kAudioFileOggType) {
-        return input.firstPacket == nullptr
-                   ? 0
-                   : opusFrameCount(bytesOf(*input.firstPacket)).value_or(0);
+        return input.firstPacket == nullptr ? 0 : opusFrameCount(bytesOf(*input.firstPacket));
     }
     constexpr std::uint64_t kFarthest = 262144;
     std::optional<std::uint32_t> common;
     OggPages pages;
     walkOgg(input, pages, [&](const OggPages::Packet& packet) {
-        const std::uint32_t frames = opusFrameCount(packet.start).value_or(0);
+        const std::uint32_t frames = opusFrameCount(packet.start);
         const bool isCommon = frames == common.value_or(frames);
         common = isCommon ? frames : 0;
         return isCommon && packet.offset < kFarthest;
