@@ -11,7 +11,7 @@ extern "C" {
 
 namespace zav {
 
-AvioFile::AvioFile(FileHandle file, Access access) : file_(std::move(file)), access_(access) {
+AvioFile::AvioFile(FileHandle file, Access access) : file_(std::move(file)) {
     constexpr int kBufferSize = 65536;
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
     context_ = buffer == nullptr ? nullptr
@@ -70,9 +70,8 @@ std::int64_t AvioFile::seek(void* user, std::int64_t offset, int whence) {
                 base = static_cast<std::int64_t>(self.position_);
                 break;
             case AVSEEK_SIZE:
-                return self.access_ == Access::readWithoutSize
-                           ? AVERROR(ENOSYS)
-                           : static_cast<std::int64_t>(self.file_.size());
+                return self.isSizeHidden_ ? AVERROR(ENOSYS)
+                                          : static_cast<std::int64_t>(self.file_.size());
             default:
                 // From the end; libavformat asks for the size instead.
                 return AVERROR(ENOSYS);

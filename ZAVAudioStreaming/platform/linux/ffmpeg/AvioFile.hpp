@@ -15,9 +15,7 @@ namespace zav {
 /// failed system call keeps its reason.
 class AvioFile {
  public:
-    /// A reader that knows the file's size prints that a large packet goes beyond it, of no context
-    /// that could be silenced, and so not every reader is told.
-    enum class Access { read, readWithoutSize, write };
+    enum class Access { read, write };
 
     AvioFile(FileHandle file, Access access);
     ~AvioFile();
@@ -27,6 +25,10 @@ class AvioFile {
 
     AVIOContext* context() noexcept { return context_; }
     FileHandle& file() noexcept { return file_; }
+
+    /// No longer tells the file's size, which headers are held against. libavformat prints that a
+    /// large packet goes beyond it, of no context that could be silenced.
+    void hideSize() noexcept { isSizeHidden_ = true; }
 
     /// Writes out what libavformat has buffered. Throws as `throwFileError` does.
     void flush();
@@ -42,7 +44,7 @@ class AvioFile {
     static Result guarded(void* user, Call call) noexcept;
 
     FileHandle file_;
-    Access access_;
+    bool isSizeHidden_ = false;
     std::uint64_t position_ = 0;
     std::exception_ptr fileError_;
     AVIOContext* context_;

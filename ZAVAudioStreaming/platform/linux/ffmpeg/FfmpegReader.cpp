@@ -103,6 +103,12 @@ void findParameters(AVFormatContext& context) {
     }
 }
 
+/// MP4 and CAF; files of other types are read in small pieces.
+bool namesPacketSizes(const AVInputFormat* demuxer) {
+    const AudioFileTypeID fileType = fileTypeOfDemuxer(demuxer->name);
+    return fileType == kAudioFileMPEG4Type || fileType == kAudioFileCAFType;
+}
+
 AudioFileTypeID fileTypeOf(const AVFormatContext& context) {
     const AudioFileTypeID fileType = fileTypeOfDemuxer(context.iformat->name);
     if (fileType == kAudioFileMPEG4Type) {
@@ -150,13 +156,12 @@ std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
         return nullptr;
     }
     FfmpegInput opened;
-    // MP4 and CAF name the sizes of packets; other files are read in small pieces.
-    const AudioFileTypeID fileType = fileTypeOfDemuxer(demuxer->name);
-    const bool namesSizes = fileType == kAudioFileMPEG4Type || fileType == kAudioFileCAFType;
-    opened.io = std::make_unique<AvioFile>(
-        std::move(file), namesSizes ? AvioFile::Access::readWithoutSize : AvioFile::Access::read);
+    opened.io = std::make_unique<AvioFile>(std::move(file), AvioFile::Access::read);
     opened.context = openInput(*opened.io, demuxer);
     opened.fileType = fileTypeOf(*opened.context);
+    if (namesPacketSizes(demuxer)) {
+        opened.io->hideSize();
+    }
     opened.stream = chooseStream(*opened.context);
     if (opened.fileType != kAudioFileOggType ||
         (opened.stream != nullptr && opened.stream->codecpar->sample_rate == 0)) {
