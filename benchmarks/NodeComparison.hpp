@@ -1,0 +1,98 @@
+#pragma once
+
+#include <alloca.h>
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Measuring.hpp"
+
+/// How much longer a node takes than a plain loop that does the same work.
+///
+/// Plain loop and node take turns in short slices of the same work, now one first, now the other.
+/// Where their states and the stack happen to lie makes either of them faster or slower by up to a
+/// percent; many pairs of plain loop and node, and another stack position for each turn, even that
+/// out. Both of a pair have always done the same slices before, so that what adapts to its audio
+/// is in the same state on both sides. Counters, from the medians over all slices:
+///
+///   plain_ns_per_UNIT  processor time of the plain loop for one unit of work
+///   node_ns_per_UNIT   the same of the node, including the source that pushes the chunk to it
+///   overhead_percent   how much longer a slice of the node takes than the plain one beside it
+///
+/// The benchmark's own time is that of one slice of the node.
+namespace zav::benchmarks {
+
+/// The work of one turn: so many chunks, each of so many units. The unit is what the counters tell
+/// the time of.
+struct Slice {
+    std::size_t chunkCount;
+    std::size_t unitsPerChunk;
+    std::string unit;
+};
+
+/// For what a plain loop checks as the node does.
+inline void require(bool isGood) {
+    if (!isGood) {
+        std::abort();
+    }
+}
+
+/// Compares sides of two types that are made from the same arguments. A side has `runChunk(index)`
+/// for each chunk of a slice. What it has to do before a slice and is not measured, it does in
+/// `prepareSlice()`.
+template <class Plain, class Node, class... Arguments>
+void compareWithPlain(benchmark::State& state, const Slice& slice, const Arguments&... arguments) {
+    constexpr std::size_t kPairs = 32;
+    std::vector<std::pair<std::unique_ptr<Plain>, std::unique_ptr<Node>>> pairs;
+    for (std::size_t i = 0; i < kPairs; ++i) {
+        pairs.emplace_back(std::make_unique<Plain>(arguments...),
+                           std::make_unique<Node>(arguments...));
+    }
+
+    std::size_t turn = 0;
+    const auto nanosecondsOfSlice = [&](auto& side) {
+        if constexpr (requires { side.prepareSlice(); }) {
+            side.prepareSlice();
+        }
+        // Goes through all positions in a memory page; the stack is aligned to 16 bytes.
+        constexpr std::size_t kPageSize = 4096;
+        constexpr std::size_t kStep = 17 * 16;
+        void* const shift = ::alloca(16 + turn * kStep % kPageSize);
+        benchmark::DoNotOptimize(shift);
+        return nanosecondsOf([&] {
+            for (std::size_t i = 0; i < slice.chunkCount; ++i) {
+                side.runChunk(i);
+            }
+        });
+    };
+
+    std::vector<double> plainTimes;
+    std::vector<double> nodeTimes;
+    std::vector<double> ratios;
+    for (auto _ : state) {
+        auto& [plain, node] = pairs[turn / 2 % kPairs];
+        const bool isPlainFirst = turn % 2 == 0;
+        double plainTime = isPlainFirst ? nanosecondsOfSlice(*plain) : 0;
+        const double nodeTime = nanosecondsOfSlice(*node);
+        if (!isPlainFirst) {
+            plainTime = nanosecondsOfSlice(*plain);
+        }
+        ++turn;
+        plainTimes.push_back(plainTime);
+        nodeTimes.push_back(nodeTime);
+        ratios.push_back(nodeTime / plainTime);
+        state.SetIterationTime(nodeTime * 1e-9);
+    }
+
+    const auto unitCount = static_cast<double>(slice.chunkCount * slice.unitsPerChunk);
+    state.counters["plain_ns_per_" + slice.unit] = median(plainTimes) / unitCount;
+    state.counters["node_ns_per_" + slice.unit] = median(nodeTimes) / unitCount;
+    state.counters["overhead_percent"] = 100 * (median(ratios) - 1);
+}
+
+}  // namespace zav::benchmarks
