@@ -1,6 +1,6 @@
-// Starts, builds a PCM and an SBC graph on the shared library, and ends: what linking the library
-// and building a graph costs a program, beside EmptyProgram. Pushes no audio. With the name of an
-// audio file it opens that file as a source too.
+// Starts, builds a PCM, an SBC and an Opus graph on the shared library, and ends: what linking the
+// library and building graphs costs a program, beside EmptyProgram. Pushes no audio. With the name
+// of an audio file it opens that file as a source too.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <cstdio>
@@ -22,10 +22,13 @@ void buildGraphs(const char* fileName) {
 
     const auto source = zav::makeNode<zav::PeripheralSource>();
     source->setOutDataFormat(pcm);
-    const auto encoder = zav::makeNode<zav::SBCEncoder>(
+    const auto sbcEncoder = zav::makeNode<zav::SBCEncoder>(
         source, std::make_shared<zav::SBCCoding::SBCConfiguration>());
-    const auto decoder = zav::makeNode<zav::SBCDecoder>(encoder);
-    zav::makeNode<zav::PeripheralSink>(decoder);
+    const auto sbcDecoder = zav::makeNode<zav::SBCDecoder>(sbcEncoder);
+    zav::makeNode<zav::PeripheralSink>(sbcDecoder);
+    const auto opusEncoder = zav::makeNode<zav::OpusEncoder>(source);
+    const auto opusDecoder = zav::makeNode<zav::OpusDecoder>(opusEncoder);
+    zav::makeNode<zav::PeripheralSink>(opusDecoder);
 
     if (fileName != nullptr) {
         const auto file = zav::makeNode<zav::FileSource>(fileName);
