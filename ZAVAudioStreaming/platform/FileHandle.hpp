@@ -38,7 +38,7 @@ class ZAV_EXPORT FileHandle {
     /// Writes all of `size` bytes at the current offset.
     void write(const void* bytes, std::size_t size);
     /// Where the next `read` or `write` begins, in bytes; `readAt` and `writeAt` leave it alone.
-    std::uint64_t offset() const;
+    std::uint64_t offset() const noexcept { return offset_; }
 
     /// Size of the file in bytes.
     std::uint64_t size() const;
@@ -50,6 +50,7 @@ class ZAV_EXPORT FileHandle {
     explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
 
     int descriptor_;
+    std::uint64_t offset_ = 0;  // counted here: asking for it would be a system call
 };
 
 }  // namespace zav

@@ -71,10 +71,11 @@ FileHandle FileHandle::openForWriting(const std::filesystem::path& path) {
 }
 
 FileHandle::FileHandle(FileHandle&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, kClosed)) {}
+    : descriptor_(std::exchange(other.descriptor_, kClosed)), offset_(other.offset_) {}
 
 FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
     std::swap(descriptor_, other.descriptor_);
+    std::swap(offset_, other.offset_);
     return *this;
 }
 
@@ -99,19 +100,14 @@ void FileHandle::writeAt(std::uint64_t offset, const void* bytes, std::size_t si
 }
 
 std::size_t FileHandle::read(void* buffer, std::size_t size) {
-    auto* const bytes = static_cast<std::byte*>(buffer);
-    return transferAll(
-        size, [&](std::size_t done) { return ::read(descriptor_, bytes + done, size - done); });
+    const std::size_t done = readAt(offset_, buffer, size);
+    offset_ += done;
+    return done;
 }
 
 void FileHandle::write(const void* bytes, std::size_t size) {
-    const auto* const source = static_cast<const std::byte*>(bytes);
-    transferAll(size,
-                [&](std::size_t done) { return ::write(descriptor_, source + done, size - done); });
-}
-
-std::uint64_t FileHandle::offset() const {
-    return static_cast<std::uint64_t>(retried([&] { return ::lseek(descriptor_, 0, SEEK_CUR); }));
+    writeAt(offset_, bytes, size);
+    offset_ += size;
 }
 
 std::uint64_t FileHandle::size() const {
