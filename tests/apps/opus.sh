@@ -73,6 +73,7 @@ done
 same <(raw copy.opus) <(raw opusenc.opus) "packets out of MP4"
 
 # Packets of length 0, and what a cut file has.
+"$ZAV" encode in.wav out.zopus
 {
     head -c 48 out.zopus
     printf '\3\0\0\0\377\377\377\377\x58\x01\x02\0\0\0\0\0\0\0\0'

@@ -44,11 +44,15 @@ void requireFormat(AudioFileTypeID fileType, const AudioStreamBasicDescription& 
     }
 }
 
-AVDictionary* optionsFor(AudioFileTypeID fileType) {
+AVDictionary* optionsFor(AudioFileTypeID fileType, bool hasPackets) {
     AVDictionary* options = nullptr;
     switch (fileType) {
         case kAudioFileM4AType:
         case kAudioFileMPEG4Type:
+            if (!hasPackets) {
+                // Nothing to make fragments of, and trying leaks memory of libavformat's.
+                break;
+            }
             // The header waits for the first fragment, and so does the last chance of a cookie.
             // Fragments end where we say, which is where we flush.
             av_dict_set(&options, "movflags",
@@ -143,7 +147,7 @@ void FfmpegWriter::writePacket(std::span<const std::byte> packet, std::uint32_t 
         hold(packet, describedFrames);
     } else {
         if (context_ == nullptr) {
-            start();
+            start(true);
         }
         put(packet, describedFrames);
     }
@@ -165,7 +169,7 @@ void FfmpegWriter::hold(std::span<const std::byte> packet, std::uint32_t describ
     heldBytes_ += packet.size();
 }
 
-void FfmpegWriter::start() {
+void FfmpegWriter::start(bool hasPackets) {
     const AudioStreamBasicDescription& format = dataFormat();
     if (extradata_.empty() && codec_ == AV_CODEC_ID_AAC) {
         extradata_ = makeAudioSpecificConfig(rate_, format.mChannelsPerFrame);
@@ -196,7 +200,7 @@ void FfmpegWriter::start() {
     setExtradata(parameters, codec_ == AV_CODEC_ID_FLAC ? streamInfoOf(0) : extradata_);
     stream->time_base = {1, static_cast<int>(rate_)};
 
-    AVDictionary* options = optionsFor(fileType());
+    AVDictionary* options = optionsFor(fileType(), hasPackets);
     const int result = avformat_write_header(context.get(), &options);
     av_dict_free(&options);
     check(result);
@@ -262,7 +266,7 @@ void FfmpegWriter::setMagicCookie(std::span<const std::byte> cookie) {
     }
     cookie_.assign(cookie.begin(), cookie.end());
     if (!held_.empty()) {
-        start();
+        start(true);
         for (const HeldPacket& packet : std::exchange(held_, {})) {
             put(packet.bytes, packet.frameCount);
         }
@@ -322,7 +326,7 @@ void FfmpegWriter::finish() {
         if (!hasEnough()) {
             throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
         }
-        start();
+        start(false);
     }
     if (fileType() == kAudioFileFLACType) {
         sendExtradata(streamInfoOf(frameCount_));

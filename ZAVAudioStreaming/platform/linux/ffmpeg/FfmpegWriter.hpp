@@ -49,7 +49,7 @@ class FfmpegWriter : public AudioFileWriter {
     void hold(std::span<const std::byte> packet, std::uint32_t describedFrames);
     /// Whether there is a cookie, or the file can do without.
     bool hasEnough() const;
-    void start();
+    void start(bool hasPackets);
     void put(std::span<const std::byte> packet, std::uint32_t describedFrames);
     void send(AVPacket& packet);
     void flush();
