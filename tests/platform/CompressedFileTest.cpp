@@ -10,6 +10,7 @@
 #include <numeric>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "tests/support/AudioFileAccess.hpp"
 #include "tests/support/Commands.hpp"
@@ -188,6 +189,23 @@ TEST_F(CompressedFile, holdsThePacketsThatOthersFind) {
         }
         EXPECT_TRUE(joined == bytes);
         EXPECT_TRUE(readAll(file) == bytes);
+    }
+}
+
+// The first one that needs the module loads it, and nobody knows which thread that is.
+TEST_F(CompressedFile, isReadInSeveralThreadsFromTheFirstOneOn) {
+    const std::vector<std::string> names = {"aac.m4a", "vorbis.ogg", "free.flac", "tools.opus"};
+    std::vector<std::size_t> counts(names.size());
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        threads.emplace_back([&, i] { counts[i] = packetsOf(open(samples_[names[i]])).size(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        EXPECT_EQ(counts[i], packetCount(open(samples_[names[i]]))) << names[i];
+        EXPECT_GT(counts[i], 10U) << names[i];
     }
 }
 
