@@ -194,18 +194,21 @@ TEST_F(CompressedFile, holdsThePacketsThatOthersFind) {
 
 // The first one that needs the module loads it, and nobody knows which thread that is.
 TEST_F(CompressedFile, isReadInSeveralThreadsFromTheFirstOneOn) {
-    const std::vector<std::string> names = {"aac.m4a", "vorbis.ogg", "free.flac", "tools.opus"};
-    std::vector<std::size_t> counts(names.size());
+    std::vector<std::filesystem::path> paths;
+    for (const char* const name : {"aac.m4a", "vorbis.ogg", "free.flac", "tools.opus"}) {
+        paths.push_back(samples_[name]);
+    }
+    std::vector<std::size_t> counts(paths.size());
     std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        threads.emplace_back([&, i] { counts[i] = packetsOf(open(samples_[names[i]])).size(); });
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        threads.emplace_back([&, i] { counts[i] = packetsOf(open(paths[i])).size(); });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        EXPECT_EQ(counts[i], packetCount(open(samples_[names[i]]))) << names[i];
-        EXPECT_GT(counts[i], 10U) << names[i];
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        EXPECT_EQ(counts[i], packetCount(open(paths[i]))) << paths[i];
+        EXPECT_GT(counts[i], 10U) << paths[i];
     }
 }
 
