@@ -1,5 +1,8 @@
 # Options of our own targets; nothing here reaches a user of the library.
 add_library(zav_build_options INTERFACE)
+# Mistakes with containers and spans stop a debugged program; releases do not pay for it.
+target_compile_definitions(zav_build_options INTERFACE
+  $<$<NOT:$<CONFIG:Release>>:_GLIBCXX_ASSERTIONS>)
 target_compile_options(zav_build_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
   -Woverloaded-virtual -Wold-style-cast -Wcast-align -Wdouble-promotion

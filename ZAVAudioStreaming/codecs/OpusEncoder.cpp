@@ -9,6 +9,7 @@
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
+#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
 
 namespace zav {
 namespace {
@@ -16,6 +17,8 @@ namespace {
 constexpr std::int64_t kBytesPerSample = sizeof(opus_int16);
 /// Three 20 ms frames of the largest size that Opus has, 1275 bytes, and the packet's own bytes.
 constexpr std::size_t kMaximumPacketSize = 3828;
+
+constexpr auto kFormatHasChanged = "The upstream's format has changed";
 
 bool isAligned(const std::byte* bytes) {
     return reinterpret_cast<std::uintptr_t>(bytes) % alignof(opus_int16) == 0;
@@ -55,30 +58,30 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
     const auto packetPcmSize = checkedCast<std::size_t>(checkedMultiply(
         checkedMultiply(frameCountPerPkt(), kBytesPerSample), std::int64_t{channels}));
     const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
-    if (channels < codecChannels() || savedSize > packetPcmSize) {
-        // libopus would read beyond the packet's PCM.
-        fatalError("The upstream's format has changed");
+    if (savedSize > packetPcmSize) {
+        fatalError(kFormatHasChanged);
     }
 
     if (partialFrameBytes_) {
         const std::size_t missingSize = packetPcmSize - savedSize;
         if (remaining() < missingSize) {
-            partialFrameBytes_->insert(partialFrameBytes_->end(), input, inputEnd);
+            stopWithoutMemory(
+                [&] { partialFrameBytes_->insert(partialFrameBytes_->end(), input, inputEnd); });
             return;
         }
         ChunkBuffer scratch(packetPcmSize);
         std::copy(partialFrameBytes_->begin(), partialFrameBytes_->end(), scratch.data());
         std::copy_n(input, missingSize, scratch.data() + savedSize);
-        encodePacket(scratch.data(), Report::nothing);
+        encodePacket({scratch.data(), packetPcmSize}, Report::nothing);
         input += missingSize;
     }
     for (; remaining() >= packetPcmSize; input += packetPcmSize) {
         if (isAligned(input)) {
-            encodePacket(input, Report::size);
+            encodePacket({input, packetPcmSize}, Report::size);
         } else {
             ChunkBuffer scratch(packetPcmSize);
             std::copy_n(input, packetPcmSize, scratch.data());
-            encodePacket(scratch.data(), Report::size);
+            encodePacket({scratch.data(), packetPcmSize}, Report::size);
         }
     }
     // When nothing is left over, the saved bytes stay as they are: see the class comment.
@@ -86,7 +89,7 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
         if (!partialFrameBytes_) {
             partialFrameBytes_.emplace();
         }
-        partialFrameBytes_->assign(input, inputEnd);
+        stopWithoutMemory([&] { partialFrameBytes_->assign(input, inputEnd); });
     }
 }
 
@@ -95,11 +98,16 @@ void OpusEncoder::onAudioStreamFlowEnd() {
     OpusCoding::onAudioStreamFlowEnd();
 }
 
-void OpusEncoder::encodePacket(const std::byte* pcm, Report report) {
+void OpusEncoder::encodePacket(std::span<const std::byte> pcm, Report report) {
+    // Asked again for each packet: a target may have changed the format since the last one.
+    const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
+    if (frameCount * kBytesPerSample * codecChannels() > static_cast<std::int64_t>(pcm.size())) {
+        fatalError(kFormatHasChanged);  // libopus would read beyond the packet's PCM
+    }
     std::array<unsigned char, kMaximumPacketSize> packet;
-    const int packetSize = requireSuccess(
-        opus_encode(codec_.get(), reinterpret_cast<const opus_int16*>(pcm),
-                    checkedCast<std::int32_t>(frameCountPerPkt()), packet.data(), packet.size()));
+    const int packetSize =
+        requireSuccess(opus_encode(codec_.get(), reinterpret_cast<const opus_int16*>(pcm.data()),
+                                   frameCount, packet.data(), packet.size()));
     if (report == Report::size) {
         printDiagnostics("Succeed opus encoding to " + std::to_string(packetSize) + " bytes");
     }

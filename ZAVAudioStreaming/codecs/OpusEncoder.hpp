@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "ZAVAudioStreaming/codecs/OpusCoding.hpp"
@@ -43,8 +44,8 @@ class ZAV_EXPORT OpusEncoder : public OpusCoding {
     }
 
     /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. A packet that
-    /// libopus refuses is a fatal stop that says why, as is an upstream with fewer channels now
-    /// than when the node was made.
+    /// libopus refuses is a fatal stop that says why, as is an upstream whose format has changed
+    /// so that a packet lacks PCM.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override;
@@ -57,7 +58,7 @@ class ZAV_EXPORT OpusEncoder : public OpusCoding {
     enum class Report { nothing, size };
 
     /// Encodes one packet's PCM, which is aligned for its samples, and passes the packet on.
-    void encodePacket(const std::byte* pcm, Report report);
+    void encodePacket(std::span<const std::byte> pcm, Report report);
 
     std::unique_ptr<::OpusEncoder, Destroy> codec_;
     std::optional<std::vector<std::byte>> partialFrameBytes_;

@@ -9,6 +9,7 @@
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
 
 namespace zav {
 namespace {
@@ -71,7 +72,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
         downstreams().receiveAudio(&noFrames, 0, 0, nullptr);
         if (remaining() > 0) {
             auto& saved = savedBytes();
-            saved.insert(saved.end(), input, inputEnd);
+            stopWithoutMemory([&] { saved.insert(saved.end(), input, inputEnd); });
         }
         return;
     }
@@ -97,7 +98,8 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
 
     // When nothing is left over, the saved bytes stay as they are: see the class comment.
     if (remaining() > 0) {
-        savedBytes().assign(input, inputEnd);
+        auto& saved = savedBytes();
+        stopWithoutMemory([&] { saved.assign(input, inputEnd); });
     }
 }
 

@@ -20,7 +20,7 @@ class ZAV_EXPORT AudioFileError : public std::runtime_error {
     static AudioFileError create();
     /// A container file's header is not what its type promises.
     static AudioFileError invalidFormat();
-    /// A container file ends before its header does.
+    /// No packet is left in an Opus container file: the usual end of reading one.
     static AudioFileError noMoreData();
 
     Code code() const noexcept { return code_; }

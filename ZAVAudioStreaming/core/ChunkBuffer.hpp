@@ -10,9 +10,9 @@
 namespace zav {
 
 /// Memory for one chunk, its contents undefined, aligned for any sample, as long as the call that
-/// makes it. Small chunks
-/// stay on the stack: for one SBC frame, the heap would cost as much as everything else that a node
-/// does around the codec. No memory is a fatal stop at the caller's position.
+/// makes it. Small chunks stay on the stack: for one SBC frame, the heap would cost as much as
+/// everything else that a node does around the codec. No memory is a fatal stop at the caller's
+/// position.
 class ChunkBuffer {
  public:
     explicit ChunkBuffer(std::size_t size, SourcePosition position = SourcePosition::current()) {

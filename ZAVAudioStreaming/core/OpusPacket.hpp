@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -42,6 +43,19 @@ constexpr std::uint32_t opusPreSkip(std::span<const std::byte> opusHead) {
                ? 0
                : std::to_integer<std::uint32_t>(opusHead[kOffset]) |
                      std::to_integer<std::uint32_t>(opusHead[kOffset + 1]) << 8U;
+}
+
+/// The factor by which a player multiplies decoded samples, by the same header; 1 for what is too
+/// short for one.
+inline double opusGain(std::span<const std::byte> opusHead) {
+    constexpr std::size_t kOffset = 16;  // a signed number of 1/256 decibels
+    if (opusHead.size() < kOffset + 2) {
+        return 1;
+    }
+    const auto gain =
+        static_cast<std::int16_t>(std::to_integer<std::uint32_t>(opusHead[kOffset]) |
+                                  std::to_integer<std::uint32_t>(opusHead[kOffset + 1]) << 8U);
+    return std::pow(10.0, gain / (20.0 * 256.0));
 }
 
 }  // namespace zav

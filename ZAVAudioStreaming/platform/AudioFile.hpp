@@ -182,9 +182,10 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 /// one. SBC packets, and AAC packets with ADTS headers, which are taken off, tell their own sizes.
 ///
 /// Errors: 'prm?' a file open for reading, 'pck?' a packet that cannot stand there, -50 bytes that
-/// are not whole packets or descriptions of bytes that are not there, 'fmt?' too much (8 MiB) that
-/// waits for a cookie, 'off?' more than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU),
-/// -34 disk full. `*ioNumPackets` is 0 then, though some of the bytes may have been written.
+/// are not whole packets, descriptions of bytes that are not there, or an empty packet, 'fmt?' what
+/// the type turns out not to hold, or too much (8 MiB) that waits for a cookie, 'off?' more than
+/// the type can hold (4 GiB in WAVE, AIFF, AIFC and AU), -34 disk full. `*ioNumPackets` is 0 then,
+/// though some of the bytes may have been written.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileWritePackets(
     AudioFileID inAudioFile, bool inUseCache, std::uint32_t inNumBytes,
     const AudioStreamPacketDescription* inPacketDescriptions, std::int64_t inStartingPacket,

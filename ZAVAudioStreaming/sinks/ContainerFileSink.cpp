@@ -1,5 +1,6 @@
 #include "ZAVAudioStreaming/sinks/ContainerFileSink.hpp"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -16,6 +17,17 @@ ContainerFileSink::ContainerFileSink(const std::shared_ptr<AudioStreamOutputable
     } catch (const std::system_error&) {
         throw AudioFileError::create();
     }
+}
+
+bool ContainerFileSink::hasRateOf(std::span<const double> ratesInHz,
+                                  const AudioStreamOutputable& upstream) {
+    const double rate = upstream.outDataFormat().mSampleRate;
+    return std::find(ratesInHz.begin(), ratesInHz.end(), rate) != ratesInHz.end();
+}
+
+bool ContainerFileSink::isMonoOrStereo(const AudioStreamOutputable& upstream) {
+    const std::uint32_t channels = upstream.outDataFormat().mChannelsPerFrame;
+    return channels == 1 || channels == 2;
 }
 
 void ContainerFileSink::onAudioStreamFlowStart() {

@@ -35,6 +35,11 @@ class ZAV_EXPORT ContainerFileSink : public AudioStreamInputable {
     ContainerFileSink(const std::shared_ptr<AudioStreamOutputable>& upstream,
                       std::filesystem::path fileUrl);
 
+    /// Whether the upstream's rate is one of these, in Hz, and whether it has one or two channels;
+    /// each asks for the format anew.
+    static bool hasRateOf(std::span<const double> ratesInHz, const AudioStreamOutputable& upstream);
+    static bool isMonoOrStereo(const AudioStreamOutputable& upstream);
+
     /// Writes the header for the upstream's format of this moment. Throws `std::system_error`.
     virtual void writeFileMeta() = 0;
 

@@ -48,7 +48,8 @@ class ZAV_EXPORT FileSink : public AudioStreamInputable {
     /// packet count that does not fit 32 bits.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
-    /// Closes the file. A fatal stop when none is open.
+    /// Closes the file. A fatal stop when none is open; a file that does not close well is not one,
+    /// which loses all of a FLAC, ALAC or Vorbis file that never got its magic cookie.
     void onAudioStreamFlowEnd() override;
 
  private:

@@ -1,6 +1,5 @@
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 
-#include <algorithm>
 #include <array>
 #include <string>
 #include <system_error>
@@ -15,23 +14,20 @@ namespace {
 
 constexpr std::array kRatesInHz = {8000.0, 16000.0, 32000.0, 44100.0, 48000.0};
 
-const std::shared_ptr<AudioStreamOutputable>& requireOpus(
-    const std::shared_ptr<AudioStreamOutputable>& upstream) {
-    const AudioStreamBasicDescription format = upstream->outDataFormat();
-    const bool isKnownRate =
-        std::find(kRatesInHz.begin(), kRatesInHz.end(), format.mSampleRate) != kRatesInHz.end();
-    if (format.mFormatID != kAudioFormatOpus || !isKnownRate ||
-        (format.mChannelsPerFrame != 1 && format.mChannelsPerFrame != 2)) {
-        throw AudioStreamError::unacceptableData();
-    }
-    return upstream;
-}
-
 }  // namespace
 
 ZAVOpusFileSink::ZAVOpusFileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                                  std::filesystem::path fileUrl)
     : ContainerFileSink(requireOpus(upstream), std::move(fileUrl)) {}
+
+const std::shared_ptr<AudioStreamOutputable>& ZAVOpusFileSink::requireOpus(
+    const std::shared_ptr<AudioStreamOutputable>& upstream) {
+    if (upstream->outDataFormat().mFormatID != kAudioFormatOpus ||
+        !hasRateOf(kRatesInHz, *upstream) || !isMonoOrStereo(*upstream)) {
+        throw AudioStreamError::unacceptableData();
+    }
+    return upstream;
+}
 
 void ZAVOpusFileSink::writeFileMeta() {
     OpusFileHeader header;

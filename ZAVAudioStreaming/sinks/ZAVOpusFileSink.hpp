@@ -34,6 +34,9 @@ class ZAV_EXPORT ZAVOpusFileSink : public ContainerFileSink {
                       const AudioStreamPacketDescription* packetDescriptions) override;
 
  private:
+    static const std::shared_ptr<AudioStreamOutputable>& requireOpus(
+        const std::shared_ptr<AudioStreamOutputable>& upstream);
+
     void writeFileMeta() override;
     void writeRecord(const std::byte* packet, std::uint32_t packetLength);
 };

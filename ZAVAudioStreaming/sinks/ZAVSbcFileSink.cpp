@@ -1,9 +1,9 @@
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 
-#include <algorithm>
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
@@ -15,34 +15,32 @@ namespace {
 
 constexpr std::uint32_t kBitsPerChannel = 16;
 
-const std::shared_ptr<AudioStreamOutputable>& requireSbc(
-    const std::shared_ptr<AudioStreamOutputable>& upstream) {
-    const AudioStreamBasicDescription format = upstream->outDataFormat();
-    const bool isKnownRate = std::find(kSbcRatesInHz.begin(), kSbcRatesInHz.end(),
-                                       format.mSampleRate) != kSbcRatesInHz.end();
-    if (format.mFormatID != kAudioFormatSbc || !isKnownRate ||
-        (format.mChannelsPerFrame != 1 && format.mChannelsPerFrame != 2) ||
-        format.mBitsPerChannel != kBitsPerChannel) {
-        throw AudioStreamError::unacceptableData();
-    }
-    return upstream;
-}
-
 }  // namespace
 
 ZAVSbcFileSink::ZAVSbcFileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                                std::filesystem::path fileUrl)
     : ContainerFileSink(requireSbc(upstream), std::move(fileUrl)) {}
 
+const std::shared_ptr<AudioStreamOutputable>& ZAVSbcFileSink::requireSbc(
+    const std::shared_ptr<AudioStreamOutputable>& upstream) {
+    const std::vector<double> rates(kSbcRatesInHz.begin(), kSbcRatesInHz.end());
+    if (upstream->outDataFormat().mFormatID != kAudioFormatSbc || !hasRateOf(rates, *upstream) ||
+        !isMonoOrStereo(*upstream) ||
+        upstream->outDataFormat().mBitsPerChannel != kBitsPerChannel) {
+        throw AudioStreamError::unacceptableData();
+    }
+    return upstream;
+}
+
 void ZAVSbcFileSink::writeFileMeta() {
     SbcFileHeader header;
     fillCommonFields(header);
-    const auto flags = SbcFormatFlags::unpacked(inDataFormat().mFormatFlags);
-    header.endianness = flags.isBigEndian ? 1 : 0;
-    header.subbands = flags.is8Subbands ? 1 : 0;
-    header.blocks = flags.blocks;
-    header.allocation = flags.isSnr ? 1 : 0;
-    header.bitpool = flags.bitpool;
+    const auto flags = [this] { return SbcFormatFlags::unpacked(inDataFormat().mFormatFlags); };
+    header.endianness = flags().isBigEndian ? 1 : 0;
+    header.subbands = flags().is8Subbands ? 1 : 0;
+    header.blocks = flags().blocks;
+    header.allocation = flags().isSnr ? 1 : 0;
+    header.bitpool = flags().bitpool;
     const auto bytes = header.toBytes();
     fileHandle().write(bytes.data(), bytes.size());
 }

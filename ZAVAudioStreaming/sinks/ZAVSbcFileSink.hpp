@@ -30,6 +30,9 @@ class ZAV_EXPORT ZAVSbcFileSink : public ContainerFileSink {
                       const AudioStreamPacketDescription* packetDescriptions) override;
 
  private:
+    static const std::shared_ptr<AudioStreamOutputable>& requireSbc(
+        const std::shared_ptr<AudioStreamOutputable>& upstream);
+
     void writeFileMeta() override;
 };
 

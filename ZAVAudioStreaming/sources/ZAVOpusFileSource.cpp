@@ -7,6 +7,7 @@
 
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
 #include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
 
 namespace zav {
@@ -68,11 +69,13 @@ void ZAVOpusFileSource::readPackets(std::int64_t count) {
             stopForCutPacket();
         }
         const std::size_t start = chunk.size();
-        chunk.resize(start + packetLength);
-        if (file.read(&chunk[start], packetLength) != packetLength) {
+        stopWithoutMemory([&] {
+            chunk.resize(start + packetLength);
+            descriptions.push_back({static_cast<std::int64_t>(start), 0, packetLength});
+        });
+        if (file.read(chunk.data() + start, packetLength) != packetLength) {
             stopForCutPacket();
         }
-        descriptions.push_back({static_cast<std::int64_t>(start), 0, packetLength});
     }
     if (hasEnded && descriptions.empty()) {
         throw AudioFileError::noMoreData();

@@ -109,7 +109,8 @@ std::int64_t ZAVSbcFileSource::readPackets(std::int64_t count) {
         downstreams().onAudioStreamFlowStart();
     }
     const std::size_t frameLength = outDataFormat().mBytesPerPacket;
-    const std::size_t wanted = checkedMultiply(checkedCast<std::size_t>(count), frameLength);
+    const auto wanted = checkedCast<std::size_t>(
+        checkedMultiply(count, std::int64_t{outDataFormat().mBytesPerPacket}));
     // No more room than the file can fill, whatever the count.
     const std::uint64_t fileSize = file.size();
     const auto available = static_cast<std::size_t>(fileSize - std::min(offset, fileSize));

@@ -60,7 +60,7 @@ double secondsIn(const std::vector<PacketInfo>& packets, double sampleRate) {
     for (const PacketInfo& packet : packets) {
         frames += packet.frames;
     }
-    return static_cast<double>(frames) / sampleRate;
+    return sampleRate > 0 ? static_cast<double>(frames) / sampleRate : 0;
 }
 
 std::uint32_t largestOf(const std::vector<PacketInfo>& packets) {
@@ -87,6 +87,7 @@ std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& p
     const std::uint64_t fileSize = file.size();
     std::uint64_t offset = headerBytes->size();
     while (fileSize - offset >= zav::OpusRecordHeader::kByteCount) {
+        container.wholeSize = offset;
         std::array<std::byte, zav::OpusRecordHeader::kByteCount + kPacketStart> start{};
         const std::size_t startSize = file.readAt(offset, start.data(), start.size());
         const std::span recordHeader = std::span(start).first<zav::OpusRecordHeader::kByteCount>();

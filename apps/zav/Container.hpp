@@ -23,7 +23,8 @@ std::uint32_t largestOf(const std::vector<PacketInfo>& packets);
 struct OpusContainer {
     zav::AudioStreamBasicDescription format;
     std::vector<PacketInfo> packets;
-    bool isDamaged = false;  ///< behind these, one is cut off
+    bool isDamaged = false;       ///< behind these, one is cut off
+    std::uint64_t wholeSize = 0;  ///< bytes of the file up to there
 };
 
 /// Empty when the file is no Opus container. Throws `Failure` when it cannot be read.

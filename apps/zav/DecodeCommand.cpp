@@ -10,6 +10,8 @@
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <span>
 #include <utility>
 
 #include "Container.hpp"
@@ -60,16 +62,17 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
     }
 }
 
-/// Leaves out what an Opus file says is not to be heard: frames that the decoder needs to get
-/// going, and the rest of the last packet.
-class Trim : public Relay {
+/// Does with decoded Opus what the file's header demands: leaves out the frames that the decoder
+/// needs to get going and the rest of the last packet, and applies the gain.
+class AsHeaderSays : public Relay {
  public:
-    Trim(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-         std::shared_ptr<zav::PeripheralSource> next, std::uint64_t skippedFrames,
-         std::uint64_t heardFrames)
+    AsHeaderSays(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                 std::shared_ptr<zav::PeripheralSource> next, std::span<const std::byte> opusHead,
+                 std::uint64_t heardFrames)
         : Relay(key, upstream, std::move(next)),
           bytesPerFrame_(inDataFormat().mBytesPerFrame),
-          skippedFrames_(skippedFrames),
+          gain_(zav::opusGain(opusHead)),
+          skippedFrames_(zav::opusPreSkip(opusHead)),
           heardFrames_(heardFrames) {}
 
     void receiveAudio(const void* bytes, std::uint64_t /*size*/, std::uint64_t packetNum,
@@ -78,12 +81,24 @@ class Trim : public Relay {
         const std::uint64_t heard = std::min(packetNum - skipped, heardFrames_);
         skippedFrames_ -= skipped;
         heardFrames_ -= heard;
-        Relay::receiveAudio(static_cast<const std::byte*>(bytes) + skipped * bytesPerFrame_,
-                            heard * bytesPerFrame_, heard, nullptr);
+        const std::uint64_t size = heard * bytesPerFrame_;
+        const auto* const start = static_cast<const std::byte*>(bytes) + skipped * bytesPerFrame_;
+        if (gain_ == 1) {
+            Relay::receiveAudio(start, size, heard, nullptr);
+            return;
+        }
+        std::vector<std::int16_t> samples(size / sizeof(std::int16_t));
+        std::memcpy(samples.data(), start, size);
+        for (std::int16_t& sample : samples) {
+            sample = static_cast<std::int16_t>(
+                std::clamp(std::nearbyint(sample * gain_), double{INT16_MIN}, double{INT16_MAX}));
+        }
+        Relay::receiveAudio(samples.data(), size, heard, nullptr);
     }
 
  private:
     std::uint32_t bytesPerFrame_;
+    double gain_;
     std::uint64_t skippedFrames_;
     std::uint64_t heardFrames_;
 };
@@ -123,7 +138,7 @@ Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) 
         std::llround(input.durationInSeconds() * decoder->outDataFormat().mSampleRate));
     const auto trimmed = zav::makeNode<zav::PeripheralSource>();
     trimmed->setOutDataFormat(decoder->outDataFormat());
-    zav::makeNode<Trim>(decoder, trimmed, zav::opusPreSkip(*opusHead), heardFrames);
+    zav::makeNode<AsHeaderSays>(decoder, trimmed, *opusHead, heardFrames);
     return {trimmed, "OpusDecoder -> PeripheralSource"};
 }
 

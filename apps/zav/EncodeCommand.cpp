@@ -48,7 +48,7 @@ void require16BitPcm(const zav::AudioStreamBasicDescription& format,
     }
     if (format.mChannelsPerFrame > 2) {
         throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" +
-                                 soxHint(input, "converted.wav remix 1 2"));
+                                 soxHint(input, "-c 2 converted.wav"));
     }
 }
 
@@ -141,6 +141,7 @@ void requireOpusInput(const zav::AudioStreamBasicDescription& pcm, const FileTyp
     }
     if (std::find(rates.begin(), rates.end(), pcm.mSampleRate) == rates.end()) {
         std::vector<std::string> words;
+        words.reserve(rates.size());
         for (const double rate : rates) {
             words.push_back(std::to_string(static_cast<int>(rate)));
         }
@@ -208,11 +209,15 @@ void encode(const EncodeOptions& options, const CommonOptions& common) {
     }
     output.commit(packetMeter->packetCount(), packetMeter->byteCount());
 
-    const double seconds = static_cast<double>(pcmMeter->packetCount()) / pcm.mSampleRate;
+    const std::uint64_t frameCount = packetMeter->packetCount() * encoding.framesPerPacket;
+    const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
+    const double leftOut =
+        static_cast<double>(pcmMeter->packetCount() - frameCount) / pcm.mSampleRate;
     const double bitsPerSecond = 8.0 * static_cast<double>(packetMeter->byteCount()) / seconds;
     progress.finish(options.files.output.string() + ": " + secondsText(seconds) + ", " +
                         std::to_string(packetMeter->packetCount()) + " " + encoding.packetWord +
-                        "s, " + bitRateText(bitsPerSecond),
+                        "s, " + bitRateText(bitsPerSecond) +
+                        (leftOut > 0 ? ", " + millisecondsText(leftOut) + " left out" : ""),
                     seconds);
 }
 

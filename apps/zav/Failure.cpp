@@ -133,6 +133,8 @@ std::string writingProblem(zav::OSStatus status) {
             return "the disk is full or the file too large for it; a disk with more room";
         case zav::kAudioFileDoesNotAllow64BitDataSizeError:
             return "more than 4 GiB, which this type cannot hold; .rf64, .w64 or .caf";
+        case zav::kAudioFileParameterError:
+            return "packets that this type cannot hold, such as empty ones; .zopus for those";
         case zav::kAudioFileUnsupportedFileTypeError:
             return "a type that cannot be written here; another one" + hintAtModule();
         case zav::kAudioFilePermissionDeniedError:

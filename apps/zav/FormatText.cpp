@@ -76,6 +76,12 @@ std::string secondsText(double seconds) {
     return text.data();
 }
 
+std::string millisecondsText(double seconds) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f ms", 1000 * seconds);
+    return text.data();
+}
+
 std::string bitRateText(double bitsPerSecond) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%.1f kbit/s", bitsPerSecond / 1000);

@@ -18,6 +18,8 @@ std::string channelsInWords(std::uint32_t channelCount);
 std::string rateInWords(double rate);
 /// "12.34 s"
 std::string secondsText(double seconds);
+/// "40.2 ms"
+std::string millisecondsText(double seconds);
 /// "96.0 kbit/s"
 std::string bitRateText(double bitsPerSecond);
 

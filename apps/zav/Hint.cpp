@@ -33,6 +33,11 @@ std::string copyHint(const std::filesystem::path& input, const std::filesystem::
     return hint("zav copy " + quoted(input.string()) + " " + quoted(output.string()));
 }
 
+std::string headHint(const std::filesystem::path& input, std::uint64_t size) {
+    return " (to keep what is whole: head -c " + std::to_string(size) + " " +
+           quoted(input.string()) + " > whole" + input.extension().string() + ")";
+}
+
 std::string to16BitPcmHint(const zav::AudioStreamBasicDescription& format,
                            const std::filesystem::path& input) {
     switch (format.mFormatID) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -11,6 +12,8 @@ namespace zavtool {
 std::string soxHint(const std::filesystem::path& input, const std::string& arguments);
 /// " (to convert: zav copy INPUT OUTPUT)"
 std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output);
+/// " (to keep what is whole: head -c SIZE INPUT > whole.EXTENSION)"
+std::string headHint(const std::filesystem::path& input, std::uint64_t size);
 /// What makes 16-bit PCM of audio in this format: sox, ffmpeg or zav itself.
 std::string to16BitPcmHint(const zav::AudioStreamBasicDescription& format,
                            const std::filesystem::path& input);

@@ -248,7 +248,7 @@ void printPackets(const Json& description) {
     for (const Json& packet : description["packetList"]) {
         const auto frames = packet["frames"].get<std::uint64_t>();
         std::printf("%8llu  %8.3f s  %7llu  %6llu\n", static_cast<unsigned long long>(index++),
-                    static_cast<double>(framesBefore) / sampleRate,
+                    ratio(static_cast<double>(framesBefore), sampleRate),
                     packet["bytes"].get<unsigned long long>(),
                     static_cast<unsigned long long>(frames));
         framesBefore += frames;

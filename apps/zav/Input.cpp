@@ -14,6 +14,7 @@
 
 #include "Container.hpp"
 #include "Failure.hpp"
+#include "Hint.hpp"
 #include "Stream.hpp"
 
 namespace zavtool {
@@ -64,8 +65,9 @@ class OpusContainerInput : public Input {
     OpusContainerInput(const std::filesystem::path& path, OpusContainer container)
         : path_(path), container_(std::move(container)) {
         if (container_.isDamaged) {
-            throw Failure(path, "damaged after " + std::to_string(container_.packets.size()) +
-                                    " packets; a file that is whole");
+            throw Failure(path, "cut off in packet " + std::to_string(container_.packets.size()) +
+                                    "; a file that is whole" +
+                                    headHint(path, container_.wholeSize));
         }
         source_ = zav::makeNode<zav::ZAVOpusFileSource>(path);
     }
@@ -116,7 +118,8 @@ class SbcContainerInput : public Input {
         if (container.firstFrame.empty() && container.audioSize > 0) {
             throw Failure(path, "no SBC frame behind the header; whole frames");
         }
-        if (const auto rest = container.audioSize - container.frameCount() * packetSizeUpperBound();
+        if (const auto rest =
+                container.audioSize - container.frameCount() * container.format.mBytesPerPacket;
             rest > 0) {
             throw Failure(path, "ends with " + std::to_string(rest) +
                                     " bytes that are no whole SBC frame; whole frames");

@@ -4,6 +4,7 @@
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <cstdio>
+#include <system_error>
 
 #include "Failure.hpp"
 
@@ -17,6 +18,10 @@ OpenAudioFile openAudioFile(const std::filesystem::path& path) {
     zav::AudioFileID file = nullptr;
     if (const auto status = zav::AudioFileOpenURL(path, zav::kAudioFileReadPermission, 0, &file);
         status != zav::noErr) {
+        std::error_code error;
+        if (std::filesystem::file_size(path, error) == 0 && !error) {
+            throw Failure(path, "is empty; a file with audio");
+        }
         throw Failure(path, readingProblem(status));
     }
     return OpenAudioFile(file);

@@ -102,11 +102,12 @@ CLI::App* addDecode(CLI::App& app, CommandLine& line) {
             "SBC frames (.sbc), mono or plain stereo; Opus (.opus,\n"
             ".zopus), mono or stereo, packets of 60 ms at most");
     addFile(*verb, "OUTPUT", line.decode.output,
-            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf or .au; the\n"
-            "extension chooses the type");
+            "NAME.wav, .rf64, .w64, .aifc, .caf, and for SBC also\n"
+            ".aiff and .au; the extension chooses the type");
     verb->footer(
         "SBC in joint stereo and dual channel is refused: its frames have another length\n"
-        "than the format of a two-channel stream tells.\n"
+        "than the format of a two-channel stream tells. Ogg Opus decodes to 48000 Hz, .zopus\n"
+        "to the rate that it was encoded from.\n"
         "Example: zav decode speech.sbc speech.wav");
     return verb;
 }
@@ -121,7 +122,8 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
             ".zsbc, .zopus: a type that can hold the encoding");
     verb->footer(
         "Copied are the audio and its magic cookie, where the type has a place for one; no\n"
-        "comments, cue points and the like.\n"
+        "comments, cue points and the like, and nothing of what a file says of silence that\n"
+        "an encoder added at either end: a copy plays it.\n"
         "Example: zav copy recording.wav recording.caf");
     return verb;
 }

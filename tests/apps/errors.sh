@@ -25,7 +25,7 @@ refused 1 "zav: rate.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert:
     "$ZAV" encode rate.wav out.sbc
 refused 1 "zav: deep.wav: 24-bit signed integer PCM, little-endian, mono, 16000 Hz; 16-bit PCM (to convert: sox deep.wav -e signed-integer -b 16 converted.wav)" \
     "$ZAV" encode deep.wav out.sbc
-refused 1 "zav: three.wav: 3 channels; mono or stereo (to convert: sox three.wav converted.wav remix 1 2)" \
+refused 1 "zav: three.wav: 3 channels; mono or stereo (to convert: sox three.wav -c 2 converted.wav)" \
     "$ZAV" encode three.wav out.sbc
 refused 1 "zav: short.wav: 100 sample frames; at least the 128 of one SBC frame" \
     "$ZAV" encode short.wav out.sbc

@@ -69,6 +69,22 @@ for file in opusenc.opus short.opus ffmpeg.opus; do
     libopus_samples "$file" >theirs.raw
     same ours.raw theirs.raw "$file, decoded"
 done
+# The header's gain: 3 dB down, and its checksum. ffmpeg takes the bytes as they stand.
+ffmpeg -nostdin -v error -i opusenc.mp4 -c copy -f mp4 -y gain.mp4
+offset=$(grep -abo dOps gain.mp4 | head -1 | cut -d: -f1)
+printf '\375\000' | dd of=gain.mp4 bs=1 seek=$((offset + 12)) conv=notrunc status=none
+"$ZAV" decode gain.mp4 quiet.wav
+"$ZAV" decode opusenc.mp4 loud.wav
+rms() { sox "$1" -n stat 2>&1 | awk '/RMS.*amplitude/ { print $3 }'; }
+awk -v quiet="$(rms quiet.wav)" -v loud="$(rms loud.wav)" \
+    'BEGIN { exit !(quiet / loud > 0.70 && quiet / loud < 0.71) }' || fail "gain of 3 dB"
+checks=$((checks + 1))
+
+# One stream after the other in one file: not silently half of it.
+cat opusenc.opus opusenc.opus >chained.opus
+refused 1 "zav: chained.opus: damaged; a file that is whole" "$ZAV" decode chained.opus out.wav
+"$ZAV" info chained.opus | grep -q '^Packets *[0-9]*, then damaged$' || fail "info of a chained file"
+
 "$ZAV" copy opusenc.mp4 copy.opus
 same <(raw copy.opus) <(raw opusenc.opus) "packets out of MP4"
 
@@ -82,7 +98,7 @@ same <(raw copy.opus) <(raw opusenc.opus) "packets out of MP4"
 "$ZAV" info --packets gap.zopus | grep -qE '^ +0 +0\.000 s +3 +2880$' ||
     fail "packets: $("$ZAV" info --packets gap.zopus)"
 head -c 60 out.zopus >cut.zopus
-refused 1 "zav: cut.zopus: damaged after 0 packets; a file that is whole" "$ZAV" decode cut.zopus out.wav
+refused 1 "zav: cut.zopus: cut off in packet 0; a file that is whole (to keep what is whole: head -c 48 cut.zopus > whole.zopus)" "$ZAV" decode cut.zopus out.wav
 "$ZAV" info cut.zopus | grep -q '^Packets *0, then damaged$' || fail "info of a cut container"
 
 # The SBC container: written, described and copied, but not decoded.

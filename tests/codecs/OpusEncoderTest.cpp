@@ -200,6 +200,12 @@ TEST_F(OpusEncoderTest, saysWhyItStops) {
     EXPECT_DEATH(push(pcm_), "^Fatal error: The upstream's format has changed");
     source_->setOutDataFormat(pcmFormat(16000, 0));
     EXPECT_DEATH(push(pcm_), "^Fatal error: The upstream's format has changed");
+    source_->setOutDataFormat(pcmFormat(24000, 1));
+    encoder_ = makeNode<OpusEncoder>(source_);
+    sink_ = makeNode<RecordingSink>(encoder_);
+    sink_->onCall = [&](const std::string&) { source_->setOutDataFormat(pcmFormat(48000, 1)); };
+    EXPECT_DEATH(encoder_->receiveAudio(pcm_.data(), pcm_.size(), 0, nullptr),
+                 "^Fatal error: The upstream's format has changed");
 }
 
 TEST(OpusEncoder, refusesUnsuitableUpstreams) {

@@ -63,6 +63,9 @@ expect_frames ./streamer
     echo '          std::uint64_t size) {'
     block cpp 2
     echo '}'
+    echo 'void read() {'
+    block cpp 3
+    echo '}'
 } >piece.cpp
 g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp
 

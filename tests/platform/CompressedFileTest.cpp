@@ -6,11 +6,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <clocale>
 #include <csignal>
 #include <numeric>
 #include <random>
 #include <sstream>
 #include <thread>
+
+extern "C" {
+#include <libavutil/log.h>
+}
 
 #include "tests/support/AudioFileAccess.hpp"
 #include "tests/support/Commands.hpp"
@@ -321,9 +326,22 @@ TEST_F(CompressedFile, isRefusedWhereTheTypeCannotHoldItAndTheOldFileStays) {
     EXPECT_EQ(refusal(kAudioFileMP3Type, kAudioFormatMPEGLayer3, 44100.5), wrongFormat);
     EXPECT_EQ(refusal(kAudioFileMP3Type, kAudioFormatMPEGLayer3, 44100, 0), wrongFormat);
     EXPECT_EQ(refusal(kAudioFileOggType, kAudioFormatOpus, 48000, 3), wrongFormat);
+    // What ADTS headers have no code for.
+    EXPECT_EQ(refusal(kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, 44100, 7), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, 10000), wrongFormat);
     EXPECT_EQ(refusal(fourCharCode("none"), kAudioFormatMPEGLayer3),
               kAudioFileUnsupportedFileTypeError);
     EXPECT_EQ(readFile(path_), old);
+}
+
+TEST_F(CompressedFile, ofConstantPacketsCountsThemByTheirBytes) {
+    const OpenFile source = open(samples_["cinema.ac3"]);
+    auto format = formatOf(source);
+    const auto packet = readPacket(source, 0);
+    format.mBytesPerPacket = static_cast<std::uint32_t>(packet.bytes.size());
+    const OpenFile file = create(path_, kAudioFileAC3Type, format);
+    EXPECT_EQ(write(file, 0, packet.bytes, 5), noErr);
+    EXPECT_EQ(packetCount(file), 1U);
 }
 
 TEST_F(CompressedFile, takesPacketsOnlyInTheirOrderAndWhole) {
@@ -712,6 +730,31 @@ TEST_F(CompressedFile, withJunkBetweenPacketsIsReadAroundIt) {
     }
 }
 
+// libavformat would print what it thinks of such files, past all levels.
+TEST_F(CompressedFile, thatIsOddIsReadInSilence) {
+    const Bytes audio = readFile(samples_["lame.mp3"]);
+    const auto packets = packetCount(open(samples_["lame.mp3"]));
+    for (const Bytes& tag :
+         {bytesFrom({'I', 'D', '3', 5, 0, 0, 0, 0, 0, 4, 1, 2, 3, 4}),  // of a version to come
+          bytesFrom({'I', 'D', '3', 3, 0, 0, 0, 0, 0,   15,  'T', 'I', 'T',
+                     '2', 0,   0,   0, 5, 0, 0, 1, 'a', 'b', 'c', 'd'})}) {  // no byte order mark
+        Bytes tagged = tag;
+        tagged.insert(tagged.end(), audio.begin(), audio.end());
+        writeFile(path_, tagged);
+        const SilentStderr silent;
+        const OpenFile file = open(path_);
+        EXPECT_EQ(packetCount(file), packets);
+        EXPECT_EQ(durationOf(file), durationOf(open(samples_["lame.mp3"])));
+        EXPECT_EQ(readPacket(file, 5).bytes, readPacket(open(samples_["lame.mp3"]), 5).bytes);
+    }
+    Bytes caf = readFile(samples_["alac.caf"]);
+    std::fill_n(caf.begin() + 20, 8, std::byte{0});  // the rate
+    writeFile(path_, caf);
+    const SilentStderr silent;
+    OpenFile file;
+    EXPECT_EQ(tryOpen(path_, file), kAudioFileInvalidFileError);
+}
+
 TEST_F(CompressedFile, behindLargeTagsIsFound) {
     // A picture of a megabyte, in two tags.
     for (const char* const name : {"lame.mp3", "adts.aac", "free.flac"}) {
@@ -768,6 +811,19 @@ TEST_F(CompressedFile, thatIsLongIsCountedToItsEnd) {
     for (std::size_t i = 0; i < sizes.size(); i += 997) {
         EXPECT_EQ(readPacket(file, static_cast<std::int64_t>(i)).bytes.size(), sizes[i]);
     }
+}
+
+TEST_F(CompressedFile, leavesTheProcessAsItWas) {
+    const std::string locale = std::setlocale(LC_ALL, nullptr);
+    const int logLevel = av_log_get_level();
+    const OpenFile source = open(samples_["aac.m4a"]);
+    const auto packet = readPacket(source, 0);
+    {
+        const OpenFile file = create(path_, kAudioFileM4AType, formatOf(source));
+        EXPECT_EQ(writePacket(file, 0, packet), noErr);
+    }
+    EXPECT_EQ(std::setlocale(LC_ALL, nullptr), locale);
+    EXPECT_EQ(av_log_get_level(), logLevel);
 }
 
 TEST(AudioFileTypes, areThoseThatCanBeReadAndWritten) {

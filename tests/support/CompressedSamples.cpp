@@ -134,8 +134,11 @@ const std::vector<CompressedSample>& compressedSamples() {
          kAudioFileOggType, kAudioFormatOpus, 48000, 2, 960, 19},
         {"long.opus", ffmpegTo("-ar 16000 -ac 1 -c:a libopus -frame_duration 60"),
          kAudioFileOggType, kAudioFormatOpus, 48000, 1, 2880, 19},
+        // What is heard, as ffmpeg writes it into MP4: in milliseconds.
         {"opus.mp4", ffmpegTo("-ar 48000 -c:a libopus"), kAudioFileMPEG4Type, kAudioFormatOpus,
-         48000, 2, 960, 19},
+         48000, 2, 960, 19, kFrames * 1000 / 44100 * 48},
+        {"mp3.mp4", ffmpegTo("-ar 48000 -c:a libmp3lame"), kAudioFileMPEG4Type,
+         kAudioFormatMPEGLayer3, 48000, 2, 1152, 0, kFrames * 1000 / 44100 * 48},
         {"cinema.ac3", ffmpegTo("-ar 48000"), kAudioFileAC3Type, kAudioFormatAC3, 48000, 2, 1536,
          0},
         {"phone.amr", "", kAudioFileAMRType, kAudioFormatAMR, 8000, 1, 160, 0},

@@ -11,7 +11,8 @@ extern "C" {
 
 namespace zav {
 
-AvioFile::AvioFile(FileHandle file, Access access) : file_(std::move(file)) {
+AvioFile::AvioFile(FileHandle file, Access access, std::uint64_t start)
+    : file_(std::move(file)), start_(start) {
     constexpr int kBufferSize = 65536;
     auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
     context_ = buffer == nullptr ? nullptr
@@ -46,7 +47,7 @@ Result AvioFile::guarded(void* user, Call call) noexcept {
 int AvioFile::read(void* user, std::uint8_t* buffer, int size) {
     return guarded<int>(user, [&](AvioFile& self) {
         const std::size_t done =
-            self.file_.readAt(self.position_, buffer, static_cast<std::size_t>(size));
+            self.file_.readAt(self.start_ + self.position_, buffer, static_cast<std::size_t>(size));
         self.position_ += done;
         return done == 0 ? AVERROR_EOF : static_cast<int>(done);
     });
@@ -54,7 +55,7 @@ int AvioFile::read(void* user, std::uint8_t* buffer, int size) {
 
 int AvioFile::write(void* user, std::uint8_t* bytes, int size) {
     return guarded<int>(user, [&](AvioFile& self) {
-        self.file_.writeAt(self.position_, bytes, static_cast<std::size_t>(size));
+        self.file_.writeAt(self.start_ + self.position_, bytes, static_cast<std::size_t>(size));
         self.position_ += static_cast<std::uint64_t>(size);
         return size;
     });
@@ -70,8 +71,9 @@ std::int64_t AvioFile::seek(void* user, std::int64_t offset, int whence) {
                 base = static_cast<std::int64_t>(self.position_);
                 break;
             case AVSEEK_SIZE:
-                return self.isSizeHidden_ ? AVERROR(ENOSYS)
-                                          : static_cast<std::int64_t>(self.file_.size());
+                return self.isSizeHidden_
+                           ? AVERROR(ENOSYS)
+                           : static_cast<std::int64_t>(self.file_.size() - self.start_);
             default:
                 // From the end; libavformat asks for the size instead.
                 return AVERROR(ENOSYS);

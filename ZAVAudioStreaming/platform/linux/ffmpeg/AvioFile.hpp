@@ -17,7 +17,8 @@ class AvioFile {
  public:
     enum class Access { read, write };
 
-    AvioFile(FileHandle file, Access access);
+    /// What stands before `start` is not shown: positions count from there.
+    AvioFile(FileHandle file, Access access, std::uint64_t start = 0);
     ~AvioFile();
 
     AvioFile(const AvioFile&) = delete;
@@ -25,6 +26,7 @@ class AvioFile {
 
     AVIOContext* context() noexcept { return context_; }
     FileHandle& file() noexcept { return file_; }
+    std::uint64_t start() const noexcept { return start_; }
 
     /// No longer tells the file's size, which headers are held against. libavformat prints that a
     /// large packet goes beyond it, of no context that could be silenced.
@@ -45,6 +47,7 @@ class AvioFile {
 
     FileHandle file_;
     bool isSizeHidden_ = false;
+    std::uint64_t start_;
     std::uint64_t position_ = 0;
     std::exception_ptr fileError_;
     AVIOContext* context_;

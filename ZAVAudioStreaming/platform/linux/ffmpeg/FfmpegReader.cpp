@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -14,7 +15,9 @@
 namespace zav {
 namespace {
 
-/// ID3v2 tags can hold pictures of any size, so what the file is shows behind them.
+/// ID3v2 tags can hold pictures of any size, so what the file is shows behind them. libavformat
+/// does not get to see them at all: what it finds odd in them it prints, of no context that could
+/// be silenced.
 std::uint64_t endOfTags(const FileHandle& file) {
     constexpr std::size_t kHeaderSize = 10;
     constexpr int kMostTags = 16;
@@ -35,12 +38,11 @@ std::uint64_t endOfTags(const FileHandle& file) {
 }
 
 /// libavformat's guess, if it is one of our types; what it takes for anything else is not opened.
-const AVInputFormat* findDemuxer(const FileHandle& file) {
+const AVInputFormat* findDemuxer(const FileHandle& file, std::uint64_t start) {
     // Most types show at once; MPEG audio has to be followed for some packets.
     constexpr std::array<std::size_t, 2> kProbeSizes = {4096, 65536};
     constexpr int kCertain = AVPROBE_SCORE_MAX / 2;
     constexpr int kFewPackets = 5;
-    const std::uint64_t start = endOfTags(file);
     const AVInputFormat* format = nullptr;
     int score = 0;
     for (const std::size_t size : kProbeSizes) {
@@ -57,6 +59,17 @@ const AVInputFormat* findDemuxer(const FileHandle& file) {
     return format != nullptr && score >= kFewPackets && fileTypeOfDemuxer(format->name) != 0
                ? format
                : nullptr;
+}
+
+/// libavformat prints that a rate is none, of no context that could be silenced.
+void requireCafRate(const FileHandle& file, std::uint64_t start) {
+    constexpr std::uint64_t kOffset = 20;  // in the description, which is always the first chunk
+    std::array<std::byte, sizeof(double)> bytes{};
+    file.readAt(start + kOffset, bytes.data(), bytes.size());
+    const auto rate = std::bit_cast<double>(bigEndianAt(bytes));
+    if (!(rate >= 1 && rate <= std::numeric_limits<int>::max())) {
+        throw AudioFileFailure(kAudioFileInvalidFileError);
+    }
 }
 
 [[noreturn]] void failWith(AvioFile& io, OSStatus status) {
@@ -151,12 +164,16 @@ std::uint32_t framesPerPacket(const FfmpegInput& file) {
 }  // namespace
 
 std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
-    const AVInputFormat* const demuxer = findDemuxer(file);
+    const std::uint64_t start = std::min(endOfTags(file), file.size());
+    const AVInputFormat* const demuxer = findDemuxer(file, start);
     if (demuxer == nullptr) {
         return nullptr;
     }
+    if (fileTypeOfDemuxer(demuxer->name) == kAudioFileCAFType) {
+        requireCafRate(file, start);
+    }
     FfmpegInput opened;
-    opened.io = std::make_unique<AvioFile>(std::move(file), AvioFile::Access::read);
+    opened.io = std::make_unique<AvioFile>(std::move(file), AvioFile::Access::read, start);
     opened.context = openInput(*opened.io, demuxer);
     opened.fileType = fileTypeOf(*opened.context);
     if (namesPacketSizes(demuxer)) {
@@ -192,9 +209,18 @@ std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
 }
 
 const PacketTable& FfmpegReader::table() {
+    if (scanFailure_ != nullptr) {
+        std::rethrow_exception(scanFailure_);
+    }
     if (!scan_) {
-        scan_ = scanPackets(input_);
-        input_.io->throwFileError();
+        try {
+            PacketScan scan = scanPackets(input_);
+            input_.io->throwFileError();
+            scan_ = std::move(scan);
+        } catch (...) {
+            scanFailure_ = std::current_exception();
+            throw;
+        }
         // All that is left to do is to read bytes.
         input_.context.reset();
         input_.firstPacket.reset();
@@ -223,6 +249,10 @@ void FfmpegReader::readBytes(std::uint64_t offset, void* buffer, std::size_t siz
 PacketRun FfmpegReader::readPackets(std::uint64_t firstPacket, PacketRun room,
                                     AudioStreamPacketDescription* descriptions, void* buffer) {
     const PacketTable& packets = table();
+    if (firstPacket >= packets.size() && room.packetCount > 0 && scan_->pages.isChained()) {
+        // More audio, with a header of its own: not the end of this file, but of what can be read.
+        throw AudioFileFailure(kAudioFileInvalidFileError);
+    }
     auto* const out = static_cast<std::byte*>(buffer);
     PacketRun run;
     // Neighbours in the file are read at once.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -34,6 +35,7 @@ class FfmpegReader : public AudioFileReader {
 
     FfmpegInput input_;
     std::optional<PacketScan> scan_;
+    std::exception_ptr scanFailure_;  // half a scan cannot be gone on with
 };
 
 }  // namespace zav

@@ -28,6 +28,14 @@ bool isMp4(AudioFileTypeID fileType) {
     return fileType == kAudioFileM4AType || fileType == kAudioFileMPEG4Type;
 }
 
+/// Whether ADTS headers have codes for the rate and the channels.
+bool adtsHas(const AudioStreamBasicDescription& format) {
+    constexpr std::size_t kConfigOfCodes = 2;
+    return makeAudioSpecificConfig(static_cast<std::uint32_t>(format.mSampleRate),
+                                   format.mChannelsPerFrame)
+               .size() == kConfigOfCodes;
+}
+
 void requireFormat(AudioFileTypeID fileType, const AudioStreamBasicDescription& format) {
     constexpr double kHighestRate = 768000;
     constexpr std::uint32_t kMostChannels = 8;
@@ -39,7 +47,8 @@ void requireFormat(AudioFileTypeID fileType, const AudioStreamBasicDescription& 
                         format.mSampleRate == std::floor(format.mSampleRate);
     if (muxer == nullptr || avformat_query_codec(muxer, codec, FF_COMPLIANCE_NORMAL) == 0 ||
         !isRate || format.mChannelsPerFrame < 1 || format.mChannelsPerFrame > kMostChannels ||
-        (codec == AV_CODEC_ID_OPUS && format.mChannelsPerFrame > kMostOpusChannels)) {
+        (codec == AV_CODEC_ID_OPUS && format.mChannelsPerFrame > kMostOpusChannels) ||
+        (fileType == kAudioFileAAC_ADTSType && !adtsHas(format))) {
         throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
     }
 }
@@ -125,9 +134,9 @@ std::uint32_t FfmpegWriter::writePackets(std::uint64_t firstPacket, PacketRun ru
         }
         return run.packetCount;
     }
-    const std::uint32_t size =
-        dataFormat().mBytesPerPacket != 0 ? dataFormat().mBytesPerPacket : run.byteCount;
-    if (run.byteCount % size != 0 || (size == run.byteCount && run.packetCount > 1)) {
+    const std::uint32_t constantSize = dataFormat().mBytesPerPacket;
+    const std::uint32_t size = constantSize != 0 ? constantSize : run.byteCount;
+    if (run.byteCount % size != 0 || (constantSize == 0 && run.packetCount > 1)) {
         throw AudioFileFailure(kAudioFileParameterError);
     }
     for (std::uint32_t offset = 0; offset < run.byteCount; offset += size) {
@@ -173,6 +182,9 @@ void FfmpegWriter::start(bool hasPackets) {
     const AudioStreamBasicDescription& format = dataFormat();
     if (extradata_.empty() && codec_ == AV_CODEC_ID_AAC) {
         extradata_ = makeAudioSpecificConfig(rate_, format.mChannelsPerFrame);
+        if (extradata_.empty()) {
+            throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        }
     } else if (extradata_.empty() && codec_ == AV_CODEC_ID_OPUS) {
         extradata_ = makeOpusHead(format.mChannelsPerFrame, kOpusPreSkip,
                                   static_cast<std::uint32_t>(format.mSampleRate));
@@ -283,8 +295,9 @@ void FfmpegWriter::changeCookie(std::vector<std::byte> extradata) {
     if (isBeforeFirstFragment) {
         sendExtradata(extradata);
     } else if (fileType() == kAudioFileAAC_ADTSType
-                   ? !std::equal(extradata.begin(), extradata.begin() + kAdtsFields,
-                                 extradata_.begin())
+                   ? extradata.size() < kAdtsFields ||
+                         !std::equal(extradata.begin(), extradata.begin() + kAdtsFields,
+                                     extradata_.begin())
                    : fileType() != kAudioFileFLACType) {
         throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
     }

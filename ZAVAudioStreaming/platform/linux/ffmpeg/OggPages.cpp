@@ -86,9 +86,11 @@ std::uint64_t findPage(FileWindow& window, std::uint64_t offset) {
 void OggPages::walk(const FileHandle& file, std::span<const std::byte> firstBytes,
                     const std::function<bool(const Packet&)>& take) {
     pageOffsets_.clear();
+    isChained_ = false;
     FileWindow window(file);
     std::optional<std::uint64_t> serial;
     std::uint64_t nextNumber = 0;
+    bool hasEnded = false;
     // The packet that goes on; none while nothing of one has been seen.
     std::optional<Packet> packet;
     std::array<std::byte, kPacketStart> start{};
@@ -124,11 +126,13 @@ void OggPages::walk(const FileHandle& file, std::span<const std::byte> firstByte
             return;  // the file has become shorter
         }
         const PageHeader& page = *whole;
-        if (page.serial() != *serial) {
-            continue;
-        }
-        if (page.isFirst() && !pageOffsets_.empty()) {
+        // Streams side by side all begin before any goes on.
+        if (page.isFirst() && pageOffsets_.size() > 1) {
+            isChained_ = true;
             return;
+        }
+        if (page.serial() != *serial || hasEnded) {
+            continue;
         }
         pageOffsets_.push_back(pageOffset);
         if (!page.isContinued() || page.number() != nextNumber) {
@@ -173,9 +177,7 @@ void OggPages::walk(const FileHandle& file, std::span<const std::byte> firstByte
             }
             packet.reset();
         }
-        if (page.isLast()) {
-            return;
-        }
+        hasEnded = page.isLast();
     }
 }
 

@@ -32,6 +32,9 @@ class OggPages {
     void walk(const FileHandle& file, std::span<const std::byte> firstBytes,
               const std::function<bool(const Packet&)>& take);
 
+    /// Whether the walk ended because another stream follows in this one's place.
+    bool isChained() const noexcept { return isChained_; }
+
     /// Reads `size` bytes of packets of this stream, as they follow each other from the file's
     /// `offset` on. Returns fewer where pages have disappeared since the walk.
     std::size_t read(const FileHandle& file, std::uint64_t offset, void* buffer,
@@ -39,6 +42,7 @@ class OggPages {
 
  private:
     std::vector<std::uint64_t> pageOffsets_;
+    bool isChained_ = false;
 };
 
 }  // namespace zav

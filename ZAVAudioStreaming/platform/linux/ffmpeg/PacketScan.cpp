@@ -9,6 +9,7 @@ extern "C" {
 #include <string_view>
 
 #include "ZAVAudioStreaming/core/OpusPacket.hpp"
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FileWindow.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/PacketDuration.hpp"
@@ -20,6 +21,12 @@ namespace {
 std::int64_t distance(std::int64_t from, std::int64_t to) {
     std::int64_t result = 0;
     return __builtin_sub_overflow(to, from, &result) || result < 0 ? 0 : result;
+}
+
+/// The same for `left + right`.
+std::int64_t sum(std::int64_t left, std::int64_t right) {
+    std::int64_t result = 0;
+    return __builtin_add_overflow(left, right, &result) ? 0 : result;
 }
 
 /// Frames that a decoder leaves out at either end of a packet.
@@ -69,15 +76,16 @@ std::optional<std::uint64_t> findBytes(FileWindow& window, std::span<const std::
 void scanStream(FfmpegInput& input, PacketScan& scan) {
     FileWindow window(input.io->file());
     const bool hasAdts = input.fileType == kAudioFileAAC_ADTSType;
-    std::uint64_t end = 0;
+    std::uint64_t end = input.io->start();
     bool isFirst = true;
     for (Packet packet = std::move(input.firstPacket); packet != nullptr;
          packet = nextPacket(input)) {
         const auto bytes = bytesOf(*packet);
-        const auto offset =
-            findBytes(window, bytes,
-                      isFirst && packet->pos >= 0 ? static_cast<std::uint64_t>(packet->pos) : end,
-                      packet->pos);
+        const std::int64_t suggestion =
+            packet->pos < 0 ? -1 : packet->pos + static_cast<std::int64_t>(input.io->start());
+        const auto offset = findBytes(
+            window, bytes,
+            isFirst && suggestion >= 0 ? static_cast<std::uint64_t>(suggestion) : end, suggestion);
         if (!offset) {
             // Pieces on both sides of junk that were taken for one packet.
             continue;
@@ -116,8 +124,9 @@ void walkOgg(const FfmpegInput& input, OggPages& pages,
     int headers = codec == AV_CODEC_ID_VORBIS ? 3 : 2;
     pages.walk(input.io->file(), firstBytesOf(codec), [&](const OggPages::Packet& packet) {
         // FLAC says how many headers there are, or that it does not know; its audio begins so.
-        const bool isHeader =
-            codec == AV_CODEC_ID_FLAC ? packet.start[0] != std::byte{0xFF} : headers-- > 0;
+        const bool isHeader = codec == AV_CODEC_ID_FLAC
+                                  ? !packet.start.empty() && packet.start.front() != std::byte{0xFF}
+                                  : headers-- > 0;
         return isHeader || take(packet);
     });
 }
@@ -166,10 +175,10 @@ Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
     return nextPacket(input);
 }
 
-/// Frames in the last packet, `timeBefore` after the first one. The packet, its record and the
-/// stream's can tell, each if at all, and each more than are meant to be heard.
+/// Frames in the last packet, which begins `timeToEnd` before the stream's own end. The packet, its
+/// record and the stream can tell, each if at all, and each more than are meant to be heard.
 std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
-                           std::int64_t timeBefore) {
+                           std::int64_t timeToEnd) {
     const AVStream& stream = *input.stream;
     const AVCodecParameters& parameters = *stream.codecpar;
     std::uint32_t fewest = input.dataFormat.mFramesPerPacket;
@@ -181,16 +190,16 @@ std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
         consider(duration.frameCount(bytesOf(*packet)));
         consider(framesIn(stream, 0, std::max<std::int64_t>(packet->duration, 0)));
     }
-    consider(framesIn(stream, 0, distance(timeBefore, stream.duration)));
+    consider(framesIn(stream, 0, timeToEnd));
     return fewest;
 }
 
-/// MP4 and CAF, whose headers list the packets. False when this one's does not.
-bool readIndex(FfmpegInput& input, PacketScan& scan) {
+/// MP4 and CAF, whose headers list the packets.
+void readIndex(FfmpegInput& input, PacketScan& scan) {
     AVStream& stream = *input.stream;
     const Packet firstPacket = std::move(input.firstPacket);
     if (firstPacket == nullptr) {
-        return true;
+        return;
     }
     if (input.fileType != kAudioFileCAFType) {
         // An MP4 file in fragments lists them one by one. With nothing to deliver, the demuxer goes
@@ -202,17 +211,21 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
     const int count = avformat_index_get_entries_count(&stream);
     const AVIndexEntry* const first = avformat_index_get_entry(&stream, 0);
     if (first == nullptr) {
-        input.firstPacket = nullptr;
-        return false;
+        throw AudioFileFailure(kAudioFileInvalidFileError);
     }
     // CAF's places count from the start of the audio.
     const std::int64_t start =
-        input.fileType == kAudioFileCAFType ? distance(first->pos, firstPacket->pos) : 0;
+        static_cast<std::int64_t>(input.io->start()) +
+        (input.fileType == kAudioFileCAFType ? distance(first->pos, firstPacket->pos) : 0);
     const std::uint64_t fileSize = input.io->file().size();
     std::uint64_t discardedFrames = 0;
     // Entries move when packets are read, so what is needed of one is copied.
-    const std::int64_t firstTime = first->timestamp;
     const std::int64_t lastTime = avformat_index_get_entry(&stream, count - 1)->timestamp;
+    // The stream's duration counts from time 0, but where fragments follow the header's list, from
+    // the first packet, which is before 0 when there is priming.
+    const std::int64_t endTime =
+        stream.nb_frames < count ? sum(stream.duration, first->timestamp) : stream.duration;
+    const std::int64_t timeToEnd = distance(lastTime, endTime);
     const Packet lastPacket = packetAt(input, lastTime);
     for (int i = 0; i < count; ++i) {
         const AVIndexEntry* const entry = avformat_index_get_entry(&stream, i);
@@ -233,9 +246,12 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
             // The file was cut.
             break;
         }
-        const std::uint32_t frames =
-            next != nullptr ? framesIn(stream, entry->timestamp, next->timestamp)
-                            : framesInLast(input, lastPacket.get(), distance(firstTime, lastTime));
+        if (size == 0) {
+            continue;
+        }
+        const std::uint32_t frames = next != nullptr
+                                         ? framesIn(stream, entry->timestamp, next->timestamp)
+                                         : framesInLast(input, lastPacket.get(), timeToEnd);
         if (!scan.table.add({static_cast<std::uint64_t>(offset), static_cast<std::uint32_t>(size),
                              frames != 0 ? frames : input.dataFormat.mFramesPerPacket})) {
             break;
@@ -250,7 +266,6 @@ bool readIndex(FfmpegInput& input, PacketScan& scan) {
         scan.unheardFrames =
             std::max<std::uint64_t>(scan.unheardFrames, opusPreSkip(extradataOf(*stream.codecpar)));
     }
-    return true;
 }
 
 }  // namespace

@@ -37,16 +37,4 @@ PacketPlace PacketTable::operator[](std::size_t packet) const {
             frameCounts_.empty() ? commonFrameCount_ : frameCounts_[packet]};
 }
 
-void PacketTable::setLastFrameCount(std::uint32_t frameCount) {
-    const std::uint32_t old = (*this)[size() - 1].frameCount;
-    if (old == frameCount) {
-        return;
-    }
-    if (frameCounts_.empty()) {
-        frameCounts_.assign(size(), commonFrameCount_);
-    }
-    frameCounts_.back() = frameCount;
-    frameCount_ = frameCount_ - old + frameCount;
-}
-
 }  // namespace zav

@@ -28,9 +28,6 @@ class PacketTable {
     std::uint64_t frameCount() const noexcept { return frameCount_; }
     std::uint32_t largestSize() const noexcept { return largestSize_; }
 
-    /// The last packet turned out to hold this many frames.
-    void setLastFrameCount(std::uint32_t frameCount);
-
  private:
     std::vector<std::uint64_t> places_;  // offset in the high bits, size in the low ones
     /// Frames of every packet; empty while all have the first one's.
