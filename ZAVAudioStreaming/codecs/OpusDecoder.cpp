@@ -48,17 +48,7 @@ OpusDecoder::OpusDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& 
     codec_.reset(opus_decoder_create(static_cast<opus_int32>(opus.mSampleRate),
                                      static_cast<int>(opus.mChannelsPerFrame), &error));
     requireCreated(error);
-
-    AudioStreamBasicDescription pcm;
-    pcm.mSampleRate = opus.mSampleRate;
-    pcm.mFormatID = kAudioFormatLinearPCM;
-    pcm.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-    pcm.mBytesPerPacket = kBytesPerSample * opus.mChannelsPerFrame;
-    pcm.mFramesPerPacket = 1;
-    pcm.mBytesPerFrame = pcm.mBytesPerPacket;
-    pcm.mChannelsPerFrame = opus.mChannelsPerFrame;
-    pcm.mBitsPerChannel = 8 * kBytesPerSample;
-    setOutDataFormat(pcm);
+    setOutDataFormat(pcmFormat(opus.mSampleRate, opus.mChannelsPerFrame, 0));
 }
 
 OpusDecoder::~OpusDecoder() = default;

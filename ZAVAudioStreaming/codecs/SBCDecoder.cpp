@@ -34,19 +34,8 @@ std::shared_ptr<SBCCoding::SBCConfiguration> configurationOf(
 SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)
     : SBCCoding(key, upstream, configurationOf(*upstream)) {
     const AudioStreamBasicDescription sbc = inDataFormat();
-    constexpr std::uint32_t kBytesPerSample = 2;
-
-    AudioStreamBasicDescription pcm;
-    pcm.mSampleRate = sbc.mSampleRate;
-    pcm.mFormatID = kAudioFormatLinearPCM;
-    pcm.mFormatFlags = (sbc.mFormatFlags & kSbcFormatFlagIsBigEndian) |
-                       kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-    pcm.mBytesPerPacket = kBytesPerSample * sbc.mChannelsPerFrame;
-    pcm.mFramesPerPacket = 1;
-    pcm.mBytesPerFrame = pcm.mBytesPerPacket;
-    pcm.mChannelsPerFrame = sbc.mChannelsPerFrame;
-    pcm.mBitsPerChannel = 8 * kBytesPerSample;
-    setOutDataFormat(pcm);
+    setOutDataFormat(pcmFormat(sbc.mSampleRate, sbc.mChannelsPerFrame,
+                               sbc.mFormatFlags & kSbcFormatFlagIsBigEndian));
 }
 
 SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream,
