@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+
+/// What stands between a queue's stream and the PCM of its device, when the two are not the same.
+/// Throws std::bad_alloc, and `AudioFileFailure` where that is said.
+///
+/// Threads: one at a time.
+namespace zav {
+
+/// Turns the stream of an output queue into PCM.
+class QueueDecoder {
+ public:
+    virtual ~QueueDecoder() = default;
+
+    /// The PCM that comes out, in a form that a device takes. Its rate can differ from the
+    /// stream's.
+    virtual AudioStreamBasicDescription pcmFormat() const = 0;
+
+    /// Bytes that no packet of the stream exceeds.
+    virtual std::uint32_t maximumPacketSize() const = 0;
+
+    /// What the decoder needs beside the format, before the first packet. Throws -50 for bytes that
+    /// are no cookie of the format, 'pty?' when the format has none.
+    virtual void setMagicCookie(std::span<const std::byte> cookie) = 0;
+
+    /// Decodes the packets in `bytes` and appends their PCM, whole frames, to `pcm`. `descriptions`
+    /// lie inside `bytes`; when there are none, packets are found as `AudioQueueEnqueueBuffer`
+    /// tells. What cannot be decoded is left out.
+    virtual void decode(std::span<const std::byte> bytes,
+                        std::span<const AudioStreamPacketDescription> descriptions,
+                        std::vector<std::byte>& pcm) = 0;
+
+    /// The stream ends here: appends what the decoder still holds. A new stream can follow.
+    virtual void finish(std::vector<std::byte>& pcm) = 0;
+
+    /// Forgets the stream so far; another one follows.
+    virtual void reset() = 0;
+};
+
+/// Packets one behind the other.
+struct EncodedPackets {
+    std::vector<std::byte> bytes;
+    /// Places in `bytes`. Empty when packets are of constant size.
+    std::vector<AudioStreamPacketDescription> descriptions;
+};
+
+/// Turns captured PCM into the stream of an input queue.
+class QueueEncoder {
+ public:
+    virtual ~QueueEncoder() = default;
+
+    /// The PCM that goes in, in a form that a device gives.
+    virtual AudioStreamBasicDescription pcmFormat() const = 0;
+
+    /// The stream's format, with what the encoder adds to it (frames in a packet, for example).
+    virtual AudioStreamBasicDescription streamFormat() const = 0;
+
+    /// Bytes that no packet of the stream exceeds.
+    virtual std::uint32_t maximumPacketSize() const = 0;
+
+    /// Empty where the format has none.
+    virtual std::span<const std::byte> magicCookie() const = 0;
+
+    /// Encodes whole frames and appends the packets that are complete. `pcm` is kept as far as it
+    /// does not fill a packet.
+    virtual void encode(std::span<const std::byte> pcm, EncodedPackets& packets) = 0;
+
+    /// Capture ends here: appends what is left, the last packet filled up with silence where the
+    /// codec cannot make a short one. A new stream can follow.
+    virtual void finish(EncodedPackets& packets) = 0;
+};
+
+}  // namespace zav
