@@ -59,6 +59,8 @@ inline constexpr std::uint32_t kAudioFormatFlagIsFloat = 0x1;
 inline constexpr std::uint32_t kAudioFormatFlagIsBigEndian = 0x2;
 inline constexpr std::uint32_t kAudioFormatFlagIsSignedInteger = 0x4;
 inline constexpr std::uint32_t kAudioFormatFlagIsPacked = 0x8;
+inline constexpr std::uint32_t kAudioFormatFlagIsAlignedHigh = 0x10;  ///< in a wider container
+inline constexpr std::uint32_t kAudioFormatFlagIsNonInterleaved = 0x20;
 
 /// SBC streams: a zero byte, then "sbc".
 inline constexpr std::uint32_t kAudioFormatSbc = 0x00736263;

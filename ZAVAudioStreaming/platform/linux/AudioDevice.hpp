@@ -12,13 +12,14 @@
 /// What audio queues ask of a device: PCM streams that are opened for one run of a queue and closed
 /// at its end. A device knows nothing of buffers, packets and callbacks of applications.
 ///
-/// Formats: linear PCM of unsigned 8, signed 16, 24 and 32 bits and floats of 32 bits, signed 24
-/// bits in the low part of 32, in both byte orders, and A-law and mu-law; interleaved, 1 to 8
-/// channels, 8 to 192 kHz, whole numbers. Queues ask for nothing else (`PcmConversion`).
+/// Formats: packed linear PCM of unsigned 8, signed 16, 24 and 32 bits and floats of 32 bits, in
+/// both byte orders, and A-law and mu-law; interleaved, 1 to 8 channels, 8 to 192 kHz, whole
+/// numbers. Queues ask for nothing else (`PcmConversion`).
 ///
-/// Threads: the functions of a stream are called by one thread at a time; the clients' functions
-/// on the device thread or inside a function of the stream, never two at once. A client's functions
-/// take no lock, allocate nothing and do not wait.
+/// Threads: the clients' functions are called on the device thread or inside a function of the
+/// stream, never two at once; they take no lock, allocate nothing and do not wait. Of a stream's
+/// functions, those that are said to be cheap may be called beside any other but the destructor;
+/// the rest are called by one thread at a time.
 namespace zav {
 
 /// Where a stream that plays gets its audio: the queue, seen from the device.
@@ -61,14 +62,14 @@ class PlaybackStream {
     virtual OSStatus start() = 0;
     /// What was pulled and not played stays where it is.
     virtual OSStatus pause() = 0;
-    /// The client has more to pull than at the last pull, or another mark. Cheap: called with every
-    /// buffer.
+    /// The client has more to pull than at the last pull, or another mark. Cheap.
     virtual void audioAdded() = 0;
     /// Nothing follows what the client has: see to it that the last frame is played and said to
-    /// have been. `start` or `audioAdded` may still follow, and end this.
+    /// have been. Does not wait for it. `start` or `audioAdded` may still follow, and end this.
+    /// Cheap.
     virtual void drain() = 0;
     /// Frames played since the opening, as exactly as the device can tell; stands still while the
-    /// stream is paused or has run dry, never goes back, never exceeds what was pulled.
+    /// stream is paused or has run dry, never goes back, never exceeds what was pulled. Cheap.
     virtual std::uint64_t framesPlayed() = 0;
 };
 
@@ -95,7 +96,7 @@ class CaptureStream {
     /// Ends capturing: pushes what was captured until now, then nothing more. What the client does
     /// not take is dropped.
     virtual void finish() = 0;
-    /// The client has room again.
+    /// The client has room again. Cheap.
     virtual void roomAdded() = 0;
 };
 

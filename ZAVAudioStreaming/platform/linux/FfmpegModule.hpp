@@ -6,6 +6,7 @@
 
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
 #include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/linux/QueueCodec.hpp"
 
 namespace zav {
 
@@ -27,6 +28,10 @@ struct FfmpegModule {
 
     std::span<const AudioFileTypeID> (*readableTypes)();
     std::span<const AudioFileTypeID> (*writableTypes)();
+
+    /// Decoders and encoders of audio queues. Both throw 'fmt?' for a format that they cannot do.
+    std::unique_ptr<QueueDecoder> (*makeQueueDecoder)(const AudioStreamBasicDescription& format);
+    std::unique_ptr<QueueEncoder> (*makeQueueEncoder)(const AudioStreamBasicDescription& format);
 };
 
 /// The module, loaded by the first call; null when it is not there or is of another version.

@@ -1,0 +1,185 @@
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/linux/InputQueue.hpp"
+#include "ZAVAudioStreaming/platform/linux/OutputQueue.hpp"
+
+namespace zav {
+namespace {
+
+// Nothing that is thrown below leaves the service.
+template <class Call>
+OSStatus statusOf(Call call) noexcept {
+    try {
+        return call();
+    } catch (const AudioFileFailure& failure) {
+        return failure.status();
+    } catch (const std::bad_alloc&) {
+        return kAudioQueueErr_NoMemory;
+    } catch (const std::system_error&) {
+        // No thread or no descriptor is left.
+        return kAudioQueueErr_NoMemory;
+    }
+}
+
+/// The value of a property as bytes.
+std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID property) {
+    const auto bytesOf = [](const auto& value) {
+        const auto bytes = std::as_bytes(std::span(&value, 1));
+        return std::vector(bytes.begin(), bytes.end());
+    };
+    switch (property) {
+        case kAudioQueueProperty_IsRunning:
+            return bytesOf(std::uint32_t{queue.isRunning()});
+        case kAudioQueueProperty_MaximumOutputPacketSize:
+            return bytesOf(queue.maximumPacketSize());
+        case kAudioQueueProperty_StreamDescription:
+            return bytesOf(queue.streamFormat());
+        case kAudioQueueProperty_MagicCookie:
+            return queue.magicCookie();
+        case kAudioQueueProperty_InterruptionCount:
+            return bytesOf(queue.interruptionCount());
+        default:
+            throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
+    }
+}
+
+}  // namespace
+
+OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
+                            AudioQueueInputCallback inCallbackProc, void* inUserData,
+                            AudioQueueRunLoopRef /*inCallbackRunLoop*/,
+                            AudioQueueRunLoopMode /*inCallbackRunLoopMode*/,
+                            std::uint32_t /*inFlags*/, AudioQueueRef* outAQ) {
+    return statusOf([&] {
+        if (inFormat == nullptr || inCallbackProc == nullptr || outAQ == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        auto handle = std::make_unique<OpaqueAudioQueue>();
+        handle->queue = InputQueue::make(handle.get(), *inFormat, inCallbackProc, inUserData);
+        *outAQ = handle.release();
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
+                                              const AudioStreamBasicDescription* inFormat,
+                                              std::uint32_t /*inFlags*/,
+                                              DispatchQueueRef inCallbackDispatchQueue,
+                                              AudioQueueOutputCallbackBlock inCallbackBlock) {
+    return statusOf([&] {
+        if (outAQ == nullptr || inFormat == nullptr || inCallbackDispatchQueue == nullptr ||
+            inCallbackBlock == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        auto handle = std::make_unique<OpaqueAudioQueue>();
+        handle->queue = OutputQueue::make(handle.get(), *inFormat, *inCallbackDispatchQueue,
+                                          std::move(inCallbackBlock));
+        *outAQ = handle.release();
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueAllocateBuffer(AudioQueueRef inAQ, std::uint32_t inBufferByteSize,
+                                  AudioQueueBufferRef* outBuffer) {
+    return statusOf([&] {
+        if (inBufferByteSize == 0 || outBuffer == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        return inAQ->queue->allocate(inBufferByteSize, *outBuffer);
+    });
+}
+
+OSStatus AudioQueueEnqueueBuffer(AudioQueueRef inAQ, AudioQueueBufferRef inBuffer,
+                                 std::uint32_t inNumPacketDescs,
+                                 const AudioStreamPacketDescription* inPacketDescs) {
+    return statusOf([&] {
+        if (inBuffer == nullptr || (inNumPacketDescs > 0 && inPacketDescs == nullptr)) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        return inAQ->queue->enqueue(inBuffer, {inPacketDescs, inNumPacketDescs});
+    });
+}
+
+OSStatus AudioQueueStart(AudioQueueRef inAQ, const AudioTimeStamp* inStartTime) {
+    return statusOf([&] {
+        return inStartTime == nullptr ? inAQ->queue->start() : kAudioQueueErr_InvalidParameter;
+    });
+}
+
+OSStatus AudioQueuePause(AudioQueueRef inAQ) {
+    return statusOf([&] { return inAQ->queue->pause(); });
+}
+
+OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate) {
+    return statusOf([&] { return inAQ->queue->stop(inImmediate); });
+}
+
+OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate) {
+    // The handle is gone before this returns.
+    const auto queue = inAQ->queue;
+    return statusOf([&] { return queue->end(inImmediate); });
+}
+
+OSStatus AudioQueueGetCurrentTime(AudioQueueRef inAQ, AudioQueueTimelineRef /*inTimeline*/,
+                                  AudioTimeStamp* outTimeStamp, bool* outTimelineDiscontinuity) {
+    return statusOf([&] {
+        if (outTimeStamp == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        outTimeStamp->mSampleTime = inAQ->queue->currentFrame();
+        if (outTimelineDiscontinuity != nullptr) {
+            *outTimelineDiscontinuity = false;
+        }
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ, AudioQueuePropertyID inID,
+                                   std::uint32_t* outDataSize) {
+    return statusOf([&] {
+        if (outDataSize == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        *outDataSize = static_cast<std::uint32_t>(propertyOf(*inAQ->queue, inID).size());
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, void* outData,
+                               std::uint32_t* ioDataSize) {
+    return statusOf([&] {
+        if (outData == nullptr || ioDataSize == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        const std::vector<std::byte> value = propertyOf(*inAQ->queue, inID);
+        if (*ioDataSize < value.size()) {
+            return kAudioQueueErr_InvalidPropertySize;
+        }
+        std::memcpy(outData, value.data(), value.size());
+        *ioDataSize = static_cast<std::uint32_t>(value.size());
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueSetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, const void* inData,
+                               std::uint32_t inDataSize) {
+    return statusOf([&] {
+        if (inData == nullptr) {
+            return kAudioQueueErr_InvalidParameter;
+        }
+        if (inID != kAudioQueueProperty_MagicCookie) {
+            return kAudioQueueErr_InvalidProperty;
+        }
+        return inAQ->queue->setMagicCookie({static_cast<const std::byte*>(inData), inDataSize});
+    });
+}
+
+}  // namespace zav

@@ -1,0 +1,238 @@
+#include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
+
+#include <utility>
+
+#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
+
+namespace zav {
+
+struct BufferQueue::Memory {
+    explicit Memory(std::uint32_t byteCount)
+        : bytes(std::make_unique<std::byte[]>(byteCount)), buffer{byteCount, bytes.get()} {}
+
+    std::unique_ptr<std::byte[]> bytes;
+    AudioQueueBuffer buffer;
+    bool isInQueue = false;
+};
+
+BufferQueue::BufferQueue(AudioQueueRef handle) : handle_(handle) {}
+
+BufferQueue::~BufferQueue() = default;
+
+OSStatus BufferQueue::allocate(std::uint32_t byteCount, AudioQueueBufferRef& buffer) {
+    auto memory = std::make_unique<Memory>(byteCount);
+    const std::lock_guard lock(state_);
+    if (isEnded_) {
+        return kAudioQueueErr_DisposalPending;
+    }
+    AudioQueueBufferRef const made = &memory->buffer;
+    buffers_.emplace(made, std::move(memory));
+    buffer = made;
+    return noErr;
+}
+
+OSStatus BufferQueue::enqueue(AudioQueueBufferRef buffer,
+                              std::span<const AudioStreamPacketDescription> descriptions) {
+    const std::lock_guard lock(state_);
+    if (isEnded_) {
+        return kAudioQueueErr_DisposalPending;
+    }
+    const auto memory = buffers_.find(buffer);
+    if (memory == buffers_.end() || buffer->mAudioDataByteSize > buffer->mAudioDataBytesCapacity) {
+        return kAudioQueueErr_InvalidBuffer;
+    }
+    if (memory->second->isInQueue) {
+        return kAudioQueueErr_BufferInQueue;
+    }
+    Entry entry;
+    entry.buffer = buffer;
+    const bool comesTooLate = runner_->isCurrentThread() && stopCountAtCallback_ != stopCount_;
+    if (comesTooLate) {
+        givenBack_.push_back(std::move(entry));
+        wake();
+    } else {
+        enqueued_.push_back(std::move(entry));
+        if (const OSStatus status = accept(enqueued_.back(), descriptions); status != noErr) {
+            enqueued_.pop_back();
+            return status;
+        }
+        accepted();
+    }
+    memory->second->isInQueue = true;
+    return noErr;
+}
+
+OSStatus BufferQueue::start() {
+    const std::lock_guard control(control_);
+    finishRunIfOver();
+    {
+        const std::lock_guard lock(state_);
+        if (isEnded_) {
+            return kAudioQueueErr_DisposalPending;
+        }
+        if (isRunning_ && !isPaused_) {
+            if (std::exchange(isStopping_, false)) {
+                callOffEnding();
+            }
+            return noErr;
+        }
+    }
+    if (const OSStatus status = isRunning_ ? resumeDevice() : openDevice(); status != noErr) {
+        return status;
+    }
+    isPaused_ = false;
+    isRunning_ = true;
+    wake();
+    return noErr;
+}
+
+OSStatus BufferQueue::pause() {
+    const std::lock_guard control(control_);
+    finishRunIfOver();
+    {
+        const std::lock_guard lock(state_);
+        if (isEnded_) {
+            return kAudioQueueErr_DisposalPending;
+        }
+    }
+    if (!isRunning_ || isPaused_) {
+        return noErr;
+    }
+    if (const OSStatus status = pauseDevice(); status != noErr) {
+        return status;
+    }
+    isPaused_ = true;
+    wake();
+    return noErr;
+}
+
+OSStatus BufferQueue::stop(bool isImmediate) {
+    const std::lock_guard control(control_);
+    {
+        const std::lock_guard lock(state_);
+        if (isEnded_) {
+            return kAudioQueueErr_DisposalPending;
+        }
+        if (isRunning_ && !isImmediate && !isDeviceGone() && !beginEnding()) {
+            isStopping_ = true;
+            wake();
+            return noErr;
+        }
+    }
+    stopNow();
+    return noErr;
+}
+
+OSStatus BufferQueue::end(bool isImmediate) {
+    if (!isImmediate) {
+        if (const OSStatus status = stop(false); status != noErr) {
+            return status;
+        }
+        const std::lock_guard lock(state_);
+        endsAfterStop_ = true;
+        wake();
+        return noErr;
+    }
+    {
+        const std::lock_guard control(control_);
+        {
+            const std::lock_guard lock(state_);
+            if (std::exchange(isEnded_, true)) {
+                return kAudioQueueErr_DisposalPending;
+            }
+        }
+        isRunning_ = false;
+        closeDevice();
+    }
+    runner_->end();
+    delete std::exchange(handle_, nullptr);
+    return noErr;
+}
+
+void BufferQueue::giveBackFirst() {
+    givenBack_.push_back(std::move(enqueued_.front()));
+    enqueued_.pop_front();
+}
+
+std::function<void()> BufferQueue::deliveryTo(const std::shared_ptr<BufferQueue>& queue) {
+    return [weak = std::weak_ptr(queue)] {
+        if (const auto alive = weak.lock()) {
+            alive->deliver();
+        }
+    };
+}
+
+void BufferQueue::deliver() {
+    stopWithoutMemory([this] {
+        for (Entry next; takeNext(next); next = Entry()) {
+            callBack(handle_, next);
+        }
+    });
+}
+
+/// False when nothing is to be called back for now.
+bool BufferQueue::takeNext(Entry& next) {
+    std::unique_lock lock(state_);
+    while (!isEnded_ && isRunning_) {
+        collect();
+        if (!isRunOver()) {
+            break;
+        }
+        lock.unlock();
+        {
+            const std::lock_guard control(control_);
+            finishRunIfOver();
+        }
+        lock.lock();
+    }
+    if (isEnded_) {
+        return false;
+    }
+    if (givenBack_.empty()) {
+        const bool isLast = endsAfterStop_ && !isRunning_;
+        lock.unlock();
+        if (isLast) {
+            end(true);
+        }
+        return false;
+    }
+    next = std::move(givenBack_.front());
+    givenBack_.pop_front();
+    buffers_.at(next.buffer)->isInQueue = false;
+    stopCountAtCallback_ = stopCount_;
+    return true;
+}
+
+/// State lock held.
+bool BufferQueue::isRunOver() const {
+    return isRunning_ && (isDeviceGone() || (isStopping_ && hasPlayedAll()));
+}
+
+/// Control lock held.
+void BufferQueue::finishRunIfOver() {
+    bool isOver = false;
+    {
+        const std::lock_guard lock(state_);
+        isOver = isRunOver();
+    }
+    if (isOver) {
+        stopNow();
+    }
+}
+
+/// Control lock held.
+void BufferQueue::stopNow() {
+    isRunning_ = false;
+    isPaused_ = false;
+    closeDevice();
+    const std::lock_guard lock(state_);
+    isStopping_ = false;
+    ++stopCount_;
+    endRun();
+    while (!enqueued_.empty()) {
+        giveBackFirst();
+    }
+    wake();
+}
+
+}  // namespace zav

@@ -1,0 +1,210 @@
+#include "ZAVAudioStreaming/platform/linux/OutputQueue.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
+#include "ZAVAudioStreaming/platform/linux/PcmConversion.hpp"
+
+namespace zav {
+namespace {
+
+std::unique_ptr<QueueDecoder> makeDecoder(const AudioStreamBasicDescription& format) {
+    if (pcmOfDevice(format)) {
+        return makePcmDecoder(format);
+    }
+    const FfmpegModule* const module =
+        format.mFormatID == kAudioFormatLinearPCM ? nullptr : ffmpegModule();
+    if (module == nullptr) {
+        throw AudioFileFailure(kAudioFormatUnsupportedDataFormatError);
+    }
+    return module->makeQueueDecoder(format);
+}
+
+/// Descriptions of bytes that are there.
+bool liesIn(std::uint32_t size, std::span<const AudioStreamPacketDescription> descriptions) {
+    for (const AudioStreamPacketDescription& packet : descriptions) {
+        if (packet.mStartOffset < 0 || packet.mStartOffset > size ||
+            packet.mDataByteSize > size - packet.mStartOffset) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::shared_ptr<OutputQueue> OutputQueue::make(AudioQueueRef handle,
+                                               const AudioStreamBasicDescription& format,
+                                               DispatchQueue& dispatchQueue,
+                                               AudioQueueOutputCallbackBlock callback) {
+    auto queue = std::make_shared<OutputQueue>(handle, format, std::move(callback));
+    queue->setRunner(makeDispatchRunner(dispatchQueue, deliveryTo(queue)));
+    return queue;
+}
+
+OutputQueue::OutputQueue(AudioQueueRef handle, const AudioStreamBasicDescription& format,
+                         AudioQueueOutputCallbackBlock callback)
+    : BufferQueue(handle),
+      format_(format),
+      callback_(std::move(callback)),
+      decoder_(makeDecoder(format)),
+      pcm_(decoder_ != nullptr ? decoder_->pcmFormat() : *pcmOfDevice(format)),
+      feed_(pcm_.mBytesPerFrame, [this] { wake(); }) {}
+
+double OutputQueue::currentFrame() {
+    const std::lock_guard lock(state());
+    const std::uint64_t played = stream_ != nullptr ? playedFrames() : endedAtFrame_;
+    return static_cast<double>(played) * format_.mSampleRate / pcm_.mSampleRate;
+}
+
+std::uint64_t OutputQueue::playedFrames() {
+    // At an end the device can say that all is played a little before its clock does.
+    return std::max(stream_->framesPlayed(), feed_.playedFrames());
+}
+
+std::uint32_t OutputQueue::maximumPacketSize() {
+    return decoder_ != nullptr ? decoder_->maximumPacketSize() : format_.mBytesPerPacket;
+}
+
+std::vector<std::byte> OutputQueue::magicCookie() {
+    const std::lock_guard lock(state());
+    return cookie_;
+}
+
+OSStatus OutputQueue::setMagicCookie(std::span<const std::byte> cookie) {
+    const std::lock_guard lock(state());
+    if (decoder_ == nullptr) {
+        return kAudioQueueErr_InvalidProperty;
+    }
+    decoder_->setMagicCookie(cookie);
+    cookie_.assign(cookie.begin(), cookie.end());
+    return noErr;
+}
+
+OSStatus OutputQueue::openDevice() {
+    AudioDevice* const device = audioDevice();
+    if (device == nullptr) {
+        return kAudioQueueErr_InvalidDevice;
+    }
+    std::unique_ptr<PlaybackStream> stream;
+    OSStatus status = device->openPlayback(pcm_, feed_, stream);
+    if (status == noErr) {
+        status = stream->start();
+    }
+    if (status != noErr) {
+        stream.reset();
+        const std::lock_guard lock(state());
+        feed_.rewind();
+        return status;
+    }
+    const std::lock_guard lock(state());
+    stream_ = std::move(stream);
+    // What was enqueued while the device was being opened, it has not been told of.
+    stream_->audioAdded();
+    return noErr;
+}
+
+OSStatus OutputQueue::resumeDevice() {
+    const OSStatus status = stream_->start();
+    const std::lock_guard lock(state());
+    if (status == noErr && isStopping()) {
+        stream_->drain();
+    }
+    return status;
+}
+
+OSStatus OutputQueue::pauseDevice() {
+    return stream_->pause();
+}
+
+void OutputQueue::closeDevice() {
+    std::unique_ptr<PlaybackStream> stream;
+    {
+        const std::lock_guard lock(state());
+        if (stream_ != nullptr) {
+            endedAtFrame_ = playedFrames();
+        }
+        stream = std::move(stream_);
+    }
+}
+
+OSStatus OutputQueue::accept(Entry& entry,
+                             std::span<const AudioStreamPacketDescription> descriptions) {
+    const std::span bytes(static_cast<const std::byte*>(entry.buffer->mAudioData),
+                          entry.buffer->mAudioDataByteSize);
+    if (bytes.empty()) {
+        return kAudioQueueErr_BufferEmpty;
+    }
+    if (!liesIn(entry.buffer->mAudioDataByteSize, descriptions)) {
+        return kAudioQueueErr_InvalidParameter;
+    }
+    if (decoder_ == nullptr) {
+        entry.endFrame = feed_.append(bytes);
+    } else {
+        std::vector<std::byte> pcm;
+        decoder_->decode(bytes, descriptions, pcm);
+        entry.endFrame = feed_.append(std::move(pcm));
+    }
+    return noErr;
+}
+
+void OutputQueue::accepted() {
+    if (stream_ != nullptr) {
+        stream_->audioAdded();
+        if (isStopping()) {
+            stream_->drain();
+        }
+    }
+    if (enqueued().back().endFrame <= feed_.playedFrames()) {
+        // Nothing of it can be played: the device will not tell of it.
+        wake();
+    }
+}
+
+void OutputQueue::collect() {
+    const std::uint64_t played = feed_.playedFrames();
+    const std::size_t heldBack = isStopping() ? 1 : 0;
+    while (enqueued().size() > heldBack && enqueued().front().endFrame <= played) {
+        giveBackFirst();
+    }
+    feed_.dropPlayed();
+}
+
+void OutputQueue::endRun() {
+    feed_.clear();
+    if (decoder_ != nullptr) {
+        decoder_->reset();
+    }
+}
+
+bool OutputQueue::beginEnding() {
+    if (decoder_ != nullptr) {
+        std::vector<std::byte> pcm;
+        decoder_->finish(pcm);
+        feed_.append(std::move(pcm));
+    }
+    if (hasPlayedAll()) {
+        return true;
+    }
+    feed_.setEnding(true);
+    stream_->audioAdded();
+    stream_->drain();
+    return false;
+}
+
+void OutputQueue::callOffEnding() {
+    feed_.setEnding(false);
+    stream_->audioAdded();
+}
+
+bool OutputQueue::hasPlayedAll() const {
+    return feed_.playedFrames() >= feed_.appendedFrames();
+}
+
+void OutputQueue::callBack(AudioQueueRef handle, const Entry& entry) {
+    callback_(handle, entry.buffer);
+}
+
+}  // namespace zav

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <memory>
+
+#include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
+#include "ZAVAudioStreaming/platform/linux/PlaybackFeed.hpp"
+#include "ZAVAudioStreaming/platform/linux/QueueCodec.hpp"
+
+namespace zav {
+
+/// A queue that plays. PCM that the device takes is played from the buffers themselves; all else is
+/// decoded when its buffer is enqueued.
+class OutputQueue : public BufferQueue {
+ public:
+    /// Throws 'fmt?' for a format that cannot be played.
+    static std::shared_ptr<OutputQueue> make(AudioQueueRef handle,
+                                             const AudioStreamBasicDescription& format,
+                                             DispatchQueue& dispatchQueue,
+                                             AudioQueueOutputCallbackBlock callback);
+
+    OutputQueue(AudioQueueRef handle, const AudioStreamBasicDescription& format,
+                AudioQueueOutputCallbackBlock callback);
+
+    double currentFrame() override;
+    std::uint32_t interruptionCount() override { return feed_.interruptionCount(); }
+    AudioStreamBasicDescription streamFormat() override { return format_; }
+    std::uint32_t maximumPacketSize() override;
+    std::vector<std::byte> magicCookie() override;
+    OSStatus setMagicCookie(std::span<const std::byte> cookie) override;
+
+ private:
+    OSStatus openDevice() override;
+    OSStatus resumeDevice() override;
+    OSStatus pauseDevice() override;
+    void closeDevice() override;
+    OSStatus accept(Entry& entry,
+                    std::span<const AudioStreamPacketDescription> descriptions) override;
+    void accepted() override;
+    void collect() override;
+    void endRun() override;
+    bool beginEnding() override;
+    void callOffEnding() override;
+    bool hasPlayedAll() const override;
+    bool isDeviceGone() const override { return feed_.isDeviceGone(); }
+    void callBack(AudioQueueRef handle, const Entry& entry) override;
+
+    std::uint64_t playedFrames();
+
+    const AudioStreamBasicDescription format_;
+    const AudioQueueOutputCallbackBlock callback_;
+    const std::unique_ptr<QueueDecoder> decoder_;  // null where the device takes the stream
+    const AudioStreamBasicDescription pcm_;
+    std::vector<std::byte> cookie_;
+    PlaybackFeed feed_;
+    std::unique_ptr<PlaybackStream> stream_;  // of a run; set and taken away under both locks
+    std::uint64_t endedAtFrame_ = 0;          // of the last run
+};
+
+}  // namespace zav

@@ -1,0 +1,426 @@
+// What every audio queue promises, whatever device is behind it: on the virtual device here, on
+// sound servers in the live tests.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <numeric>
+
+#include "tests/support/AudioWorld.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/Worlds.hpp"
+
+namespace zav::test {
+namespace {
+
+constexpr std::size_t kRate = 48000;
+const AudioStreamBasicDescription kOutputFormat = pcmFormat(kRate, 2);
+const AudioStreamBasicDescription kInputFormat = pcmFormat(kRate, 1);
+
+class AudioQueueContract : public ::testing::TestWithParam<WorldKind> {
+ protected:
+    void SetUp() override {
+        world_ = makeWorld(GetParam());
+        if (world_ == nullptr) {
+            GTEST_SKIP() << "no such sound server on this machine";
+        }
+    }
+
+    bool until(const std::function<bool()>& isDone) { return world_->until(isDone); }
+
+    std::unique_ptr<AudioWorld> world_;
+};
+
+std::vector<std::int16_t> samplesOf(const std::vector<std::byte>& bytes) {
+    std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(std::int16_t));
+    return samples;
+}
+
+std::vector<std::int16_t> withoutSilence(std::vector<std::int16_t> samples) {
+    std::erase(samples, 0);
+    return samples;
+}
+
+std::vector<AudioQueueBufferRef> buffersOf(const std::vector<QueueUnderTest::Return>& returns) {
+    std::vector<AudioQueueBufferRef> buffers;
+    for (const auto& returned : returns) {
+        buffers.push_back(returned.buffer);
+    }
+    return buffers;
+}
+
+TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
+    OutputUnderTest queue(kOutputFormat);
+    const auto audio = rampSamples(kRate);  // half a second
+    const auto* const bytes = reinterpret_cast<const std::byte*>(audio.data());
+    const std::size_t byteCount = audio.size() * sizeof(std::int16_t);
+    std::vector<AudioQueueBufferRef> enqueued;
+    // Sizes that are no whole frames: the buffers are one stream of bytes.
+    const std::array<std::size_t, 5> sizes = {1, 4801, 2, 20002, 7};
+    std::size_t done = 0;
+    const auto enqueueTo = [&](std::size_t end) {
+        for (std::size_t i = 0; done < end; ++i) {
+            const std::size_t size = std::min(sizes.at(i % sizes.size()), byteCount - done);
+            enqueued.push_back(queue.enqueue(bytes + done, size));
+            done += size;
+        }
+    };
+    enqueueTo(byteCount / 2);
+    EXPECT_FALSE(queue.isRunning());
+    ASSERT_EQ(queue.start(), noErr);
+    EXPECT_TRUE(queue.isRunning());
+    enqueueTo(byteCount);
+    ASSERT_EQ(queue.stop(false), noErr);
+    EXPECT_TRUE(queue.isRunning());
+    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
+
+    ASSERT_TRUE(until([&] { return world_->heard().size() >= audio.size(); }));
+    EXPECT_EQ(world_->heard(), audio);
+    EXPECT_EQ(buffersOf(queue.returns()), enqueued);
+    EXPECT_FALSE(queue.returns().back().isQueueRunning);
+    EXPECT_EQ(queue.currentFrame(), kRate / 2);
+    EXPECT_EQ(queue.interruptionCount(), 0U);
+    EXPECT_FALSE(queue.wasEverConcurrent());
+}
+
+TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
+    OutputUnderTest queue(kOutputFormat);
+    std::size_t sampleCount = 0;
+    const auto enqueue = [&](std::size_t count) {
+        queue.enqueue(rampSamples(count, sampleCount));
+        sampleCount += count;
+    };
+    enqueue(kRate);
+    ASSERT_EQ(queue.start(), noErr);
+    for (int i = 0; i < 3; ++i) {
+        const double before = queue.currentFrame();
+        ASSERT_TRUE(until([&] { return queue.currentFrame() > before + 2400; }));
+        ASSERT_EQ(queue.pause(), noErr);
+        EXPECT_TRUE(queue.isRunning());
+        enqueue(9600);
+        ASSERT_EQ(queue.start(), noErr);
+    }
+    // It starves: everything comes back, and the next buffer goes on exactly there.
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 4; }));
+    EXPECT_TRUE(queue.isRunning());
+    ASSERT_TRUE(until([&] { return queue.interruptionCount() == 1; }));
+    EXPECT_NEAR(queue.currentFrame(), static_cast<double>(sampleCount) / 2, 1);
+    enqueue(9600);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 5; }));
+    // Starved and paused, as a sink that ran out of audio does it.
+    ASSERT_EQ(queue.pause(), noErr);
+    world_->pass(0.2);
+    enqueue(9600);
+    EXPECT_EQ(queue.returnCount(), 5U);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    // A new run goes on with what follows, from frame 0.
+    enqueue(9600);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    EXPECT_EQ(queue.currentFrame(), 4800);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 7; }));
+
+    ASSERT_TRUE(until([&] { return world_->heard().size() >= sampleCount; }));
+    EXPECT_EQ(world_->heard(), rampSamples(sampleCount));
+}
+
+TEST_P(AudioQueueContract, isSilentAndStandsStillWhilePaused) {
+    OutputUnderTest queue(kOutputFormat);
+    queue.enqueue(rampSamples(kRate));
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.currentFrame() > 4800; }));
+    ASSERT_EQ(queue.pause(), noErr);
+    const double pausedAt = queue.currentFrame();
+    world_->pass(0.3);
+    EXPECT_NEAR(queue.currentFrame(), pausedAt, kRate * 0.06);
+    EXPECT_EQ(queue.returnCount(), 0U);
+    // An asynchronous stop waits for the queue to go on.
+    ASSERT_EQ(queue.stop(false), noErr);
+    world_->pass(0.8);
+    EXPECT_TRUE(queue.isRunning());
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    ASSERT_TRUE(until([&] { return world_->heard().size() >= kRate; }));
+    EXPECT_EQ(world_->heard(), rampSamples(kRate));
+}
+
+TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
+    OutputUnderTest queue(kOutputFormat);
+    // One that never ran gives its buffers back as well.
+    queue.enqueue(rampSamples(100));
+    ASSERT_EQ(queue.stop(true), noErr);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 1; }));
+
+    for (int i = 0; i < 5; ++i) {
+        queue.enqueue(rampSamples(kRate));
+    }
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.currentFrame() > 2400; }));
+    ASSERT_EQ(queue.stop(true), noErr);
+    EXPECT_FALSE(queue.isRunning());
+    const double stoppedAt = queue.currentFrame();
+    EXPECT_GT(stoppedAt, 2400);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 6; }));
+    for (const auto& returned : queue.returns()) {
+        EXPECT_FALSE(returned.isQueueRunning);
+    }
+    EXPECT_EQ(queue.currentFrame(), stoppedAt);
+}
+
+TEST_P(AudioQueueContract, aStartCallsAnAsynchronousStopOff) {
+    OutputUnderTest queue(kOutputFormat);
+    queue.enqueue(rampSamples(9600));
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 1; }));
+    world_->pass(0.2);
+    EXPECT_TRUE(queue.isRunning());
+    queue.enqueue(rampSamples(9600, 9600));
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 2; }));
+    ASSERT_EQ(queue.stop(false), noErr);
+    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    ASSERT_TRUE(until([&] { return world_->heard().size() >= 19200; }));
+    EXPECT_EQ(world_->heard(), rampSamples(19200));
+}
+
+TEST_P(AudioQueueContract, whatIsEnqueuedDuringAnAsynchronousStopIsPlayed) {
+    OutputUnderTest queue(kOutputFormat);
+    queue.enqueue(rampSamples(9600));
+    queue.enqueue(rampSamples(9600, 9600));
+    std::atomic<int> enqueued = 2;
+    queue.onReturn = [&](AudioQueueBufferRef) {
+        if (enqueued < 5) {
+            queue.enqueue(rampSamples(9600, 9600U * static_cast<unsigned>(enqueued++)));
+        }
+    };
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    ASSERT_TRUE(until([&] { return !queue.isRunning() && queue.returnCount() == 5; }));
+    ASSERT_TRUE(until([&] { return world_->heard().size() >= 48000; }));
+    EXPECT_EQ(world_->heard(), rampSamples(48000));
+}
+
+TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirst) {
+    InputUnderTest queue(kInputFormat);
+    queue.recycle();
+    constexpr std::uint32_t kBufferSize = kRate / 2;  // a quarter of a second
+    const auto buffers = queue.enqueue(3, kBufferSize);
+    EXPECT_FALSE(queue.isRunning());
+    ASSERT_EQ(queue.start(), noErr);
+    const auto said = rampSamples(kRate);
+    world_->say(said);
+    const auto heardIt = [&] {
+        return withoutSilence(samplesOf(queue.captured())).size() + kBufferSize / 2 >= said.size();
+    };
+    ASSERT_TRUE(until([&] { return world_->hasSaidAll() && heardIt(); }));
+    world_->pass(0.1);
+    const std::size_t fullCount = queue.returnCount();
+    ASSERT_EQ(queue.stop(true), noErr);
+    EXPECT_FALSE(queue.isRunning());
+    ASSERT_TRUE(until([&] { return queue.returnCount() >= fullCount + 3; }));
+
+    const auto returns = queue.returns();
+    EXPECT_EQ(withoutSilence(samplesOf(queue.captured())), said);
+    double frames = 0;
+    for (std::size_t i = 0; i < returns.size(); ++i) {
+        EXPECT_EQ(returns[i].buffer, buffers[i % 3]);
+        const bool isFull = returns[i].bytes.size() == kBufferSize;
+        EXPECT_TRUE(isFull || i + 3 >= returns.size());
+        if (!returns[i].bytes.empty()) {
+            EXPECT_EQ(returns[i].startFrame, frames);
+        }
+        frames += static_cast<double>(returns[i].bytes.size()) / 2;
+    }
+    EXPECT_EQ(queue.currentFrame(), frames);
+    EXPECT_TRUE(returns.back().bytes.empty());
+    EXPECT_EQ(queue.callbackThreads().size(), 1U);
+    EXPECT_FALSE(queue.callbackThreads().contains(std::this_thread::get_id()));
+}
+
+TEST_P(AudioQueueContract, aPausedInputQueueCapturesNothingAndGoesOn) {
+    InputUnderTest queue(kInputFormat);
+    queue.recycle();
+    queue.enqueue(3, 9600);
+    world_->say(rampSamples(kRate * 4));
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.returnCount() >= 4; }));
+    ASSERT_EQ(queue.pause(), noErr);
+    EXPECT_TRUE(queue.isRunning());
+    const double pausedAt = queue.currentFrame();
+    const std::size_t returnedBefore = queue.returnCount();
+    world_->pass(0.3);
+    EXPECT_EQ(queue.currentFrame(), pausedAt);
+    EXPECT_LE(queue.returnCount(), returnedBefore + 3);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.returnCount() >= returnedBefore + 6; }));
+    ASSERT_EQ(queue.stop(true), noErr);
+    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    // The ramp goes on somewhere behind where it was: nothing is repeated, and it jumps once.
+    const auto heard = withoutSilence(samplesOf(queue.captured()));
+    int jumps = 0;
+    for (std::size_t i = 1; i < heard.size(); ++i) {
+        EXPECT_TRUE(heard[i] > heard[i - 1] || heard[i] == 1) << i;
+        jumps += heard[i] != heard[i - 1] + 1 && heard[i] != 1 ? 1 : 0;
+    }
+    EXPECT_LE(jumps, 1);
+}
+
+TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
+    for (const bool isPaused : {false, true}) {
+        for (const bool isEnding : {false, true}) {
+            OutputUnderTest output(kOutputFormat);
+            InputUnderTest input(kInputFormat);
+            output.enqueue(rampSamples(kRate * 4));
+            output.enqueue(rampSamples(kRate * 4));
+            input.enqueue(3, 9600);
+            ASSERT_EQ(output.start(), noErr);
+            ASSERT_EQ(input.start(), noErr);
+            ASSERT_TRUE(until([&] { return output.currentFrame() > 2400; }));
+            if (isEnding) {
+                ASSERT_EQ(output.stop(false), noErr);
+            }
+            if (isPaused) {
+                ASSERT_EQ(output.pause(), noErr);
+                ASSERT_EQ(input.pause(), noErr);
+            }
+            world_->lose();
+            ASSERT_TRUE(until([&] { return !output.isRunning(); }));
+            ASSERT_TRUE(until([&] { return output.returnCount() == 2; }));
+            if (isPaused) {
+                // A paused input queue has no device to lose.
+                input.stop(true);
+            }
+            ASSERT_TRUE(until([&] { return !input.isRunning() && input.returnCount() == 3; }));
+            EXPECT_EQ(output.start(), kAudioQueueErr_InvalidDevice);
+            EXPECT_EQ(input.start(), kAudioQueueErr_InvalidDevice);
+            EXPECT_FALSE(output.isRunning());
+
+            world_->bringBack();
+            output.enqueue(rampSamples(9600));
+            ASSERT_EQ(output.start(), noErr);
+            ASSERT_TRUE(until([&] { return output.returnCount() == 3; }));
+            input.enqueue(1, 9600);
+            ASSERT_EQ(input.start(), noErr);
+            ASSERT_TRUE(until([&] { return input.returnCount() == 4; }));
+        }
+    }
+}
+
+TEST_P(AudioQueueContract, noCallbackRunsAfterDisposal) {
+    std::atomic<int> calls = 0;
+    OutputUnderTest queue(kOutputFormat);
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
+    std::atomic<bool> hasLeft = false;
+    queue.onReturn = [&](AudioQueueBufferRef) {
+        if (calls++ == 0) {
+            entered.set_value();
+            mayLeave.get_future().wait();
+            hasLeft = true;
+        }
+    };
+    for (int i = 0; i < 5; ++i) {
+        queue.enqueue(rampSamples(960));
+    }
+    ASSERT_EQ(queue.stop(true), noErr);
+    entered.get_future().wait();
+    // It waits for the callback that is running.
+    auto disposal = std::async(std::launch::async, [&] { queue.dispose(); });
+    EXPECT_EQ(disposal.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    mayLeave.set_value();
+    disposal.get();
+    EXPECT_TRUE(hasLeft);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_P(AudioQueueContract, aCallbackMayStopOrDisposeOfItsQueue) {
+    for (const bool disposes : {false, true}) {
+        OutputUnderTest output(kOutputFormat);
+        InputUnderTest input(kInputFormat);
+        std::promise<void> outputDone;
+        std::promise<void> inputDone;
+        const auto endIn = [disposes](QueueUnderTest& queue, std::promise<void>& done) {
+            return [&queue, &done, disposes, calls = 0](AudioQueueBufferRef buffer) mutable {
+                if (calls++ > 0) {
+                    return;
+                }
+                if (disposes) {
+                    queue.dispose();
+                } else {
+                    EXPECT_EQ(queue.stop(true), noErr);
+                    EXPECT_FALSE(queue.isRunning());
+                    // It belongs to the queue that stopped, and comes back.
+                    EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
+                }
+                done.set_value();
+            };
+        };
+        output.onReturn = endIn(output, outputDone);
+        input.onReturn = endIn(input, inputDone);
+        output.enqueue(rampSamples(960));
+        output.enqueue(rampSamples(kRate));
+        input.enqueue(3, 9600);
+        ASSERT_EQ(output.start(), noErr);
+        ASSERT_EQ(input.start(), noErr);
+        auto outputEnd = outputDone.get_future();
+        auto inputEnd = inputDone.get_future();
+        const auto isReady = [](const std::future<void>& end) {
+            return end.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        };
+        ASSERT_TRUE(until([&] { return isReady(outputEnd) && isReady(inputEnd); }));
+        if (!disposes) {
+            ASSERT_TRUE(
+                until([&] { return output.returnCount() == 3 && input.returnCount() == 4; }));
+        }
+    }
+}
+
+TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
+    OutputUnderTest queue(kOutputFormat);
+    queue.enqueue(rampSamples(9600));
+    queue.enqueue(rampSamples(9600, 9600));
+    ASSERT_EQ(queue.start(), noErr);
+    std::atomic<int> returned = 0;
+    queue.onReturn = [&](AudioQueueBufferRef) { ++returned; };
+    queue.dispose(false);
+    ASSERT_TRUE(until([&] { return returned == 2; }));
+    ASSERT_TRUE(until([&] { return world_->heard().size() >= 19200; }));
+    EXPECT_EQ(world_->heard(), rampSamples(19200));
+}
+
+TEST_P(AudioQueueContract, buffersThatAStopMeetsOnTheirWayComeBackTogether) {
+    // Callbacks enqueue their buffer again, not knowing of the stop on another thread: each has to
+    // come back once more, and then stay.
+    for (int round = 0; round < 20; ++round) {
+        InputUnderTest queue(kInputFormat);
+        std::atomic<int> kept = 0;
+        queue.onReturn = [&](AudioQueueBufferRef buffer) {
+            if (queue.isRunning()) {
+                std::this_thread::yield();
+                EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
+            } else {
+                ++kept;
+            }
+        };
+        queue.enqueue(3, 480);
+        ASSERT_EQ(queue.start(), noErr);
+        ASSERT_TRUE(until([&] { return queue.returnCount() > 3; }));
+        ASSERT_EQ(queue.stop(true), noErr);
+        ASSERT_TRUE(until([&] { return kept == 3; }));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldKinds()),
+                         [](const auto& world) { return nameOf(world.param); });
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,181 @@
+#include "QueueUnderTest.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
+
+namespace zav::test {
+namespace {
+
+std::mutex queuesMutex;
+std::set<AudioQueueRef> queues;
+
+bool areAllIdle() {
+    const std::lock_guard lock(queuesMutex);
+    return std::all_of(queues.begin(), queues.end(),
+                       [](AudioQueueRef queue) { return queue->queue->isIdle(); });
+}
+
+}  // namespace
+
+void settleQueues() {
+    while (!areAllIdle()) {
+        std::this_thread::yield();
+    }
+}
+
+void QueueUnderTest::take(AudioQueueRef queue) {
+    queue_ = queue;
+    const std::lock_guard lock(queuesMutex);
+    queues.insert(queue);
+}
+
+QueueUnderTest::~QueueUnderTest() {
+    dispose();
+    // The callback that disposed of the queue may still be on its way out.
+    while (running_ > 0) {
+        std::this_thread::yield();
+    }
+}
+
+void QueueUnderTest::dispose(bool isImmediate) {
+    if (queue_ == nullptr) {
+        return;
+    }
+    {
+        const std::lock_guard lock(queuesMutex);
+        queues.erase(queue_);
+    }
+    EXPECT_EQ(AudioQueueDispose(queue_, isImmediate), noErr);
+    queue_ = nullptr;  // only now: callbacks use it until they are over
+}
+
+bool QueueUnderTest::isRunning(AudioQueueRef queue) {
+    std::uint32_t value = 2;
+    std::uint32_t size = sizeof(value);
+    EXPECT_EQ(AudioQueueGetProperty(queue, kAudioQueueProperty_IsRunning, &value, &size), noErr);
+    return value != 0;
+}
+
+double QueueUnderTest::currentFrame() const {
+    AudioTimeStamp now;
+    EXPECT_EQ(AudioQueueGetCurrentTime(queue_, nullptr, &now, nullptr), noErr);
+    return now.mSampleTime;
+}
+
+std::uint32_t QueueUnderTest::interruptionCount() const {
+    std::uint32_t value = 0;
+    std::uint32_t size = sizeof(value);
+    EXPECT_EQ(AudioQueueGetProperty(queue_, kAudioQueueProperty_InterruptionCount, &value, &size),
+              noErr);
+    return value;
+}
+
+AudioQueueBufferRef QueueUnderTest::allocate(std::uint32_t byteCount) {
+    AudioQueueBufferRef buffer = nullptr;
+    EXPECT_EQ(AudioQueueAllocateBuffer(queue_, byteCount, &buffer), noErr);
+    return buffer;
+}
+
+std::vector<QueueUnderTest::Return> QueueUnderTest::returns() const {
+    const std::lock_guard lock(mutex_);
+    return returns_;
+}
+
+std::size_t QueueUnderTest::returnCount() const {
+    const std::lock_guard lock(mutex_);
+    return returns_.size();
+}
+
+std::set<std::thread::id> QueueUnderTest::callbackThreads() const {
+    const std::lock_guard lock(mutex_);
+    return threads_;
+}
+
+void QueueUnderTest::note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
+                          std::vector<AudioStreamPacketDescription> descriptions) {
+    if (++running_ > 1) {
+        wasConcurrent_ = true;
+    }
+    Return returned{buffer, isRunning(queue), {}, startFrame, std::move(descriptions)};
+    if (isInput_) {
+        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
+        returned.bytes.assign(bytes, bytes + buffer->mAudioDataByteSize);
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        returns_.push_back(std::move(returned));
+        threads_.insert(std::this_thread::get_id());
+    }
+    if (onReturn) {
+        onReturn(buffer);
+    }
+    --running_;
+}
+
+OutputUnderTest::OutputUnderTest(const AudioStreamBasicDescription& format,
+                                 DispatchQueueRef dispatchQueue) {
+    if (dispatchQueue == nullptr) {
+        dispatchQueue = &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated);
+    }
+    AudioQueueRef queue = nullptr;
+    EXPECT_EQ(
+        AudioQueueNewOutputWithDispatchQueue(
+            &queue, &format, 0, dispatchQueue,
+            [this](AudioQueueRef from, AudioQueueBufferRef buffer) { note(from, buffer, 0, {}); }),
+        noErr);
+    take(queue);
+}
+
+AudioQueueBufferRef OutputUnderTest::enqueue(const void* bytes, std::size_t byteCount) {
+    AudioQueueBufferRef const buffer = allocate(static_cast<std::uint32_t>(byteCount));
+    std::memcpy(buffer->mAudioData, bytes, byteCount);
+    buffer->mAudioDataByteSize = static_cast<std::uint32_t>(byteCount);
+    EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffer, 0, nullptr), noErr);
+    return buffer;
+}
+
+InputUnderTest::InputUnderTest(const AudioStreamBasicDescription& format) {
+    isInput_ = true;
+    const auto callback = [](void* userData, AudioQueueRef from, AudioQueueBufferRef buffer,
+                             const AudioTimeStamp* startTime, std::uint32_t packetCount,
+                             const AudioStreamPacketDescription* packets) {
+        static_cast<InputUnderTest*>(userData)->note(from, buffer, startTime->mSampleTime,
+                                                     {packets, packets + packetCount});
+    };
+    AudioQueueRef queue = nullptr;
+    EXPECT_EQ(AudioQueueNewInput(&format, callback, this, nullptr, nullptr, 0, &queue), noErr);
+    take(queue);
+}
+
+std::vector<AudioQueueBufferRef> InputUnderTest::enqueue(std::size_t bufferCount,
+                                                         std::uint32_t byteCount) {
+    std::vector<AudioQueueBufferRef> buffers;
+    while (buffers.size() < bufferCount) {
+        buffers.push_back(allocate(byteCount));
+        EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffers.back(), 0, nullptr), noErr);
+    }
+    return buffers;
+}
+
+void InputUnderTest::recycle() {
+    onReturn = [this](AudioQueueBufferRef buffer) {
+        if (isRunning()) {
+            EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffer, 0, nullptr), noErr);
+        }
+    };
+}
+
+std::vector<std::byte> InputUnderTest::captured() const {
+    std::vector<std::byte> bytes;
+    for (const Return& returned : returns()) {
+        bytes.insert(bytes.end(), returned.bytes.begin(), returned.bytes.end());
+    }
+    return bytes;
+}
+
+}  // namespace zav::test

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+
+namespace zav::test {
+
+/// A queue and what its callback was told. The queue ends with this object, unless it was disposed
+/// of before.
+class QueueUnderTest {
+ public:
+    struct Return {
+        AudioQueueBufferRef buffer;
+        bool isQueueRunning;
+        std::vector<std::byte> bytes;  ///< what an input buffer held
+        double startFrame;
+        std::vector<AudioStreamPacketDescription> descriptions;
+    };
+
+    ~QueueUnderTest();
+
+    AudioQueueRef get() const { return queue_; }
+    OSStatus start() { return AudioQueueStart(queue_, nullptr); }
+    OSStatus stop(bool isImmediate) { return AudioQueueStop(queue_, isImmediate); }
+    OSStatus pause() { return AudioQueuePause(queue_); }
+    void dispose(bool isImmediate = true);
+
+    bool isRunning() const { return isRunning(queue_); }
+    double currentFrame() const;
+    std::uint32_t interruptionCount() const;
+
+    AudioQueueBufferRef allocate(std::uint32_t byteCount);
+    std::vector<Return> returns() const;
+    std::size_t returnCount() const;
+    std::set<std::thread::id> callbackThreads() const;
+    bool wasEverConcurrent() const { return wasConcurrent_; }
+
+    /// Called in every callback, after the return was noted.
+    std::function<void(AudioQueueBufferRef)> onReturn;
+
+ protected:
+    void note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
+              std::vector<AudioStreamPacketDescription> descriptions);
+
+    void take(AudioQueueRef queue);
+
+    bool isInput_ = false;
+
+ private:
+    static bool isRunning(AudioQueueRef queue);
+
+    AudioQueueRef queue_ = nullptr;
+    mutable std::mutex mutex_;
+    std::vector<Return> returns_;
+    std::set<std::thread::id> threads_;
+    std::atomic<int> running_{0};
+    std::atomic<bool> wasConcurrent_{false};
+};
+
+/// Waits until no callback of a queue under test is under way.
+void settleQueues();
+
+class OutputUnderTest : public QueueUnderTest {
+ public:
+    explicit OutputUnderTest(const AudioStreamBasicDescription& format,
+                             DispatchQueueRef dispatchQueue = nullptr);
+    ~OutputUnderTest() = default;
+
+    /// Allocates a buffer with these bytes, and enqueues it.
+    AudioQueueBufferRef enqueue(const void* bytes, std::size_t byteCount);
+    template <class Sample>
+    AudioQueueBufferRef enqueue(const std::vector<Sample>& samples) {
+        return enqueue(samples.data(), samples.size() * sizeof(Sample));
+    }
+};
+
+class InputUnderTest : public QueueUnderTest {
+ public:
+    explicit InputUnderTest(const AudioStreamBasicDescription& format);
+
+    /// Allocates buffers and enqueues them.
+    std::vector<AudioQueueBufferRef> enqueue(std::size_t bufferCount, std::uint32_t byteCount);
+    /// Enqueues every buffer again when it comes back while the queue runs.
+    void recycle();
+    std::vector<std::byte> captured() const;
+};
+
+}  // namespace zav::test

@@ -1,0 +1,258 @@
+#include "VirtualDevice.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+
+namespace zav::test {
+namespace {
+
+constexpr double kStepInSeconds = 0.005;
+
+}  // namespace
+
+/// All members and all calls are guarded by the device's mutex.
+class VirtualDevice::Stream {
+ public:
+    Stream(VirtualDevice& device, const AudioStreamBasicDescription& format)
+        : device_(device), rate_(format.mSampleRate), bytesPerFrame_(format.mBytesPerFrame) {}
+    virtual ~Stream() = default;
+
+    void step() {
+        const double due = kStepInSeconds * rate_ + fraction_;
+        const double whole = std::floor(due);
+        fraction_ = due - whole;
+        step(static_cast<std::size_t>(whole));
+    }
+    virtual void step(std::size_t frameCount) = 0;
+    virtual void gone() = 0;
+
+ protected:
+    VirtualDevice& device_;
+    double rate_;
+    std::size_t bytesPerFrame_;
+    bool isGone_ = false;
+
+ private:
+    double fraction_ = 0;
+};
+
+class VirtualDevice::Playback : public PlaybackStream, public Stream {
+ public:
+    Playback(VirtualDevice& device, const AudioStreamBasicDescription& format,
+             PlaybackClient& client)
+        : Stream(device, format), client_(client) {}
+    ~Playback() override { device_.remove(*this); }
+
+    OSStatus start() override {
+        const std::lock_guard lock(device_.mutex_);
+        if (isGone_ || device_.startingStatus_ != noErr) {
+            return isGone_ ? kAudioQueueErr_CannotStart : device_.startingStatus_;
+        }
+        isPlaying_ = true;
+        pull();
+        return noErr;
+    }
+    OSStatus pause() override {
+        const std::lock_guard lock(device_.mutex_);
+        isPlaying_ = false;
+        return isGone_ ? kAudioQueueErr_CannotStart : noErr;
+    }
+    void audioAdded() override {
+        const std::lock_guard lock(device_.mutex_);
+        pull();
+    }
+    void drain() override {}
+    std::uint64_t framesPlayed() override {
+        const std::lock_guard lock(device_.mutex_);
+        return played_;
+    }
+
+    void step(std::size_t frameCount) override {
+        if (!isPlaying_ || isGone_) {
+            return;
+        }
+        const std::size_t size = std::min(frameCount * bytesPerFrame_, pulled_.size());
+        const std::span sounding(pulled_.data(), size);
+        if (device_.receiver_) {
+            device_.receiver_(sounding);
+        } else {
+            device_.heard_.insert(device_.heard_.end(), sounding.begin(), sounding.end());
+        }
+        pulled_.erase(pulled_.begin(), pulled_.begin() + static_cast<std::ptrdiff_t>(size));
+        played_ += size / bytesPerFrame_;
+        const bool isDry = size < frameCount * bytesPerFrame_;
+        if (isDry && !std::exchange(isDry_, true)) {
+            client_.ranDry();
+        }
+        pull();
+        if (client_.mark() <= played_) {
+            client_.played(played_);
+        }
+    }
+    void gone() override {
+        if (!std::exchange(isGone_, true)) {
+            client_.deviceGone();
+        }
+    }
+
+ private:
+    void pull() {
+        const auto latency = static_cast<std::size_t>(rate_ * kLatencyInSeconds) * bytesPerFrame_;
+        if (isGone_ || pulled_.size() >= latency) {
+            return;
+        }
+        const std::size_t before = pulled_.size();
+        pulled_.resize(latency);
+        const std::size_t size = client_.pull(std::span(pulled_).subspan(before));
+        pulled_.resize(before + size);
+        isDry_ = isDry_ && size == 0;
+    }
+
+    PlaybackClient& client_;
+    std::vector<std::byte> pulled_;
+    std::uint64_t played_ = 0;
+    bool isPlaying_ = false;
+    bool isDry_ = false;
+};
+
+class VirtualDevice::Capture : public CaptureStream, public Stream {
+ public:
+    Capture(VirtualDevice& device, const AudioStreamBasicDescription& format, CaptureClient& client)
+        : Stream(device, format), client_(client) {}
+    ~Capture() override { device_.remove(*this); }
+
+    void finish() override {
+        const std::lock_guard lock(device_.mutex_);
+        push();
+        isFinished_ = true;
+    }
+    void roomAdded() override {
+        const std::lock_guard lock(device_.mutex_);
+        push();
+    }
+
+    void step(std::size_t frameCount) override {
+        if (isFinished_ || isGone_) {
+            return;
+        }
+        const std::size_t before = held_.size();
+        held_.resize(before + frameCount * bytesPerFrame_);
+        if (device_.speaker_) {
+            device_.speaker_(std::span(held_).subspan(before));
+        }
+        push();
+    }
+    void gone() override {
+        if (!std::exchange(isGone_, true)) {
+            client_.deviceGone();
+        }
+    }
+
+ private:
+    void push() {
+        if (!held_.empty() && !isFinished_) {
+            const std::size_t taken = client_.push(held_);
+            held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(taken));
+        }
+    }
+
+    CaptureClient& client_;
+    std::vector<std::byte> held_;
+    bool isFinished_ = false;
+};
+
+void VirtualDevice::advance(double seconds, const std::function<void()>& afterStep) {
+    for (auto steps = std::llround(seconds / kStepInSeconds); steps > 0; --steps) {
+        {
+            const std::lock_guard lock(mutex_);
+            for (Stream* const stream : streams_) {
+                stream->step();
+            }
+        }
+        if (afterStep) {
+            afterStep();
+        }
+    }
+}
+
+std::vector<std::byte> VirtualDevice::heard() const {
+    const std::lock_guard lock(mutex_);
+    return heard_;
+}
+
+void VirtualDevice::setHearing(std::function<void(std::span<const std::byte>)> receiver) {
+    const std::lock_guard lock(mutex_);
+    receiver_ = std::move(receiver);
+}
+
+void VirtualDevice::setSpeaking(std::function<void(std::span<std::byte>)> speaker) {
+    const std::lock_guard lock(mutex_);
+    speaker_ = std::move(speaker);
+}
+
+void VirtualDevice::unplug() {
+    const std::lock_guard lock(mutex_);
+    isPluggedIn_ = false;
+    for (Stream* const stream : streams_) {
+        stream->gone();
+    }
+}
+
+void VirtualDevice::plugIn() {
+    const std::lock_guard lock(mutex_);
+    isPluggedIn_ = true;
+}
+
+void VirtualDevice::refuseOpening(OSStatus status) {
+    const std::lock_guard lock(mutex_);
+    openingStatus_ = status;
+}
+
+void VirtualDevice::refuseStarting(OSStatus status) {
+    const std::lock_guard lock(mutex_);
+    startingStatus_ = status;
+}
+
+std::size_t VirtualDevice::openStreamCount() const {
+    const std::lock_guard lock(mutex_);
+    return streams_.size();
+}
+
+OSStatus VirtualDevice::openingStatus() const {
+    return isPluggedIn_ ? openingStatus_ : kAudioQueueErr_InvalidDevice;
+}
+
+OSStatus VirtualDevice::openPlayback(const AudioStreamBasicDescription& format,
+                                     PlaybackClient& client,
+                                     std::unique_ptr<PlaybackStream>& stream) {
+    auto made = std::make_unique<Playback>(*this, format, client);
+    const std::lock_guard lock(mutex_);
+    const OSStatus status = openingStatus();
+    if (status == noErr) {
+        streams_.push_back(made.get());
+        stream = std::move(made);
+    }
+    return status;
+}
+
+OSStatus VirtualDevice::openCapture(const AudioStreamBasicDescription& format,
+                                    CaptureClient& client, std::unique_ptr<CaptureStream>& stream) {
+    auto made = std::make_unique<Capture>(*this, format, client);
+    const std::lock_guard lock(mutex_);
+    const OSStatus status = openingStatus();
+    if (status == noErr) {
+        streams_.push_back(made.get());
+        stream = std::move(made);
+    }
+    return status;
+}
+
+void VirtualDevice::remove(Stream& stream) {
+    const std::lock_guard lock(mutex_);
+    std::erase(streams_, &stream);
+}
+
+}  // namespace zav::test

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
+
+namespace zav::test {
+
+/// A device whose clock a test moves by hand: nothing sounds and nothing is captured but in
+/// `advance`, on the thread that calls it, which plays the device thread's part. It hears what is
+/// played and speaks into what is captured.
+class VirtualDevice : public AudioDevice {
+ public:
+    /// What a stream pulls ahead of what it plays.
+    static constexpr double kLatencyInSeconds = 0.1;
+
+    VirtualDevice() { setAudioDevice(this); }
+    ~VirtualDevice() override { setAudioDevice(nullptr); }
+
+    /// Moves the clock, in steps of some milliseconds. `afterStep` runs between them.
+    void advance(double seconds, const std::function<void()>& afterStep = {});
+
+    /// What has been played, one stream after the other. With a receiver it goes there instead.
+    std::vector<std::byte> heard() const;
+    void setHearing(std::function<void(std::span<const std::byte>)> receiver);
+    /// Fills in what is captured; silence without it.
+    void setSpeaking(std::function<void(std::span<std::byte>)> speaker);
+
+    /// All streams are gone, and none can be opened until `plugIn`.
+    void unplug();
+    void plugIn();
+    /// The next openings, or starts, fail with this; 0 ends it.
+    void refuseOpening(OSStatus status);
+    void refuseStarting(OSStatus status);
+
+    std::size_t openStreamCount() const;
+
+    OSStatus openPlayback(const AudioStreamBasicDescription& format, PlaybackClient& client,
+                          std::unique_ptr<PlaybackStream>& stream) override;
+    OSStatus openCapture(const AudioStreamBasicDescription& format, CaptureClient& client,
+                         std::unique_ptr<CaptureStream>& stream) override;
+
+ private:
+    class Stream;
+    class Playback;
+    class Capture;
+
+    OSStatus openingStatus() const;
+    void remove(Stream& stream);
+
+    mutable std::mutex mutex_;
+    std::vector<Stream*> streams_;
+    std::vector<std::byte> heard_;
+    std::function<void(std::span<const std::byte>)> receiver_;
+    std::function<void(std::span<std::byte>)> speaker_;
+    OSStatus openingStatus_ = noErr;
+    OSStatus startingStatus_ = noErr;
+    bool isPluggedIn_ = true;
+};
+
+}  // namespace zav::test

@@ -1,0 +1,78 @@
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+
+#include "QueueUnderTest.hpp"
+#include "VirtualDevice.hpp"
+#include "Worlds.hpp"
+
+namespace zav::test {
+namespace {
+
+class VirtualWorld : public AudioWorld {
+ public:
+    VirtualWorld() {
+        device_.setSpeaking([this](std::span<std::byte> captured) { speak(captured); });
+    }
+
+    bool until(const std::function<bool()>& isDone) override {
+        constexpr double kStepInSeconds = 0.005;
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!isDone()) {
+            if (std::chrono::steady_clock::now() > limit) {
+                return false;
+            }
+            pass(kStepInSeconds);
+        }
+        return true;
+    }
+    void pass(double seconds) override { device_.advance(seconds, settleQueues); }
+
+    std::vector<std::int16_t> heard() override {
+        const auto bytes = device_.heard();
+        std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
+        std::memcpy(samples.data(), bytes.data(), bytes.size());
+        std::erase(samples, 0);
+        return samples;
+    }
+    void say(std::vector<std::int16_t> samples) override {
+        const std::lock_guard lock(mutex_);
+        toSay_ = std::move(samples);
+        said_ = 0;
+    }
+    bool hasSaidAll() override {
+        const std::lock_guard lock(mutex_);
+        return said_ == toSay_.size();
+    }
+
+    void lose() override { device_.unplug(); }
+    void bringBack() override { device_.plugIn(); }
+
+ private:
+    void speak(std::span<std::byte> captured) {
+        const std::lock_guard lock(mutex_);
+        const std::size_t size = std::min(captured.size(), (toSay_.size() - said_) * 2);
+        if (size > 0) {
+            std::memcpy(captured.data(), toSay_.data() + said_, size);
+            said_ += size / 2;
+        }
+    }
+
+    VirtualDevice device_;
+    std::mutex mutex_;
+    std::vector<std::int16_t> toSay_;
+    std::size_t said_ = 0;
+};
+
+}  // namespace
+
+std::vector<WorldKind> worldKinds() {
+    return {WorldKind::virtualDevice};
+}
+
+std::unique_ptr<AudioWorld> makeWorld(WorldKind /*kind*/) {
+    return std::make_unique<VirtualWorld>();
+}
+
+}  // namespace zav::test
