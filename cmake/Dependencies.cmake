@@ -19,3 +19,7 @@ if(ZAV_BUILD_FFMPEG)
       ", or configure with -DZAV_BUILD_FFMPEG=OFF to do without most compressed audio files")
   endforeach()
 endif()
+if(ZAV_BUILD_PULSE)
+  zav_find_module(pulse libpulse libpulse-dev
+    ", or configure with -DZAV_BUILD_PULSE=OFF to do without the sound server")
+endif()

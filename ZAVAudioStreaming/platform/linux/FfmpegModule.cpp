@@ -1,51 +1,12 @@
 #include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
 
-#include <dlfcn.h>
-#include <link.h>
-
-#include <array>
-#include <system_error>
+#include "ZAVAudioStreaming/platform/linux/LoadModule.hpp"
 
 namespace zav {
-namespace {
-
-/// The folder of the shared library, or of the program, that this very code is in. Empty when
-/// nobody can tell.
-std::filesystem::path ownFolder() {
-    static const char here = 0;
-    Dl_info info{};
-    link_map* object = nullptr;
-    if (::dladdr1(&here, &info, reinterpret_cast<void**>(&object), RTLD_DL_LINKMAP) == 0 ||
-        object == nullptr) {
-        return {};
-    }
-    // The program's own entry has no name, and the name that it was started by need not be a path.
-    const bool isProgram = object->l_name == nullptr || *object->l_name == '\0';
-    std::error_code error;
-    const auto path =
-        std::filesystem::canonical(isProgram ? "/proc/self/exe" : object->l_name, error);
-    return error ? std::filesystem::path() : path.parent_path();
-}
-
-const FfmpegModule* load() {
-    const std::filesystem::path folder = ownFolder();
-    void* library = nullptr;
-    if (!folder.empty()) {
-        library = ::dlopen((folder / ZAV_FFMPEG_MODULE_FILE).c_str(), RTLD_NOW | RTLD_LOCAL);
-    }
-    if (library == nullptr) {
-        library = ::dlopen(ZAV_FFMPEG_MODULE_FILE, RTLD_NOW | RTLD_LOCAL);
-    }
-    // Never closed: what it made can outlive every caller. The entry's name holds the version.
-    return library == nullptr
-               ? nullptr
-               : static_cast<const FfmpegModule*>(::dlsym(library, ZAV_FFMPEG_MODULE_ENTRY));
-}
-
-}  // namespace
 
 const FfmpegModule* ffmpegModule() {
-    static const FfmpegModule* const module = load();
+    static const auto* const module = static_cast<const FfmpegModule*>(
+        loadModule(ZAV_FFMPEG_MODULE_FILE, ZAV_FFMPEG_MODULE_ENTRY));
     return module;
 }
 

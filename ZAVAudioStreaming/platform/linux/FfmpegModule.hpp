@@ -34,9 +34,8 @@ struct FfmpegModule {
     std::unique_ptr<QueueEncoder> (*makeQueueEncoder)(const AudioStreamBasicDescription& format);
 };
 
-/// The module, loaded by the first call; null when it is not there or is of another version.
-/// It is looked for beside the library (or the program, where that holds the library), then
-/// wherever the dynamic loader looks. Any thread may ask.
+/// The module, loaded by the first call; null when it is not there or is of another version
+/// (`loadModule`). Any thread may ask.
 const FfmpegModule* ffmpegModule();
 
 }  // namespace zav

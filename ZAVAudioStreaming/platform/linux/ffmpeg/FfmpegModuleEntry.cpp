@@ -5,7 +5,7 @@
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegWriter.hpp"
 
 /// The one symbol that the module exports, found by its name; the build puts the version into it.
-extern "C" ZAV_EXPORT const zav::FfmpegModule ZAV_FFMPEG_MODULE_SYMBOL;
+extern "C" ZAV_EXPORT const zav::FfmpegModule ZAV_MODULE_SYMBOL;
 
-const zav::FfmpegModule ZAV_FFMPEG_MODULE_SYMBOL = {
+const zav::FfmpegModule ZAV_MODULE_SYMBOL = {
     zav::openFfmpegFile, zav::createFfmpegFile, zav::ffmpegReadableTypes, zav::ffmpegWritableTypes};

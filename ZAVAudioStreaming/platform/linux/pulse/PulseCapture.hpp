@@ -1,0 +1,45 @@
+#pragma once
+
+#include <vector>
+
+#include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
+#include "ZAVAudioStreaming/platform/linux/pulse/PulseStream.hpp"
+
+namespace zav {
+
+/// Captures through the sound server. What the client has no room for stays with libpulse, which
+/// keeps some megabytes.
+///
+/// Threads: as `CaptureStream`; the rest runs with the connection's lock.
+class PulseCapture final : public CaptureStream, private PulseStream {
+ public:
+    explicit PulseCapture(CaptureClient& client) : client_(client) {}
+    ~PulseCapture() override { close(); }
+    PulseCapture(const PulseCapture&) = delete;
+    PulseCapture& operator=(const PulseCapture&) = delete;
+
+    /// Statuses: those of `AudioDevice`. Once.
+    OSStatus open(const AudioStreamBasicDescription& format) {
+        return PulseStream::open(format, PA_STREAM_RECORD, PA_STREAM_NOFLAGS);
+    }
+
+    void finish() override;
+    void roomAdded() override;
+
+ private:
+    void opened() override;
+    void heard() noexcept override {}
+    void lost() noexcept override;
+
+    /// Hands on what is there, as far as the client has room.
+    void deliver();
+
+    CaptureClient& client_;
+    std::vector<std::byte> silence_;
+    /// Bytes that the client has taken of the fragment that libpulse offers.
+    std::size_t takenBytes_ = 0;
+    bool isFull_ = false;
+    bool isFinished_ = false;
+};
+
+}  // namespace zav

@@ -1,0 +1,75 @@
+#include "ZAVAudioStreaming/platform/linux/pulse/PulseConnection.hpp"
+
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/platform/linux/pulse/PulseTimer.hpp"
+
+namespace zav {
+namespace {
+
+void wakeWaiter(pa_context* /*context*/, void* connection) noexcept {
+    static_cast<PulseConnection*>(connection)->wake();
+}
+
+}  // namespace
+
+OSStatus PulseConnection::open(pa_usec_t deadline) {
+    loop_.reset(pa_threaded_mainloop_new());
+    if (loop_ == nullptr) {
+        return kAudioQueueErr_CannotStart;
+    }
+    // Without a name of ours, so that the user's mixer shows the application's.
+    context_.reset(pa_context_new(pa_threaded_mainloop_get_api(loop_.get()), nullptr));
+    if (context_ == nullptr) {
+        return kAudioQueueErr_CannotStart;
+    }
+    pa_context_set_state_callback(context(), wakeWaiter, this);
+    if (pa_context_connect(context(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+        return status();
+    }
+    if (pa_threaded_mainloop_start(loop_.get()) < 0) {
+        return kAudioQueueErr_CannotStart;
+    }
+    isRunning_ = true;
+    const PulseLock lock(*this);
+    const bool isSettled = waitUntil(deadline, [this] {
+        const pa_context_state_t state = pa_context_get_state(context());
+        return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
+    });
+    if (!isSettled) {
+        return kAudioQueueErr_CannotStart;
+    }
+    return pa_context_get_state(context()) == PA_CONTEXT_READY ? noErr : status();
+}
+
+void PulseConnection::close() {
+    if (isRunning_) {
+        pa_threaded_mainloop_stop(loop_.get());
+        isRunning_ = false;
+    }
+}
+
+OSStatus PulseConnection::status() const {
+    switch (pa_context_errno(context())) {
+        case PA_ERR_CONNECTIONREFUSED:
+        case PA_ERR_CONNECTIONTERMINATED:
+        case PA_ERR_INVALIDSERVER:
+        case PA_ERR_NOENTITY:
+            return kAudioQueueErr_InvalidDevice;
+        default:
+            return kAudioQueueErr_CannotStart;
+    }
+}
+
+bool PulseConnection::waitUntil(pa_usec_t deadline, const std::function<bool()>& isMet) {
+    PulseTimer timer(*this, [this] { wake(); });
+    timer.callAt(deadline);
+    while (!isMet()) {
+        if (pa_rtclock_now() >= deadline) {
+            return false;
+        }
+        pa_threaded_mainloop_wait(loop_.get());
+    }
+    return true;
+}
+
+}  // namespace zav

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <pulse/pulseaudio.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+#include "ZAVAudioStreaming/core/OSStatus.hpp"
+#include "ZAVAudioStreaming/platform/linux/pulse/PulseConnection.hpp"
+#include "ZAVAudioStreaming/platform/linux/pulse/PulseFormat.hpp"
+#include "ZAVAudioStreaming/platform/linux/pulse/PulseTimer.hpp"
+
+namespace zav {
+
+/// What playing and capturing have in common: a stream on a connection of its own, opened within a
+/// bound, and the watch over its server. The server says something at least every 1.5 s, since
+/// libpulse asks it for the stream's timing; when nothing has come for two seconds it is asked once
+/// more, and after two more it counts as gone.
+///
+/// Threads: `open` and `close` as the connection's; what is virtual is called with the lock.
+class PulseStream {
+ public:
+    PulseStream(const PulseStream&) = delete;
+    PulseStream& operator=(const PulseStream&) = delete;
+
+ protected:
+    PulseStream() = default;
+    /// A derived class calls `close` first, while it can still be called back.
+    virtual ~PulseStream() = default;
+
+    /// Statuses: those of `AudioDevice`.
+    OSStatus open(const AudioStreamBasicDescription& format, pa_stream_direction_t direction,
+                  pa_stream_flags_t moreFlags);
+
+    /// Ends the device thread.
+    void close() { connection_.close(); }
+
+    /// The stream is there, and nothing was said of it yet: the place to set its callbacks.
+    virtual void opened() = 0;
+
+    /// The server has said something, and everything that libpulse knows may have changed.
+    virtual void heard() noexcept = 0;
+
+    /// The server or the device is gone. Called once; nothing is called after it.
+    virtual void lost() noexcept = 0;
+
+    /// To be called whenever the server says something; calls `heard`.
+    void noteSignOfLife();
+
+    PulseConnection& connection() { return connection_; }
+    pa_stream* stream() const { return stream_.get(); }
+    bool isLost() const { return isLost_; }
+    const PulseFormat& format() const { return *format_; }
+    std::size_t frameBytes() const { return frameBytes_; }
+    pa_usec_t duration(std::uint64_t frameCount) const;
+    std::uint64_t frameCount(pa_usec_t duration) const;
+
+    void cork(bool isCorked);
+
+ private:
+    static void onState(pa_stream* stream, void* self) noexcept;
+    static void onWord(pa_stream* stream, void* self) noexcept;
+    void watch();
+    void lose();
+
+    PulseConnection connection_;
+    PulseStreamObject stream_;
+    std::optional<PulseTimer> watchdog_;
+    std::optional<PulseFormat> format_;
+    std::size_t frameBytes_ = 0;
+    pa_usec_t lastHeard_ = 0;
+    bool isAsked_ = false;
+    bool isOpen_ = false;
+    bool isLost_ = false;
+};
+
+}  // namespace zav
