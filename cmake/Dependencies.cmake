@@ -14,9 +14,9 @@ zav_find_module(opus opus libopus-dev)
 zav_find_module(sndfile sndfile libsndfile1-dev)
 
 if(ZAV_BUILD_FFMPEG)
-  foreach(module avformat avcodec avutil)
+  foreach(module avformat avcodec swresample avutil)
     zav_find_module(${module} lib${module} lib${module}-dev
-      ", or configure with -DZAV_BUILD_FFMPEG=OFF to do without most compressed audio files")
+      ", or configure with -DZAV_BUILD_FFMPEG=OFF to do without most compressed audio")
   endforeach()
 endif()
 if(ZAV_BUILD_PULSE)

@@ -62,6 +62,13 @@ inline constexpr std::uint32_t kAudioFormatFlagIsPacked = 0x8;
 inline constexpr std::uint32_t kAudioFormatFlagIsAlignedHigh = 0x10;  ///< in a wider container
 inline constexpr std::uint32_t kAudioFormatFlagIsNonInterleaved = 0x20;
 
+/// Values of `mFormatFlags` for ALAC and FLAC: the bits of a sample before it was encoded. 0 when
+/// nobody knows.
+inline constexpr std::uint32_t kLosslessFormatFlag_16BitSourceData = 1;
+inline constexpr std::uint32_t kLosslessFormatFlag_20BitSourceData = 2;
+inline constexpr std::uint32_t kLosslessFormatFlag_24BitSourceData = 3;
+inline constexpr std::uint32_t kLosslessFormatFlag_32BitSourceData = 4;
+
 /// SBC streams: a zero byte, then "sbc".
 inline constexpr std::uint32_t kAudioFormatSbc = 0x00736263;
 

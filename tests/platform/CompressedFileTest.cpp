@@ -170,6 +170,7 @@ TEST_F(CompressedFile, holdsThePacketsThatOthersFind) {
         AudioStreamBasicDescription format;
         format.mSampleRate = sample.rate;
         format.mFormatID = sample.formatID;
+        format.mFormatFlags = sample.formatFlags();
         format.mChannelsPerFrame = sample.channels;
         format.mFramesPerPacket = sample.framesPerPacket;
         EXPECT_EQ(formatOf(file), format) << formatOf(file).mFramesPerPacket;
@@ -405,13 +406,6 @@ class Cookie : public CompressedFile {
 
     Bytes cookieOfWritten() { return cookieOf(open(path_)); }
 };
-
-Bytes bytesFrom(std::initializer_list<unsigned> values) {
-    Bytes bytes;
-    std::transform(values.begin(), values.end(), std::back_inserter(bytes),
-                   [](unsigned value) { return static_cast<std::byte>(value); });
-    return bytes;
-}
 
 TEST_F(Cookie, ofAacIsTakenInBothFormsAtBothTimes) {
     const Bytes config = bytesFrom({0x12, 0x10, 0x56, 0xE5, 0x00});

@@ -23,6 +23,12 @@ struct CompressedSample {
     std::size_t cookieSize;
     /// Frames that are heard; 0: as many as ffmpeg decodes.
     std::uint64_t frameCount = 0;
+
+    std::uint32_t formatFlags() const {
+        return formatID == kAudioFormatALAC || formatID == kAudioFormatFLAC
+                   ? kLosslessFormatFlag_16BitSourceData
+                   : 0;
+    }
 };
 
 /// One sample of each kind that the service reads.

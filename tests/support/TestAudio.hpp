@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <vector>
 
 namespace zav::test {
@@ -29,6 +30,14 @@ inline std::vector<std::byte> testBytes(std::size_t count, std::uint32_t seed = 
     for (std::size_t i = 0; i < count; ++i) {
         seed = seed * 1664525U + 1013904223U;
         bytes.push_back(static_cast<std::byte>(seed >> 24U));
+    }
+    return bytes;
+}
+
+inline std::vector<std::byte> bytesFrom(std::initializer_list<unsigned> values) {
+    std::vector<std::byte> bytes;
+    for (const unsigned value : values) {
+        bytes.push_back(static_cast<std::byte>(value));
     }
     return bytes;
 }

@@ -1,5 +1,7 @@
 #include "ZAVAudioStreaming/core/Export.hpp"
 #include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegDecoder.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegEncoder.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegFileTypes.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegReader.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegWriter.hpp"
@@ -8,4 +10,5 @@
 extern "C" ZAV_EXPORT const zav::FfmpegModule ZAV_MODULE_SYMBOL;
 
 const zav::FfmpegModule ZAV_MODULE_SYMBOL = {
-    zav::openFfmpegFile, zav::createFfmpegFile, zav::ffmpegReadableTypes, zav::ffmpegWritableTypes};
+    zav::openFfmpegFile,      zav::createFfmpegFile,  zav::ffmpegReadableTypes,
+    zav::ffmpegWritableTypes, zav::makeFfmpegDecoder, zav::makeFfmpegEncoder};

@@ -6,6 +6,7 @@ extern "C" {
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace zav {
 namespace {
@@ -52,6 +53,43 @@ Packet makePacket() {
         throw std::bad_alloc();
     }
     return packet;
+}
+
+Frame makeFrame() {
+    Frame frame(av_frame_alloc());
+    if (frame == nullptr) {
+        throw std::bad_alloc();
+    }
+    return frame;
+}
+
+CodecParameters makeCodecParameters() {
+    CodecParameters parameters(avcodec_parameters_alloc());
+    if (parameters == nullptr) {
+        throw std::bad_alloc();
+    }
+    return parameters;
+}
+
+CodecContext makeCodecContext(const AVCodec* codec) {
+    CodecContext context(avcodec_alloc_context3(codec));
+    if (context == nullptr) {
+        throw std::bad_alloc();
+    }
+    context->log_level_offset = kSilence;
+    return context;
+}
+
+Resampler makeResampler(PcmShape from, PcmShape to) {
+    SwrContext* context = nullptr;
+    const int result =
+        swr_alloc_set_opts2(&context, &to.layout, to.sampleFormat, to.rate, &from.layout,
+                            from.sampleFormat, from.rate, kSilence, nullptr);
+    Resampler resampler(context);
+    if (result == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();
+    }
+    return result >= 0 && swr_init(context) >= 0 ? std::move(resampler) : nullptr;
 }
 
 std::span<const std::byte> extradataOf(const AVCodecParameters& parameters) {

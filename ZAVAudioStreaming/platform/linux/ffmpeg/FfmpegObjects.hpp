@@ -3,6 +3,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libswresample/swresample.h>
 }
 
 #include <cstddef>
@@ -29,6 +30,15 @@ struct FreePacket {
 struct FreeCodecContext {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
 };
+struct FreeCodecParameters {
+    void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
+};
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct FreeResampler {
+    void operator()(SwrContext* resampler) const { swr_free(&resampler); }
+};
 struct CloseParser {
     void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
 };
@@ -36,6 +46,9 @@ struct CloseParser {
 using FormatContext = std::unique_ptr<AVFormatContext, FreeFormatContext>;
 using Packet = std::unique_ptr<AVPacket, FreePacket>;
 using CodecContext = std::unique_ptr<AVCodecContext, FreeCodecContext>;
+using CodecParameters = std::unique_ptr<AVCodecParameters, FreeCodecParameters>;
+using Frame = std::unique_ptr<AVFrame, FreeFrame>;
+using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
 using Parser = std::unique_ptr<AVCodecParserContext, CloseParser>;
 
 /// Added to the level of a message, this takes even the gravest one beyond the most talkative
@@ -46,6 +59,21 @@ inline constexpr int kSilence = 64;
 FormatContext makeFormatContext(AVIOContext* pb);
 
 Packet makePacket();
+Frame makeFrame();
+CodecParameters makeCodecParameters();
+
+/// A context that prints nothing. `codec` can be null.
+CodecContext makeCodecContext(const AVCodec* codec);
+
+/// One side of a conversion of PCM.
+struct PcmShape {
+    AVSampleFormat sampleFormat;
+    int rate;  ///< in Hz
+    AVChannelLayout layout;
+};
+
+/// A resampler that prints nothing; null when there is no way from one to the other.
+Resampler makeResampler(PcmShape from, PcmShape to);
 
 std::span<const std::byte> extradataOf(const AVCodecParameters& parameters);
 void setExtradata(AVCodecParameters& parameters, std::span<const std::byte> extradata);

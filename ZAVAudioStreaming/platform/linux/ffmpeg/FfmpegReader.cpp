@@ -11,6 +11,7 @@
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegFileTypes.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/PacketScan.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/SourceDepth.hpp"
 
 namespace zav {
 namespace {
@@ -201,6 +202,8 @@ std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
         opened.firstPacket != nullptr) {
         opened.cookie = audioSpecificConfigOfAdts(bytesOf(*opened.firstPacket));
     }
+    opened.dataFormat.mFormatFlags =
+        sourceDepthFlag(sourceDepthInCookie(parameters.codec_id, opened.cookie));
     opened.dataFormat.mSampleRate = parameters.sample_rate;
     opened.dataFormat.mChannelsPerFrame =
         static_cast<std::uint32_t>(parameters.ch_layout.nb_channels);

@@ -199,6 +199,21 @@ std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSki
     return head;
 }
 
+std::vector<std::byte> makeAlacConfig(std::uint32_t framesPerPacket, std::uint32_t depth,
+                                      std::uint32_t channels, std::uint32_t rate) {
+    std::vector<std::byte> config(kAlacConfigSize);
+    const std::span bytes(config);
+    putBigEndian(bytes.first(4), framesPerPacket);
+    putBigEndian(bytes.subspan(5, 1), depth);
+    putBigEndian(bytes.subspan(6, 1), 40);  // adaptation of the Rice parameter: history's weight,
+    putBigEndian(bytes.subspan(7, 1), 10);  // its first value,
+    putBigEndian(bytes.subspan(8, 1), 14);  // and the parameter's limit
+    putBigEndian(bytes.subspan(9, 1), channels);
+    putBigEndian(bytes.subspan(10, 2), 255);  // longest run
+    putBigEndian(bytes.subspan(20, 4), rate);
+    return config;
+}
+
 std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t channels) {
     constexpr std::uint32_t kEightChannelCode = 7;
     if (channels == 0 || channels == 7 || channels > 8) {

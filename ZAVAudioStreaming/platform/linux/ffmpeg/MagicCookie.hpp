@@ -30,6 +30,10 @@ std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::b
 std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
                                     std::uint32_t inputRate);
 
+/// ALAC's configuration with the parameters that encoders have. `depth` is in bits.
+std::vector<std::byte> makeAlacConfig(std::uint32_t framesPerPacket, std::uint32_t depth,
+                                      std::uint32_t channels, std::uint32_t rate);
+
 /// ISO/IEC 14496-3, 1.6.2.1, for AAC-LC. Empty for a number of channels that has no code.
 std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t channels);
 

@@ -1,0 +1,246 @@
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegDecoder.hpp"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+}
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <new>
+#include <utility>
+
+#include "ZAVAudioStreaming/core/OpusPacket.hpp"
+#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegFileTypes.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/LargestPacket.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
+#include "ZAVAudioStreaming/platform/linux/ffmpeg/SourceDepth.hpp"
+
+namespace zav {
+namespace {
+
+/// FLAC's most; ALAC names none, and its encoders have 4096.
+constexpr std::uint32_t kMostFramesInPacket = 65535;
+constexpr std::uint32_t kUsualAlacFrames = 4096;
+
+bool isLossless(AVCodecID codec) {
+    return codec == AV_CODEC_ID_ALAC || codec == AV_CODEC_ID_FLAC;
+}
+
+std::uint32_t mostChannels(AVCodecID codec) {
+    switch (codec) {
+        case AV_CODEC_ID_NONE:
+            return 0;
+        case AV_CODEC_ID_AMR_NB:
+            return 1;
+        case AV_CODEC_ID_MP1:
+        case AV_CODEC_ID_MP2:
+        case AV_CODEC_ID_MP3:
+            return 2;
+        case AV_CODEC_ID_AC3:
+            return 6;
+        default:
+            return 8;
+    }
+}
+
+/// Whether a codec has this rate, in Hz, among those that devices have.
+bool hasRate(AVCodecID codec, double rate) {
+    // Three rates, their halves and quarters.
+    constexpr std::array<std::uint32_t, 9> kNineRates = {8000,  11025, 12000, 16000, 22050,
+                                                         24000, 32000, 44100, 48000};
+    constexpr double kLowest = 8000;
+    constexpr double kHighest = 192000;
+    if (!(rate >= kLowest && rate <= kHighest) || rate != std::floor(rate)) {
+        return false;
+    }
+    switch (codec) {
+        case AV_CODEC_ID_AMR_NB:
+            return rate == kLowest;
+        case AV_CODEC_ID_MP1:
+        case AV_CODEC_ID_MP2:
+        case AV_CODEC_ID_MP3:
+        case AV_CODEC_ID_AC3:
+            return std::find(kNineRates.begin(), kNineRates.end(),
+                             static_cast<std::uint32_t>(rate)) != kNineRates.end();
+        default:
+            return true;
+    }
+}
+
+[[noreturn]] void refuseFormat() {
+    throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+}
+
+AVCodecID requireCodec(const AudioStreamBasicDescription& format) {
+    const AVCodecID codec = codecOf(format.mFormatID);
+    if (avcodec_find_decoder(codec) == nullptr || !hasRate(codec, format.mSampleRate) ||
+        format.mChannelsPerFrame < 1 || format.mChannelsPerFrame > mostChannels(codec) ||
+        format.mFramesPerPacket > kMostFramesInPacket ||
+        format.mBytesPerPacket > largestPacket(codec, format, {})) {
+        refuseFormat();
+    }
+    return codec;
+}
+
+AVSampleFormat sampleFormatFor(AVCodecID codec, const AudioStreamBasicDescription& format) {
+    constexpr std::uint32_t kShallow = 16;
+    if (!isLossless(codec)) {
+        return AV_SAMPLE_FMT_FLT;
+    }
+    return sourceDepthOf(format) == kShallow ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_S32;
+}
+
+AudioStreamBasicDescription pcmFor(AVCodecID codec, const AudioStreamBasicDescription& format) {
+    return pcmDescription(sampleFormatFor(codec, format),
+                          codec == AV_CODEC_ID_OPUS ? kOpusRate : format.mSampleRate,
+                          format.mChannelsPerFrame);
+}
+
+/// What the record tells of what a cookie would; empty when that is not enough.
+std::vector<std::byte> extradataOfRecord(AVCodecID codec,
+                                         const AudioStreamBasicDescription& format) {
+    const auto rate = static_cast<std::uint32_t>(format.mSampleRate);
+    if (codec == AV_CODEC_ID_AAC) {
+        return makeAudioSpecificConfig(rate, format.mChannelsPerFrame);
+    }
+    const std::uint32_t depth = sourceDepthOf(format);
+    if (codec == AV_CODEC_ID_ALAC && sourceDepthFlag(depth) != 0) {
+        const std::uint32_t frames =
+            format.mFramesPerPacket != 0 ? format.mFramesPerPacket : kUsualAlacFrames;
+        return extradataOfCookie(codec,
+                                 makeAlacConfig(frames, depth, format.mChannelsPerFrame, rate));
+    }
+    return {};
+}
+
+}  // namespace
+
+std::unique_ptr<QueueDecoder> makeFfmpegDecoder(const AudioStreamBasicDescription& format) {
+    return std::make_unique<FfmpegDecoder>(format);
+}
+
+FfmpegDecoder::FfmpegDecoder(const AudioStreamBasicDescription& format)
+    : format_(format),
+      pcmFormat_(pcmFor(requireCodec(format), format)),
+      parameters_(makeCodecParameters()),
+      cutter_(codecOf(format.mFormatID), format.mBytesPerPacket),
+      converter_(sampleFormatFor(codecOf(format.mFormatID), format),
+                 static_cast<std::uint32_t>(pcmFormat_.mSampleRate), format.mChannelsPerFrame) {
+    parameters_->codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters_->codec_id = codecOf(format.mFormatID);
+    parameters_->sample_rate = static_cast<int>(pcmFormat_.mSampleRate);
+    av_channel_layout_default(&parameters_->ch_layout, static_cast<int>(format.mChannelsPerFrame));
+    setExtradata(*parameters_, extradataOfRecord(parameters_->codec_id, format));
+    context_ = openCodec();
+    if (context_ == nullptr && !hasMagicCookie(parameters_->codec_id)) {
+        refuseFormat();
+    }
+}
+
+/// Null when the codec does not take its parameters.
+CodecContext FfmpegDecoder::openCodec() const {
+    const AVCodec* const codec = avcodec_find_decoder(parameters_->codec_id);
+    CodecContext context = makeCodecContext(codec);
+    if (avcodec_parameters_to_context(context.get(), parameters_.get()) < 0) {
+        throw std::bad_alloc();
+    }
+    // Decoders that know of priming would cut it out of the first stream and not of the next.
+    context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+    context->max_samples = kMostFramesInPacket;
+    if (parameters_->codec_id == AV_CODEC_ID_FLAC) {
+        // The one codec whose damage would be played as noise, and which can tell.
+        context->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
+    }
+    const int result = avcodec_open2(context.get(), codec, nullptr);
+    if (result == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();
+    }
+    return result < 0 ? nullptr : std::move(context);
+}
+
+std::uint32_t FfmpegDecoder::maximumPacketSize() const {
+    const AVCodecID codec = parameters_->codec_id;
+    return largestPacket(codec, format_, cookieOfExtradata(codec, extradataOf(*parameters_)));
+}
+
+void FfmpegDecoder::setMagicCookie(std::span<const std::byte> cookie) {
+    const AVCodecID codec = parameters_->codec_id;
+    if (!hasMagicCookie(codec)) {
+        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+    }
+    const auto extradata = extradataOfCookie(codec, cookie);
+    const auto config = cookieOfExtradata(codec, extradata);
+    if (codec == AV_CODEC_ID_ALAC &&
+        bigEndianAt(std::span(config).first(4)) > kMostFramesInPacket) {
+        throw AudioFileFailure(kAudioFileParameterError);
+    }
+    const auto before = extradataOf(*parameters_);
+    const std::vector<std::byte> old(before.begin(), before.end());
+    setExtradata(*parameters_, extradata);
+    CodecContext context = openCodec();
+    if (context == nullptr) {
+        setExtradata(*parameters_, old);
+        throw AudioFileFailure(kAudioFileParameterError);
+    }
+    context_ = std::move(context);
+}
+
+void FfmpegDecoder::decode(std::span<const std::byte> bytes,
+                           std::span<const AudioStreamPacketDescription> descriptions,
+                           std::vector<std::byte>& pcm) {
+    if (descriptions.empty()) {
+        cutter_.cut(bytes, [&](std::span<const std::byte> packet) { decodePacket(packet, pcm); });
+    }
+    for (const AudioStreamPacketDescription& place : descriptions) {
+        decodePacket(
+            bytes.subspan(static_cast<std::size_t>(place.mStartOffset), place.mDataByteSize), pcm);
+    }
+}
+
+void FfmpegDecoder::decodePacket(std::span<const std::byte> packet, std::vector<std::byte>& pcm) {
+    // Without bytes it would stand for the end of the stream.
+    if (context_ == nullptr || packet.empty()) {
+        return;
+    }
+    // Of a packet that owns nothing the decoder makes a copy of its own, padded as it needs it.
+    packet_->data = const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(packet.data()));
+    packet_->size = static_cast<int>(packet.size());
+    send(packet_.get(), pcm);
+}
+
+void FfmpegDecoder::send(const AVPacket* packet, std::vector<std::byte>& pcm) {
+    int result = avcodec_send_packet(context_.get(), packet);
+    while (result >= 0) {
+        result = avcodec_receive_frame(context_.get(), frame_.get());
+        if (result >= 0) {
+            // A stream's first frame of MPEG audio still has the rate that the codec was opened
+            // with.
+            frame_->sample_rate = context_->sample_rate;
+            converter_.append(*frame_, pcm);
+        }
+    }
+    if (result == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();
+    }
+}
+
+void FfmpegDecoder::finish(std::vector<std::byte>& pcm) {
+    cutter_.finish([&](std::span<const std::byte> packet) { decodePacket(packet, pcm); });
+    if (context_ != nullptr) {
+        send(nullptr, pcm);
+    }
+    converter_.finish(pcm);
+    reset();
+}
+
+// Not every decoder forgets all when it is flushed: a new one does.
+void FfmpegDecoder::reset() {
+    cutter_.reset();
+    converter_.reset();
+    context_ = openCodec();
+}
+
+}  // namespace zav

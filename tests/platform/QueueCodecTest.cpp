@@ -1,0 +1,387 @@
+// The queue's codecs: decoders against ffmpeg, encoders through the file service to other programs.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <random>
+
+#include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
+#include "tests/support/AudioFileAccess.hpp"
+#include "tests/support/Commands.hpp"
+#include "tests/support/CompressedSamples.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/SilentStderr.hpp"
+#include "tests/support/TestAudio.hpp"
+
+namespace zav::test {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+using Places = std::vector<AudioStreamPacketDescription>;
+
+/// A stream, as a file holds it.
+struct Stream {
+    AudioStreamBasicDescription format;
+    Bytes cookie;
+    Bytes bytes;  // packets one behind the other
+    Places places;
+};
+
+Stream readStream(const std::filesystem::path& path) {
+    const OpenFile file = open(path);
+    Stream stream;
+    stream.format = property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat);
+    std::uint32_t size = 0;
+    if (AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData, &size, nullptr) ==
+        noErr) {
+        stream.cookie.resize(size);
+        EXPECT_EQ(AudioFileGetProperty(file.get(), kAudioFilePropertyMagicCookieData, &size,
+                                       stream.cookie.data()),
+                  noErr);
+    }
+    auto count = static_cast<std::uint32_t>(packetCount(file));
+    size = static_cast<std::uint32_t>(
+        property<std::uint64_t>(file, kAudioFilePropertyAudioDataByteCount));
+    stream.bytes.resize(size);
+    stream.places.resize(count);
+    EXPECT_EQ(AudioFileReadPacketData(file.get(), false, &size, stream.places.data(), 0, &count,
+                                      stream.bytes.data()),
+              noErr);
+    return stream;
+}
+
+std::unique_ptr<QueueDecoder> makeDecoder(const Stream& stream) {
+    auto decoder = ffmpegModule()->makeQueueDecoder(stream.format);
+    if (!stream.cookie.empty()) {
+        decoder->setMagicCookie(stream.cookie);
+    }
+    return decoder;
+}
+
+/// All of a stream in one buffer.
+Bytes decodeAll(QueueDecoder& decoder, const Stream& stream) {
+    Bytes pcm;
+    decoder.decode(stream.bytes, stream.places, pcm);
+    decoder.finish(pcm);
+    return pcm;
+}
+
+/// All of some bytes in pieces that `nextSize` gives the sizes of, not described.
+Bytes decodePieces(QueueDecoder& decoder, std::span<const std::byte> bytes,
+                   const std::function<std::size_t()>& nextSize) {
+    Bytes pcm;
+    while (!bytes.empty()) {
+        const std::size_t size = std::min(bytes.size(), nextSize());
+        // With no byte to spare behind it.
+        const Bytes piece(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
+        decoder.decode(piece, {}, pcm);
+        bytes = bytes.subspan(size);
+    }
+    decoder.finish(pcm);
+    return pcm;
+}
+
+Bytes bytesOf(const std::string& text) {
+    const auto bytes = std::as_bytes(std::span(text));
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string quoted(const std::filesystem::path& path) {
+    return "'" + path.string() + "'";
+}
+
+/// ffmpeg's name for PCM without a header.
+std::string rawFormat(const AudioStreamBasicDescription& pcm) {
+    const bool isFloat = (pcm.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
+    return " -f " + std::string(isFloat ? "f" : "s") + std::to_string(pcm.mBitsPerChannel) + "le ";
+}
+
+std::string rawOptions(const AudioStreamBasicDescription& pcm) {
+    return rawFormat(pcm) + "-ar " + std::to_string(static_cast<int>(pcm.mSampleRate)) + " -ac " +
+           std::to_string(pcm.mChannelsPerFrame) + " ";
+}
+
+/// What ffmpeg decodes, priming included, in samples like those of `pcm`.
+Bytes decodeByFfmpeg(const std::filesystem::path& path, const AudioStreamBasicDescription& pcm) {
+    return bytesOf(outputOf("ffmpeg -nostdin -v error -flags2 +skip_manual -i " + quoted(path) +
+                            " -map 0:a:0" + rawFormat(pcm) + "-"));
+}
+
+template <class Sample>
+std::vector<double> samplesAs(std::span<const std::byte> pcm, double scale) {
+    std::vector<double> samples;
+    for (; pcm.size() >= sizeof(Sample); pcm = pcm.subspan(sizeof(Sample))) {
+        Sample sample;
+        std::memcpy(&sample, pcm.data(), sizeof(Sample));
+        samples.push_back(static_cast<double>(sample) / scale);
+    }
+    return samples;
+}
+
+/// Decibels that `signal` stands above its difference from `other`, over their common length.
+double signalToNoise(std::span<const double> signal, std::span<const double> other) {
+    double power = 0;
+    double noise = 0;
+    for (std::size_t i = 0; i < std::min(signal.size(), other.size()); ++i) {
+        power += signal[i] * signal[i];
+        noise += (signal[i] - other[i]) * (signal[i] - other[i]);
+    }
+    return 10 * std::log10(power / noise);
+}
+
+class QueueDecoding : public testing::Test {
+ protected:
+    /// A sample beside the common ones.
+    std::filesystem::path make(const std::string& name, const std::string& options) {
+        const auto input = samples_["free.flac"];
+        const auto path = samples_ / name;
+        outputOf("ffmpeg -nostdin -v error -y -i " + quoted(input) + " " + options + " " +
+                 quoted(path));
+        return path;
+    }
+
+    CompressedSampleFolder samples_;
+};
+
+TEST_F(QueueDecoding, givesWhatFfmpegGives) {
+    std::vector<std::filesystem::path> paths = {
+        make("deep.flac", "-af volume=0.3 -sample_fmt s32"),
+        make("deep.m4a", "-c:a alac -af volume=0.3 -sample_fmt s32p"),
+        make("mono.m4a", "-ac 1 -ar 16000"),
+        make("six.m4a", "-ac 6"),
+        make("six.ac3", "-ac 6 -ar 48000"),
+    };
+    for (const CompressedSample& sample : compressedSamples()) {
+        paths.push_back(samples_[sample.name]);
+    }
+    for (const auto& path : paths) {
+        SCOPED_TRACE(path.filename());
+        const Stream stream = readStream(path);
+        const SilentStderr silent;
+        const auto decoder = makeDecoder(stream);
+        const auto pcm = decoder->pcmFormat();
+        EXPECT_EQ(pcm.mSampleRate, stream.format.mSampleRate);
+        EXPECT_EQ(pcm.mChannelsPerFrame, stream.format.mChannelsPerFrame);
+        const Bytes decoded = decodeAll(*decoder, stream);
+        EXPECT_GT(decoded.size(), 0U);
+        EXPECT_TRUE(decoded == decodeByFfmpeg(path, pcm));
+        for (const AudioStreamPacketDescription& place : stream.places) {
+            ASSERT_LE(place.mDataByteSize, decoder->maximumPacketSize());
+        }
+    }
+}
+
+TEST_F(QueueDecoding, needsNoCookieWhereTheRecordTellsEnough) {
+    for (const char* const name :
+         {"aac.m4a", "alac.m4a", "alac.caf", "free.flac", "tools.opus", "long.opus"}) {
+        SCOPED_TRACE(name);
+        Stream stream = readStream(samples_[name]);
+        const Bytes withCookie = decodeAll(*makeDecoder(stream), stream);
+        stream.cookie.clear();
+        const auto decoder = makeDecoder(stream);
+        EXPECT_TRUE(decodeAll(*decoder, stream) == withCookie);
+    }
+    // Where it does not, what comes before the cookie is left out.
+    Stream vorbis = readStream(samples_["vorbis.ogg"]);
+    Stream alac = readStream(samples_["alac.m4a"]);
+    alac.format.mFormatFlags = 0;
+    for (Stream& stream : std::vector{vorbis, alac}) {
+        const Bytes cookie = std::exchange(stream.cookie, {});
+        const auto decoder = makeDecoder(stream);
+        EXPECT_TRUE(decodeAll(*decoder, stream).empty());
+        decoder->setMagicCookie(cookie);
+        EXPECT_FALSE(decodeAll(*decoder, stream).empty());
+    }
+}
+
+TEST_F(QueueDecoding, takesEveryFormOfCookieAndNothingElse) {
+    const Stream aac = readStream(samples_["adts.aac"]);
+    const Stream alac = readStream(samples_["alac.m4a"]);
+    Bytes descriptor =
+        bytesFrom({3, 25, 0, 0, 0, 4, 17, 0x40, 0x15, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5, 2});
+    descriptor.insert(descriptor.end(), aac.cookie.begin(), aac.cookie.end());
+    Bytes atom = bytesFrom({0, 0, 0, 36, 'a', 'l', 'a', 'c', 0, 0, 0, 0});
+    atom.insert(atom.end(), alac.cookie.begin(), alac.cookie.end());
+    Bytes wide = alac.cookie;
+    wide[0] = std::byte{1};  // 16 million frames in a packet
+    for (const auto& [stream, cookie] : {std::pair(aac, descriptor), std::pair(alac, atom)}) {
+        const auto decoder = makeDecoder(stream);
+        const Bytes pcm = decodeAll(*decoder, stream);
+        decoder->setMagicCookie(cookie);
+        EXPECT_TRUE(decodeAll(*decoder, stream) == pcm);
+        for (const Bytes& bad : {Bytes(), Bytes(1), Bytes(20), wide}) {
+            OSStatus status = noErr;
+            try {
+                decoder->setMagicCookie(bad);
+            } catch (const AudioFileFailure& failure) {
+                status = failure.status();
+            }
+            EXPECT_EQ(status, kAudioFileParameterError) << bad.size();
+        }
+        // What was refused changed nothing.
+        EXPECT_TRUE(decodeAll(*decoder, stream) == pcm);
+    }
+    EXPECT_THROW(makeDecoder(readStream(samples_["lame.mp3"]))->setMagicCookie(Bytes(24)),
+                 AudioFileFailure);
+}
+
+TEST_F(QueueDecoding, findsPacketsWhereverTheStreamIsCut) {
+    std::mt19937 random(11);
+    for (const char* const name :
+         {"lame.mp3", "slow.mp3", "two.mp2", "adts.aac", "cinema.ac3", "free.flac", "phone.amr"}) {
+        SCOPED_TRACE(name);
+        Stream stream = readStream(samples_[name]);
+        const Bytes described = decodeAll(*makeDecoder(stream), stream);
+        if (stream.format.mFormatID == kAudioFormatMPEG4AAC) {
+            stream.bytes = readFile(samples_[name]);  // with the headers
+            stream.cookie.clear();
+        } else if (stream.format.mFormatID == kAudioFormatAMR) {
+            stream.format.mBytesPerPacket = 32;
+        }
+        const auto decoder = makeDecoder(stream);
+        const SilentStderr silent;
+        const auto sizes = std::vector<std::function<std::size_t()>>{
+            [&] { return stream.bytes.size(); },
+            [] { return std::size_t{1}; },
+            [&] { return std::size_t{random() % 3000 + 1}; },
+            [&] { return std::size_t{random() % 40 + 1}; },
+        };
+        for (std::size_t i = 0; i < sizes.size(); ++i) {
+            EXPECT_TRUE(decodePieces(*decoder, stream.bytes, sizes[i]) == described) << i;
+        }
+    }
+}
+
+TEST_F(QueueDecoding, takesAnUndescribedBufferForAPacketWhereNothingElseIsTold) {
+    for (const char* const name : {"aac.m4a", "alac.m4a", "vorbis.ogg", "tools.opus"}) {
+        const Stream stream = readStream(samples_[name]);
+        const auto decoder = makeDecoder(stream);
+        const Bytes described = decodeAll(*decoder, stream);
+        std::size_t next = 0;
+        EXPECT_TRUE(decodePieces(*decoder, stream.bytes,
+                                 [&] {
+                                     return std::size_t{stream.places[next++].mDataByteSize};
+                                 }) == described)
+            << name;
+    }
+}
+
+TEST_F(QueueDecoding, takesDescribedPacketsFromAnyPlace) {
+    const Stream stream = readStream(samples_["tools.opus"]);
+    const auto decoder = makeDecoder(stream);
+    const Bytes expected = decodeAll(*decoder, stream);
+    // Spread over a buffer in reverse, with other bytes between them.
+    Stream spread = stream;
+    spread.bytes = testBytes(stream.bytes.size() + 7 * stream.places.size());
+    std::size_t offset = spread.bytes.size();
+    for (std::size_t i = 0; i < stream.places.size(); ++i) {
+        const auto& from = stream.places[i];
+        offset -= from.mDataByteSize + std::size_t{7};
+        std::copy_n(stream.bytes.begin() + from.mStartOffset, from.mDataByteSize,
+                    spread.bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+        spread.places[i].mStartOffset = static_cast<std::int64_t>(offset);
+    }
+    EXPECT_TRUE(decodeAll(*decoder, spread) == expected);
+}
+
+TEST_F(QueueDecoding, beginsAnewAfterAnEndAndAfterAReset) {
+    for (const CompressedSample& sample : compressedSamples()) {
+        SCOPED_TRACE(sample.name);
+        const Stream stream = readStream(samples_[sample.name]);
+        const auto decoder = makeDecoder(stream);
+        const Bytes first = decodeAll(*decoder, stream);
+        EXPECT_TRUE(decodeAll(*decoder, stream) == first);
+        Bytes dropped;
+        decoder->decode(stream.bytes, std::span(stream.places).first(20), dropped);
+        decoder->decode(std::span(stream.bytes).first(100), {}, dropped);
+        decoder->reset();
+        EXPECT_TRUE(decodeAll(*decoder, stream) == first);
+    }
+}
+
+TEST_F(QueueDecoding, convertsWhatIsNotAsTheRecordSays) {
+    struct Case {
+        const char* name;
+        double rate;
+        std::uint32_t channels;
+    };
+    for (const auto& [name, rate, channels] :
+         {Case{"lame.mp3", 48000, 2}, Case{"lame.mp3", 44100, 1}, Case{"adts.aac", 32000, 1},
+          Case{"free.flac", 96000, 2}, Case{"slow.mp3", 44100, 2}}) {
+        SCOPED_TRACE(name);
+        Stream stream = readStream(samples_[name]);
+        const auto honest = makeDecoder(stream);
+        const auto raw = samples_ / "raw";
+        writeFile(raw, decodeAll(*honest, stream));
+        stream.format.mSampleRate = rate;
+        stream.format.mChannelsPerFrame = channels;
+        stream.cookie.clear();
+        if (stream.format.mFormatID == kAudioFormatMPEG4AAC) {
+            stream.bytes = readFile(samples_[name]);  // with headers, which know better
+            stream.places.clear();
+        }
+        const auto decoder = makeDecoder(stream);
+        const auto pcm = decoder->pcmFormat();
+        EXPECT_EQ(pcm.mSampleRate, rate);
+        EXPECT_EQ(pcm.mChannelsPerFrame, channels);
+        const Bytes decoded = decodeAll(*decoder, stream);
+        const Bytes expected =
+            bytesOf(outputOf("ffmpeg -nostdin -v error " + rawOptions(honest->pcmFormat()) +
+                             " -i " + quoted(raw) + " " + rawOptions(pcm) + " -"));
+        const bool isFloat = (pcm.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
+        const auto samples = [&](const Bytes& bytes) {
+            return isFloat ? samplesAs<float>(bytes, 1) : samplesAs<std::int16_t>(bytes, 32768);
+        };
+        // The resampler's last frames are cut differently.
+        EXPECT_NEAR(static_cast<double>(decoded.size()), static_cast<double>(expected.size()),
+                    100 * pcm.mBytesPerFrame);
+        EXPECT_GT(signalToNoise(samples(expected), samples(decoded)), 60);
+    }
+}
+
+TEST_F(QueueDecoding, leavesOutWhatIsDamagedAndGoesOn) {
+    constexpr std::uint32_t kSeed = 31;
+    std::mt19937 random(kSeed);
+    for (const CompressedSample& sample : compressedSamples()) {
+        const Stream good = readStream(samples_[sample.name]);
+        const auto decoder = makeDecoder(good);
+        const std::size_t whole = decodeAll(*decoder, good).size();
+        const SilentStderr silent;
+        for (int round = 0; round < 30; ++round) {
+            SCOPED_TRACE(sample.name + ", seed " + std::to_string(kSeed) + ", round " +
+                         std::to_string(round));
+            Stream bad = good;
+            // A few bits here and there, or nothing but junk.
+            for (auto changes = random() % 200 + 1; changes > 0; --changes) {
+                bad.bytes[random() % bad.bytes.size()] = static_cast<std::byte>(random());
+            }
+            if (round % 10 == 9) {
+                bad.bytes = testBytes(bad.bytes.size(), static_cast<std::uint32_t>(round));
+            }
+            if (round % 3 == 2) {
+                bad.places.clear();
+            }
+            EXPECT_LE(decodeAll(*decoder, bad).size(), 20 * whole + 1000000);
+        }
+        EXPECT_EQ(decodeAll(*decoder, good).size(), whole);
+    }
+}
+
+TEST_F(QueueDecoding, leavesOutADamagedFlacFrame) {
+    Stream stream = readStream(samples_["free.flac"]);
+    const auto decoder = makeDecoder(stream);
+    const Bytes whole = decodeAll(*decoder, stream);
+    const std::size_t packetSize = std::size_t{4} * stream.format.mFramesPerPacket;
+    stream.bytes[static_cast<std::size_t>(stream.places[3].mStartOffset) + 4000] ^= std::byte{4};
+    Bytes rest = whole;
+    const auto third = rest.begin() + static_cast<std::ptrdiff_t>(3 * packetSize);
+    rest.erase(third, third + static_cast<std::ptrdiff_t>(packetSize));
+    const SilentStderr silent;
+    EXPECT_TRUE(decodeAll(*decoder, stream) == rest);
+}
+
+}  // namespace
+}  // namespace zav::test
