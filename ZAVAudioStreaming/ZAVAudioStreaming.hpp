@@ -2,6 +2,7 @@
 
 /// Everything that an application needs to build audio graphs.
 
+#include "ZAVAudioStreaming/codecs/FrameAligner.hpp"
 #include "ZAVAudioStreaming/codecs/OpusDecoder.hpp"
 #include "ZAVAudioStreaming/codecs/OpusEncoder.hpp"
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
@@ -18,9 +19,12 @@
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
 #include "ZAVAudioStreaming/core/Version.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
 #include "ZAVAudioStreaming/sinks/FileSink.hpp"
+#include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "ZAVAudioStreaming/sources/FileSource.hpp"
+#include "ZAVAudioStreaming/sources/RecordSource.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
 #include "ZAVAudioStreaming/sources/ZAVSbcFileSource.hpp"

@@ -1,0 +1,201 @@
+#include "ZAVAudioStreaming/sources/RecordSource.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/Diagnostics.hpp"
+
+namespace zav {
+namespace {
+
+constexpr std::uint64_t kQueueBufferCount = 3;
+constexpr std::uint32_t kMaximumBufferSize = 0x50000;
+constexpr double kBufferDurationInSeconds = 0.5;
+
+// Fixed names of these places, so that reports of all versions can be compared.
+constexpr SourcePosition kEnqueuePosition{"RecordSource", 33};
+constexpr SourcePosition kIsRecordingPosition{"RecordSource", 174};
+constexpr SourcePosition kTimeStampPosition{"RecordSource", 184};
+constexpr SourcePosition kMagicCookiePosition{"RecordSource", 195};
+
+/// Sets a flag as long as it lives, and wakes who waits for the end of that.
+class WhileSet {
+ public:
+    explicit WhileSet(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+    ~WhileSet() {
+        flag_ = false;
+        flag_.notify_all();
+    }
+
+    WhileSet(const WhileSet&) = delete;
+    WhileSet& operator=(const WhileSet&) = delete;
+
+ private:
+    std::atomic<bool>& flag_;
+};
+
+}  // namespace
+
+RecordSource::RecordSource(NodeKey, const AudioStreamBasicDescription& dataFormat)
+    : outDataFormat_(dataFormat) {
+    AudioQueueRef queue = nullptr;
+    if (const OSStatus status =
+            AudioQueueNewInput(&dataFormat, onBuffer, this, nullptr, nullptr, 0, &queue);
+        status != noErr) {
+        throw AudioQueueError::failure(status);
+    }
+    queue_.reset(queue);
+
+    // Asked with no room, and without looking at the status: a queue that answers all the same
+    // knows better, any other leaves the format as it was asked for.
+    std::uint32_t room = 0;
+    static_cast<void>(AudioQueueGetProperty(queue, kAudioQueueProperty_StreamDescription,
+                                            &outDataFormat_, &room));
+
+    const std::uint32_t bufferSize = queueBufferSize();
+    for (std::uint64_t i = 0; i < kQueueBufferCount; ++i) {
+        AudioQueueBufferRef buffer = nullptr;
+        if (AudioQueueAllocateBuffer(queue, bufferSize, &buffer) != noErr) {
+            throw AudioQueueError::failure(noErr);  // the status stays here, on purpose
+        }
+        // Ignored on purpose: with fewer buffers the queue still captures, though a flow without
+        // the third one does not end.
+        static_cast<void>(AudioQueueEnqueueBuffer(queue, buffer, 0, nullptr));
+    }
+}
+
+void RecordSource::onMade(NodeKey, std::weak_ptr<RecordSource> self) {
+    self_ = std::move(self);
+}
+
+void RecordSource::record() {
+    printDiagnostics("Start recording");
+    // The first buffer may come back before the targets know that the flow starts.
+    const WhileSet starting(isStarting_);
+    if (const OSStatus status = AudioQueueStart(queue_.get(), nullptr); status != noErr) {
+        throw AudioQueueError::failure(status);
+    }
+    downstreams_.onAudioStreamFlowStart();
+}
+
+void RecordSource::stop(std::function<void()> completion) {
+    printDiagnostics("Stop recording");
+    if (const OSStatus status = AudioQueueStop(queue_.get(), true); status != noErr) {
+        throw AudioQueueError::failure(status);
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        if (!flowHasEnded_) {
+            stopCompletionHandler_.swap(completion);
+            return;
+        }
+    }
+    // The last buffer came back before we could store it, or nothing was there to stop.
+    if (completion) {
+        completion();
+    }
+}
+
+bool RecordSource::isRecording() const {
+    std::uint32_t isRunning = 0;
+    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
+        fatalError("", kIsRecordingPosition);
+    }
+    return isRunning != 0;
+}
+
+double RecordSource::timeStamp() const {
+    AudioTimeStamp now;
+    if (AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr) != noErr) {
+        fatalError("", kTimeStampPosition);
+    }
+    return now.mSampleTime / outDataFormat_.mSampleRate;
+}
+
+std::vector<std::byte> RecordSource::magicCookie() const {
+    std::uint32_t size = 0;
+    if (AudioQueueGetPropertySize(queue_.get(), kAudioQueueProperty_MagicCookie, &size) != noErr) {
+        fatalError("", kMagicCookiePosition);
+    }
+    std::vector<std::byte> cookie(size);
+    // Best effort: the size was there, and zeros are the answer of a queue that cannot tell.
+    static_cast<void>(
+        AudioQueueGetProperty(queue_.get(), kAudioQueueProperty_MagicCookie, cookie.data(), &size));
+    return cookie;
+}
+
+std::uint32_t RecordSource::queueBufferSize() const {
+    std::uint32_t packetSize = outDataFormat_.mBytesPerPacket;
+    if (packetSize == 0) {
+        // When this fails, too, no buffer can be allocated.
+        static_cast<void>(readAudioQueueProperty(
+            queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize, packetSize));
+    }
+    const double size =
+        std::ceil(outDataFormat_.mSampleRate * kBufferDurationInSeconds * packetSize);
+    return std::min(checkedTruncate<std::uint32_t>(size), kMaximumBufferSize);
+}
+
+void RecordSource::addStreamTarget(std::shared_ptr<AudioStreamInputable> target) {
+    downstreams_.add(std::move(target));
+}
+
+void RecordSource::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQueueBufferRef buffer,
+                            const AudioTimeStamp* /*startTime*/, std::uint32_t packetCount,
+                            const AudioStreamPacketDescription* packetDescriptions) noexcept {
+    if (userData == nullptr) {
+        fatalError("A queue's callback came without its source");
+    }
+    // A target or a completion may drop the last other reference. Nobody owns a source that is
+    // being destroyed: the end of its queue waits for this call.
+    if (const auto self = static_cast<RecordSource*>(userData)->self_.lock()) {
+        self->isStarting_.wait(true);
+        self->takeBuffer(*buffer, packetCount, packetDescriptions);
+    }
+}
+
+void RecordSource::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCount,
+                              const AudioStreamPacketDescription* packetDescriptions) {
+    if (const std::uint32_t size = buffer.mAudioDataByteSize; size != 0) {
+        const std::uint32_t packetNum =
+            packetCount != 0 ? packetCount : checkedDivide(size, outDataFormat_.mBytesPerPacket);
+        downstreams_.receiveAudio(buffer.mAudioData, size, packetNum, packetDescriptions);
+    }
+    ++idleQueueBufferCount_;
+
+    if (isRecording()) {
+        if (AudioQueueEnqueueBuffer(queue_.get(), &buffer, 0, nullptr) != noErr) {
+            fatalError("", kEnqueuePosition);
+        }
+        --idleQueueBufferCount_;
+        // The queue may have stopped just before it got the buffer, and would keep it for good. To
+        // stop it again brings back that buffer and changes nothing else.
+        if (!isRecording()) {
+            AudioQueueStop(queue_.get(), true);
+        }
+        return;
+    }
+    printDiagnostics("[RecordSource] recording is not playing");
+    if (idleQueueBufferCount_ == kQueueBufferCount) {
+        endFlow();
+    }
+}
+
+void RecordSource::endFlow() {
+    printDiagnostics("[RecordSource] recording is stopped");
+    downstreams_.onAudioStreamFlowEnd();
+    std::function<void()> completion;
+    {
+        const std::lock_guard lock(mutex_);
+        flowHasEnded_ = true;
+        completion.swap(stopCompletionHandler_);
+    }
+    if (completion) {
+        completion();
+    }
+}
+
+}  // namespace zav

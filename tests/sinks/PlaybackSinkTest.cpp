@@ -1,0 +1,474 @@
+#include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
+#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "tests/support/DiagnosticsLines.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/RecordingSink.hpp"
+#include "tests/support/ScriptedAudioQueue.hpp"
+#include "tests/support/TestAudio.hpp"
+
+namespace zav::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kExhausted =
+    "Enqueued audio bytes are exhausted, pause playing and resume when more audio bytes are "
+    "available.";
+const std::string kPaused = "Pause Audio Queue result: 0";
+const std::string kStopping = "Stop when the enqueued audio bytes exhaused.";
+
+std::string didEnqueue(std::size_t size) {
+    return "[Playback] did enqueue " + std::to_string(size) + " bytes for playback";
+}
+
+/// A sink for 16 kHz mono: buffers of 16,384 bytes, enqueued from 8,192 on.
+class PlaybackSinkTest : public testing::Test {
+ protected:
+    static constexpr std::size_t kBufferSize = 16384;
+    static constexpr std::size_t kHalf = kBufferSize / 2;
+
+    PlaybackSinkTest() { make(); }
+
+    void make(const AudioStreamBasicDescription& format = pcmFormat(16000, 1)) {
+        sink_.reset();
+        source_ = makeNode<PeripheralSource>();
+        source_->setOutDataFormat(format);
+        resetAudioQueue();
+        sink_ = makeNode<PlaybackSink>(source_);
+        scriptedQueue().calls.clear();
+    }
+
+    void push(std::size_t size, const AudioStreamPacketDescription* descriptions = nullptr,
+              std::uint64_t packetNum = 1) {
+        const Bytes bytes = testBytes(size, ++seed_);
+        pushed_.insert(pushed_.end(), bytes.begin(), bytes.end());
+        source_->downstreams().receiveAudio(bytes.data(), size, packetNum, descriptions);
+    }
+
+    void endFlow() { source_->downstreams().onAudioStreamFlowEnd(); }
+
+    std::size_t startCount() const { return scriptedQueue().count("start"); }
+
+    DiagnosticsLines lines_;
+    std::uint32_t seed_ = 0;
+    Bytes pushed_;
+    std::shared_ptr<PeripheralSource> source_;
+    std::shared_ptr<PlaybackSink> sink_;
+};
+
+TEST_F(PlaybackSinkTest, makesAQueueForTheUpstreamsFormatAndDoesNotStartIt) {
+    resetAudioQueue();
+    sink_ = makeNode<PlaybackSink>(source_);
+    EXPECT_EQ(scriptedQueue().calls[0], "newOutput");
+    EXPECT_EQ(scriptedQueue().format, pcmFormat(16000, 1));
+    EXPECT_EQ(scriptedQueue().dispatchQueue,
+              &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated));
+    EXPECT_EQ(sink_->inDataFormat(), pcmFormat(16000, 1));
+    EXPECT_EQ(sink_->upstream(), source_);
+    EXPECT_NE(sink_->audioQueueRef(), nullptr);
+    EXPECT_FALSE(sink_->isPlaying());
+    EXPECT_FALSE(sink_->paused());
+    EXPECT_EQ(sink_->delayPlaySchedule(), std::nullopt);
+    EXPECT_EQ(sink_->allocatedBufferCount(), 0U);
+}
+
+TEST_F(PlaybackSinkTest, staysRegisteredAndHarmlessWhenItsQueueCannotBeMade) {
+    const auto source = makeNode<PeripheralSource>();
+    scriptedQueue().failures["newOutput"] = kAudioFormatUnsupportedDataFormatError;
+    try {
+        makeNode<PlaybackSink>(source);
+        FAIL();
+    } catch (const AudioQueueError& error) {
+        EXPECT_EQ(error, AudioQueueError::failure(kAudioFormatUnsupportedDataFormatError));
+    }
+    ASSERT_EQ(source->downstreams().size(), 1U);
+    const Bytes bytes(2 * kBufferSize);
+    source->downstreams().onAudioStreamFlowStart();
+    source->downstreams().receiveAudio(bytes.data(), bytes.size(), 1, nullptr);
+    source->downstreams().onAudioStreamFlowEnd();
+    EXPECT_EQ(scriptedQueue().calls, Lines{"newOutput"});
+    EXPECT_EQ(lines_.take(), Lines{});
+}
+
+TEST_F(PlaybackSinkTest, enqueuesBuffersThatAreHalfFull) {
+    auto& queue = scriptedQueue();
+    push(0);
+    EXPECT_TRUE(queue.calls.empty());
+    push(kHalf - 1);
+    EXPECT_EQ(queue.allocatedSizes, std::vector<std::uint32_t>{kBufferSize});
+    EXPECT_TRUE(queue.enqueues.empty());
+    EXPECT_EQ(sink_->idleBufferCount(), 1U);
+    EXPECT_EQ(lines_.take(), Lines{});
+
+    push(1);
+    push(2 * kBufferSize + 100);
+    EXPECT_EQ(sink_->allocatedBufferCount(), 4U);
+    EXPECT_EQ(sink_->idleBufferCount(), 1U);
+    EXPECT_EQ(lines_.take(),
+              (Lines{didEnqueue(kHalf), didEnqueue(kBufferSize), didEnqueue(kBufferSize)}));
+    EXPECT_EQ(startCount(), 0U);
+
+    // Played buffers are filled again; the one that holds the rest stays the first.
+    sink_->play();
+    queue.handBackAll();
+    EXPECT_EQ(sink_->idleBufferCount(), 4U);
+    push(kBufferSize);
+    push(kBufferSize);
+    queue.handBackAll();
+    EXPECT_EQ(sink_->allocatedBufferCount(), 4U);
+    EXPECT_EQ(
+        queue.played,
+        Bytes(pushed_.begin(), pushed_.begin() + static_cast<std::ptrdiff_t>(queue.played.size())));
+    EXPECT_GT(queue.played.size(), 4 * kBufferSize);
+}
+
+TEST_F(PlaybackSinkTest, passesThePacketDescriptionsOfTheCallOn) {
+    const AudioStreamPacketDescription descriptions[3] = {};
+    push(100);
+    push(2 * kBufferSize, descriptions, 3);
+    push(kHalf);
+    const auto& enqueues = scriptedQueue().enqueues;
+    ASSERT_EQ(enqueues.size(), 3U);
+    for (const std::size_t i : {0U, 1U}) {
+        EXPECT_EQ(enqueues[i].descriptions, descriptions);
+        EXPECT_EQ(enqueues[i].packetCount, 3U);
+    }
+    EXPECT_EQ(enqueues[2].descriptions, nullptr);
+    EXPECT_EQ(enqueues[2].packetCount, 0U);
+    EXPECT_DEATH(push(kBufferSize, descriptions, std::uint64_t{1} << 32U),
+                 "Fatal error: Not enough bits");
+}
+
+TEST_F(PlaybackSinkTest, keepsABufferThatTheQueueRefuses) {
+    auto& queue = scriptedQueue();
+    queue.onCall = [&](const std::string& call) {
+        if (call == "enqueue") {
+            queue.failures["enqueue"] = kAudioQueueErr_NoMemory;
+        }
+    };
+    push(2 * kBufferSize + 100);  // the second buffer is refused, the rest dropped
+    EXPECT_EQ(lines_.take(), Lines{didEnqueue(kBufferSize)});
+    EXPECT_EQ(sink_->allocatedBufferCount(), 2U);
+    queue.onCall = nullptr;
+    queue.failures.clear();
+    push(kHalf);
+    EXPECT_EQ(lines_.take(), (Lines{didEnqueue(kBufferSize), didEnqueue(kHalf)}));
+    EXPECT_EQ(queue.enqueues[1].bytes,
+              Bytes(pushed_.begin() + kBufferSize, pushed_.begin() + 2 * kBufferSize));
+}
+
+TEST_F(PlaybackSinkTest, sizesItsBuffersOnceForHalfASecond) {
+    const auto sizeFor = [&](double rate, std::uint32_t framesPerPacket, std::uint32_t packetSize) {
+        auto format = pcmFormat(rate, 1);
+        format.mFramesPerPacket = framesPerPacket;
+        make(format);
+        scriptedQueue().maximumPacketSize = packetSize;
+        return sink_->queueBufferSize();
+    };
+    EXPECT_EQ(sizeFor(16000, 1, 2), 0x4000U);
+    EXPECT_EQ(sizeFor(48000, 1, 4), 96000U);
+    EXPECT_EQ(sizeFor(44100, 1024, 1000), 21000U);  // 21.5 packets
+    EXPECT_EQ(sizeFor(192000, 1, 16), 0x50000U);
+    EXPECT_EQ(sizeFor(44100, 20000, 400000), 400000U);
+    EXPECT_EQ(sizeFor(44100, 0, 1000), 0x50000U);
+    EXPECT_EQ(sizeFor(44100, 0, 400000), 400000U);
+    EXPECT_EQ(sizeFor(-1, 1, 2), 0x4000U);
+    EXPECT_DEATH(sizeFor(-2, 1, 2), "Fatal error: Not enough bits");
+    EXPECT_DEATH(sizeFor(std::numeric_limits<double>::infinity(), 1, 2),
+                 "Fatal error: Not enough bits");
+    EXPECT_DEATH(sizeFor(1e9, 1, 16), "Fatal error: Arithmetic overflow");
+
+    make(pcmFormat(48000, 1));
+    scriptedQueue().failures["get xops"] = -1;
+    EXPECT_EQ(sink_->queueBufferSize(), 96000U);  // packets of 4 bytes
+    EXPECT_DEATH(sink_->maxPacketNumForBuffer(), "Fatal error: The audio queue does not tell");
+    scriptedQueue().failures.clear();
+    scriptedQueue().maximumPacketSize = 7;
+    EXPECT_EQ(sink_->queueBufferSize(), 96000U);
+    EXPECT_EQ(sink_->maxPacketNumForBuffer(), 13714U);
+    scriptedQueue().maximumPacketSize = 0;
+    EXPECT_DEATH(sink_->maxPacketNumForBuffer(), "Fatal error: Division by zero");
+}
+
+TEST_F(PlaybackSinkTest, takesASizeAtAnyTime) {
+    sink_->setQueueBufferSize(100);
+    push(120);
+    EXPECT_EQ(scriptedQueue().allocatedSizes, (std::vector<std::uint32_t>{100, 100}));
+    // The second buffer holds 20 bytes and can never be half of the new size.
+    sink_->setQueueBufferSize(1000);
+    push(600);
+    EXPECT_EQ(scriptedQueue().allocatedSizes.back(), 1000U);
+    EXPECT_EQ(lines_.take(), (Lines{didEnqueue(100), didEnqueue(100), didEnqueue(520)}));
+}
+
+TEST_F(PlaybackSinkTest, playsAndStops) {
+    scriptedQueue().failures = {{"start", kAudioQueueErr_InvalidDevice},
+                                {"stop", kAudioQueueErr_DisposalPending}};
+    try {
+        sink_->play();
+        FAIL();
+    } catch (const AudioQueueError& error) {
+        EXPECT_EQ(error.status(), kAudioQueueErr_InvalidDevice);
+    }
+    try {
+        sink_->stop();
+        FAIL();
+    } catch (const AudioQueueError& error) {
+        EXPECT_EQ(error.status(), kAudioQueueErr_DisposalPending);
+    }
+    scriptedQueue().failures.clear();
+    sink_->play();
+    EXPECT_TRUE(sink_->isPlaying());
+    EXPECT_DEATH(sink_->autoPlay(1), "Fatal error: autoPlay comes too late");
+    scriptedQueue().sampleTime = 4000;
+    EXPECT_EQ(sink_->timeStamp(), 0.25);
+    EXPECT_EQ(scriptedQueue().calls.back(), "time");
+    sink_->stop();
+    EXPECT_FALSE(sink_->isPlaying());
+
+    sink_->autoPlay(1);
+    EXPECT_DEATH(sink_->play(), "^Fatal error: : file PlaybackSink.cpp");
+    sink_->stop();
+    EXPECT_EQ(sink_->delayPlaySchedule(), std::nullopt);
+    sink_->play();
+
+    scriptedQueue().failures = {{"get aqrn", -1}, {"time", -1}, {"allocate", -1}};
+    EXPECT_DEATH(sink_->isPlaying(), "^Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(sink_->autoPlay(1), "^Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(endFlow(), "^Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(sink_->timeStamp(), "^Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(push(1), "^Fatal error: Can not allocate buffer: file PlaybackSink.cpp");
+}
+
+TEST_F(PlaybackSinkTest, startsByItselfWhenEnoughAudioIsEnqueued) {
+    sink_->autoPlay(0.5);  // 16,000 bytes
+    push(kHalf);
+    EXPECT_EQ(startCount(), 0U);
+    EXPECT_EQ(sink_->delayPlaySchedule(), 0.5);
+    push(kHalf - 1);  // waits in its buffer
+    push(0);
+    EXPECT_EQ(startCount(), 0U);
+    push(kHalf);
+    EXPECT_EQ(startCount(), 1U);
+    EXPECT_EQ(sink_->delayPlaySchedule(), std::nullopt);
+    push(kBufferSize);
+    EXPECT_EQ(startCount(), 1U);
+
+    make();
+    sink_->autoPlay(static_cast<double>(kHalf) / 32000);
+    push(kHalf);
+    EXPECT_EQ(startCount(), 1U);  // at exactly that much
+
+    // The bytes of compressed audio tell no time.
+    make(opusFormat(16000, 1));
+    sink_->autoPlay(10);
+    push(0x50000 / 2);
+    EXPECT_EQ(startCount(), 1U);
+
+    make(pcmFormat(4294967296.0, 1));
+    sink_->setQueueBufferSize(100);
+    sink_->autoPlay(1);
+    EXPECT_DEATH(push(100), "Fatal error: Not enough bits");
+    source_->setOutDataFormat(pcmFormat(4294967295.0, 1));
+    EXPECT_DEATH(push(100), "Fatal error: Arithmetic overflow");
+}
+
+TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
+    auto& queue = scriptedQueue();
+    sink_->play();
+    push(2 * kBufferSize);
+    lines_.take();
+    queue.handBack();
+    EXPECT_FALSE(sink_->paused());
+    queue.handBack();
+    EXPECT_TRUE(sink_->paused());
+    EXPECT_TRUE(sink_->isPlaying());
+    EXPECT_EQ(lines_.take(), (Lines{kExhausted, kPaused}));
+    push(kHalf - 1);
+    EXPECT_TRUE(sink_->paused());
+    push(kBufferSize);
+    EXPECT_FALSE(sink_->paused());
+    EXPECT_FALSE(queue.isPaused);
+    EXPECT_EQ(lines_.take(), (Lines{didEnqueue(kBufferSize), "Resume playing"}));
+    queue.failures["pause"] = kAudioQueueErr_CannotStart;
+    queue.handBackAll();
+    EXPECT_EQ(lines_.take(), (Lines{kExhausted, "Pause Audio Queue result: -66681"}));
+    EXPECT_TRUE(sink_->paused());
+
+    // What a stop gives back is no reason to pause.
+    make();
+    sink_->play();
+    push(kBufferSize);
+    sink_->stop();
+    lines_.take();
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(sink_->idleBufferCount(), 1U);
+    EXPECT_EQ(lines_.take(), Lines{});
+    EXPECT_EQ(scriptedQueue().count("pause"), 0U);
+}
+
+TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
+    auto& queue = scriptedQueue();
+    sink_->onAudioStreamFlowStart();
+    sink_->play();
+    push(kBufferSize + 100);
+    lines_.take();
+    endFlow();
+    EXPECT_EQ(lines_.take(), (Lines{"Stream ended", kStopping}));
+    EXPECT_EQ(queue.calls.back(), "stop when played");
+    EXPECT_TRUE(sink_->isPlaying());
+    queue.handBackAll();
+    EXPECT_FALSE(sink_->isPlaying());
+    EXPECT_EQ(queue.played, pushed_);
+    EXPECT_EQ(lines_.take(), Lines{});
+
+    // Paused, with a rest.
+    make();
+    pushed_.clear();
+    sink_->play();
+    push(kBufferSize + 100);
+    scriptedQueue().handBack();
+    EXPECT_TRUE(sink_->paused());
+    lines_.take();
+    endFlow();
+    EXPECT_EQ(lines_.take(),
+              (Lines{"Stream ended", "Resume playing the last remained bytes", kStopping}));
+    EXPECT_TRUE(sink_->paused());
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(scriptedQueue().played, pushed_);
+    EXPECT_FALSE(sink_->isPlaying());
+
+    // Never started, nothing scheduled: what was enqueued comes back unplayed.
+    make();
+    push(kBufferSize);
+    lines_.take();
+    endFlow();
+    EXPECT_EQ(lines_.take(), (Lines{"Stream ended", kStopping}));
+    EXPECT_EQ(scriptedQueue().returningCount, 1U);
+}
+
+TEST_F(PlaybackSinkTest, playsAFlowThatIsTooShortForItsSchedule) {
+    sink_->autoPlay(10);
+    endFlow();
+    EXPECT_EQ(lines_.take(), Lines{"Stream ended"});
+    EXPECT_EQ(scriptedQueue().calls, (Lines{"get aqrn", "get aqrn"}));
+    pushed_.clear();
+    push(100);
+    endFlow();
+    EXPECT_EQ(lines_.take(), (Lines{"Stream ended", "Start playing due to audio stream end"}));
+    EXPECT_EQ(sink_->delayPlaySchedule(), 10.0);
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(scriptedQueue().played, pushed_);
+    EXPECT_FALSE(sink_->isPlaying());
+
+    // A rest that the queue refuses is given up.
+    make();
+    push(100);
+    scriptedQueue().failures["enqueue"] = kAudioQueueErr_NoMemory;
+    endFlow();
+    EXPECT_EQ(sink_->idleBufferCount(), 0U);
+    EXPECT_EQ(sink_->allocatedBufferCount(), 1U);
+}
+
+TEST_F(PlaybackSinkTest, asksForMoreWhenABufferHasBeenPlayed) {
+    EXPECT_EQ(sink_->audioDataAcquireHandler(), nullptr);
+    int callCount = 0;
+    // Whatever the sink can do, it can be told to do inside.
+    sink_->setAudioDataAcquireHandler([&] {
+        ++callCount;
+        push(kBufferSize);
+        EXPECT_FALSE(sink_->paused());
+        sink_->setAudioDataAcquireHandler([&] {
+            ++callCount;
+            sink_->stop();
+            sink_->autoPlay(1);
+            throw std::runtime_error("nothing more");
+        });
+    });
+    EXPECT_NE(sink_->audioDataAcquireHandler(), nullptr);
+    push(kBufferSize);
+    sink_->play();
+    scriptedQueue().handBack();
+    EXPECT_EQ(callCount, 1);
+    EXPECT_EQ(startCount(), 2U);
+    push(kBufferSize);
+    scriptedQueue().handBack();
+    EXPECT_EQ(callCount, 2);
+    EXPECT_FALSE(sink_->isPlaying());
+    EXPECT_EQ(sink_->delayPlaySchedule(), 1.0);
+    scriptedQueue().handBack();  // given back by the stop: nobody is asked
+    EXPECT_EQ(callCount, 2);
+}
+
+TEST_F(PlaybackSinkTest, mayBeDroppedByItsHandler) {
+    const std::weak_ptr<PlaybackSink> watch = sink_;
+    sink_->setAudioDataAcquireHandler([&] {
+        sink_.reset();
+        source_.reset();
+        EXPECT_FALSE(watch.expired());
+    });
+    sink_->play();
+    push(kBufferSize);
+    scriptedQueue().handBack();
+    EXPECT_TRUE(watch.expired());
+    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
+}
+
+TEST_F(PlaybackSinkTest, ignoresBuffersWhileItIsDestroyed) {
+    sink_->play();
+    push(kBufferSize);
+    const auto callback = scriptedQueue().outputCallback;
+    scriptedQueue().onCall = [&](const std::string& call) {
+        if (call == "dispose") {  // which waits for the callback
+            std::thread([&] { callback(nullptr, scriptedQueue().enqueued[0]); }).join();
+        }
+    };
+    scriptedQueue().calls.clear();
+    source_.reset();
+    sink_.reset();
+    EXPECT_EQ(scriptedQueue().calls, Lines{"dispose"});
+}
+
+// The pause of a queue that has run dry, decided on the callback's thread, against the next buffers
+// of the pushing thread: nothing may stay in a paused queue.
+TEST_F(PlaybackSinkTest, losesNoAudioHoweverPausesMeetPushes) {
+    for (std::uint32_t round = 0; round < 100; ++round) {
+        make();
+        pushed_.clear();
+        sink_->setQueueBufferSize(64);
+        std::thread device([] {
+            while (scriptedQueue().waitForBuffer()) {
+                scriptedQueue().handBack();
+            }
+        });
+        if (round % 2 == 0) {
+            sink_->play();
+        } else {
+            sink_->autoPlay(0.01);
+        }
+        for (std::size_t i = 0; i < 200; ++i) {
+            push(1 + (round * 7 + i * 31) % 150);
+        }
+        // Everything that was enqueued is played without any further push.
+        ASSERT_TRUE(scriptedQueue().waitUntil([](auto& queue) { return queue.enqueued.empty(); }));
+        endFlow();
+        ASSERT_TRUE(scriptedQueue().waitUntil([](auto& queue) { return !queue.isRunning; }));
+        scriptedQueue().endDevice();
+        device.join();
+        ASSERT_TRUE(scriptedQueue().played == pushed_) << "round " << round;
+        EXPECT_FALSE(sink_->isPlaying());
+        EXPECT_EQ(sink_->idleBufferCount(), sink_->allocatedBufferCount());
+    }
+}
+
+}  // namespace
+}  // namespace zav::test

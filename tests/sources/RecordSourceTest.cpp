@@ -1,0 +1,402 @@
+#include "ZAVAudioStreaming/sources/RecordSource.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <limits>
+#include <thread>
+
+#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
+#include "tests/support/DiagnosticsLines.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/RecordingSink.hpp"
+#include "tests/support/ScriptedAudioQueue.hpp"
+#include "tests/support/TestAudio.hpp"
+
+namespace zav::test {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+OSStatus statusThrownBy(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const AudioQueueError& error) {
+        return error.status();
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return noErr;
+}
+
+class RecordSourceTest : public testing::Test {
+ protected:
+    RecordSourceTest() { resetAudioQueue(); }
+
+    /// A source with one target, whose calls and completions gather in `events_`.
+    void make(const AudioStreamBasicDescription& format = pcmFormat(16000, 1)) {
+        source_ = makeNode<RecordSource>(format);
+        target_ = makeNode<RecordingSink>(source_);
+        target_->onCall = [this](const std::string& call) { events_.push_back(call); };
+        scriptedQueue().calls.clear();
+    }
+
+    std::function<void()> completion(const std::string& name = "completion") {
+        return [this, name] { events_.push_back(name); };
+    }
+
+    DiagnosticsLines lines_;
+    Calls events_;
+    std::shared_ptr<RecordSource> source_;
+    std::shared_ptr<RecordingSink> target_;
+};
+
+TEST_F(RecordSourceTest, makesAQueueWithThreeBuffersAndDoesNotStartIt) {
+    auto& queue = scriptedQueue();
+    source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
+    EXPECT_EQ(queue.calls, (Calls{"newInput", "get aqft", "allocate", "enqueue", "allocate",
+                                  "enqueue", "allocate", "enqueue"}));
+    EXPECT_EQ(queue.format, pcmFormat(16000, 1));
+    EXPECT_EQ(queue.userData, source_.get());
+    EXPECT_EQ(queue.roomForStreamDescription, 0U);
+    EXPECT_EQ(queue.allocatedSizes, std::vector<std::uint32_t>(3, 16000));
+    for (const auto& enqueue : queue.enqueues) {
+        EXPECT_EQ(enqueue.packetCount, 0U);
+        EXPECT_EQ(enqueue.descriptions, nullptr);
+    }
+    EXPECT_EQ(source_->outDataFormat(), pcmFormat(16000, 1));
+    EXPECT_EQ(source_->idleQueueBufferCount(), 0U);
+    EXPECT_NE(source_->audioQueueRef(), nullptr);
+    EXPECT_FALSE(source_->isRecording());
+    EXPECT_EQ(lines_.take(), Calls{});
+
+    // A queue that completes the format although it is given no room for that.
+    queue.streamDescription = pcmFormat(48000, 2);
+    source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
+    EXPECT_EQ(source_->outDataFormat(), pcmFormat(48000, 2));
+    EXPECT_EQ(queue.allocatedSizes.back(), 96000U);
+}
+
+TEST_F(RecordSourceTest, throwsTheStatusOfAQueueAndZeroForABuffer) {
+    const auto makeSource = [] { makeNode<RecordSource>(pcmFormat(16000, 1)); };
+    auto& queue = scriptedQueue();
+    queue.failures["newInput"] = kAudioFormatUnsupportedDataFormatError;
+    EXPECT_EQ(statusThrownBy(makeSource), kAudioFormatUnsupportedDataFormatError);
+    EXPECT_EQ(queue.calls, Calls{"newInput"});
+    queue.failures = {{"allocate", kAudioQueueErr_NoMemory}};
+    EXPECT_EQ(statusThrownBy(makeSource), 0);
+    EXPECT_EQ(queue.calls.back(), "dispose");
+    queue.failures = {{"enqueue", kAudioQueueErr_InvalidBuffer}};
+    makeSource();
+    EXPECT_EQ(queue.count("enqueue"), 3U);
+}
+
+TEST_F(RecordSourceTest, sizesItsBuffersForHalfASecondOfPackets) {
+    const auto sizeFor = [](double rate, std::uint32_t bytesPerPacket) {
+        auto format = pcmFormat(rate, 1);
+        format.mBytesPerPacket = bytesPerPacket;
+        return makeNode<RecordSource>(format)->queueBufferSize();
+    };
+    EXPECT_EQ(sizeFor(11025, 1), 5513U);
+    EXPECT_EQ(sizeFor(48000, 4), 96000U);
+    EXPECT_EQ(sizeFor(327680, 2), 0x50000U);
+    EXPECT_EQ(sizeFor(192000, 32), 0x50000U);
+    scriptedQueue().maximumPacketSize = 6;
+    EXPECT_EQ(sizeFor(16000, 0), 48000U);
+    EXPECT_DEATH(sizeFor(-16000, 2), "Fatal error: Not enough bits");
+    EXPECT_DEATH(sizeFor(4294967296.0, 2), "Fatal error: Not enough bits");
+    EXPECT_DEATH(sizeFor(std::numeric_limits<double>::quiet_NaN(), 2),
+                 "Fatal error: Not enough bits");
+}
+
+TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
+    make();
+    scriptedQueue().failures["start"] = kAudioQueueErr_InvalidDevice;
+    EXPECT_EQ(statusThrownBy([&] { source_->record(); }), kAudioQueueErr_InvalidDevice);
+    EXPECT_EQ(events_, Calls{});
+    scriptedQueue().failures.clear();
+    scriptedQueue().onCall = [&](const std::string& call) { events_.push_back("queue " + call); };
+    source_->record();
+    scriptedQueue().onCall = nullptr;
+    EXPECT_EQ(events_, (Calls{"queue start", "start"}));
+    EXPECT_EQ(lines_.take(), (Calls{"Start recording", "Start recording"}));
+    EXPECT_TRUE(source_->isRecording());
+}
+
+TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
+    make();
+    source_->record();
+    auto& queue = scriptedQueue();
+    const auto first = queue.enqueued;
+    queue.capture(testBytes(1001));
+    EXPECT_EQ(target_->chunks.back().bytes, testBytes(1001));
+    EXPECT_EQ(target_->chunks.back().packetNum, 500U);
+    EXPECT_FALSE(target_->chunks.back().hasDescriptions);
+    EXPECT_EQ(source_->idleQueueBufferCount(), 0U);
+    EXPECT_EQ(queue.enqueued, (std::deque{first[1], first[2], first[0]}));
+
+    const std::vector<AudioStreamPacketDescription> descriptions = {{0, 0, 3}, {3, 0, 7}};
+    queue.capture(testBytes(10), descriptions);
+    EXPECT_EQ(target_->chunks.back().packetNum, 2U);
+    EXPECT_EQ(target_->chunks.back().descriptions, descriptions);
+
+    queue.handBack();  // empty
+    EXPECT_EQ(target_->chunks.size(), 2U);
+    EXPECT_EQ(queue.enqueued.size(), 3U);
+}
+
+TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
+    make();
+    source_->record();
+    lines_.take();
+    source_->stop(completion());
+    EXPECT_EQ(scriptedQueue().calls.back(), "stop");
+    scriptedQueue().capture(testBytes(100));
+    scriptedQueue().handBack();
+    EXPECT_EQ(source_->idleQueueBufferCount(), 2U);
+    EXPECT_EQ(events_, (Calls{"start", "audio"}));
+    scriptedQueue().handBack();
+    EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
+    EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
+    const std::string notPlaying = "[RecordSource] recording is not playing";
+    EXPECT_EQ(lines_.take(), (Calls{"Stop recording", notPlaying, notPlaying, notPlaying,
+                                    "[RecordSource] recording is stopped"}));
+
+    // The idle buffers stay: a second recording starts, and has nothing to push.
+    source_->record();
+    EXPECT_TRUE(scriptedQueue().enqueued.empty());
+    EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
+}
+
+TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
+    make();
+    source_->record();
+    source_->stop(completion("first"));
+    scriptedQueue().failures["stop"] = kAudioQueueErr_DisposalPending;
+    EXPECT_EQ(statusThrownBy([&] { source_->stop(completion("failed")); }),
+              kAudioQueueErr_DisposalPending);
+    scriptedQueue().failures.clear();
+    source_->stop(completion("second"));
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(events_, (Calls{"start", "end", "second"}));
+
+    events_.clear();
+    make();
+    source_->record();
+    source_->stop(completion());
+    source_->stop();
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(events_, (Calls{"start", "end"}));
+}
+
+TEST_F(RecordSourceTest, losesNoCompletionThatComesAfterTheFlowEnd) {
+    make();
+    source_->record();
+    // The buffers come back inside the stop of the queue, on its thread or this one.
+    const auto handBackAtStop = [](const std::string& call) {
+        if (call == "stop") {
+            scriptedQueue().handBackAll();
+        }
+    };
+    scriptedQueue().onCall = handBackAtStop;
+    source_->stop(completion());
+    EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
+
+    events_.clear();
+    make();
+    source_->record();
+    scriptedQueue().onCall = [&](const std::string& call) {
+        std::thread(handBackAtStop, call).join();
+    };
+    source_->stop(completion());
+    EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
+    scriptedQueue().onCall = nullptr;
+
+    // The device goes away, and the application stops when it sees that.
+    events_.clear();
+    make();
+    source_->record();
+    scriptedQueue().isRunning = false;
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(events_, (Calls{"start", "end"}));
+    source_->stop(completion());
+    EXPECT_EQ(events_.back(), "completion");
+    source_->stop();
+}
+
+TEST_F(RecordSourceTest, canBeStoppedByATarget) {
+    for (const bool buffersComeBackInside : {false, true}) {
+        events_.clear();
+        make();
+        source_->record();
+        scriptedQueue().onCall = [=](const std::string& call) {
+            if (call == "stop" && buffersComeBackInside) {
+                scriptedQueue().handBackAll();
+            }
+        };
+        target_->onCall = [&](const std::string& call) {
+            events_.push_back(call);
+            if (call == "audio") {
+                source_->stop(completion());
+            }
+        };
+        scriptedQueue().capture(testBytes(100));
+        scriptedQueue().handBackAll();
+        EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
+        EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
+        scriptedQueue().onCall = nullptr;
+    }
+}
+
+TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
+    make();
+    source_->record();
+    // The queue runs when it is asked, and has stopped when it gets the buffer.
+    scriptedQueue().onCall = [&](const std::string& call) {
+        if (call == "get aqrn") {
+            scriptedQueue().onCall = nullptr;
+            source_->stop(completion());
+        }
+    };
+    scriptedQueue().capture(testBytes(100));
+    scriptedQueue().handBackAll();
+    EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
+}
+
+TEST_F(RecordSourceTest, mayBeDroppedByItsOwnCompletion) {
+    make();
+    source_->record();
+    const std::weak_ptr<RecordSource> watch = source_;
+    source_->stop([&] { source_.reset(); });
+    scriptedQueue().handBackAll();
+    EXPECT_TRUE(watch.expired());
+    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
+
+    make();
+    scriptedQueue().isRunning = false;
+    scriptedQueue().handBackAll();
+    source_->stop([&] { source_.reset(); });
+    EXPECT_EQ(source_, nullptr);
+    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
+}
+
+TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
+    make();
+    source_->record();
+    scriptedQueue().onCall = [](const std::string& call) {
+        if (call == "dispose") {  // which waits for the callback
+            std::thread([] { scriptedQueue().capture(testBytes(100)); }).join();
+        }
+    };
+    source_.reset();
+    EXPECT_EQ(events_, Calls{"start"});
+    EXPECT_EQ(scriptedQueue().calls, (Calls{"start", "dispose"}));
+}
+
+TEST_F(RecordSourceTest, holdsTheFirstBufferUntilTheFlowHasStarted) {
+    make();
+    std::promise<void> comes;
+    std::thread device;
+    scriptedQueue().onCall = [&](const std::string& call) {
+        if (call == "start") {
+            device = std::thread([&] {
+                comes.set_value();
+                scriptedQueue().capture(testBytes(100));
+            });
+        }
+    };
+    target_->onCall = [&](const std::string& call) {
+        events_.push_back(call + " begins");
+        if (call == "start") {
+            comes.get_future().wait();
+        }
+        events_.push_back(call + " ends");
+    };
+    source_->record();
+    device.join();
+    scriptedQueue().onCall = nullptr;
+    EXPECT_EQ(events_, (Calls{"start begins", "start ends", "audio begins", "audio ends"}));
+}
+
+TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
+    make(pcmFormat(44100, 2));
+    scriptedQueue().sampleTime = 22050;
+    EXPECT_EQ(source_->timeStamp(), 0.5);
+    EXPECT_EQ(scriptedQueue().calls.back(), "time");
+    EXPECT_TRUE(source_->magicCookie().empty());
+    scriptedQueue().magicCookie = testBytes(39);
+    EXPECT_EQ(source_->magicCookie(), testBytes(39));
+    EXPECT_EQ(scriptedQueue().calls.back(), "get aqmc");
+    scriptedQueue().failures["get aqmc"] = -1;
+    EXPECT_EQ(source_->magicCookie(), Bytes(39));
+}
+
+TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
+    make();
+    source_->record();
+    auto& failures = scriptedQueue().failures;
+    failures = {{"get aqrn", -1}, {"time", -1}, {"size of aqmc", -1}};
+    EXPECT_DEATH(source_->isRecording(), "^Fatal error: : file RecordSource, line 174\n");
+    EXPECT_DEATH(source_->timeStamp(), "^Fatal error: : file RecordSource, line 184\n");
+    EXPECT_DEATH(source_->magicCookie(), "^Fatal error: : file RecordSource, line 195\n");
+    EXPECT_DEATH(scriptedQueue().handBack(), "^Fatal error: : file RecordSource, line 174\n");
+    failures = {{"enqueue", kAudioQueueErr_InvalidBuffer}};
+    EXPECT_DEATH(scriptedQueue().handBack(), "^Fatal error: : file RecordSource, line 33\n");
+    failures.clear();
+    const auto callWithoutASource = [] {
+        scriptedQueue().userData = nullptr;
+        scriptedQueue().handBack();
+    };
+    EXPECT_DEATH(callWithoutASource(), "^Fatal error: A queue's callback came without its source");
+
+    auto varying = pcmFormat(16000, 1);
+    varying.mBytesPerPacket = 0;
+    make(varying);
+    EXPECT_DEATH(scriptedQueue().capture(testBytes(10)), "^Fatal error: Division by zero");
+}
+
+// A queue's thread that fills buffers as fast as it gets them, and a stop at some moment.
+TEST_F(RecordSourceTest, endsEveryFlowOnceHoweverTheStopMeetsTheBuffers) {
+    for (std::size_t round = 0; round < 300; ++round) {
+        resetAudioQueue();
+        events_.clear();
+        make(pcmFormat(200, 1));  // buffers of 200 bytes
+        std::promise<void> wanted;
+        std::promise<void> ended;
+        target_->onCall = [&](const std::string& call) {
+            events_.push_back(call);
+            if (target_->chunks.size() == round % 7 && call != "end") {
+                wanted.set_value();
+            }
+        };
+        std::uint32_t seed = 0;
+        std::thread device([&] {
+            while (scriptedQueue().waitForBuffer()) {
+                scriptedQueue().capture(testBytes(200, ++seed));
+            }
+        });
+        source_->record();
+        wanted.get_future().wait();
+        source_->stop([&] {
+            events_.emplace_back("completion");
+            ended.set_value();
+        });
+        ended.get_future().wait();
+        scriptedQueue().endDevice();
+        device.join();
+
+        EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
+        Calls expected(target_->chunks.size() + 3, "audio");
+        expected.front() = "start";
+        expected[expected.size() - 2] = "end";
+        expected.back() = "completion";
+        ASSERT_EQ(events_, expected);
+        ASSERT_EQ(target_->chunks.size(), seed);
+        for (std::uint32_t i = 0; i < seed; ++i) {
+            ASSERT_EQ(target_->chunks[i].bytes, testBytes(200, i + 1));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,301 @@
+#include "tests/support/ScriptedAudioQueue.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace zav {
+
+struct OpaqueAudioQueue {};
+
+namespace test {
+namespace {
+
+OpaqueAudioQueue theQueue;
+
+/// Far longer than any test takes.
+constexpr std::chrono::seconds kWaitLimit{120};
+
+}  // namespace
+
+struct ScriptedAudioQueue::Memory {
+    explicit Memory(std::uint32_t size) : bytes(size), buffer{size, bytes.data()} {}
+
+    std::vector<std::byte> bytes;
+    AudioQueueBuffer buffer;
+};
+
+namespace {
+
+std::unique_ptr<ScriptedAudioQueue> current = std::make_unique<ScriptedAudioQueue>();
+
+/// Notes a call and, unless it is to fail, does what it does.
+template <class Effect>
+OSStatus perform(const std::string& call, Effect effect) {
+    OSStatus status = noErr;
+    {
+        const std::lock_guard lock(current->mutex);
+        current->calls.push_back(call);
+        const auto failure = current->failures.find(call);
+        status = failure == current->failures.end() ? effect() : failure->second;
+    }
+    current->changed.notify_all();
+    if (const auto hook = current->onCall) {
+        hook(call);
+    }
+    return status;
+}
+
+std::string nameOf(AudioQueuePropertyID property) {
+    return "get " + fourCharText(property);
+}
+
+template <class Value>
+OSStatus writeValue(const Value& value, void* outData, std::uint32_t* ioDataSize) {
+    if (*ioDataSize < sizeof(value)) {
+        return kAudioQueueErr_InvalidPropertySize;
+    }
+    std::memcpy(outData, &value, sizeof(value));
+    *ioDataSize = sizeof(value);
+    return noErr;
+}
+
+OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t* ioDataSize) {
+    switch (property) {
+        case kAudioQueueProperty_IsRunning:
+            return writeValue(std::uint32_t{current->isRunning}, outData, ioDataSize);
+        case kAudioQueueProperty_MaximumOutputPacketSize:
+            return writeValue(current->maximumPacketSize, outData, ioDataSize);
+        case kAudioQueueProperty_StreamDescription:
+            current->roomForStreamDescription = *ioDataSize;
+            if (!current->streamDescription) {
+                return kAudioQueueErr_InvalidPropertySize;
+            }
+            std::memcpy(outData, &*current->streamDescription, sizeof(AudioStreamBasicDescription));
+            return noErr;
+        case kAudioQueueProperty_MagicCookie:
+            std::memcpy(outData, current->magicCookie.data(), current->magicCookie.size());
+            return noErr;
+        default:
+            return kAudioQueueErr_InvalidProperty;
+    }
+}
+
+class UnusedDispatchQueue : public DispatchQueue {
+ public:
+    void async(std::function<void()> /*work*/) override {
+        throw std::logic_error("the scripted queue hands buffers back by itself");
+    }
+};
+
+/// Takes a buffer out of the queue. Under its lock.
+AudioQueueBufferRef take(std::size_t index) {
+    const AudioQueueBufferRef buffer = current->enqueued.at(index);
+    current->enqueued.erase(current->enqueued.begin() + static_cast<std::ptrdiff_t>(index));
+    if (current->returningCount > 0) {
+        --current->returningCount;
+    }
+    if (current->isStopping && current->enqueued.empty()) {
+        current->isStopping = current->isRunning = current->isPaused = false;
+    }
+    current->changed.notify_all();
+    return buffer;
+}
+
+}  // namespace
+
+std::size_t ScriptedAudioQueue::count(const std::string& call) const {
+    return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
+}
+
+void ScriptedAudioQueue::handBack(std::size_t index) {
+    std::unique_lock lock(mutex);
+    const bool isPlayed = isRunning && !isPaused && returningCount == 0;
+    const AudioQueueBufferRef buffer = take(index);
+    if (inputCallback != nullptr) {
+        buffer->mAudioDataByteSize = 0;
+        lock.unlock();
+        const AudioTimeStamp startTime;
+        inputCallback(userData, &theQueue, buffer, &startTime, 0, nullptr);
+        return;
+    }
+    if (isPlayed) {
+        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
+        played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
+    }
+    const auto callback = outputCallback;  // survives a queue that is disposed of inside it
+    lock.unlock();
+    callback(&theQueue, buffer);
+}
+
+void ScriptedAudioQueue::handBackAll() {
+    for (std::size_t rest = enqueued.size(); rest > 0; --rest) {
+        handBack();
+    }
+}
+
+void ScriptedAudioQueue::capture(std::span<const std::byte> bytes,
+                                 std::span<const AudioStreamPacketDescription> descriptions) {
+    std::unique_lock lock(mutex);
+    const AudioQueueBufferRef buffer = take(0);
+    lock.unlock();
+    std::copy(bytes.begin(), bytes.end(), static_cast<std::byte*>(buffer->mAudioData));
+    buffer->mAudioDataByteSize = static_cast<std::uint32_t>(bytes.size());
+    const AudioTimeStamp startTime;
+    inputCallback(userData, &theQueue, buffer, &startTime,
+                  static_cast<std::uint32_t>(descriptions.size()),
+                  descriptions.empty() ? nullptr : descriptions.data());
+}
+
+bool ScriptedAudioQueue::waitForBuffer() {
+    std::unique_lock lock(mutex);
+    const auto canHandBack = [this] {
+        return returningCount > 0 || (isRunning && !isPaused && !enqueued.empty());
+    };
+    changed.wait_for(lock, kWaitLimit, [&] { return deviceHasEnded || canHandBack(); });
+    return canHandBack();
+}
+
+bool ScriptedAudioQueue::waitUntil(const std::function<bool(ScriptedAudioQueue&)>& condition) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, kWaitLimit, [&] { return condition(*this); });
+}
+
+void ScriptedAudioQueue::endDevice() {
+    const std::lock_guard lock(mutex);
+    deviceHasEnded = true;
+    changed.notify_all();
+}
+
+ScriptedAudioQueue& scriptedQueue() {
+    return *current;
+}
+
+void resetAudioQueue() {
+    current = std::make_unique<ScriptedAudioQueue>();
+}
+
+}  // namespace test
+
+using test::current;
+using test::perform;
+using test::theQueue;
+
+DispatchQueue& DispatchQueue::global(QualityOfService /*qos*/) {
+    static test::UnusedDispatchQueue queue;
+    return queue;
+}
+
+OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
+                            AudioQueueInputCallback inCallbackProc, void* inUserData,
+                            AudioQueueRunLoopRef inCallbackRunLoop,
+                            AudioQueueRunLoopMode inCallbackRunLoopMode, std::uint32_t inFlags,
+                            AudioQueueRef* outAQ) {
+    const bool isPlain =
+        inCallbackRunLoop == nullptr && inCallbackRunLoopMode == nullptr && inFlags == 0;
+    return perform(isPlain ? "newInput" : "newInput on a run loop", [&] {
+        current->format = *inFormat;
+        current->inputCallback = inCallbackProc;
+        current->userData = inUserData;
+        *outAQ = &theQueue;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
+                                              const AudioStreamBasicDescription* inFormat,
+                                              std::uint32_t inFlags,
+                                              DispatchQueueRef inCallbackDispatchQueue,
+                                              AudioQueueOutputCallbackBlock inCallbackBlock) {
+    return perform(inFlags == 0 ? "newOutput" : "newOutput with flags", [&] {
+        current->format = *inFormat;
+        current->dispatchQueue = inCallbackDispatchQueue;
+        current->outputCallback = std::move(inCallbackBlock);
+        *outAQ = &theQueue;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueAllocateBuffer(AudioQueueRef /*inAQ*/, std::uint32_t inBufferByteSize,
+                                  AudioQueueBufferRef* outBuffer) {
+    return perform("allocate", [&] {
+        current->allocatedSizes.push_back(inBufferByteSize);
+        current->buffers.push_back(
+            std::make_unique<test::ScriptedAudioQueue::Memory>(inBufferByteSize));
+        *outBuffer = &current->buffers.back()->buffer;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inBuffer,
+                                 std::uint32_t inNumPacketDescs,
+                                 const AudioStreamPacketDescription* inPacketDescs) {
+    return perform("enqueue", [&] {
+        const auto* const bytes = static_cast<const std::byte*>(inBuffer->mAudioData);
+        current->enqueues.push_back(
+            {{bytes, bytes + inBuffer->mAudioDataByteSize}, inNumPacketDescs, inPacketDescs});
+        current->enqueued.push_back(inBuffer);
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueStart(AudioQueueRef /*inAQ*/, const AudioTimeStamp* inStartTime) {
+    return perform(inStartTime == nullptr ? "start" : "start later", [] {
+        current->isRunning = true;
+        current->isPaused = current->isStopping = false;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueuePause(AudioQueueRef /*inAQ*/) {
+    return perform("pause", [] {
+        current->isPaused = current->isRunning;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
+    return perform(inImmediate ? "stop" : "stop when played", [&] {
+        if (inImmediate || !current->isRunning || current->enqueued.empty()) {
+            current->isRunning = current->isPaused = current->isStopping = false;
+            current->returningCount = current->enqueued.size();
+        } else {
+            current->isStopping = true;
+        }
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueDispose(AudioQueueRef /*inAQ*/, bool inImmediate) {
+    return perform(inImmediate ? "dispose" : "dispose when played", [] {
+        current->outputCallback = nullptr;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueGetCurrentTime(AudioQueueRef /*inAQ*/, AudioQueueTimelineRef inTimeline,
+                                  AudioTimeStamp* outTimeStamp, bool* outTimelineDiscontinuity) {
+    const bool isPlain = inTimeline == nullptr && outTimelineDiscontinuity == nullptr;
+    return perform(isPlain ? "time" : "time of a timeline", [&] {
+        outTimeStamp->mSampleTime = current->sampleTime;
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID,
+                                   std::uint32_t* outDataSize) {
+    return perform("size of " + fourCharText(inID), [&] {
+        *outDataSize = static_cast<std::uint32_t>(current->magicCookie.size());
+        return noErr;
+    });
+}
+
+OSStatus AudioQueueGetProperty(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID, void* outData,
+                               std::uint32_t* ioDataSize) {
+    return perform(test::nameOf(inID),
+                   [&] { return test::writeProperty(inID, outData, ioDataSize); });
+}
+
+}  // namespace zav
