@@ -55,9 +55,8 @@ OpusCoding::OpusCoding(const std::shared_ptr<AudioStreamOutputable>& upstream,
     codecChannels_ = format.mChannelsPerFrame;
 }
 
-std::int64_t OpusCoding::frameCountPerPkt() const {
-    const auto rate = static_cast<float>(inDataFormat().mSampleRate);
-    return checkedTruncate<std::int64_t>(rate * kPacketDurationInSeconds);
+std::int64_t OpusCoding::frameCountPerPkt(double sampleRate) {
+    return checkedTruncate<std::int64_t>(static_cast<float>(sampleRate) * kPacketDurationInSeconds);
 }
 
 void OpusCoding::requireCreated(int error, SourcePosition position) {

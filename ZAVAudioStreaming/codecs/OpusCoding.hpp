@@ -24,7 +24,9 @@ class ZAV_EXPORT OpusCoding : public CodecNode {
     /// Frames in 60 ms at the upstream's rate of this moment: 480, 720, 960, 1440 or 2880 at the
     /// five rates. The product is formed in single precision and truncated. One that is not finite
     /// or does not fit is a fatal stop.
-    std::int64_t frameCountPerPkt() const;
+    std::int64_t frameCountPerPkt() const { return frameCountPerPkt(inDataFormat().mSampleRate); }
+    /// The same at any rate, in Hz.
+    static std::int64_t frameCountPerPkt(double sampleRate);
 
  protected:
     /// Throws `AudioStreamError::unacceptableData` unless the upstream's format has this ID, one of

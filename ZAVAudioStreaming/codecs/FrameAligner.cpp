@@ -1,0 +1,102 @@
+#include "ZAVAudioStreaming/codecs/FrameAligner.hpp"
+
+#include <span>
+#include <utility>
+
+#include "ZAVAudioStreaming/codecs/OpusCoding.hpp"
+#include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
+#include "ZAVAudioStreaming/core/AudioStreamError.hpp"
+#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
+
+namespace zav {
+namespace {
+
+bool isUnsigned(const AudioStreamBasicDescription& pcm) {
+    return (pcm.mFormatFlags & (kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger)) == 0;
+}
+
+/// One frame of silence: all zero, except that unsigned samples rest in the middle of their range,
+/// which is the highest bit of the highest byte.
+std::vector<std::byte> silentFrame(const AudioStreamBasicDescription& pcm) {
+    const std::uint32_t bytesPerSample = pcm.mBitsPerChannel / 8;
+    const bool samplesAreFull =
+        bytesPerSample != 0 && pcm.mBitsPerChannel % 8 == 0 &&
+        std::uint64_t{bytesPerSample} * pcm.mChannelsPerFrame == pcm.mBytesPerFrame;
+    if (pcm.mFormatID != kAudioFormatLinearPCM || (isUnsigned(pcm) && !samplesAreFull)) {
+        throw AudioStreamError::unacceptableData();
+    }
+    std::vector<std::byte> frame(pcm.mBytesPerFrame);
+    if (isUnsigned(pcm)) {
+        const bool isBigEndian = (pcm.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
+        for (std::size_t i = isBigEndian ? 0 : bytesPerSample - 1; i < frame.size();
+             i += bytesPerSample) {
+            frame[i] = std::byte{0x80};
+        }
+    }
+    return frame;
+}
+
+}  // namespace
+
+FrameAligner::FrameAligner(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
+                           std::size_t bytesPerChunk, AtFlowEnd atFlowEnd)
+    : upstream_(upstream),
+      bytesPerChunk_(bytesPerChunk),
+      atFlowEnd_(atFlowEnd),
+      silentFrame_(silentFrame(inDataFormat())) {
+    if (silentFrame_.empty() || bytesPerChunk == 0 || bytesPerChunk % silentFrame_.size() != 0) {
+        throw AudioStreamError::unacceptableData();
+    }
+}
+
+std::size_t FrameAligner::bytesPerSbcFrame(SBCCoding::SBCConfiguration& configuration) {
+    return configuration.codeSize();
+}
+
+std::size_t FrameAligner::bytesPerOpusPacket(const AudioStreamBasicDescription& pcm) {
+    return checkedMultiply(checkedCast<std::size_t>(OpusCoding::frameCountPerPkt(pcm.mSampleRate)),
+                           std::size_t{pcm.mBytesPerFrame});
+}
+
+void FrameAligner::addStreamTarget(std::shared_ptr<AudioStreamInputable> target) {
+    downstreams_.add(std::move(target));
+}
+
+void FrameAligner::onAudioStreamFlowStart() {
+    downstreams_.onAudioStreamFlowStart();
+}
+
+void FrameAligner::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t /*packetNum*/,
+                                const AudioStreamPacketDescription* /*packetDescriptions*/) {
+    std::span input(static_cast<const std::byte*>(bytes), checkedCast<std::size_t>(size));
+    if (held_.empty()) {
+        input = input.subspan(passPieces(input));
+    }
+    stopWithoutMemory([&] { held_.insert(held_.end(), input.begin(), input.end()); });
+    const std::size_t passedSize = passPieces(held_);
+    held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(passedSize));
+}
+
+void FrameAligner::onAudioStreamFlowEnd() {
+    if (atFlowEnd_ == AtFlowEnd::padWithSilence && !held_.empty()) {
+        stopWithoutMemory([&] { held_.reserve(bytesPerChunk_); });
+        while (held_.size() < bytesPerChunk_) {
+            held_.push_back(silentFrame_[held_.size() % silentFrame_.size()]);
+        }
+        passPieces(held_);
+    }
+    held_.clear();
+    downstreams_.onAudioStreamFlowEnd();
+}
+
+/// Passes the whole pieces at the start of `pcm` on and returns how many bytes those are.
+std::size_t FrameAligner::passPieces(std::span<const std::byte> pcm) const {
+    const std::size_t size = pcm.size() - pcm.size() % bytesPerChunk_;
+    if (size > 0) {
+        downstreams_.receiveAudio(pcm.data(), size, size / silentFrame_.size(), nullptr);
+    }
+    return size;
+}
+
+}  // namespace zav
