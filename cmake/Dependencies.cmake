@@ -11,6 +11,20 @@ endfunction()
 
 zav_find_module(sbc sbc libsbc-dev)
 zav_find_module(opus opus libopus-dev)
+# Standalone Asio has no package file of its own: headers only.
+find_path(zav_asio_headers asio/thread_pool.hpp)
+if(NOT zav_asio_headers)
+  message(FATAL_ERROR "Asio is missing: install libasio-dev, or run scripts/install-dependencies")
+endif()
+add_library(zav_asio INTERFACE)
+target_include_directories(zav_asio SYSTEM INTERFACE ${zav_asio_headers})
+target_compile_definitions(zav_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+if(ZAV_SANITIZE MATCHES thread)
+  # ThreadSanitizer does not know fences. What Asio orders with them, its locks order too.
+  target_compile_definitions(zav_asio INTERFACE ASIO_DISABLE_FENCED_BLOCK)
+endif()
+find_package(Threads REQUIRED)
+
 zav_find_module(sndfile sndfile libsndfile1-dev)
 
 if(ZAV_BUILD_FFMPEG)

@@ -44,7 +44,7 @@ FrameAligner::FrameAligner(NodeKey, const std::shared_ptr<AudioStreamOutputable>
     : upstream_(upstream),
       bytesPerChunk_(bytesPerChunk),
       atFlowEnd_(atFlowEnd),
-      silentFrame_(silentFrame(inDataFormat())) {
+      silentFrame_(silentFrame(upstream_.dataFormat())) {
     if (silentFrame_.empty() || bytesPerChunk == 0 || bytesPerChunk % silentFrame_.size() != 0) {
         throw AudioStreamError::unacceptableData();
     }

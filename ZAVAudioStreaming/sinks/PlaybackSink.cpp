@@ -250,7 +250,7 @@ void PlaybackSink::startWhenDue() {
 /// Bytes of all buffers that are with the queue. Under the lock.
 std::uint32_t PlaybackSink::enqueuedByteCount() const {
     std::uint64_t byteCount = 0;
-    for (const AudioQueueBufferRef buffer : allocatedBuffers_) {
+    for (const AudioQueueBuffer* const buffer : allocatedBuffers_) {
         if (std::find(idleBuffers_.begin(), idleBuffers_.end(), buffer) == idleBuffers_.end()) {
             byteCount += buffer->mAudioDataByteSize;
         }

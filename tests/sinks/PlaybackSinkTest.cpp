@@ -459,11 +459,14 @@ TEST_F(PlaybackSinkTest, losesNoAudioHoweverPausesMeetPushes) {
             push(1 + (round * 7 + i * 31) % 150);
         }
         // Everything that was enqueued is played without any further push.
-        ASSERT_TRUE(scriptedQueue().waitUntil([](auto& queue) { return queue.enqueued.empty(); }));
+        const bool allIsPlayed =
+            scriptedQueue().waitUntil([](auto& queue) { return queue.enqueued.empty(); });
         endFlow();
-        ASSERT_TRUE(scriptedQueue().waitUntil([](auto& queue) { return !queue.isRunning; }));
+        const bool hasStopped =
+            scriptedQueue().waitUntil([](auto& queue) { return !queue.isRunning; });
         scriptedQueue().endDevice();
         device.join();
+        ASSERT_TRUE(allIsPlayed && hasStopped) << "round " << round;
         ASSERT_TRUE(scriptedQueue().played == pushed_) << "round " << round;
         EXPECT_FALSE(sink_->isPlaying());
         EXPECT_EQ(sink_->idleBufferCount(), sink_->allocatedBufferCount());

@@ -13,6 +13,7 @@
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
 #include "tests/support/TestAudio.hpp"
+#include "tests/support/WaitLimit.hpp"
 
 namespace zav::test {
 namespace {
@@ -259,7 +260,9 @@ TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
         }
     };
     scriptedQueue().capture(testBytes(100));
-    scriptedQueue().handBackAll();
+    while (scriptedQueue().returningCount > 0) {
+        scriptedQueue().handBack();
+    }
     EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
 }
 
@@ -308,7 +311,7 @@ TEST_F(RecordSourceTest, holdsTheFirstBufferUntilTheFlowHasStarted) {
     target_->onCall = [&](const std::string& call) {
         events_.push_back(call + " begins");
         if (call == "start") {
-            comes.get_future().wait();
+            EXPECT_EQ(comes.get_future().wait_for(kWaitLimit), std::future_status::ready);
         }
         events_.push_back(call + " ends");
     };
@@ -376,14 +379,15 @@ TEST_F(RecordSourceTest, endsEveryFlowOnceHoweverTheStopMeetsTheBuffers) {
             }
         });
         source_->record();
-        wanted.get_future().wait();
+        EXPECT_EQ(wanted.get_future().wait_for(kWaitLimit), std::future_status::ready);
         source_->stop([&] {
             events_.emplace_back("completion");
             ended.set_value();
         });
-        ended.get_future().wait();
+        const auto endStatus = ended.get_future().wait_for(kWaitLimit);
         scriptedQueue().endDevice();
         device.join();
+        ASSERT_EQ(endStatus, std::future_status::ready);
 
         EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
         Calls expected(target_->chunks.size() + 3, "audio");

@@ -14,16 +14,28 @@ namespace {
 std::mutex queuesMutex;
 std::set<AudioQueueRef> queues;
 
-bool areAllIdle() {
-    const std::lock_guard lock(queuesMutex);
-    return std::all_of(queues.begin(), queues.end(),
+template <class Queues>
+bool areIdle(const Queues& these) {
+    return std::all_of(these.begin(), these.end(),
                        [](AudioQueueRef queue) { return queue->queue->isIdle(); });
 }
 
 }  // namespace
 
 void settleQueues() {
-    while (!areAllIdle()) {
+    for (;;) {
+        {
+            const std::lock_guard lock(queuesMutex);
+            if (areIdle(queues)) {
+                return;
+            }
+        }
+        std::this_thread::yield();
+    }
+}
+
+void settle(std::initializer_list<AudioQueueRef> these) {
+    while (!areIdle(these)) {
         std::this_thread::yield();
     }
 }

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <set>
 #include <string>
@@ -66,8 +67,9 @@ class QueueUnderTest {
     std::atomic<bool> wasConcurrent_{false};
 };
 
-/// Waits until no callback of a queue under test is under way.
+/// Waits until no callback is under way: of the queues under test, or of these.
 void settleQueues();
+void settle(std::initializer_list<AudioQueueRef> queues);
 
 class OutputUnderTest : public QueueUnderTest {
  public:

@@ -1,10 +1,11 @@
 #include "tests/support/ScriptedAudioQueue.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
+
+#include "tests/support/WaitLimit.hpp"
 
 namespace zav {
 
@@ -14,9 +15,6 @@ namespace test {
 namespace {
 
 OpaqueAudioQueue theQueue;
-
-/// Far longer than any test takes.
-constexpr std::chrono::seconds kWaitLimit{120};
 
 }  // namespace
 
@@ -76,7 +74,8 @@ OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32
             std::memcpy(outData, &*current->streamDescription, sizeof(AudioStreamBasicDescription));
             return noErr;
         case kAudioQueueProperty_MagicCookie:
-            std::memcpy(outData, current->magicCookie.data(), current->magicCookie.size());
+            std::copy(current->magicCookie.begin(), current->magicCookie.end(),
+                      static_cast<std::byte*>(outData));
             return noErr;
         default:
             return kAudioQueueErr_InvalidProperty;

@@ -265,16 +265,17 @@ std::size_t InputQueue::roomInFirst() const {
     return format_.mBytesPerPacket > 0 ? room - room % format_.mBytesPerPacket : room;
 }
 
-/// Bytes of the ring that fill a buffer.
+/// Bytes of the ring that the first buffer waits for.
 std::size_t InputQueue::bytesWorthWaking() const {
-    constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
     if (enqueued().empty()) {
-        return kNever;
+        return std::numeric_limits<std::size_t>::max();
     }
-    const double seconds = kPacketBufferInSeconds;
-    const auto halfSecond =
-        static_cast<std::size_t>(seconds * pcm_.mSampleRate) * pcm_.mBytesPerFrame;
-    return encoder_ == nullptr ? std::min(roomInFirst(), halfSecond) : halfSecond / 2;
+    const auto halfSecond = static_cast<std::size_t>(kPacketBufferInSeconds * pcm_.mSampleRate);
+    const std::size_t frameCount =
+        format_.mBytesPerPacket > 0
+            ? std::min(roomInFirst() / format_.mBytesPerPacket, halfSecond)
+            : halfSecond - std::min<std::size_t>(framesInFirst_, halfSecond - 1);
+    return frameCount * pcm_.mBytesPerFrame;
 }
 
 void InputQueue::forgetPackets() {

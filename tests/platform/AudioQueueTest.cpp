@@ -1,0 +1,453 @@
+// Audio queues on the virtual device: formats, arguments, the device thread's rules, and what only
+// a clock that is moved by hand can show. What holds on every device is in
+// AudioQueueContractTest.cpp.
+
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <array>
+#include <bit>
+#include <cstring>
+#include <mutex>
+#include <random>
+
+#include "tests/support/Formats.hpp"
+#include "tests/support/ProbedDevice.hpp"
+#include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/VirtualDevice.hpp"
+
+namespace zav::test {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+constexpr std::uint32_t kFloat = kAudioFormatFlagIsFloat;
+constexpr std::uint32_t kSigned = kAudioFormatFlagIsSignedInteger;
+constexpr std::uint32_t kBig = kAudioFormatFlagIsBigEndian;
+
+Bytes bytesOf(std::initializer_list<int> values) {
+    Bytes bytes;
+    for (const int value : values) {
+        bytes.push_back(static_cast<std::byte>(value));
+    }
+    return bytes;
+}
+
+template <class Value>
+Bytes bytesOfValue(Value value, bool isBigEndian = false) {
+    auto bytes = std::bit_cast<std::array<std::byte, sizeof(Value)>>(value);
+    if (isBigEndian) {
+        std::reverse(bytes.begin(), bytes.end());
+    }
+    return {bytes.begin(), bytes.end()};
+}
+
+AudioStreamBasicDescription in32(std::uint32_t flags) {
+    auto format = pcmFormat(48000, 1, 32, flags);
+    format.mBitsPerChannel = 24;
+    format.mFormatFlags &= ~kAudioFormatFlagIsPacked;
+    return format;
+}
+
+AudioStreamBasicDescription withID(AudioStreamBasicDescription format, std::uint32_t formatID) {
+    format.mFormatID = formatID;
+    return format;
+}
+
+/// A sample as the stream has it, and as the device does.
+struct PcmCase {
+    const char* name;
+    AudioStreamBasicDescription format;
+    Bytes inStream;
+    Bytes atDevice;
+};
+
+const std::vector<PcmCase>& pcmCases() {
+    static const std::vector<PcmCase> cases = {
+        {"signed 8", pcmFormat(48000, 1, 8, kSigned), bytesOf({0x81}), bytesOf({0x01})},
+        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesOf({0x81}), bytesOf({0x81})},
+        {"unsigned 16", pcmFormat(48000, 1, 16, 0), bytesOf({0x34, 0x92}), bytesOf({0x34, 0x12})},
+        {"unsigned 16 big", pcmFormat(48000, 1, 16, kBig), bytesOf({0x92, 0x34}),
+         bytesOf({0x12, 0x34})},
+        {"signed 16 big", pcmFormat(48000, 1, 16, kSigned | kBig), bytesOf({0x12, 0x34}),
+         bytesOf({0x12, 0x34})},
+        {"signed 24", pcmFormat(48000, 1, 24), bytesOf({1, 2, 0x83}), bytesOf({1, 2, 0x83})},
+        {"unsigned 24", pcmFormat(48000, 1, 24, 0), bytesOf({1, 2, 0x83}), bytesOf({1, 2, 0x03})},
+        {"signed 24 low in 32", in32(kSigned), bytesOf({1, 2, 0x83, 0xff}), bytesOf({1, 2, 0x83})},
+        {"signed 24 low in 32 big", in32(kSigned | kBig), bytesOf({0, 0x73, 2, 1}),
+         bytesOf({0x73, 2, 1})},
+        {"unsigned 24 low in 32", in32(0), bytesOf({1, 2, 0x83, 0}), bytesOf({1, 2, 0x03})},
+        {"signed 24 high in 32", in32(kSigned | kAudioFormatFlagIsAlignedHigh),
+         bytesOf({0, 1, 2, 0x83}), bytesOf({0, 1, 2, 0x83})},
+        {"signed 32", pcmFormat(48000, 1, 32), bytesOf({1, 2, 3, 4}), bytesOf({1, 2, 3, 4})},
+        {"unsigned 32 big", pcmFormat(48000, 1, 32, kBig), bytesOf({0x81, 2, 3, 4}),
+         bytesOf({0x01, 2, 3, 4})},
+        {"float", pcmFormat(48000, 1, 32, kFloat), bytesOfValue(0.25F), bytesOfValue(0.25F)},
+        {"float 64", pcmFormat(48000, 1, 64, kFloat), bytesOfValue(0.25), bytesOfValue(0.25F)},
+        {"float 64 big", pcmFormat(48000, 1, 64, kFloat | kBig), bytesOfValue(-0.75, true),
+         bytesOfValue(-0.75F, true)},
+        {"A-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatALaw), bytesOf({0x55}),
+         bytesOf({0x55})},
+        {"mu-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatULaw), bytesOf({0x55}),
+         bytesOf({0x55})},
+    };
+    return cases;
+}
+
+Bytes repeated(const Bytes& sample, std::size_t count) {
+    Bytes bytes;
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes.insert(bytes.end(), sample.begin(), sample.end());
+    }
+    return bytes;
+}
+
+TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
+    constexpr std::size_t kFrameCount = 480;
+    for (const PcmCase& pcm : pcmCases()) {
+        SCOPED_TRACE(pcm.name);
+        VirtualDevice device;
+        device.setSpeaking([&](std::span<std::byte> captured) {
+            const Bytes said = repeated(pcm.atDevice, captured.size() / pcm.atDevice.size());
+            std::copy(said.begin(), said.end(), captured.begin());
+        });
+        OutputUnderTest output(pcm.format);
+        const Bytes audio = repeated(pcm.inStream, kFrameCount);
+        // The second buffer begins inside a frame.
+        output.enqueue(audio.data(), 1);
+        output.enqueue(audio.data() + 1, audio.size() - 1);
+        ASSERT_EQ(output.start(), noErr);
+        InputUnderTest input(pcm.format);
+        input.enqueue(1, static_cast<std::uint32_t>(audio.size()));
+        ASSERT_EQ(input.start(), noErr);
+        device.advance(0.1, settleQueues);
+        EXPECT_EQ(output.returnCount(), 2U);
+        EXPECT_EQ(device.heard(), repeated(pcm.atDevice, kFrameCount));
+        EXPECT_EQ(input.captured(), audio);
+    }
+}
+
+TEST(AudioQueue, refusesFormatsWhenItIsMade) {
+    const auto change = [](auto mutate) {
+        AudioStreamBasicDescription format = pcmFormat(48000, 2);
+        mutate(format);
+        return format;
+    };
+    const std::vector<AudioStreamBasicDescription> formats = {
+        AudioStreamBasicDescription(),
+        change([](auto& format) { format.mSampleRate = 7999; }),
+        change([](auto& format) { format.mSampleRate = 192001; }),
+        change([](auto& format) { format.mSampleRate = 44100.5; }),
+        change([](auto& format) { format.mSampleRate = std::nan(""); }),
+        change([](auto& format) { format.mChannelsPerFrame = 0; }),
+        pcmFormat(48000, 9),
+        change([](auto& format) { format.mBytesPerFrame = 5; }),
+        change([](auto& format) { format.mBytesPerPacket = 2; }),
+        change([](auto& format) { format.mFramesPerPacket = 2; }),
+        change([](auto& format) { format.mBitsPerChannel = 20; }),
+        change([](auto& format) { format.mFormatFlags |= kAudioFormatFlagIsNonInterleaved; }),
+        pcmFormat(48000, 1, 16, kFloat),
+        sbcFormat(16000, 1, 0, 60),
+        withID(pcmFormat(48000, 1), fourCharCode("what")),
+    };
+    for (const AudioStreamBasicDescription& format : formats) {
+        AudioQueueRef queue = nullptr;
+        EXPECT_EQ(AudioQueueNewOutputWithDispatchQueue(
+                      &queue, &format, 0,
+                      &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated),
+                      [](AudioQueueRef, AudioQueueBufferRef) {}),
+                  kAudioFormatUnsupportedDataFormatError);
+        const auto callback = [](void*, AudioQueueRef, AudioQueueBufferRef, const AudioTimeStamp*,
+                                 std::uint32_t, const AudioStreamPacketDescription*) {};
+        EXPECT_EQ(AudioQueueNewInput(&format, callback, nullptr, nullptr, nullptr, 0, &queue),
+                  kAudioFormatUnsupportedDataFormatError);
+        EXPECT_EQ(queue, nullptr);
+    }
+}
+
+TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
+    VirtualDevice device;
+    const AudioStreamBasicDescription format = pcmFormat(48000, 2);
+    OutputUnderTest output(format);
+    OutputUnderTest other(format);
+    InputUnderTest input(format);
+    AudioQueueBufferRef buffer = nullptr;
+    EXPECT_EQ(AudioQueueAllocateBuffer(output.get(), 0, &buffer), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueAllocateBuffer(output.get(), 16, nullptr), kAudioQueueErr_InvalidParameter);
+    buffer = output.allocate(16);
+
+    const auto enqueue = [&](std::uint32_t size,
+                             std::vector<AudioStreamPacketDescription> packets) {
+        buffer->mAudioDataByteSize = size;
+        return AudioQueueEnqueueBuffer(output.get(), buffer,
+                                       static_cast<std::uint32_t>(packets.size()), packets.data());
+    };
+    EXPECT_EQ(enqueue(0, {}), kAudioQueueErr_BufferEmpty);
+    EXPECT_EQ(enqueue(17, {}), kAudioQueueErr_InvalidBuffer);
+    EXPECT_EQ(enqueue(16, {{-1, 0, 4}}), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(enqueue(16, {{13, 0, 4}}), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueEnqueueBuffer(output.get(), buffer, 1, nullptr),
+              kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueEnqueueBuffer(other.get(), buffer, 0, nullptr),
+              kAudioQueueErr_InvalidBuffer);
+    EXPECT_EQ(enqueue(16, {}), noErr);
+    EXPECT_EQ(enqueue(16, {}), kAudioQueueErr_BufferInQueue);
+    // Too small for one frame.
+    EXPECT_EQ(AudioQueueEnqueueBuffer(input.get(), input.allocate(3), 0, nullptr),
+              kAudioQueueErr_InvalidBuffer);
+
+    const AudioTimeStamp later;
+    EXPECT_EQ(AudioQueueStart(output.get(), &later), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueGetCurrentTime(output.get(), nullptr, nullptr, nullptr),
+              kAudioQueueErr_InvalidParameter);
+
+    std::uint32_t size = 0;
+    std::uint32_t value = 7;
+    EXPECT_EQ(AudioQueueGetProperty(output.get(), kAudioQueueProperty_IsRunning, &value, &size),
+              kAudioQueueErr_InvalidPropertySize);
+    EXPECT_EQ(value, 7U);
+    EXPECT_EQ(AudioQueueGetPropertySize(output.get(), fourCharCode("what"), &size),
+              kAudioQueueErr_InvalidProperty);
+    EXPECT_EQ(AudioQueueSetProperty(output.get(), kAudioQueueProperty_MagicCookie, &value, 4),
+              kAudioQueueErr_InvalidProperty);
+    EXPECT_EQ(AudioQueueGetPropertySize(input.get(), kAudioQueueProperty_MagicCookie, &size),
+              noErr);
+    EXPECT_EQ(size, 0U);
+    AudioStreamBasicDescription described;
+    size = sizeof(described);
+    EXPECT_EQ(AudioQueueGetProperty(input.get(), kAudioQueueProperty_StreamDescription, &described,
+                                    &size),
+              noErr);
+    EXPECT_EQ(described, format);
+    size = sizeof(value);
+    EXPECT_EQ(AudioQueueGetProperty(input.get(), kAudioQueueProperty_MaximumOutputPacketSize,
+                                    &value, &size),
+              noErr);
+    EXPECT_EQ(value, 4U);
+}
+
+TEST(AudioQueue, aStartThatFailsLosesNothing) {
+    VirtualDevice device;
+    OutputUnderTest queue(pcmFormat(48000, 1));
+    const std::vector<std::int16_t> audio(4800, 5);
+    queue.enqueue(audio);
+    device.unplug();
+    EXPECT_EQ(queue.start(), kAudioQueueErr_InvalidDevice);
+    device.plugIn();
+    device.refuseOpening(kAudioQueueErr_CannotStart);
+    EXPECT_EQ(queue.start(), kAudioQueueErr_CannotStart);
+    device.refuseOpening(noErr);
+    device.refuseStarting(kAudioQueueErr_CannotStart);
+    EXPECT_EQ(queue.start(), kAudioQueueErr_CannotStart);
+    EXPECT_FALSE(queue.isRunning());
+    EXPECT_EQ(device.openStreamCount(), 0U);
+    device.refuseStarting(noErr);
+    EXPECT_EQ(queue.start(), noErr);
+    device.advance(0.2, settleQueues);
+    EXPECT_EQ(queue.returnCount(), 1U);
+    EXPECT_EQ(device.heard().size(), 9600U);
+}
+
+TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
+    VirtualDevice device;
+    const ProbedDevice probed(device);
+    // That the counters count.
+    RealTimeProbe::reset();
+    {
+        const RealTimeProbe probe;
+        std::mutex mutex;
+        const std::lock_guard lock(mutex);
+        ::operator delete(::operator new(1), 1);
+    }
+    EXPECT_EQ(RealTimeProbe::allocationCount(), 2);
+    EXPECT_EQ(RealTimeProbe::lockCount(), 1);
+
+    RealTimeProbe::reset();
+    OutputUnderTest output(pcmFormat(48000, 2));
+    OutputUnderTest converted(pcmFormat(48000, 2, 64, kFloat));
+    InputUnderTest input(pcmFormat(48000, 2, 8));
+    input.recycle();
+    input.enqueue(3, 4800);
+    for (std::size_t i = 0; i < 20; ++i) {
+        output.enqueue(std::vector<std::int16_t>(4001, 1));
+        converted.enqueue(std::vector<double>(4001, 0.5));
+    }
+    ASSERT_EQ(output.start(), noErr);
+    ASSERT_EQ(converted.start(), noErr);
+    ASSERT_EQ(input.start(), noErr);
+    device.advance(2, settleQueues);
+    ASSERT_EQ(output.stop(false), noErr);
+    device.advance(0.2, settleQueues);
+    device.unplug();
+    settleQueues();
+    EXPECT_EQ(output.returnCount(), 20U);
+    EXPECT_EQ(converted.returnCount(), 20U);
+    EXPECT_GT(input.returnCount(), 30U);
+    EXPECT_GT(RealTimeProbe::probedCallCount(), 1000);
+    EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
+    EXPECT_EQ(RealTimeProbe::lockCount(), 0);
+}
+
+TEST(AudioQueue, usesTheDispatchQueueThatItWasGiven) {
+    class OneThread : public DispatchQueue {
+     public:
+        void async(std::function<void()> work) override {
+            const std::lock_guard lock(mutex_);
+            work_.push_back(std::move(work));
+        }
+        void run() {
+            for (std::vector<std::function<void()>> now;; now.clear()) {
+                {
+                    const std::lock_guard lock(mutex_);
+                    now.swap(work_);
+                }
+                if (now.empty()) {
+                    return;
+                }
+                for (const auto& work : now) {
+                    work();
+                }
+            }
+        }
+
+     private:
+        std::mutex mutex_;
+        std::vector<std::function<void()>> work_;
+    };
+    VirtualDevice device;
+    OneThread ours;
+    OutputUnderTest queue(pcmFormat(48000, 1), &ours);
+    queue.enqueue(std::vector<std::int16_t>(480, 1));
+    queue.enqueue(std::vector<std::int16_t>(480, 1));
+    ASSERT_EQ(queue.start(), noErr);
+    device.advance(0.1);
+    EXPECT_EQ(queue.returnCount(), 0U);
+    while (queue.returnCount() < 2) {
+        ours.run();
+    }
+    EXPECT_EQ(queue.callbackThreads(), std::set{std::this_thread::get_id()});
+    queue.dispose();
+}
+
+TEST(AudioQueue, anApplicationThatIsLateWithItsBuffersFindsTheAudioHeldBack) {
+    VirtualDevice device;
+    std::int16_t next = 1;
+    device.setSpeaking([&](std::span<std::byte> captured) {
+        for (std::size_t i = 0; i + 1 < captured.size(); i += 2, ++next) {
+            std::memcpy(captured.data() + i, &next, 2);
+        }
+    });
+    InputUnderTest queue(pcmFormat(8000, 1));
+    queue.enqueue(1, 1600);
+    ASSERT_EQ(queue.start(), noErr);
+    device.advance(3, settleQueues);
+    EXPECT_EQ(queue.returnCount(), 1U);
+    EXPECT_EQ(queue.interruptionCount(), 1U);
+    // 3.5 s are 28000 frames: of the 23200 that there is room for none is missing or out of order.
+    queue.enqueue(28, 1600);
+    device.advance(0.5, settleQueues);
+    ASSERT_EQ(queue.stop(true), noErr);
+    settleQueues();
+    const Bytes captured = queue.captured();
+    ASSERT_EQ(captured.size(), 2 * 23200U);
+    for (std::size_t i = 0; i < captured.size() / 2; ++i) {
+        std::int16_t sample = 0;
+        std::memcpy(&sample, captured.data() + 2 * i, 2);
+        ASSERT_EQ(sample, static_cast<std::int16_t>(i + 1));
+    }
+}
+
+TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
+    constexpr double kHours = ZAV_TEST_HOURS;
+    constexpr double kRate = 16000;
+    VirtualDevice device;
+    std::uint64_t heardBytes = 0;
+    bool isHeardInOrder = true;
+    std::int16_t heard = 1;
+    device.setHearing([&](std::span<const std::byte> audio) {
+        heardBytes += audio.size();
+        for (std::size_t i = 0; i < audio.size(); i += 2, ++heard) {
+            isHeardInOrder = isHeardInOrder && std::memcmp(audio.data() + i, &heard, 2) == 0;
+        }
+    });
+    std::int16_t said = 1;
+    device.setSpeaking([&](std::span<std::byte> captured) {
+        for (std::size_t i = 0; i < captured.size(); i += 2, ++said) {
+            std::memcpy(captured.data() + i, &said, 2);
+        }
+    });
+
+    // What is captured is played: 0.5 s of delay, as in an application.
+    const AudioStreamBasicDescription format = pcmFormat(kRate, 1);
+    AudioQueueRef output = nullptr;
+    AudioQueueRef input = nullptr;
+    std::mutex mutex;
+    std::vector<AudioQueueBufferRef> idle;
+    ASSERT_EQ(AudioQueueNewOutputWithDispatchQueue(
+                  &output, &format, 0,
+                  &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated),
+                  [&](AudioQueueRef, AudioQueueBufferRef buffer) {
+                      const std::lock_guard lock(mutex);
+                      idle.push_back(buffer);
+                  }),
+              noErr);
+    const std::function<void(AudioQueueBufferRef)> play = [&](AudioQueueBufferRef captured) {
+        AudioQueueBufferRef buffer = nullptr;
+        {
+            const std::lock_guard lock(mutex);
+            if (!idle.empty()) {
+                buffer = idle.back();
+                idle.pop_back();
+            }
+        }
+        if (buffer == nullptr) {
+            ASSERT_EQ(AudioQueueAllocateBuffer(output, 16000, &buffer), noErr);
+        }
+        std::memcpy(buffer->mAudioData, captured->mAudioData, captured->mAudioDataByteSize);
+        buffer->mAudioDataByteSize = captured->mAudioDataByteSize;
+        ASSERT_EQ(AudioQueueEnqueueBuffer(output, buffer, 0, nullptr), noErr);
+    };
+    const auto callback = [](void* userData, AudioQueueRef queue, AudioQueueBufferRef buffer,
+                             const AudioTimeStamp*, std::uint32_t,
+                             const AudioStreamPacketDescription*) {
+        if (buffer->mAudioDataByteSize > 0) {
+            (*static_cast<const std::function<void(AudioQueueBufferRef)>*>(userData))(buffer);
+        }
+        EXPECT_EQ(AudioQueueEnqueueBuffer(queue, buffer, 0, nullptr), noErr);
+    };
+    ASSERT_EQ(
+        AudioQueueNewInput(&format, callback, const_cast<void*>(static_cast<const void*>(&play)),
+                           nullptr, nullptr, 0, &input),
+        noErr);
+    for (int i = 0; i < 3; ++i) {
+        AudioQueueBufferRef buffer = nullptr;
+        ASSERT_EQ(AudioQueueAllocateBuffer(input, 16000, &buffer), noErr);
+        ASSERT_EQ(AudioQueueEnqueueBuffer(input, buffer, 0, nullptr), noErr);
+    }
+    ASSERT_EQ(AudioQueueStart(input, nullptr), noErr);
+    const auto advance = [&](double seconds) {
+        device.advance(seconds, [&] { settle({input, output}); });
+    };
+    advance(1.02);
+    ASSERT_EQ(AudioQueueStart(output, nullptr), noErr);
+    advance(3600);
+    const std::size_t memoryAfterAnHour = mallinfo2().uordblks;
+    advance((kHours - 1) * 3600);
+
+    AudioTimeStamp now;
+    ASSERT_EQ(AudioQueueGetCurrentTime(input, nullptr, &now, nullptr), noErr);
+    EXPECT_NEAR(now.mSampleTime, (kHours * 3600 + 1.02) * kRate, 1);
+    ASSERT_EQ(AudioQueueGetCurrentTime(output, nullptr, &now, nullptr), noErr);
+    EXPECT_NEAR(now.mSampleTime, kHours * 3600 * kRate, 1);
+    EXPECT_EQ(heardBytes, 2 * static_cast<std::uint64_t>(now.mSampleTime));
+    EXPECT_TRUE(isHeardInOrder);
+    EXPECT_LE(idle.size(), 4U);
+    EXPECT_LT(mallinfo2().uordblks, memoryAfterAnHour + 65536);
+    ASSERT_EQ(AudioQueueDispose(input, true), noErr);
+    ASSERT_EQ(AudioQueueDispose(output, true), noErr);
+}
+
+}  // namespace
+}  // namespace zav::test
