@@ -1,9 +1,5 @@
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegDecoder.hpp"
 
-extern "C" {
-#include <libavutil/channel_layout.h>
-}
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -132,7 +128,7 @@ FfmpegDecoder::FfmpegDecoder(const AudioStreamBasicDescription& format)
     parameters_->codec_type = AVMEDIA_TYPE_AUDIO;
     parameters_->codec_id = codecOf(format.mFormatID);
     parameters_->sample_rate = static_cast<int>(pcmFormat_.mSampleRate);
-    av_channel_layout_default(&parameters_->ch_layout, static_cast<int>(format.mChannelsPerFrame));
+    parameters_->ch_layout = usualLayout(format.mChannelsPerFrame);
     setExtradata(*parameters_, extradataOfRecord(parameters_->codec_id, format));
     context_ = openCodec();
     if (context_ == nullptr && !hasMagicCookie(parameters_->codec_id)) {

@@ -71,10 +71,9 @@ bool isRate(const AVCodec& codec, double rate) {
 
 /// The usual order of so many channels; empty when the codec has none.
 std::optional<AVChannelLayout> layoutFor(const AVCodec& codec, std::uint32_t channels) {
-    const auto count = static_cast<int>(channels);
     for (const AVChannelLayout* layout = codec.ch_layouts;
          layout != nullptr && layout->nb_channels != 0; ++layout) {
-        if (layout->nb_channels == count) {
+        if (layout->nb_channels == static_cast<int>(channels)) {
             return *layout;
         }
     }
@@ -82,11 +81,7 @@ std::optional<AVChannelLayout> layoutFor(const AVCodec& codec, std::uint32_t cha
     if (codec.ch_layouts != nullptr || (codec.id == AV_CODEC_ID_AAC && channels == 7)) {
         return std::nullopt;
     }
-    AVChannelLayout layout = AV_CHANNEL_LAYOUT_SURROUND;
-    if (channels != 3) {
-        av_channel_layout_default(&layout, count);
-    }
-    return layout;
+    return usualLayout(channels);
 }
 
 /// The depth that is encoded, in bits; 0 for one that cannot be.
@@ -257,8 +252,8 @@ void FfmpegEncoder::send(const AVFrame* frame, EncodedPackets& packets) {
     int result = avcodec_send_frame(context_.get(), frame);
     while (result >= 0) {
         result = avcodec_receive_packet(context_.get(), packet_.get());
-        // One without bytes brings FLAC's last header.
-        if (result >= 0 && packet_->size > 0) {
+        if (result >= 0) {
+            takeCookie(*packet_);
             append(*packet_, packets);
         }
     }
@@ -268,7 +263,20 @@ void FfmpegEncoder::send(const AVFrame* frame, EncodedPackets& packets) {
     }
 }
 
+// Only FLAC's last packet has one, and no bytes. The context's own is spoilt by the end.
+void FfmpegEncoder::takeCookie(const AVPacket& packet) {
+    std::size_t size = 0;
+    const std::uint8_t* const extradata =
+        av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (extradata != nullptr) {
+        cookie_ = cookieOfExtradata(context_->codec_id, std::as_bytes(std::span(extradata, size)));
+    }
+}
+
 void FfmpegEncoder::append(const AVPacket& packet, EncodedPackets& packets) const {
+    if (packet.size == 0) {
+        return;
+    }
     // Only these packets can be short: the others are filled up.
     const bool isShort = isLossless(context_->codec_id) && packet.duration < context_->frame_size;
     packets.descriptions.push_back({static_cast<std::int64_t>(packets.bytes.size()),
@@ -285,7 +293,6 @@ void FfmpegEncoder::finish(EncodedPackets& packets) {
     }
     if (hasBegun_) {
         send(nullptr, packets);
-        cookie_ = cookieOfContext();
         open();
         hasBegun_ = false;
         frameCount_ = 0;

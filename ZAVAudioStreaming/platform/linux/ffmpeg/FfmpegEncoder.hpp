@@ -43,6 +43,7 @@ class FfmpegEncoder : public QueueEncoder {
     void open();
     void encodePacket(std::span<const std::byte> pcm, EncodedPackets& packets);
     void send(const AVFrame* frame, EncodedPackets& packets);
+    void takeCookie(const AVPacket& packet);
     void append(const AVPacket& packet, EncodedPackets& packets) const;
     std::vector<std::byte> cookieOfContext() const;
 

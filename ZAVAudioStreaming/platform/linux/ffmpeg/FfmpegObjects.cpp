@@ -1,6 +1,7 @@
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegObjects.hpp"
 
 extern "C" {
+#include <libavutil/channel_layout.h>
 #include <libavutil/mem.h>
 }
 
@@ -90,6 +91,14 @@ Resampler makeResampler(PcmShape from, PcmShape to) {
         throw std::bad_alloc();
     }
     return result >= 0 && swr_init(context) >= 0 ? std::move(resampler) : nullptr;
+}
+
+AVChannelLayout usualLayout(std::uint32_t channels) {
+    AVChannelLayout layout = AV_CHANNEL_LAYOUT_SURROUND;
+    if (channels != 3) {
+        av_channel_layout_default(&layout, static_cast<int>(channels));
+    }
+    return layout;
 }
 
 std::span<const std::byte> extradataOf(const AVCodecParameters& parameters) {

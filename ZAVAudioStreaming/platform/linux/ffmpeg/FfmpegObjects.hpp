@@ -7,6 +7,7 @@ extern "C" {
 }
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 
@@ -74,6 +75,10 @@ struct PcmShape {
 
 /// A resampler that prints nothing; null when there is no way from one to the other.
 Resampler makeResampler(PcmShape from, PcmShape to);
+
+/// The layout that so many channels have where nothing else is told: three are left, right and
+/// centre, others as libavutil thinks.
+AVChannelLayout usualLayout(std::uint32_t channels);
 
 std::span<const std::byte> extradataOf(const AVCodecParameters& parameters);
 void setExtradata(AVCodecParameters& parameters, std::span<const std::byte> extradata);

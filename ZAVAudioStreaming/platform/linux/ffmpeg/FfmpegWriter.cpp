@@ -1,9 +1,5 @@
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegWriter.hpp"
 
-extern "C" {
-#include <libavutil/channel_layout.h>
-}
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -205,7 +201,7 @@ void FfmpegWriter::start(bool hasPackets) {
     parameters.codec_id = codec_;
     parameters.sample_rate = static_cast<int>(rate_);
     parameters.frame_size = static_cast<int>(format.mFramesPerPacket);
-    av_channel_layout_default(&parameters.ch_layout, static_cast<int>(format.mChannelsPerFrame));
+    parameters.ch_layout = usualLayout(format.mChannelsPerFrame);
     if (codec_ == AV_CODEC_ID_OPUS) {
         parameters.initial_padding = static_cast<int>(opusPreSkip(extradata_));
     }

@@ -14,14 +14,13 @@ namespace {
 /// A layout without memory of its own: one that is not of FFmpeg's own order counts as the usual
 /// one for its number of channels.
 AVChannelLayout plainLayout(const AVChannelLayout& layout) {
-    AVChannelLayout plain{};
-    if (layout.order == AV_CHANNEL_ORDER_NATIVE) {
-        plain.order = layout.order;
-        plain.nb_channels = layout.nb_channels;
-        plain.u.mask = layout.u.mask;
-    } else {
-        av_channel_layout_default(&plain, layout.nb_channels);
+    if (layout.order != AV_CHANNEL_ORDER_NATIVE) {
+        return usualLayout(static_cast<std::uint32_t>(layout.nb_channels));
     }
+    AVChannelLayout plain{};
+    plain.order = layout.order;
+    plain.nb_channels = layout.nb_channels;
+    plain.u.mask = layout.u.mask;
     return plain;
 }
 
@@ -53,10 +52,8 @@ AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double r
 }
 
 PcmConverter::PcmConverter(AVSampleFormat sampleFormat, std::uint32_t rate, std::uint32_t channels)
-    : to_{sampleFormat, static_cast<int>(rate), {}},
-      bytesPerFrame_(static_cast<std::size_t>(av_get_bytes_per_sample(sampleFormat)) * channels) {
-    av_channel_layout_default(&to_.layout, static_cast<int>(channels));
-}
+    : to_{sampleFormat, static_cast<int>(rate), usualLayout(channels)},
+      bytesPerFrame_(static_cast<std::size_t>(av_get_bytes_per_sample(sampleFormat)) * channels) {}
 
 void PcmConverter::append(const AVFrame& frame, std::vector<std::byte>& pcm) {
     constexpr int kMostTimesOff = 8;

@@ -1,10 +1,9 @@
-// The queue's codecs: decoders against ffmpeg, encoders through the file service to other programs.
+// Decoders of queues, against ffmpeg.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <random>
 
@@ -13,6 +12,7 @@
 #include "tests/support/Commands.hpp"
 #include "tests/support/CompressedSamples.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/RawPcm.hpp"
 #include "tests/support/SilentStderr.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -84,52 +84,10 @@ Bytes decodePieces(QueueDecoder& decoder, std::span<const std::byte> bytes,
     return pcm;
 }
 
-Bytes bytesOf(const std::string& text) {
-    const auto bytes = std::as_bytes(std::span(text));
-    return {bytes.begin(), bytes.end()};
-}
-
-std::string quoted(const std::filesystem::path& path) {
-    return "'" + path.string() + "'";
-}
-
-/// ffmpeg's name for PCM without a header.
-std::string rawFormat(const AudioStreamBasicDescription& pcm) {
-    const bool isFloat = (pcm.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
-    return " -f " + std::string(isFloat ? "f" : "s") + std::to_string(pcm.mBitsPerChannel) + "le ";
-}
-
-std::string rawOptions(const AudioStreamBasicDescription& pcm) {
-    return rawFormat(pcm) + "-ar " + std::to_string(static_cast<int>(pcm.mSampleRate)) + " -ac " +
-           std::to_string(pcm.mChannelsPerFrame) + " ";
-}
-
 /// What ffmpeg decodes, priming included, in samples like those of `pcm`.
 Bytes decodeByFfmpeg(const std::filesystem::path& path, const AudioStreamBasicDescription& pcm) {
     return bytesOf(outputOf("ffmpeg -nostdin -v error -flags2 +skip_manual -i " + quoted(path) +
                             " -map 0:a:0" + rawFormat(pcm) + "-"));
-}
-
-template <class Sample>
-std::vector<double> samplesAs(std::span<const std::byte> pcm, double scale) {
-    std::vector<double> samples;
-    for (; pcm.size() >= sizeof(Sample); pcm = pcm.subspan(sizeof(Sample))) {
-        Sample sample;
-        std::memcpy(&sample, pcm.data(), sizeof(Sample));
-        samples.push_back(static_cast<double>(sample) / scale);
-    }
-    return samples;
-}
-
-/// Decibels that `signal` stands above its difference from `other`, over their common length.
-double signalToNoise(std::span<const double> signal, std::span<const double> other) {
-    double power = 0;
-    double noise = 0;
-    for (std::size_t i = 0; i < std::min(signal.size(), other.size()); ++i) {
-        power += signal[i] * signal[i];
-        noise += (signal[i] - other[i]) * (signal[i] - other[i]);
-    }
-    return 10 * std::log10(power / noise);
 }
 
 class QueueDecoding : public testing::Test {
@@ -331,14 +289,10 @@ TEST_F(QueueDecoding, convertsWhatIsNotAsTheRecordSays) {
         const Bytes expected =
             bytesOf(outputOf("ffmpeg -nostdin -v error " + rawOptions(honest->pcmFormat()) +
                              " -i " + quoted(raw) + " " + rawOptions(pcm) + " -"));
-        const bool isFloat = (pcm.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
-        const auto samples = [&](const Bytes& bytes) {
-            return isFloat ? samplesAs<float>(bytes, 1) : samplesAs<std::int16_t>(bytes, 32768);
-        };
         // The resampler's last frames are cut differently.
         EXPECT_NEAR(static_cast<double>(decoded.size()), static_cast<double>(expected.size()),
                     100 * pcm.mBytesPerFrame);
-        EXPECT_GT(signalToNoise(samples(expected), samples(decoded)), 60);
+        EXPECT_GT(signalToNoise(samplesOf(expected, pcm), samplesOf(decoded, pcm)), 60);
     }
 }
 
@@ -381,6 +335,47 @@ TEST_F(QueueDecoding, leavesOutADamagedFlacFrame) {
     rest.erase(third, third + static_cast<std::ptrdiff_t>(packetSize));
     const SilentStderr silent;
     EXPECT_TRUE(decodeAll(*decoder, stream) == rest);
+}
+
+TEST(QueueDecoders, refuseWhatTheyCannotDecodeAtOnce) {
+    const auto refusal = [](std::uint32_t formatID, double rate, std::uint32_t channels,
+                            std::uint32_t framesPerPacket = 0, std::uint32_t bytesPerPacket = 0) {
+        AudioStreamBasicDescription format;
+        format.mSampleRate = rate;
+        format.mFormatID = formatID;
+        format.mChannelsPerFrame = channels;
+        format.mFramesPerPacket = framesPerPacket;
+        format.mBytesPerPacket = bytesPerPacket;
+        try {
+            ffmpegModule()->makeQueueDecoder(format);
+        } catch (const AudioFileFailure& failure) {
+            return failure.status();
+        }
+        return noErr;
+    };
+    const OSStatus wrongFormat = kAudioFileUnsupportedDataFormatError;
+    for (const std::uint32_t formatID :
+         {kAudioFormatMPEG4AAC, kAudioFormatMPEGLayer1, kAudioFormatMPEGLayer2,
+          kAudioFormatMPEGLayer3, kAudioFormatALAC, kAudioFormatFLAC, kAudioFormatOpus,
+          kAudioFormatVorbis, kAudioFormatAC3}) {
+        SCOPED_TRACE(fourCharText(formatID));
+        EXPECT_EQ(refusal(formatID, 48000, 2), noErr);
+        EXPECT_EQ(refusal(formatID, 48000, 0), wrongFormat);
+        EXPECT_EQ(refusal(formatID, 48000, 9), wrongFormat);
+        for (const double rate : {0.0, -8000.0, 7999.0, 44100.5, 192001.0, 1e300, std::nan("")}) {
+            EXPECT_EQ(refusal(formatID, rate, 2), wrongFormat) << rate;
+        }
+    }
+    EXPECT_EQ(refusal(kAudioFormatAMR, 8000, 1), noErr);
+    EXPECT_EQ(refusal(kAudioFormatAMR, 8000, 2), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatAMR, 16000, 1), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatMPEGLayer3, 96000, 2), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatMPEGLayer3, 44100, 3), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatMPEGLayer3, 44100, 2, 1152, 5000), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatAC3, 48000, 7), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatALAC, 48000, 2, 65536), wrongFormat);
+    EXPECT_EQ(refusal(kAudioFormatLinearPCM, 48000, 2), wrongFormat);
+    EXPECT_EQ(refusal(fourCharCode("none"), 48000, 2), wrongFormat);
 }
 
 }  // namespace
