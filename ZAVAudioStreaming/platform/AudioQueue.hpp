@@ -147,9 +147,9 @@ using AudioQueueOutputCallbackBlock =
 ///
 /// The buffers of an output queue are one stream of bytes: a PCM frame, and a packet of constant
 /// size, may begin in one buffer and end in the next. Packets of varying size are found by their
-/// descriptions, whose offsets count from the start of the buffer. Without descriptions MP3 and
-/// AAC with ADTS headers are parsed; any other buffer without them is one packet. What cannot be
-/// decoded is left out.
+/// descriptions, whose offsets count from the start of the buffer. Without descriptions MPEG
+/// layers 1 to 3, AC-3, FLAC frames and AAC with ADTS headers are parsed, wherever they are cut;
+/// any other buffer without them is one packet. What cannot be decoded is left out.
 ///
 /// Buffers may be enqueued before the queue is started and while it is paused. In the time between
 /// an asynchronous stop and its end they are played as well.

@@ -213,6 +213,25 @@ TEST_F(QueueDecoding, findsPacketsWhereverTheStreamIsCut) {
     }
 }
 
+TEST_F(QueueDecoding, findsPacketsBehindMuchThatIsNone) {
+    for (const char* const name : {"plain.mp3", "two.mp2", "adts.aac", "cinema.ac3"}) {
+        SCOPED_TRACE(name);
+        const Stream stream = readStream(samples_[name]);
+        const auto decoder = makeDecoder(stream);
+        const std::size_t whole = decodeAll(*decoder, stream).size();
+        Bytes bytes(1000000, std::byte{0xFF});
+        const Bytes good = readFile(samples_[name]);
+        bytes.insert(bytes.end(), good.begin(), good.end());
+        const SilentStderr silent;
+        const Bytes pcm = decodePieces(*decoder, bytes, [] { return std::size_t{5000}; });
+        const std::size_t packetSize =
+            std::size_t{stream.format.mFramesPerPacket} * decoder->pcmFormat().mBytesPerFrame;
+        EXPECT_LE(pcm.size(), whole);
+        // The last of it can look like the header of a packet that reaches into the real ones.
+        EXPECT_GE(pcm.size() + 4 * packetSize, whole);
+    }
+}
+
 TEST_F(QueueDecoding, takesAnUndescribedBufferForAPacketWhereNothingElseIsTold) {
     for (const char* const name : {"aac.m4a", "alac.m4a", "vorbis.ogg", "tools.opus"}) {
         const Stream stream = readStream(samples_[name]);

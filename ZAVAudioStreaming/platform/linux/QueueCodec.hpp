@@ -18,20 +18,22 @@ class QueueDecoder {
  public:
     virtual ~QueueDecoder() = default;
 
-    /// The PCM that comes out, in a form that a device takes. Its rate can differ from the
-    /// stream's.
+    /// The PCM that comes out, in a form that a device takes; the same from the making on, whatever
+    /// the cookie and the packets turn out to hold. Its rate can differ from the record's.
     virtual AudioStreamBasicDescription pcmFormat() const = 0;
 
-    /// Bytes that no packet of the stream exceeds.
+    /// Bytes that no packet of the stream exceeds. A cookie can make it smaller or larger.
     virtual std::uint32_t maximumPacketSize() const = 0;
 
     /// What the decoder needs beside the format, before the first packet. Throws -50 for bytes that
-    /// are no cookie of the format, 'pty?' when the format has none.
+    /// are no cookie of the format, 'pty?' when the format has none; the decoder is then as it was.
     virtual void setMagicCookie(std::span<const std::byte> cookie) = 0;
 
-    /// Decodes the packets in `bytes` and appends their PCM, whole frames, to `pcm`. `descriptions`
-    /// lie inside `bytes`; when there are none, packets are found as `AudioQueueEnqueueBuffer`
-    /// tells. What cannot be decoded is left out.
+    /// Decodes the packets in `bytes` and appends their PCM, whole frames, to `pcm`, the priming of
+    /// the codec included. `descriptions` lie inside `bytes`; when there are none, packets are
+    /// found as `AudioQueueEnqueueBuffer` tells, and the PCM of the last ones can come with the
+    /// bytes that follow. What cannot be decoded is left out, and so is everything while a cookie
+    /// is missing that the format cannot do without.
     virtual void decode(std::span<const std::byte> bytes,
                         std::span<const AudioStreamPacketDescription> descriptions,
                         std::vector<std::byte>& pcm) = 0;
@@ -46,7 +48,8 @@ class QueueDecoder {
 /// Packets one behind the other.
 struct EncodedPackets {
     std::vector<std::byte> bytes;
-    /// Places in `bytes`. Empty when packets are of constant size.
+    /// Places in `bytes`. Empty when packets are of constant size. One that tells its frames holds
+    /// another number than the format says: a short one at the end.
     std::vector<AudioStreamPacketDescription> descriptions;
 };
 
@@ -64,11 +67,12 @@ class QueueEncoder {
     /// Bytes that no packet of the stream exceeds.
     virtual std::uint32_t maximumPacketSize() const = 0;
 
-    /// Empty where the format has none.
+    /// Bare, as files hand it out; empty where the format has none. It is there from the making on,
+    /// and may be completed by `finish`, for the stream that ends there.
     virtual std::span<const std::byte> magicCookie() const = 0;
 
     /// Encodes whole frames and appends the packets that are complete. `pcm` is kept as far as it
-    /// does not fill a packet.
+    /// does not fill a packet. `packets` may hold some already.
     virtual void encode(std::span<const std::byte> pcm, EncodedPackets& packets) = 0;
 
     /// Capture ends here: appends what is left, the last packet filled up with silence where the

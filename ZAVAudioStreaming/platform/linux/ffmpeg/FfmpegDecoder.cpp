@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <new>
 #include <utility>
 
@@ -20,10 +19,6 @@ namespace {
 /// FLAC's most; ALAC names none, and its encoders have 4096.
 constexpr std::uint32_t kMostFramesInPacket = 65535;
 constexpr std::uint32_t kUsualAlacFrames = 4096;
-
-bool isLossless(AVCodecID codec) {
-    return codec == AV_CODEC_ID_ALAC || codec == AV_CODEC_ID_FLAC;
-}
 
 std::uint32_t mostChannels(AVCodecID codec) {
     switch (codec) {
@@ -47,14 +42,12 @@ bool hasRate(AVCodecID codec, double rate) {
     // Three rates, their halves and quarters.
     constexpr std::array<std::uint32_t, 9> kNineRates = {8000,  11025, 12000, 16000, 22050,
                                                          24000, 32000, 44100, 48000};
-    constexpr double kLowest = 8000;
-    constexpr double kHighest = 192000;
-    if (!(rate >= kLowest && rate <= kHighest) || rate != std::floor(rate)) {
+    if (!isDeviceRate(rate)) {
         return false;
     }
     switch (codec) {
         case AV_CODEC_ID_AMR_NB:
-            return rate == kLowest;
+            return rate == 8000;
         case AV_CODEC_ID_MP1:
         case AV_CODEC_ID_MP2:
         case AV_CODEC_ID_MP3:
@@ -112,6 +105,27 @@ std::vector<std::byte> extradataOfRecord(AVCodecID codec,
     return {};
 }
 
+/// Null when the codec does not take the parameters.
+CodecContext openCodec(const AVCodecParameters& parameters) {
+    const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
+    CodecContext context = makeCodecContext(codec);
+    if (avcodec_parameters_to_context(context.get(), &parameters) < 0) {
+        throw std::bad_alloc();
+    }
+    // Decoders that know of priming would cut it out of the first stream and not of the next.
+    context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+    context->max_samples = kMostFramesInPacket;
+    if (parameters.codec_id == AV_CODEC_ID_FLAC) {
+        // The one codec whose damage would be played as noise, and which can tell.
+        context->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
+    }
+    const int result = avcodec_open2(context.get(), codec, nullptr);
+    if (result == AVERROR(ENOMEM)) {
+        throw std::bad_alloc();
+    }
+    return result < 0 ? nullptr : std::move(context);
+}
+
 }  // namespace
 
 std::unique_ptr<QueueDecoder> makeFfmpegDecoder(const AudioStreamBasicDescription& format) {
@@ -130,31 +144,10 @@ FfmpegDecoder::FfmpegDecoder(const AudioStreamBasicDescription& format)
     parameters_->sample_rate = static_cast<int>(pcmFormat_.mSampleRate);
     parameters_->ch_layout = usualLayout(format.mChannelsPerFrame);
     setExtradata(*parameters_, extradataOfRecord(parameters_->codec_id, format));
-    context_ = openCodec();
+    context_ = openCodec(*parameters_);
     if (context_ == nullptr && !hasMagicCookie(parameters_->codec_id)) {
         refuseFormat();
     }
-}
-
-/// Null when the codec does not take its parameters.
-CodecContext FfmpegDecoder::openCodec() const {
-    const AVCodec* const codec = avcodec_find_decoder(parameters_->codec_id);
-    CodecContext context = makeCodecContext(codec);
-    if (avcodec_parameters_to_context(context.get(), parameters_.get()) < 0) {
-        throw std::bad_alloc();
-    }
-    // Decoders that know of priming would cut it out of the first stream and not of the next.
-    context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
-    context->max_samples = kMostFramesInPacket;
-    if (parameters_->codec_id == AV_CODEC_ID_FLAC) {
-        // The one codec whose damage would be played as noise, and which can tell.
-        context->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
-    }
-    const int result = avcodec_open2(context.get(), codec, nullptr);
-    if (result == AVERROR(ENOMEM)) {
-        throw std::bad_alloc();
-    }
-    return result < 0 ? nullptr : std::move(context);
 }
 
 std::uint32_t FfmpegDecoder::maximumPacketSize() const {
@@ -173,14 +166,16 @@ void FfmpegDecoder::setMagicCookie(std::span<const std::byte> cookie) {
         bigEndianAt(std::span(config).first(4)) > kMostFramesInPacket) {
         throw AudioFileFailure(kAudioFileParameterError);
     }
-    const auto before = extradataOf(*parameters_);
-    const std::vector<std::byte> old(before.begin(), before.end());
-    setExtradata(*parameters_, extradata);
-    CodecContext context = openCodec();
+    CodecParameters parameters = makeCodecParameters();
+    if (avcodec_parameters_copy(parameters.get(), parameters_.get()) < 0) {
+        throw std::bad_alloc();
+    }
+    setExtradata(*parameters, extradata);
+    CodecContext context = openCodec(*parameters);
     if (context == nullptr) {
-        setExtradata(*parameters_, old);
         throw AudioFileFailure(kAudioFileParameterError);
     }
+    parameters_ = std::move(parameters);
     context_ = std::move(context);
 }
 
@@ -236,7 +231,7 @@ void FfmpegDecoder::finish(std::vector<std::byte>& pcm) {
 void FfmpegDecoder::reset() {
     cutter_.reset();
     converter_.reset();
-    context_ = openCodec();
+    context_ = openCodec(*parameters_);
 }
 
 }  // namespace zav

@@ -35,7 +35,6 @@ class FfmpegDecoder : public QueueDecoder {
     void reset() override;
 
  private:
-    CodecContext openCodec() const;
     void decodePacket(std::span<const std::byte> packet, std::vector<std::byte>& pcm);
     void send(const AVPacket* packet, std::vector<std::byte>& pcm);
 

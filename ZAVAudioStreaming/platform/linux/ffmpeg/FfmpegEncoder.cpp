@@ -7,7 +7,6 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <new>
 #include <optional>
 #include <utility>
@@ -41,10 +40,6 @@ constexpr std::array<Encoder, 4> kEncoders = {{
 constexpr std::uint32_t kShallow = 16;
 constexpr std::uint32_t kDeep = 24;
 
-bool isLossless(AVCodecID codec) {
-    return codec == AV_CODEC_ID_ALAC || codec == AV_CODEC_ID_FLAC;
-}
-
 const Encoder& encoderOf(const AudioStreamBasicDescription& format) {
     const AVCodecID codec = codecOf(format.mFormatID);
     const auto* const found =
@@ -57,9 +52,7 @@ const Encoder& encoderOf(const AudioStreamBasicDescription& format) {
 }
 
 bool isRate(const AVCodec& codec, double rate) {
-    constexpr double kLowest = 8000;
-    constexpr double kHighest = 192000;
-    if (!(rate >= kLowest && rate <= kHighest) || rate != std::floor(rate)) {
+    if (!isDeviceRate(rate)) {
         return false;
     }
     const int* known = codec.supported_samplerates;
@@ -87,10 +80,7 @@ std::optional<AVChannelLayout> layoutFor(const AVCodec& codec, std::uint32_t cha
 /// The depth that is encoded, in bits; 0 for one that cannot be.
 std::uint32_t encodedDepth(AVCodecID codec, const AudioStreamBasicDescription& format) {
     const std::uint32_t depth = sourceDepthOf(format);
-    if (!isLossless(codec)) {
-        return kShallow;
-    }
-    if (depth == 0 || depth == kShallow) {
+    if (!isLossless(codec) || depth == 0 || depth == kShallow) {
         return kShallow;
     }
     return depth == 20 || depth == kDeep ? kDeep : 0;
@@ -112,7 +102,7 @@ std::uint32_t largestOpusPacket(const AudioStreamBasicDescription& format) {
 void setOpusDuration(AVCodecContext& context, const AudioStreamBasicDescription& format) {
     constexpr double kShortest = 2.5;
     constexpr double kLongest = 120;
-    const double milliseconds = format.mFramesPerPacket * 1000 / format.mSampleRate;
+    const double milliseconds = format.mFramesPerPacket * 1000.0 / format.mSampleRate;
     // libavcodec, which refuses the other durations that Opus does not have, prints what it thinks
     // of these, of no context that could be silenced.
     if (milliseconds < kShortest || milliseconds > kLongest) {

@@ -24,6 +24,14 @@ bool isParsed(AVCodecID codec, std::byte first) {
     }
 }
 
+/// Bytes that a parser may hold before it hands out a packet. All that have one hold a packet of a
+/// few kilobytes, but FLAC's, which holds ten of 65535 frames of eight channels of 32 bits.
+std::size_t mostHeldBytes(AVCodecID codec) {
+    constexpr std::size_t kMost = 65536;
+    constexpr std::size_t kMostOfFlac = 10 * 65536 * 8 * 4;
+    return codec == AV_CODEC_ID_FLAC ? kMostOfFlac : kMost;
+}
+
 }  // namespace
 
 void PacketCutter::cut(std::span<const std::byte> bytes, const Take& take) {
@@ -34,9 +42,10 @@ void PacketCutter::cut(std::span<const std::byte> bytes, const Take& take) {
         cutBySize(bytes, take);
         return;
     }
-    if (!hasBegun_) {
-        begin(bytes.front());
+    if (!hasBegun_ && isParsed(codec_, bytes.front())) {
+        startParser();
     }
+    hasBegun_ = true;
     if (parser_ == nullptr) {
         take(bytes);
     } else {
@@ -44,16 +53,14 @@ void PacketCutter::cut(std::span<const std::byte> bytes, const Take& take) {
     }
 }
 
-void PacketCutter::begin(std::byte first) {
-    if (isParsed(codec_, first)) {
-        context_ = makeCodecContext(nullptr);
-        context_->codec_id = codec_;
-        parser_.reset(av_parser_init(codec_));
-        if (parser_ == nullptr) {
-            throw std::bad_alloc();
-        }
+void PacketCutter::startParser() {
+    context_ = makeCodecContext(nullptr);
+    context_->codec_id = codec_;
+    parser_.reset(av_parser_init(codec_));
+    if (parser_ == nullptr) {
+        throw std::bad_alloc();
     }
-    hasBegun_ = true;
+    heldBytes_ = 0;
 }
 
 void PacketCutter::cutBySize(std::span<const std::byte> bytes, const Take& take) {
@@ -83,6 +90,10 @@ void PacketCutter::parse(std::span<const std::byte> bytes, const Take& take) {
         for (std::size_t done = 0; done < size;) {
             done += parseOnce(piece.data() + done, size - done, take);
         }
+        if (heldBytes_ > mostHeldBytes(codec_)) {
+            // What goes on and on without a packet is junk, and some parsers keep all of it.
+            startParser();
+        }
         bytes = bytes.subspan(size);
     }
 }
@@ -93,6 +104,7 @@ std::size_t PacketCutter::parseOnce(const std::uint8_t* bytes, std::size_t size,
     int packetSize = 0;
     const int taken = av_parser_parse2(parser_.get(), context_.get(), &packet, &packetSize, bytes,
                                        static_cast<int>(size), AV_NOPTS_VALUE, AV_NOPTS_VALUE, -1);
+    heldBytes_ = packetSize > 0 ? 0 : heldBytes_ + size;
     if (packetSize > 0) {
         take(std::as_bytes(std::span(packet, static_cast<std::size_t>(packetSize))));
     }

@@ -32,7 +32,7 @@ class PacketCutter {
     void reset();
 
  private:
-    void begin(std::byte first);
+    void startParser();
     void cutBySize(std::span<const std::byte> bytes, const Take& take);
     void parse(std::span<const std::byte> bytes, const Take& take);
     std::size_t parseOnce(const std::uint8_t* bytes, std::size_t size, const Take& take);
@@ -41,8 +41,9 @@ class PacketCutter {
     std::uint32_t constantSize_;
     std::vector<std::byte> remainder_;  // less than a packet of constant size
     bool hasBegun_ = false;
-    CodecContext context_;  // the parser's own: it notes there what it finds
-    Parser parser_;         // null when the stream is not parsed
+    CodecContext context_;       // the parser's own: it notes there what it finds
+    Parser parser_;              // null when the stream is not parsed
+    std::size_t heldBytes_ = 0;  // taken by the parser since it handed out a packet, at most
 };
 
 }  // namespace zav

@@ -7,6 +7,7 @@ extern "C" {
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 
 namespace zav {
 namespace {
@@ -49,6 +50,12 @@ AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double r
     pcm.mChannelsPerFrame = channels;
     pcm.mBitsPerChannel = bytesPerSample * 8;
     return pcm;
+}
+
+bool isDeviceRate(double rate) {
+    constexpr double kLowest = 8000;
+    constexpr double kHighest = 192000;
+    return rate >= kLowest && rate <= kHighest && rate == std::floor(rate);
 }
 
 PcmConverter::PcmConverter(AVSampleFormat sampleFormat, std::uint32_t rate, std::uint32_t channels)

@@ -13,6 +13,9 @@ namespace zav {
 AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double rate,
                                            std::uint32_t channels);
 
+/// Whether devices have this rate, in Hz.
+bool isDeviceRate(double rate);
+
 /// Brings what a decoder gives into one form, whatever the stream turns out to be.
 class PcmConverter {
  public:

@@ -15,6 +15,10 @@ static_assert(kLosslessFormatFlag_16BitSourceData == 1 &&
 
 }  // namespace
 
+bool isLossless(AVCodecID codec) {
+    return codec == AV_CODEC_ID_ALAC || codec == AV_CODEC_ID_FLAC;
+}
+
 std::uint32_t sourceDepthOf(const AudioStreamBasicDescription& format) {
     const std::uint32_t flag = format.mFormatFlags;
     return flag >= 1 && flag <= kDepths.size() ? kDepths[flag - 1] : format.mBitsPerChannel;

@@ -13,6 +13,9 @@ extern "C" {
 /// The bits of a sample before ALAC or FLAC encoded it. 0 where that is not told.
 namespace zav {
 
+/// ALAC and FLAC.
+bool isLossless(AVCodecID codec);
+
 /// By the record: its flags, or else `mBitsPerChannel`.
 std::uint32_t sourceDepthOf(const AudioStreamBasicDescription& format);
 
