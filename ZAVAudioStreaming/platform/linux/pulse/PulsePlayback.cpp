@@ -10,10 +10,14 @@ namespace {
 /// The timer comes so much after a mark, so that rounding does not bring it before.
 constexpr pa_usec_t kMargin = PA_USEC_PER_MSEC;
 
+/// So long the server may stand still before it gets silence behind what it has.
+constexpr pa_usec_t kStandstill = 100 * PA_USEC_PER_MSEC;
+
 }  // namespace
 
 void PulsePlayback::opened() {
-    timer_.emplace(connection(), [this] { timeIsUp(); });
+    markTimer_.emplace(connection(), [this] { timeIsUp(); });
+    padTimer_.emplace(connection(), [this] { stoodStill(); });
     const auto onRequest = [](pa_stream* /*stream*/, std::size_t /*bytes*/, void* self) noexcept {
         auto* const that = static_cast<PulsePlayback*>(self);
         that->fill();
@@ -21,13 +25,15 @@ void PulsePlayback::opened() {
     };
     const auto onUnderflow = [](pa_stream* stream, void* self) noexcept {
         auto* const that = static_cast<PulsePlayback*>(self);
-        const std::int64_t byteIndex = pa_stream_get_underflow_index(stream);
-        that->ranDry(byteIndex < 0 ? that->pulled_
-                                   : static_cast<std::uint64_t>(byteIndex) / that->frameBytes());
+        const std::int64_t bytes = pa_stream_get_underflow_index(stream);
+        that->ranDry(bytes < 0 ? that->written_
+                               : static_cast<std::uint64_t>(bytes) / that->frameBytes());
         that->noteSignOfLife();
     };
     const auto onStarted = [](pa_stream* /*stream*/, void* self) noexcept {
-        static_cast<PulsePlayback*>(self)->noteSignOfLife();
+        auto* const that = static_cast<PulsePlayback*>(self);
+        that->isDry_ = false;
+        that->noteSignOfLife();
     };
     pa_stream_set_write_callback(stream(), onRequest, this);
     pa_stream_set_underflow_callback(stream(), onUnderflow, this);
@@ -42,6 +48,7 @@ OSStatus PulsePlayback::start() {
     isDraining_ = false;
     if (!isPlaying_) {
         isPlaying_ = true;
+        isEmpty_ = false;
         silentAt_ = pa_rtclock_now() + duration(pulled_ - played_);
         fill();
         cork(false);
@@ -58,7 +65,8 @@ OSStatus PulsePlayback::pause() {
     if (isPlaying_) {
         position();
         isPlaying_ = false;
-        timer_->stop();
+        markTimer_->stop();
+        padTimer_->stop();
         cork(true);
     }
     return noErr;
@@ -67,6 +75,7 @@ OSStatus PulsePlayback::pause() {
 void PulsePlayback::audioAdded() {
     const PulseLock lock(connection());
     isDraining_ = false;
+    isEmpty_ = false;
     fill();
     // To set a timer wakes the device thread: not for nothing.
     if (client_.mark() != timedMark_) {
@@ -78,6 +87,7 @@ void PulsePlayback::drain() {
     const PulseLock lock(connection());
     isDraining_ = true;
     fill();
+    pad();
 }
 
 std::uint64_t PulsePlayback::framesPlayed() {
@@ -91,7 +101,8 @@ void PulsePlayback::heard() noexcept {
 
 void PulsePlayback::lost() noexcept {
     isPlaying_ = false;
-    timer_->stop();
+    markTimer_->stop();
+    padTimer_->stop();
     client_.deviceGone();
 }
 
@@ -115,31 +126,77 @@ void PulsePlayback::fill() {
             pa_stream_cancel_write(stream());
         } else {
             pa_stream_write(stream(), memory, bytes, nullptr, 0, PA_SEEK_RELATIVE);
+            written_ += bytes / frameBytes();
             pulled_ += bytes / frameBytes();
             isAllTaken_ = false;
         }
         if (bytes < room) {
-            break;
+            isEmpty_ = true;
+            pad();
+            return;
         }
-    }
-    if (isDraining_ && drainedTo_ != pulled_) {
-        const auto onDrained = [](pa_stream* /*stream*/, int /*success*/, void* self) noexcept {
-            auto* const that = static_cast<PulsePlayback*>(self);
-            that->ranDry(that->drainedTo_);
-            that->noteSignOfLife();
-        };
-        drainedTo_ = pulled_;
-        const PulseOperation operation(pa_stream_drain(stream(), onDrained, this));
     }
 }
 
-void PulsePlayback::ranDry(std::uint64_t frame) {
-    if (frame >= pulled_ && !isAllTaken_) {
-        silentAt_ = pa_rtclock_now() + duration(pulled_ - position());
+void PulsePlayback::pad() {
+    if (!isPlaying_ || !isEmpty_ || isAllTaken_) {
+        return;
+    }
+    if (isDraining_ && !endsInSilence()) {
+        writeSilence();
+    }
+    if (isDry_ || (isDraining_ && !endsInSilence())) {
+        padTimer_->callAt(pa_rtclock_now() + kStandstill);
+    }
+}
+
+void PulsePlayback::stoodStill() {
+    if (isPlaying_ && isEmpty_ && isDry_ && !isAllTaken_) {
+        // It ran dry where the client did, not behind the silence.
+        drySaidAt_ = pulled_;
+        writeSilence();
+    }
+    pad();
+}
+
+void PulsePlayback::writeSilence() {
+    const pa_buffer_attr* const sizes = pa_stream_get_buffer_attr(stream());
+    if (endsInSilence()) {
+        if ((silence_.end - silence_.begin) * frameBytes() >= sizes->tlength) {
+            return;
+        }
+    } else if (silence_.end > serverPosition()) {
+        // Positions are told with one piece in mind.
+        return;
+    } else {
+        silence_ = {written_, written_, silence_.before + silence_.end - silence_.begin};
+    }
+    std::size_t leftBytes = sizes->minreq;
+    while (leftBytes >= frameBytes()) {
+        void* memory = nullptr;
+        std::size_t bytes = leftBytes;
+        if (pa_stream_begin_write(stream(), &memory, &bytes) < 0) {
+            return;
+        }
+        bytes = std::min(bytes, leftBytes) / frameBytes() * frameBytes();
+        std::fill_n(static_cast<std::byte*>(memory), bytes, format().silence);
+        pa_stream_write(stream(), memory, bytes, nullptr, 0, PA_SEEK_RELATIVE);
+        written_ += bytes / frameBytes();
+        silence_.end = written_;
+        leftBytes -= bytes;
+    }
+}
+
+void PulsePlayback::ranDry(std::uint64_t position) {
+    isDry_ = true;
+    if (position >= audioEnd() && !isAllTaken_) {
+        silentAt_ = pa_rtclock_now() + duration(pulled_ - this->position());
         isAllTaken_ = true;
     }
-    if (isPlaying_ && dryAt_ != frame) {
-        dryAt_ = frame;
+    pad();
+    const std::uint64_t frame = std::min(clientFrame(position), pulled_);
+    if (isPlaying_ && drySaidAt_ != frame) {
+        drySaidAt_ = frame;
         client_.ranDry();
     }
 }
@@ -156,14 +213,14 @@ void PulsePlayback::tell() {
     timedFrom_ = now;
     if (timedMark_ > limit()) {
         // Nobody can tell when: the server's next word comes first.
-        timer_->stop();
+        markTimer_->stop();
         return;
     }
     pa_usec_t due = pa_rtclock_now() + duration(timedMark_ - std::min(timedMark_, now)) + kMargin;
     if (isAllTaken_) {
         due = std::min(due, std::max(silentAt_, pa_rtclock_now()));
     }
-    timer_->callAt(due);
+    markTimer_->callAt(due);
 }
 
 void PulsePlayback::timeIsUp() {
@@ -176,16 +233,23 @@ void PulsePlayback::timeIsUp() {
 }
 
 std::uint64_t PulsePlayback::position() {
-    if (!isPlaying_) {
-        return played_;
-    }
-    pa_usec_t time = 0;
-    if (isAllTaken_ && pa_rtclock_now() >= silentAt_) {
-        played_ = pulled_;
-    } else if (pa_stream_get_time(stream(), &time) == 0) {
-        played_ = std::max(played_, std::min(frameCount(time), limit()));
+    if (isPlaying_) {
+        played_ = isAllTaken_ && pa_rtclock_now() >= silentAt_
+                      ? pulled_
+                      : std::max(played_, std::min(clientFrame(serverPosition()), limit()));
     }
     return played_;
+}
+
+std::uint64_t PulsePlayback::serverPosition() const {
+    pa_usec_t time = 0;
+    return pa_stream_get_time(stream(), &time) == 0 ? frameCount(time) : 0;
+}
+
+std::uint64_t PulsePlayback::clientFrame(std::uint64_t position) const {
+    const std::uint64_t silent =
+        silence_.before + std::clamp(position, silence_.begin, silence_.end) - silence_.begin;
+    return position - std::min(position, silent);
 }
 
 }  // namespace zav

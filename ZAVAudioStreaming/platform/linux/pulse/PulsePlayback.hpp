@@ -1,6 +1,8 @@
 #pragma once
 
-#include <limits>
+#include <algorithm>
+#include <cstdint>
+#include <optional>
 
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
 #include "ZAVAudioStreaming/platform/linux/pulse/PulseStream.hpp"
@@ -10,10 +12,15 @@ namespace zav {
 /// Plays through the sound server. The client is asked for audio when the server wants some.
 ///
 /// The stream's clock tells how many frames have sounded, and a timer is set to the moment when it
-/// is to reach the client's mark. The clock is an estimate: it can run ahead of what sounds, and
-/// stand still a few frames short of the end. So the last frame that was written counts as played
-/// only when the server has said that it has nothing left, and as much time has gone by as what it
-/// took last needs to sound.
+/// is to reach the client's mark. Two things are peculiar about the end of what there is to play:
+///
+/// - The clock may stand still a few frames short of it. So the last frame counts as played when
+///   the server has said that it has nothing left, and as much time has gone by as what it took
+///   last needs to sound; or when the clock has run over it into silence.
+/// - PipeWire plays nothing of a last piece that is shorter than the blocks in which it works. It
+///   gets silence behind that piece: at once when nothing follows, otherwise when it stood still
+///   for a moment. (Its own way to drain a stream loses what comes after.) Silence that was put in
+///   is no part of the client's count of frames.
 ///
 /// Threads: as `PlaybackStream`; the rest runs with the connection's lock.
 class PulsePlayback final : public PlaybackStream, private PulseStream {
@@ -35,7 +42,12 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t framesPlayed() override;
 
  private:
-    static constexpr std::uint64_t kNowhere = std::numeric_limits<std::uint64_t>::max();
+    /// Positions in what was written, in frames: the client's audio and one piece of silence.
+    struct Silence {
+        std::uint64_t begin = 0;
+        std::uint64_t end = 0;
+        std::uint64_t before = 0;  ///< frames of silence before this piece
+    };
 
     void opened() override;
     void heard() noexcept override;
@@ -43,28 +55,43 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
 
     /// Writes what the server takes and the client has.
     void fill();
-    /// The server had nothing to play behind this frame.
-    void ranDry(std::uint64_t frame);
+    /// The client has no more for now: sees to it that the server plays all that it has.
+    void pad();
+    void stoodStill();
+    void writeSilence();
+    /// The server had nothing to play behind this position.
+    void ranDry(std::uint64_t position);
+
     /// Tells the client if its mark is reached, and sets the timer to the next one.
     void tell();
     void timeIsUp();
     /// Brings `played_` up to date.
     std::uint64_t position();
-    /// How many frames may be said to have been played.
-    std::uint64_t limit() const { return isAllTaken_ || pulled_ == 0 ? pulled_ : pulled_ - 1; }
+    /// How many of the client's frames may be said to have been played.
+    std::uint64_t limit() const {
+        return isAllTaken_ || endsInSilence() ? pulled_ : std::max<std::uint64_t>(pulled_, 1) - 1;
+    }
+
+    std::uint64_t serverPosition() const;
+    std::uint64_t clientFrame(std::uint64_t position) const;
+    bool endsInSilence() const { return silence_.end == written_; }
+    std::uint64_t audioEnd() const { return endsInSilence() ? silence_.begin : written_; }
 
     PlaybackClient& client_;
-    std::optional<PulseTimer> timer_;
+    std::optional<PulseTimer> markTimer_;
+    std::optional<PulseTimer> padTimer_;
     bool isPlaying_ = false;
     bool isDraining_ = false;
+    bool isEmpty_ = false;  ///< the client had less than it was asked for
+    bool isDry_ = true;     ///< the server says that it stands still
 
-    // All positions are frames since the opening.
-    std::uint64_t pulled_ = 0;
+    std::uint64_t written_ = 0;
+    Silence silence_;
+    std::uint64_t pulled_ = 0;  ///< the client's frames, as are those below
     std::uint64_t played_ = 0;
-    std::uint64_t dryAt_ = kNowhere;      ///< where the server ran dry last
-    std::uint64_t drainedTo_ = kNowhere;  ///< where it was last asked to drain
-    /// The server has nothing left; what it took last sounds until `silentAt_`.
-    bool isAllTaken_ = false;
+    std::uint64_t drySaidAt_ = 0;
+    /// The server has nothing left of the client's; what it took last sounds until `silentAt_`.
+    bool isAllTaken_ = true;
     pa_usec_t silentAt_ = 0;
     /// What the timer was set for, and the position then.
     std::uint64_t timedMark_ = PlaybackClient::kNoMark;
