@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <future>
@@ -30,6 +31,18 @@ class AudioQueueContract : public ::testing::TestWithParam<WorldKind> {
     }
 
     bool until(const std::function<bool()>& isDone) { return world_->until(isDone); }
+
+    /// Waits until this many samples were heard; they are the ramp's.
+    void expectToHear(std::size_t sampleCount) {
+        const bool isHeard = until([&] { return world_->heard().size() >= sampleCount; });
+        const auto heard = world_->heard();
+        const auto wanted = rampSamples(sampleCount);
+        const auto [first, second] =
+            std::mismatch(heard.begin(), heard.end(), wanted.begin(), wanted.end());
+        EXPECT_TRUE(isHeard && heard == wanted)
+            << heard.size() << " samples of " << sampleCount << ", different from "
+            << first - heard.begin() << " on";
+    }
 
     std::unique_ptr<AudioWorld> world_;
 };
@@ -79,8 +92,7 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
     ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
 
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= audio.size(); }));
-    EXPECT_EQ(world_->heard(), audio);
+    expectToHear(audio.size());
     EXPECT_EQ(buffersOf(queue.returns()), enqueued);
     EXPECT_FALSE(queue.returns().back().isQueueRunning);
     EXPECT_EQ(queue.currentFrame(), kRate / 2);
@@ -128,8 +140,7 @@ TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
     EXPECT_EQ(queue.currentFrame(), 4800);
     ASSERT_TRUE(until([&] { return queue.returnCount() == 7; }));
 
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= sampleCount; }));
-    EXPECT_EQ(world_->heard(), rampSamples(sampleCount));
+    expectToHear(sampleCount);
 }
 
 TEST_P(AudioQueueContract, isSilentAndStandsStillWhilePaused) {
@@ -148,8 +159,7 @@ TEST_P(AudioQueueContract, isSilentAndStandsStillWhilePaused) {
     EXPECT_TRUE(queue.isRunning());
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= kRate; }));
-    EXPECT_EQ(world_->heard(), rampSamples(kRate));
+    expectToHear(kRate);
 }
 
 TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
@@ -188,8 +198,7 @@ TEST_P(AudioQueueContract, aStartCallsAnAsynchronousStopOff) {
     ASSERT_TRUE(until([&] { return queue.returnCount() == 2; }));
     ASSERT_EQ(queue.stop(false), noErr);
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= 19200; }));
-    EXPECT_EQ(world_->heard(), rampSamples(19200));
+    expectToHear(19200);
 }
 
 TEST_P(AudioQueueContract, whatIsEnqueuedDuringAnAsynchronousStopIsPlayed) {
@@ -205,8 +214,7 @@ TEST_P(AudioQueueContract, whatIsEnqueuedDuringAnAsynchronousStopIsPlayed) {
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_EQ(queue.stop(false), noErr);
     ASSERT_TRUE(until([&] { return !queue.isRunning() && queue.returnCount() == 5; }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= 48000; }));
-    EXPECT_EQ(world_->heard(), rampSamples(48000));
+    expectToHear(48000);
 }
 
 TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirst) {
@@ -393,8 +401,7 @@ TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
     queue.onReturn = [&](AudioQueueBufferRef) { ++returned; };
     queue.dispose(false);
     ASSERT_TRUE(until([&] { return returned == 2; }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= 19200; }));
-    EXPECT_EQ(world_->heard(), rampSamples(19200));
+    expectToHear(19200);
 }
 
 TEST_P(AudioQueueContract, buffersThatAStopMeetsOnTheirWayComeBackTogether) {
