@@ -2,12 +2,14 @@
 // sound servers in the live tests.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <future>
-#include <numeric>
+#include <random>
 
 #include "tests/support/AudioWorld.hpp"
 #include "tests/support/Formats.hpp"
@@ -424,6 +426,74 @@ TEST_P(AudioQueueContract, buffersThatAStopMeetsOnTheirWayComeBackTogether) {
         ASSERT_EQ(queue.stop(true), noErr);
         ASSERT_TRUE(until([&] { return kept == 3; }));
     }
+}
+
+std::size_t entryCount(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemoryBehind) {
+    constexpr auto kLongestCall = std::chrono::seconds(4);
+    std::mt19937 random(1);
+    const auto chance = [&](unsigned outOf) { return random() % outOf == 0; };
+    const auto bounded = [&](auto call) {
+        const auto begin = std::chrono::steady_clock::now();
+        call();
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, kLongestCall);
+    };
+    const std::vector<std::int16_t> silence(960);
+    OutputUnderTest output(kOutputFormat);
+    InputUnderTest input(kInputFormat);
+    const auto cycle = [&](OutputUnderTest& playing, InputUnderTest& recording) {
+        const std::size_t playedBefore = playing.returnCount();
+        const std::size_t recordedBefore = recording.returnCount();
+        playing.enqueueAgain(silence);
+        playing.enqueueAgain(silence);
+        recording.enqueueAgain(960);
+        bounded([&] { EXPECT_EQ(playing.start(), noErr); });
+        bounded([&] { EXPECT_EQ(recording.start(), noErr); });
+        world_->pass(static_cast<double>(random() % 4) * 0.001);
+        const bool isDropped = chance(4);
+        if (isDropped) {
+            return;
+        }
+        bounded([&] { EXPECT_EQ(playing.stop(!chance(8)), noErr); });
+        bounded([&] { EXPECT_EQ(recording.stop(true), noErr); });
+        ASSERT_TRUE(until([&] {
+            return !playing.isRunning() && playing.returnCount() == playedBefore + 2 &&
+                   recording.returnCount() == recordedBefore + 1;
+        }));
+    };
+    const auto makeAndDrop = [&] {
+        OutputUnderTest playing(kOutputFormat);
+        InputUnderTest recording(kInputFormat);
+        cycle(playing, recording);
+        bounded([&] { playing.dispose(); });
+        bounded([&] { recording.dispose(); });
+    };
+    const auto startAndStop = [&] {
+        cycle(output, input);
+        output.stop(true);
+        input.stop(true);
+        ASSERT_TRUE(until([&] { return output.isIdle() && input.isIdle(); }));
+        output.forget();
+        input.forget();
+    };
+    for (int i = 0; i < 10; ++i) {
+        startAndStop();
+        makeAndDrop();
+    }
+    const std::size_t threadCount = entryCount("/proc/self/task");
+    const std::size_t descriptorCount = entryCount("/proc/self/fd");
+    const std::size_t byteCount = mallinfo2().uordblks;
+    for (int i = 0; i < ZAV_TEST_CYCLES && !HasFailure(); ++i) {
+        startAndStop();
+        makeAndDrop();
+    }
+    EXPECT_TRUE(until([&] { return entryCount("/proc/self/task") == threadCount; }));
+    EXPECT_TRUE(until([&] { return entryCount("/proc/self/fd") == descriptorCount; }));
+    EXPECT_LT(mallinfo2().uordblks, byteCount + 200000);  // 50 bytes for each stream
 }
 
 INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldKinds()),
