@@ -19,7 +19,7 @@
 namespace {
 
 constexpr double kLongestDelayInSeconds = 5;
-constexpr std::size_t kCoarseFactor = 8;
+constexpr double kCoarseRateInHz = 2000;
 
 using Samples = std::vector<double>;
 
@@ -43,14 +43,14 @@ class Channels : public zav::PeripheralSink {
     Samples right;
 };
 
-/// The mean of every `kCoarseFactor` samples: speech at a rate that is quickly searched.
-Samples coarse(const Samples& samples) {
-    Samples means(samples.size() / kCoarseFactor);
-    for (std::size_t i = 0; i < means.size(); ++i) {
-        const auto first = samples.begin() + static_cast<std::ptrdiff_t>(i * kCoarseFactor);
-        means[i] = std::accumulate(first, first + kCoarseFactor, 0.0);
+/// The sums of every `factor` samples: speech at a rate that is quickly searched.
+Samples coarse(const Samples& samples, std::size_t factor) {
+    Samples sums(samples.size() / factor);
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+        const auto first = samples.begin() + static_cast<std::ptrdiff_t>(i * factor);
+        sums[i] = std::accumulate(first, first + static_cast<std::ptrdiff_t>(factor), 0.0);
     }
-    return means;
+    return sums;
 }
 
 /// Which delay of the range correlates best.
@@ -86,12 +86,13 @@ void compare(const char* path) {
     while (source->readPackets(65536) > 0) {
     }
     const auto longest = static_cast<std::size_t>(kLongestDelayInSeconds * format.mSampleRate);
+    const auto factor =
+        static_cast<std::size_t>(std::max(format.mSampleRate / kCoarseRateInHz, 1.0));
     const std::size_t about =
-        bestDelay(coarse(channels->left), coarse(channels->right), 0, longest / kCoarseFactor) *
-        kCoarseFactor;
+        factor * bestDelay(coarse(channels->left, factor), coarse(channels->right, factor), 0,
+                           longest / factor);
     const std::size_t delay =
-        bestDelay(channels->left, channels->right, about - std::min(about, kCoarseFactor),
-                  about + kCoarseFactor);
+        bestDelay(channels->left, channels->right, about - std::min(about, factor), about + factor);
 
     const std::span<const double> heard = std::span(channels->right).subspan(delay);
     const std::span<const double> said = std::span(channels->left).first(heard.size());
