@@ -103,7 +103,7 @@ void compare(const char* path) {
     if (!std::isfinite(likeness)) {
         throw std::runtime_error("a channel is silent");
     }
-    std::printf("delay              %.1f ms\n",
+    std::printf("delay              %.2f ms\n",
                 static_cast<double>(delay) * 1000 / format.mSampleRate);
     std::printf("likeness           %.2f %%, signal to noise %.1f dB\n", 100 * likeness,
                 10 * std::log10(power(said) / std::max(power(noise), 1.0)));
