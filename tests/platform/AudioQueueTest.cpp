@@ -250,6 +250,22 @@ TEST(AudioQueue, aStartThatFailsLosesNothing) {
     EXPECT_EQ(device.heard().size(), 9600U);
 }
 
+TEST(AudioQueue, runsUntilItsDeviceIsClosed) {
+    // Somebody who sees that a queue has stopped enqueues for the next run: none of that may go
+    // back with the old one.
+    VirtualDevice device;
+    OutputUnderTest queue(pcmFormat(48000, 1));
+    std::atomic<bool> wasRunningWhileClosing = false;
+    device.setOnClosing([&] { wasRunningWhileClosing = queue.isRunning(); });
+    queue.enqueue(std::vector<std::int16_t>(480, 1));
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    device.advance(0.1, settleQueues);
+    EXPECT_FALSE(queue.isRunning());
+    EXPECT_TRUE(wasRunningWhileClosing);
+    device.setOnClosing({});
+}
+
 TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
     VirtualDevice device;
     const ProbedDevice probed(device);

@@ -250,7 +250,15 @@ OSStatus VirtualDevice::openCapture(const AudioStreamBasicDescription& format,
     return status;
 }
 
+void VirtualDevice::setOnClosing(std::function<void()> onClosing) {
+    const std::lock_guard lock(mutex_);
+    onClosing_ = std::move(onClosing);
+}
+
 void VirtualDevice::remove(Stream& stream) {
+    if (onClosing_) {
+        onClosing_();
+    }
     const std::lock_guard lock(mutex_);
     std::erase(streams_, &stream);
 }

@@ -40,6 +40,9 @@ class VirtualDevice : public AudioDevice {
     void refuseOpening(OSStatus status);
     void refuseStarting(OSStatus status);
 
+    /// Called when a stream closes, before it is gone: devices can take their time for it.
+    void setOnClosing(std::function<void()> onClosing);
+
     std::size_t openStreamCount() const;
 
     OSStatus openPlayback(const AudioStreamBasicDescription& format, PlaybackClient& client,
@@ -60,6 +63,7 @@ class VirtualDevice : public AudioDevice {
     std::vector<std::byte> heard_;
     std::function<void(std::span<const std::byte>)> receiver_;
     std::function<void(std::span<std::byte>)> speaker_;
+    std::function<void()> onClosing_;
     OSStatus openingStatus_ = noErr;
     OSStatus startingStatus_ = noErr;
     bool isPluggedIn_ = true;

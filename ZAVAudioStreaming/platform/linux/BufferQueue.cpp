@@ -222,10 +222,12 @@ void BufferQueue::finishRunIfOver() {
 
 /// Control lock held.
 void BufferQueue::stopNow() {
-    isRunning_ = false;
-    isPaused_ = false;
     closeDevice();
+    isPaused_ = false;
     const std::lock_guard lock(state_);
+    // Only now, and with what follows: a buffer that somebody enqueues because the queue does not
+    // run any more belongs to the next run.
+    isRunning_ = false;
     isStopping_ = false;
     ++stopCount_;
     endRun();
