@@ -2,10 +2,11 @@
 
 .PHONY: demo test benchmark lint
 
+# OFFLINE=1: with a file in place of a sound server.
 demo:
-	@scripts/install-dependencies build demo
+	@scripts/install-dependencies build demo $(if $(OFFLINE),,live)
 	@scripts/build dev -DZAV_BUILD_TESTS=OFF
-	@examples/run-demo build/dev out/demo
+	@examples/$(if $(OFFLINE),run-demo,run-live-demo) build/dev out/demo
 
 test:
 	@scripts/install-dependencies build demo test

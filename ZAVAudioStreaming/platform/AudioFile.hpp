@@ -31,7 +31,8 @@
 ///
 /// Magic cookies are handed out bare: AAC's AudioSpecificConfig, ALAC's 24 bytes of configuration,
 /// FLAC's 34 of STREAMINFO, Opus' identification header, and Vorbis' three headers in Xiph's lacing
-/// (a byte 2, two sizes, the headers). The other formats have none.
+/// (a byte 2, two sizes, the headers). The other formats have none. The records of ALAC and FLAC
+/// tell the depth of the samples in their flags, if it is 16, 20, 24 or 32 bits.
 ///
 /// Threads: one thread at a time for one file; different files are independent.
 namespace zav {

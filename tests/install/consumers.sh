@@ -56,15 +56,23 @@ expect_frames with-static/streamer
 bash -euc "$(grep 'pkg-config --cflags --libs' "$readme")"
 expect_frames ./streamer
 # Statically: the archive by its name, the libraries behind it by pkg-config.
-# The README's other piece compiles inside a function that has its names.
+# The README's other pieces compile inside functions that have their names.
 {
     echo '#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>'
+    echo '#include <iostream>'
+    echo 'using Accessory = zav::PeripheralSink;'
     echo 'void push(const zav::AudioStreamBasicDescription& format, const void* bytes,'
     echo '          std::uint64_t size) {'
     block cpp 2
     echo '}'
-    echo 'void read() {'
+    echo 'void record() {'
     block cpp 3
+    echo '}'
+    echo 'void play(const std::shared_ptr<zav::PeripheralSource>& received) {'
+    block cpp 4
+    echo '}'
+    echo 'void read() {'
+    block cpp 5
     echo '}'
 } >piece.cpp
 g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp

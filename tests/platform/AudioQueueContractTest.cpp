@@ -2,11 +2,14 @@
 // sound servers in the live tests.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <future>
-#include <numeric>
+#include <random>
 
 #include "tests/support/AudioWorld.hpp"
 #include "tests/support/Formats.hpp"
@@ -30,6 +33,18 @@ class AudioQueueContract : public ::testing::TestWithParam<WorldKind> {
     }
 
     bool until(const std::function<bool()>& isDone) { return world_->until(isDone); }
+
+    /// Waits until this many samples were heard; they are the ramp's.
+    void expectToHear(std::size_t sampleCount) {
+        const bool isHeard = until([&] { return world_->heard().size() >= sampleCount; });
+        const auto heard = world_->heard();
+        const auto wanted = rampSamples(sampleCount);
+        const auto [first, second] =
+            std::mismatch(heard.begin(), heard.end(), wanted.begin(), wanted.end());
+        EXPECT_TRUE(isHeard && heard == wanted)
+            << heard.size() << " samples of " << sampleCount << ", different from "
+            << first - heard.begin() << " on";
+    }
 
     std::unique_ptr<AudioWorld> world_;
 };
@@ -79,8 +94,7 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
     ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
 
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= audio.size(); }));
-    EXPECT_EQ(world_->heard(), audio);
+    expectToHear(audio.size());
     EXPECT_EQ(buffersOf(queue.returns()), enqueued);
     EXPECT_FALSE(queue.returns().back().isQueueRunning);
     EXPECT_EQ(queue.currentFrame(), kRate / 2);
@@ -128,8 +142,7 @@ TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
     EXPECT_EQ(queue.currentFrame(), 4800);
     ASSERT_TRUE(until([&] { return queue.returnCount() == 7; }));
 
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= sampleCount; }));
-    EXPECT_EQ(world_->heard(), rampSamples(sampleCount));
+    expectToHear(sampleCount);
 }
 
 TEST_P(AudioQueueContract, isSilentAndStandsStillWhilePaused) {
@@ -148,8 +161,7 @@ TEST_P(AudioQueueContract, isSilentAndStandsStillWhilePaused) {
     EXPECT_TRUE(queue.isRunning());
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= kRate; }));
-    EXPECT_EQ(world_->heard(), rampSamples(kRate));
+    expectToHear(kRate);
 }
 
 TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
@@ -188,8 +200,7 @@ TEST_P(AudioQueueContract, aStartCallsAnAsynchronousStopOff) {
     ASSERT_TRUE(until([&] { return queue.returnCount() == 2; }));
     ASSERT_EQ(queue.stop(false), noErr);
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= 19200; }));
-    EXPECT_EQ(world_->heard(), rampSamples(19200));
+    expectToHear(19200);
 }
 
 TEST_P(AudioQueueContract, whatIsEnqueuedDuringAnAsynchronousStopIsPlayed) {
@@ -205,8 +216,7 @@ TEST_P(AudioQueueContract, whatIsEnqueuedDuringAnAsynchronousStopIsPlayed) {
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_EQ(queue.stop(false), noErr);
     ASSERT_TRUE(until([&] { return !queue.isRunning() && queue.returnCount() == 5; }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= 48000; }));
-    EXPECT_EQ(world_->heard(), rampSamples(48000));
+    expectToHear(48000);
 }
 
 TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirst) {
@@ -393,8 +403,7 @@ TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
     queue.onReturn = [&](AudioQueueBufferRef) { ++returned; };
     queue.dispose(false);
     ASSERT_TRUE(until([&] { return returned == 2; }));
-    ASSERT_TRUE(until([&] { return world_->heard().size() >= 19200; }));
-    EXPECT_EQ(world_->heard(), rampSamples(19200));
+    expectToHear(19200);
 }
 
 TEST_P(AudioQueueContract, buffersThatAStopMeetsOnTheirWayComeBackTogether) {
@@ -417,6 +426,74 @@ TEST_P(AudioQueueContract, buffersThatAStopMeetsOnTheirWayComeBackTogether) {
         ASSERT_EQ(queue.stop(true), noErr);
         ASSERT_TRUE(until([&] { return kept == 3; }));
     }
+}
+
+std::size_t entryCount(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemoryBehind) {
+    constexpr auto kLongestCall = std::chrono::seconds(4);
+    std::mt19937 random(1);
+    const auto chance = [&](unsigned outOf) { return random() % outOf == 0; };
+    const auto bounded = [&](auto call) {
+        const auto begin = std::chrono::steady_clock::now();
+        call();
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, kLongestCall);
+    };
+    const std::vector<std::int16_t> silence(960);
+    OutputUnderTest output(kOutputFormat);
+    InputUnderTest input(kInputFormat);
+    const auto cycle = [&](OutputUnderTest& playing, InputUnderTest& recording) {
+        const std::size_t playedBefore = playing.returnCount();
+        const std::size_t recordedBefore = recording.returnCount();
+        playing.enqueueAgain(silence);
+        playing.enqueueAgain(silence);
+        recording.enqueueAgain(960);
+        bounded([&] { EXPECT_EQ(playing.start(), noErr); });
+        bounded([&] { EXPECT_EQ(recording.start(), noErr); });
+        world_->pass(static_cast<double>(random() % 4) * 0.001);
+        const bool isDropped = chance(4);
+        if (isDropped) {
+            return;
+        }
+        bounded([&] { EXPECT_EQ(playing.stop(!chance(8)), noErr); });
+        bounded([&] { EXPECT_EQ(recording.stop(true), noErr); });
+        ASSERT_TRUE(until([&] {
+            return !playing.isRunning() && playing.returnCount() == playedBefore + 2 &&
+                   recording.returnCount() == recordedBefore + 1;
+        }));
+    };
+    const auto makeAndDrop = [&] {
+        OutputUnderTest playing(kOutputFormat);
+        InputUnderTest recording(kInputFormat);
+        cycle(playing, recording);
+        bounded([&] { playing.dispose(); });
+        bounded([&] { recording.dispose(); });
+    };
+    const auto startAndStop = [&] {
+        cycle(output, input);
+        output.stop(true);
+        input.stop(true);
+        ASSERT_TRUE(until([&] { return output.isIdle() && input.isIdle(); }));
+        output.forget();
+        input.forget();
+    };
+    for (int i = 0; i < 10; ++i) {
+        startAndStop();
+        makeAndDrop();
+    }
+    const std::size_t threadCount = entryCount("/proc/self/task");
+    const std::size_t descriptorCount = entryCount("/proc/self/fd");
+    const std::size_t byteCount = mallinfo2().uordblks;
+    for (int i = 0; i < ZAV_TEST_CYCLES && !HasFailure(); ++i) {
+        startAndStop();
+        makeAndDrop();
+    }
+    EXPECT_TRUE(until([&] { return entryCount("/proc/self/task") == threadCount; }));
+    EXPECT_TRUE(until([&] { return entryCount("/proc/self/fd") == descriptorCount; }));
+    EXPECT_LT(mallinfo2().uordblks, byteCount + 200000);  // 50 bytes for each stream
 }
 
 INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldKinds()),

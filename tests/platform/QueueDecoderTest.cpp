@@ -95,7 +95,7 @@ class QueueDecoding : public testing::Test {
     /// A sample beside the common ones.
     std::filesystem::path make(const std::string& name, const std::string& options) {
         const auto input = samples_["free.flac"];
-        const auto path = samples_ / name;
+        std::filesystem::path path = samples_ / name;
         outputOf("ffmpeg -nostdin -v error -y -i " + quoted(input) + " " + options + " " +
                  quoted(path));
         return path;

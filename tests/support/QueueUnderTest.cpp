@@ -103,6 +103,16 @@ std::size_t QueueUnderTest::returnCount() const {
     return returns_.size();
 }
 
+void QueueUnderTest::forget() {
+    const std::lock_guard lock(mutex_);
+    returns_.clear();
+    threads_.clear();
+}
+
+bool QueueUnderTest::isIdle() const {
+    return queue_->queue->isIdle();
+}
+
 std::set<std::thread::id> QueueUnderTest::callbackThreads() const {
     const std::lock_guard lock(mutex_);
     return threads_;
@@ -151,6 +161,19 @@ AudioQueueBufferRef OutputUnderTest::enqueue(const void* bytes, std::size_t byte
     return buffer;
 }
 
+void OutputUnderTest::enqueueAgain(const std::vector<std::int16_t>& samples) {
+    const auto byteCount = static_cast<std::uint32_t>(samples.size() * sizeof(std::int16_t));
+    if (again_.size() < 2) {
+        again_.push_back(allocate(byteCount));
+    } else {
+        std::swap(again_.front(), again_.back());
+    }
+    AudioQueueBufferRef const buffer = again_.back();
+    std::memcpy(buffer->mAudioData, samples.data(), byteCount);
+    buffer->mAudioDataByteSize = byteCount;
+    EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffer, 0, nullptr), noErr);
+}
+
 InputUnderTest::InputUnderTest(const AudioStreamBasicDescription& format) {
     isInput_ = true;
     const auto callback = [](void* userData, AudioQueueRef from, AudioQueueBufferRef buffer,
@@ -172,6 +195,13 @@ std::vector<AudioQueueBufferRef> InputUnderTest::enqueue(std::size_t bufferCount
         EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffers.back(), 0, nullptr), noErr);
     }
     return buffers;
+}
+
+void InputUnderTest::enqueueAgain(std::uint32_t byteCount) {
+    if (again_ == nullptr) {
+        again_ = allocate(byteCount);
+    }
+    EXPECT_EQ(AudioQueueEnqueueBuffer(get(), again_, 0, nullptr), noErr);
 }
 
 void InputUnderTest::recycle() {

@@ -43,6 +43,10 @@ class QueueUnderTest {
     std::vector<Return> returns() const;
     std::size_t returnCount() const;
     std::set<std::thread::id> callbackThreads() const;
+    /// Forgets the returns so far.
+    void forget();
+    /// Whether no callback is under way.
+    bool isIdle() const;
     bool wasEverConcurrent() const { return wasConcurrent_; }
 
     /// Called in every callback, after the return was noted.
@@ -83,17 +87,27 @@ class OutputUnderTest : public QueueUnderTest {
     AudioQueueBufferRef enqueue(const std::vector<Sample>& samples) {
         return enqueue(samples.data(), samples.size() * sizeof(Sample));
     }
+    /// Enqueues one of two buffers of the first call's size, in turn.
+    void enqueueAgain(const std::vector<std::int16_t>& samples);
+
+ private:
+    std::vector<AudioQueueBufferRef> again_;
 };
 
 class InputUnderTest : public QueueUnderTest {
  public:
     explicit InputUnderTest(const AudioStreamBasicDescription& format);
 
+    /// Enqueues one buffer, the same at every call.
+    void enqueueAgain(std::uint32_t byteCount);
     /// Allocates buffers and enqueues them.
     std::vector<AudioQueueBufferRef> enqueue(std::size_t bufferCount, std::uint32_t byteCount);
     /// Enqueues every buffer again when it comes back while the queue runs.
     void recycle();
     std::vector<std::byte> captured() const;
+
+ private:
+    AudioQueueBufferRef again_ = nullptr;
 };
 
 }  // namespace zav::test

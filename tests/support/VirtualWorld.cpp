@@ -13,6 +13,7 @@ namespace {
 class VirtualWorld : public AudioWorld {
  public:
     VirtualWorld() {
+        device_.setHearing([this](std::span<const std::byte> sounding) { hear(sounding); });
         device_.setSpeaking([this](std::span<std::byte> captured) { speak(captured); });
     }
 
@@ -30,11 +31,8 @@ class VirtualWorld : public AudioWorld {
     void pass(double seconds) override { device_.advance(seconds, settleQueues); }
 
     std::vector<std::int16_t> heard() override {
-        const auto bytes = device_.heard();
-        std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
-        std::memcpy(samples.data(), bytes.data(), bytes.size());
-        std::erase(samples, 0);
-        return samples;
+        const std::lock_guard lock(mutex_);
+        return heard_;
     }
     void say(std::vector<std::int16_t> samples) override {
         const std::lock_guard lock(mutex_);
@@ -50,6 +48,17 @@ class VirtualWorld : public AudioWorld {
     void bringBack() override { device_.plugIn(); }
 
  private:
+    void hear(std::span<const std::byte> sounding) {
+        const std::lock_guard lock(mutex_);
+        for (; !sounding.empty(); sounding = sounding.subspan(sizeof(std::int16_t))) {
+            std::int16_t sample = 0;
+            std::memcpy(&sample, sounding.data(), sizeof(sample));
+            if (sample != 0) {
+                heard_.push_back(sample);
+            }
+        }
+    }
+
     void speak(std::span<std::byte> captured) {
         const std::lock_guard lock(mutex_);
         const std::size_t size = std::min(captured.size(), (toSay_.size() - said_) * 2);
@@ -61,6 +70,7 @@ class VirtualWorld : public AudioWorld {
 
     VirtualDevice device_;
     std::mutex mutex_;
+    std::vector<std::int16_t> heard_;
     std::vector<std::int16_t> toSay_;
     std::size_t said_ = 0;
 };

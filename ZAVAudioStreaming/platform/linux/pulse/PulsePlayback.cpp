@@ -20,6 +20,8 @@ void PulsePlayback::opened() {
     padTimer_.emplace(connection(), [this] { stoodStill(); });
     const auto onRequest = [](pa_stream* /*stream*/, std::size_t /*bytes*/, void* self) noexcept {
         auto* const that = static_cast<PulsePlayback*>(self);
+        // It has taken something: the answer to what was asked before may not hold any more.
+        that->askedAt_ = 0;
         that->fill();
         that->noteSignOfLife();
     };
@@ -96,6 +98,10 @@ std::uint64_t PulsePlayback::framesPlayed() {
 }
 
 void PulsePlayback::heard() noexcept {
+    const pa_timing_info* const timing = pa_stream_get_timing_info(stream());
+    if (timing != nullptr && timing->read_index_corrupt == 0) {
+        hasTaken(static_cast<std::uint64_t>(timing->read_index) / frameBytes());
+    }
     tell();
 }
 
@@ -171,7 +177,8 @@ void PulsePlayback::writeSilence() {
     } else {
         silence_ = {written_, written_, silence_.before + silence_.end - silence_.begin};
     }
-    std::size_t leftBytes = sizes->minreq;
+    // No server works in blocks that are longer.
+    std::size_t leftBytes = sizes->tlength;
     while (leftBytes >= frameBytes()) {
         void* memory = nullptr;
         std::size_t bytes = leftBytes;
@@ -187,12 +194,16 @@ void PulsePlayback::writeSilence() {
     }
 }
 
-void PulsePlayback::ranDry(std::uint64_t position) {
-    isDry_ = true;
+void PulsePlayback::hasTaken(std::uint64_t position) {
     if (position >= audioEnd() && !isAllTaken_) {
         silentAt_ = pa_rtclock_now() + duration(pulled_ - this->position());
         isAllTaken_ = true;
     }
+}
+
+void PulsePlayback::ranDry(std::uint64_t position) {
+    isDry_ = true;
+    hasTaken(position);
     pad();
     const std::uint64_t frame = std::min(clientFrame(position), pulled_);
     if (isPlaying_ && drySaidAt_ != frame) {
@@ -211,20 +222,27 @@ void PulsePlayback::tell() {
     }
     timedMark_ = client_.mark();
     timedFrom_ = now;
-    if (timedMark_ > limit()) {
-        // Nobody can tell when: the server's next word comes first.
+    if (timedMark_ > pulled_) {
+        // Nobody can tell when.
         markTimer_->stop();
         return;
     }
-    pa_usec_t due = pa_rtclock_now() + duration(timedMark_ - std::min(timedMark_, now)) + kMargin;
-    if (isAllTaken_) {
-        due = std::min(due, std::max(silentAt_, pa_rtclock_now()));
+    if (now >= limit() && !isAllTaken_) {
+        // The clock has come to the end: whether that is true the server can tell.
+        markTimer_->stop();
+        if (askedAt_ != pulled_) {
+            askedAt_ = pulled_;
+            askForTiming();
+        }
+        return;
     }
-    markTimer_->callAt(due);
+    markTimer_->callAt(pa_rtclock_now() + duration(timedMark_ - std::min(timedMark_, now)) +
+                       kMargin);
 }
 
 void PulsePlayback::timeIsUp() {
-    if (position() != timedFrom_) {
+    const std::uint64_t now = position();
+    if (now != timedFrom_ || timedMark_ <= now) {
         tell();
     } else {
         // The clock stands still: the timer is not set again before the server's next word.
@@ -234,9 +252,15 @@ void PulsePlayback::timeIsUp() {
 
 std::uint64_t PulsePlayback::position() {
     if (isPlaying_) {
-        played_ = isAllTaken_ && pa_rtclock_now() >= silentAt_
-                      ? pulled_
-                      : std::max(played_, std::min(clientFrame(serverPosition()), limit()));
+        std::uint64_t sounded = 0;
+        if (isAllTaken_) {
+            // libpulse's clock stands still already.
+            const pa_usec_t now = pa_rtclock_now();
+            sounded = pulled_ - std::min(pulled_, frameCount(silentAt_ - std::min(silentAt_, now)));
+        } else {
+            sounded = std::min(clientFrame(serverPosition()), limit());
+        }
+        played_ = std::max(played_, sounded);
     }
     return played_;
 }

@@ -14,9 +14,9 @@ namespace zav {
 /// The stream's clock tells how many frames have sounded, and a timer is set to the moment when it
 /// is to reach the client's mark. Two things are peculiar about the end of what there is to play:
 ///
-/// - The clock may stand still a few frames short of it. So the last frame counts as played when
-///   the server has said that it has nothing left, and as much time has gone by as what it took
-///   last needs to sound; or when the clock has run over it into silence.
+/// - The clock may stand still a few frames short of it, or run over it while the server is late.
+///   So the last frame counts as played when the server has said that it has taken it, and as much
+///   time has gone by as what it took last needs to sound.
 /// - PipeWire plays nothing of a last piece that is shorter than the blocks in which it works. It
 ///   gets silence behind that piece: at once when nothing follows, otherwise when it stood still
 ///   for a moment. (Its own way to drain a stream loses what comes after.) Silence that was put in
@@ -59,6 +59,8 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     void pad();
     void stoodStill();
     void writeSilence();
+    /// The server has taken what was written before this position.
+    void hasTaken(std::uint64_t position);
     /// The server had nothing to play behind this position.
     void ranDry(std::uint64_t position);
 
@@ -69,7 +71,7 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t position();
     /// How many of the client's frames may be said to have been played.
     std::uint64_t limit() const {
-        return isAllTaken_ || endsInSilence() ? pulled_ : std::max<std::uint64_t>(pulled_, 1) - 1;
+        return isAllTaken_ ? pulled_ : std::max<std::uint64_t>(pulled_, 1) - 1;
     }
 
     std::uint64_t serverPosition() const;
@@ -90,6 +92,7 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t pulled_ = 0;  ///< the client's frames, as are those below
     std::uint64_t played_ = 0;
     std::uint64_t drySaidAt_ = 0;
+    std::uint64_t askedAt_ = 0;  ///< the end at which the server was asked for the time
     /// The server has nothing left of the client's; what it took last sounds until `silentAt_`.
     bool isAllTaken_ = true;
     pa_usec_t silentAt_ = 0;

@@ -19,7 +19,9 @@ pa_buffer_attr bufferSizes(const pa_sample_spec& spec) {
     // One frame: the server starts to play with the first one, stands still when it runs dry, and
     // goes on exactly there. With 0 it would run on, and drop what comes late.
     sizes.prebuf = static_cast<std::uint32_t>(frameBytes);
-    sizes.minreq = static_cast<std::uint32_t>(latency / 4 / frameBytes * frameBytes);
+    // Of the latency the device gets (tlength - 2 minreq) / 2. The smaller the requests may be, the
+    // longer its blocks are, and the fewer the times that it wakes the server, and the server us.
+    sizes.minreq = static_cast<std::uint32_t>(latency / 20 / frameBytes * frameBytes);
     sizes.fragsize = static_cast<std::uint32_t>(latency);
     return sizes;
 }
@@ -96,6 +98,10 @@ void PulseStream::cork(bool isCorked) {
     const PulseOperation operation(pa_stream_cork(stream(), isCorked ? 1 : 0, nullptr, nullptr));
 }
 
+void PulseStream::askForTiming() {
+    const PulseOperation operation(pa_stream_update_timing_info(stream(), nullptr, nullptr));
+}
+
 void PulseStream::onState(pa_stream* stream, void* self) noexcept {
     auto* const that = static_cast<PulseStream*>(self);
     if (that->isOpen_ && !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))) {
@@ -120,7 +126,7 @@ void PulseStream::watch() {
     }
     // Asked, and not taken for gone at once: this process may have been the one that stood still.
     isAsked_ = true;
-    const PulseOperation operation(pa_stream_update_timing_info(stream(), nullptr, nullptr));
+    askForTiming();
     watchdog_->callAt(now + kSilenceTime);
 }
 

@@ -57,6 +57,8 @@ class PulseStream {
     std::uint64_t frameCount(pa_usec_t duration) const;
 
     void cork(bool isCorked);
+    /// The answer is a sign of life.
+    void askForTiming();
 
  private:
     static void onState(pa_stream* stream, void* self) noexcept;

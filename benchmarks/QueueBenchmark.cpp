@@ -1,0 +1,169 @@
+// What audio queues cost, on a device whose clock is moved by hand: everything but the sound
+// server.
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "ZAVAudioStreaming/core/Diagnostics.hpp"
+#include "ZAVAudioStreaming/core/MakeNode.hpp"
+#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
+#include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
+#include "ZAVAudioStreaming/sources/RecordSource.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/VirtualDevice.hpp"
+
+namespace zav {
+namespace {
+
+using test::pcmFormat;
+using test::VirtualDevice;
+
+constexpr double kRate = 48000;
+
+/// Virtual time is faster than threads: lets the callbacks catch up.
+void settle(AudioQueueRef queue) {
+    while (!queue->queue->isIdle()) {
+        std::this_thread::yield();
+    }
+}
+
+std::int64_t allocatedBytes() {
+    const auto info = ::mallinfo2();
+    return static_cast<std::int64_t>(info.uordblks + info.hblkhd);
+}
+
+/// Half seconds of stereo, pushed as they are played.
+void playing(benchmark::State& state) {
+    setDiagnosticsHandler([](std::string_view) {});
+    VirtualDevice device;
+    device.setHearing([](std::span<const std::byte>) {});
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(pcmFormat(kRate, 2));
+    const auto sink = makeNode<PlaybackSink>(source);
+    const std::vector<std::byte> halfSecond(sink->queueBufferSize(), std::byte{1});
+    const auto push = [&] {
+        source->downstreams().receiveAudio(halfSecond.data(), halfSecond.size(),
+                                           halfSecond.size() / 4, nullptr);
+    };
+    for (int i = 0; i < 4; ++i) {
+        push();
+    }
+    sink->play();
+    double seconds = 0;
+    for (auto _ : state) {
+        device.advance(0.5);
+        settle(sink->audioQueueRef());
+        push();
+        seconds += 0.5;
+    }
+    state.counters["per_second_of_audio"] =
+        benchmark::Counter(seconds, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(playing)->Name("Queue/play 48 kHz stereo")->UseRealTime();
+
+void recording(benchmark::State& state) {
+    setDiagnosticsHandler([](std::string_view) {});
+    VirtualDevice device;
+    const auto source = makeNode<RecordSource>(pcmFormat(kRate, 2));
+    source->record();
+    double seconds = 0;
+    for (auto _ : state) {
+        device.advance(0.5);
+        settle(source->audioQueueRef());
+        seconds += 0.5;
+    }
+    source->stop();
+    state.counters["per_second_of_audio"] =
+        benchmark::Counter(seconds, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(recording)->Name("Queue/record 48 kHz stereo")->UseRealTime();
+
+/// The virtual device itself, to take off: a stream that is pulled from and pushed to by nobody.
+void deviceAlone(benchmark::State& state) {
+    class Client final : public PlaybackClient {
+     public:
+        std::size_t pull(std::span<std::byte> room) noexcept override {
+            std::memset(room.data(), 1, room.size());
+            return room.size();
+        }
+        std::uint64_t mark() const noexcept override { return kNoMark; }
+        void played(std::uint64_t) noexcept override {}
+        void ranDry() noexcept override {}
+        void deviceGone() noexcept override {}
+    };
+    VirtualDevice device;
+    device.setHearing([](std::span<const std::byte>) {});
+    Client client;
+    std::unique_ptr<PlaybackStream> stream;
+    if (device.openPlayback(pcmFormat(kRate, 2), client, stream) != noErr ||
+        stream->start() != noErr) {
+        state.SkipWithError("the virtual device does not open");
+        return;
+    }
+    double seconds = 0;
+    for (auto _ : state) {
+        device.advance(0.5);
+        seconds += 0.5;
+    }
+    state.counters["per_second_of_audio"] =
+        benchmark::Counter(seconds, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(deviceAlone)->Name("Queue/virtual device alone")->UseRealTime();
+
+/// From a chunk of one buffer's worth pushed into a paused sink, or one that has never played, to
+/// the moment when the device has its first frame.
+void untilFirstFrame(benchmark::State& state) {
+    setDiagnosticsHandler([](std::string_view) {});
+    VirtualDevice device;
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(pcmFormat(kRate, 2));
+    const auto sink = makeNode<PlaybackSink>(source);
+    const std::vector<std::byte> chunk(sink->queueBufferSize(), std::byte{1});
+    for (auto _ : state) {
+        state.PauseTiming();
+        sink->stop();
+        settle(sink->audioQueueRef());
+        sink->autoPlay(0);
+        state.ResumeTiming();
+        // The virtual device pulls inside the start that this call makes.
+        source->downstreams().receiveAudio(chunk.data(), chunk.size(), chunk.size() / 4, nullptr);
+    }
+}
+BENCHMARK(untilFirstFrame)->Name("Queue/receiveAudio to first frame pulled")->UseRealTime();
+
+/// Memory of a playing sink, as malloc counts it; the sound server's connection comes on top (see
+/// compare-live).
+void memoryPerSink(benchmark::State& state) {
+    setDiagnosticsHandler([](std::string_view) {});
+    constexpr std::size_t kSinkCount = 50;
+    VirtualDevice device;
+    for (auto _ : state) {
+        std::vector<std::shared_ptr<PeripheralSource>> sources;
+        std::vector<std::shared_ptr<PlaybackSink>> sinks;
+        sources.reserve(kSinkCount);
+        sinks.reserve(kSinkCount);
+        const std::vector<std::byte> halfSecond(32000, std::byte{1});
+        const std::int64_t before = allocatedBytes();
+        for (std::size_t i = 0; i < kSinkCount; ++i) {
+            sources.push_back(makeNode<PeripheralSource>());
+            sources.back()->setOutDataFormat(pcmFormat(16000, 1));
+            sinks.push_back(makeNode<PlaybackSink>(sources.back()));
+            sources.back()->downstreams().receiveAudio(halfSecond.data(), halfSecond.size(),
+                                                       halfSecond.size() / 2, nullptr);
+            sinks.back()->play();
+        }
+        state.counters["bytes_per_sink"] =
+            static_cast<double>(allocatedBytes() - before) / kSinkCount;
+    }
+}
+BENCHMARK(memoryPerSink)
+    ->Name("Queue/memory of a playing sink, 1 s of 16 kHz mono queued")
+    ->Iterations(1);
+
+}  // namespace
+}  // namespace zav

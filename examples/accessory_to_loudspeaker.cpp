@@ -1,0 +1,89 @@
+// Plays what an accessory sends as SBC frames:
+//
+//     PeripheralSource -> SBCDecoder -> PlaybackSink
+//
+//     accessory_to_loudspeaker <frames.sbc
+//
+// Standard input stands for the way from the accessory, which sends frames of SBC's usual
+// parameters at 16 kHz, mono. Playing starts by itself when a fifth of a second waits, and no more
+// is taken from the accessory than half a second ahead: the sink tells when it has played a buffer.
+
+#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
+#include <chrono>
+#include <cstdio>
+#include <semaphore>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double kRateInHz = 16000;
+constexpr std::uint32_t kBytesPerBuffer = 3200;  // a tenth of a second
+constexpr std::size_t kBuffersAhead = 5;
+constexpr auto kLost = "there is no sound server, or it went away";
+
+zav::AudioStreamBasicDescription sbcFormat(zav::SBCCoding::SBCConfiguration& sbc) {
+    return {.mSampleRate = kRateInHz,
+            .mFormatID = zav::kAudioFormatSbc,
+            .mFormatFlags = sbc.formatFlags(),
+            .mBytesPerPacket = static_cast<std::uint32_t>(sbc.frameLen()),
+            .mFramesPerPacket = static_cast<std::uint32_t>(sbc.codeSize() / sizeof(std::int16_t)),
+            .mChannelsPerFrame = 1};
+}
+
+void play() {
+    zav::SBCCoding::SBCConfiguration configuration;
+    const auto source = zav::makeNode<zav::PeripheralSource>();
+    source->setOutDataFormat(sbcFormat(configuration));
+    const auto decoder = zav::makeNode<zav::SBCDecoder>(source);
+    const auto sink = zav::makeNode<zav::PlaybackSink>(decoder);
+    sink->setQueueBufferSize(kBytesPerBuffer);
+
+    // Called on a thread of the dispatch queue, perhaps once more after this function has ended. It
+    // only wakes this thread, because one thread alone may drive the graph.
+    const auto played = std::make_shared<std::counting_semaphore<>>(0);
+    sink->setAudioDataAcquireHandler([played] { played->release(); });
+    sink->autoPlay(0.2);
+
+    std::vector<std::byte> frame(configuration.frameLen());
+    std::uint64_t frameCount = 0;
+    source->downstreams().onAudioStreamFlowStart();
+    while (std::fread(frame.data(), frame.size(), 1, stdin) == 1) {
+        while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {
+            if (!played->try_acquire_for(1s) && !sink->isPlaying()) {
+                throw std::runtime_error(kLost);
+            }
+        }
+        ++frameCount;
+        source->downstreams().receiveAudio(frame.data(), frame.size(), 1, nullptr);
+    }
+    source->downstreams().onAudioStreamFlowEnd();
+    while (sink->isPlaying()) {  // the rest
+        std::this_thread::sleep_for(20ms);
+    }
+    // A start that fails by itself and a server that goes away show in what was played.
+    const double seconds =
+        static_cast<double>(frameCount * source->outDataFormat().mFramesPerPacket) / kRateInHz;
+    if (sink->timeStamp() < seconds) {
+        throw std::runtime_error(kLost);
+    }
+    if (std::ferror(stdin) != 0) {
+        throw std::runtime_error("the accessory cannot be read");
+    }
+}
+
+}  // namespace
+
+int main() {
+    zav::setDiagnosticsHandler([](std::string_view) {});
+    try {
+        play();
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "accessory_to_loudspeaker: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,99 @@
+// Sends the microphone to an accessory as SBC frames:
+//
+//     RecordSource -> FrameAligner -> SBCEncoder -> ToAccessory, a sink of the application
+//
+//     capture_to_accessory SECONDS >frames.sbc
+//
+// Standard output stands for the way to the accessory.
+
+#include <unistd.h>
+
+#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <future>
+#include <system_error>
+#include <thread>
+
+namespace {
+
+/// Writes every chunk of SBC frames. It is called on the audio queue's thread and must not throw:
+/// the main thread looks for the error.
+class ToAccessory : public zav::PeripheralSink {
+ public:
+    using PeripheralSink::PeripheralSink;
+
+    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t,
+                      const zav::AudioStreamPacketDescription*) override {
+        const auto* rest = static_cast<const std::byte*>(bytes);
+        while (size > 0 && error_ == 0) {
+            const ssize_t written = ::write(STDOUT_FILENO, rest, size);
+            if (written >= 0) {
+                rest += written;
+                size -= static_cast<std::uint64_t>(written);
+            } else if (errno != EINTR) {
+                error_ = errno;
+            }
+        }
+    }
+
+    int error() const { return error_; }
+
+ private:
+    std::atomic<int> error_ = 0;
+};
+
+void capture(double seconds) {
+    const auto source = zav::makeNode<zav::RecordSource>(zav::AudioStreamBasicDescription{
+        .mSampleRate = 16000,
+        .mFormatID = zav::kAudioFormatLinearPCM,
+        .mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked,
+        .mBytesPerPacket = 2,
+        .mFramesPerPacket = 1,
+        .mBytesPerFrame = 2,
+        .mChannelsPerFrame = 1,
+        .mBitsPerChannel = 16});
+    const auto configuration = std::make_shared<zav::SBCCoding::SBCConfiguration>();
+    // The encoder alone would repeat some audio with every half-second buffer: see `FrameAligner`.
+    const auto aligner = zav::makeNode<zav::FrameAligner>(
+        source, zav::FrameAligner::bytesPerSbcFrame(*configuration));
+    const auto encoder = zav::makeNode<zav::SBCEncoder>(aligner, configuration);
+    const auto accessory = zav::makeNode<ToAccessory>(encoder);
+
+    source->record();
+    while (source->isRecording() && accessory->error() == 0 && source->timeStamp() < seconds) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    const bool isLost = !source->isRecording();
+    // The last audio comes out of the stop, then the completion runs, on the queue's thread.
+    const auto ended = std::make_shared<std::promise<void>>();
+    source->stop([ended] { ended->set_value(); });
+    ended->get_future().wait();
+    if (accessory->error() != 0) {
+        throw std::system_error(accessory->error(), std::generic_category(), "accessory");
+    }
+    if (isLost) {
+        throw std::runtime_error("the sound server is gone");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fputs("usage: capture_to_accessory SECONDS >FRAMES.sbc\n", stderr);
+        return 2;
+    }
+    std::signal(SIGPIPE, SIG_IGN);                        // an accessory that goes is an error
+    zav::setDiagnosticsHandler([](std::string_view) {});  // which would go among the frames
+    try {
+        capture(std::stod(argv[1]));
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "capture_to_accessory: %s\n", error.what());
+        return 1;
+    }
+}

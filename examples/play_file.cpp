@@ -1,0 +1,73 @@
+// Plays a file of PCM or MP3:
+//
+//     FileSource -> PlaybackSink
+//
+//     play_file speech.wav
+//
+// The file is read as fast as it is played: whenever the sink has played a buffer, another is read.
+
+#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
+#include <chrono>
+#include <cstdio>
+#include <semaphore>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t kBuffersAhead = 3;     // of half a second, unless a size is set
+constexpr double kToleranceInSeconds = 0.1;  // MP3: frames that the decoder needs to begin
+constexpr auto kLost = "the sound server went away";
+
+void play(const char* path) {
+    const auto source = zav::makeNode<zav::FileSource>(path);
+    // A file source describes no packets. The queue finds those of MP3 by itself.
+    const zav::AudioStreamBasicDescription format = source->outDataFormat();
+    if (format.mBytesPerPacket == 0 && format.mFormatID != zav::kAudioFormatMPEGLayer3) {
+        throw std::runtime_error("packets of varying size, which have to be described");
+    }
+    const auto sink = zav::makeNode<zav::PlaybackSink>(source);
+
+    // Called on a thread of the dispatch queue, perhaps once more after this function has ended. It
+    // only wakes this thread, because one thread alone may drive the graph.
+    const auto played = std::make_shared<std::counting_semaphore<>>(0);
+    sink->setAudioDataAcquireHandler([played] { played->release(); });
+    sink->play();
+
+    const std::int64_t packetsPerRead = sink->maxPacketNumForBuffer();
+    std::int64_t packetCount = 0;
+    while (const std::int64_t count = source->readPackets(packetsPerRead)) {
+        packetCount += count;
+        while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {
+            if (!played->try_acquire_for(1s) && !sink->isPlaying()) {
+                throw std::runtime_error(kLost);
+            }
+        }
+    }
+    while (sink->isPlaying()) {  // the rest
+        std::this_thread::sleep_for(20ms);
+    }
+    const auto frameCount = static_cast<double>(packetCount * format.mFramesPerPacket);
+    if (sink->timeStamp() < frameCount / format.mSampleRate - kToleranceInSeconds) {
+        throw std::runtime_error(kLost);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fputs("usage: play_file FILE\n", stderr);
+        return 2;
+    }
+    zav::setDiagnosticsHandler([](std::string_view) {});
+    try {
+        play(argv[1]);
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", argv[1], error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# What sbcenc made is heard, all of it.
+# shellcheck source=../support/shell.sh
+source "$(dirname "$0")/../support/shell.sh"
+# shellcheck source=../support/live.sh
+source "$(dirname "$0")/../support/live.sh"
+
+sox -n -r 16000 -c 1 -b 16 tone.au synth 3.008 sine 1000 gain -6
+sbcenc -b 32 tone.au >frames.sbc
+listen_to_speaker heard.raw
+"$EXAMPLES/accessory_to_loudspeaker" <frames.sbc
+# The recorder is behind what it records: it has the end when silence follows that.
+ends_in_silence() { [ "$(tail -c 19200 heard.raw | tr -d '\0' | wc -c)" = 0 ]; }
+until_true ends_in_silence
+sox -t raw -r 48000 -e signed -b 16 -c 2 heard.raw heard.wav remix 1 silence 1 2 0.1% reverse silence 1 2 0.1% reverse
+seconds=$(soxi -D heard.wav)
+awk -v seconds="$seconds" 'BEGIN { exit !(seconds > 2.99 && seconds < 3.02) }' || fail "$seconds s"
+is_pure_tone heard.wav
+
+export PULSE_SERVER=unix:/nonexistent
+refused 1 'accessory_to_loudspeaker: there is no sound server, or it went away' \
+    bash -c '"$0" <frames.sbc' "$EXAMPLES/accessory_to_loudspeaker"
+done_with accessory_to_loudspeaker

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# The live demo's figures are true, and nothing of it stays behind, also when it is interrupted.
+#
+#     live_demo.sh SERVER ORIGIN    what the demo has to say of its sound server
+# shellcheck source=../support/shell.sh
+source "$(dirname "$0")/../support/shell.sh"
+# shellcheck source=../support/live.sh
+source "$(dirname "$0")/../support/live.sh"
+
+figure() { grep -oP "^$1 +\K.*" printed.txt || fail "the demo tells nothing of $1: $(cat printed.txt)"; }
+
+mkdir tmp
+export TMPDIR=$work/tmp  # by which all of its processes and files are known
+nothing_is_left() {
+    ! pgrep -f "$TMPDIR/" >left.txt || fail "processes are left: $(cat left.txt)"
+    [ -z "$(ls "$TMPDIR")" ] || fail "files are left: $(ls "$TMPDIR")"
+    if pactl info >/dev/null 2>&1; then
+        ! pactl list short modules | grep zav_demo || fail 'modules are left'
+        [[ $(pactl info) == *'Default Sink: speaker'* ]] || fail 'another default device'
+    fi
+    checks=$((checks + 1))
+}
+
+"$LIVE_DEMO" "$BUILD" out >printed.txt
+nothing_is_left
+[[ $(figure 'sound server') == *"$1"* && $(figure 'sound server') == *"$2" ]] || fail "sound server: $(figure 'sound server')"
+
+read -r sent _ <<<"$(figure packets)"
+[ "$(figure packets)" = "$sent SBC frames went to the accessory, $sent came back" ] ||
+    fail "packets: $(figure packets)"
+[ $((sent * 8)) -gt 11000 ] || fail "only $sent packets"
+[[ $(figure lost) == '0 '* ]] || fail "lost: $(figure lost)"
+
+# Delay and ratio once more by sox: what was said, so much later, minus what was heard. Only a
+# machine that is too busy to play without gaps is excused.
+delay=$(figure delay)
+delay=${delay% ms}
+awk -v delay="$delay" 'BEGIN { exit !(delay > 600 && delay < 3000) }' || fail "delay: $delay ms"
+samples=$(awk -v delay="$delay" 'BEGIN { printf "%.0f", delay * 64 }')
+sox out/said.wav late.wav rate 64000 pad "${samples}s@0"
+sox out/heard.wav heard.wav rate 64000
+sox -m -v 1 late.wav -v -1 heard.wav difference.wav
+ratio=$(($(loudness heard.wav) - $(loudness difference.wav)))
+printed=$(figure likeness | grep -oP 'noise \K[0-9]+')
+if [[ $(figure underruns) == '0 of the loudspeaker, 0 of the microphone' ]]; then
+    [ "$ratio" -ge 20 ] || fail "signal to noise by sox: $ratio dB, printed $printed"
+    [ $((printed - ratio)) -le 3 ] && [ $((ratio - printed)) -le 3 ] ||
+        fail "signal to noise by sox: $ratio dB, printed $printed"
+fi
+[ "$(head -c 8 out/waveforms.png | od -An -tx1 | tr -d ' \n')" = 89504e470d0a1a0a ] ||
+    fail 'no picture'
+checks=$((checks + 5))
+
+"$LIVE_DEMO" "$BUILD" interrupted >printed.txt &
+demo=$!
+until_true grep -q '^speech.wav' printed.txt
+kill "$demo"
+! wait "$demo" || fail 'an interrupted demo says that all is well'
+nothing_is_left
+done_with live_demo

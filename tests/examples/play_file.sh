@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# A file is heard, sample by sample.
+# shellcheck source=../support/shell.sh
+source "$(dirname "$0")/../support/shell.sh"
+# shellcheck source=../support/live.sh
+source "$(dirname "$0")/../support/live.sh"
+
+sox -n -r 48000 -c 2 -b 16 music.wav synth 2.7 sine 300-5000 pinknoise gain -6
+sox music.wav music.raw
+listen_to_speaker heard.raw
+"$EXAMPLES/play_file" music.wav
+# Where sound begins: with the first byte that is not zero.
+first_loud() { { cmp "$1" /dev/zero || true; } | grep -oP 'byte \K[0-9]+'; }
+from_first_loud() { tail -c "+$(first_loud "$1")" "$1"; }
+from_first_loud music.raw >expected.raw
+size=$(wc -c <expected.raw)
+has_all() { [ "$(from_first_loud heard.raw | wc -c)" -ge "$size" ]; }
+until_true has_all
+same expected.raw <(from_first_loud heard.raw | head -c "$size") 'what is played and what is heard'
+
+lame --silent music.wav music.mp3
+"$EXAMPLES/play_file" music.mp3
+ffmpeg -nostdin -v error -i music.wav music.m4a
+refused 1 'music.m4a: packets of varying size, which have to be described' "$EXAMPLES/play_file" music.m4a
+export PULSE_SERVER=unix:/nonexistent
+refused 1 'music.wav: AudioQueueError.failure(-66680)' "$EXAMPLES/play_file" music.wav
+done_with play_file

@@ -1,0 +1,214 @@
+// Graphs of the live nodes on audio queues and a device whose clock is moved by hand.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "ZAVAudioStreaming/codecs/FrameAligner.hpp"
+#include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
+#include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
+#include "ZAVAudioStreaming/core/MakeNode.hpp"
+#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
+#include "ZAVAudioStreaming/sources/RecordSource.hpp"
+#include "tests/support/DiagnosticsLines.hpp"
+#include "tests/support/Formats.hpp"
+#include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/RecordingSink.hpp"
+#include "tests/support/SbcLoop.hpp"
+#include "tests/support/TestAudio.hpp"
+#include "tests/support/VirtualDevice.hpp"
+
+namespace zav::test {
+namespace {
+
+/// Says these bytes once, then silence.
+std::function<void(std::span<std::byte>)> saying(const Bytes& audio) {
+    return [&audio, said = std::size_t{0}](std::span<std::byte> captured) mutable {
+        const std::size_t size = std::min(captured.size(), audio.size() - said);
+        std::copy_n(audio.begin() + static_cast<std::ptrdiff_t>(said), size, captured.begin());
+        said += size;
+    };
+}
+
+class LiveGraph : public ::testing::Test {
+ protected:
+    /// Time passes, and callbacks run as they would in it.
+    void pass(double seconds, std::initializer_list<AudioQueueRef> queues) {
+        device_.advance(seconds, [&] { settle(queues); });
+    }
+
+    DiagnosticsLines lines_;
+    VirtualDevice device_;
+};
+
+TEST_F(LiveGraph, aMinuteOfSpeechIsEncodedOnceByteForByte) {
+    constexpr std::size_t kRate = 16000;
+    constexpr std::size_t kSeconds = 60;
+    const Bytes audio = testPcm(kRate * kSeconds);
+    device_.setSpeaking(saying(audio));
+    auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
+    const auto source = makeNode<RecordSource>(pcmFormat(kRate, 1));
+    ASSERT_EQ(source->queueBufferSize(), 16000U);
+    const auto aligner =
+        makeNode<FrameAligner>(source, FrameAligner::bytesPerSbcFrame(*configuration));
+    const auto encoder = makeNode<SBCEncoder>(aligner, configuration);
+    const auto sink = makeNode<RecordingSink>(encoder);
+
+    source->record();
+    pass(kSeconds + 1, {source->audioQueueRef()});
+    EXPECT_NEAR(source->timeStamp(), kSeconds + 1, 1e-9);
+    std::atomic<bool> isComplete = false;
+    source->stop([&] { isComplete = true; });
+    settle({source->audioQueueRef()});
+    EXPECT_TRUE(isComplete);
+    EXPECT_FALSE(source->isRecording());
+    EXPECT_EQ(sink->calls.front(), "start");
+    EXPECT_EQ(sink->calls.back(), "end");
+
+    Bytes encoded = sink->allBytes();
+    const Bytes wanted = SbcLoop(*configuration).encode(audio);
+    ASSERT_GE(encoded.size(), wanted.size());
+    encoded.resize(wanted.size());
+    EXPECT_EQ(encoded, wanted);
+}
+
+TEST_F(LiveGraph, whatIsPushedIsHeardExactlyAlsoAcrossSelfPauses) {
+    std::mt19937 random(1);
+    const Bytes audio = testPcm(16000 * 20);
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(pcmFormat(16000, 1));
+    const auto sink = makeNode<PlaybackSink>(source);
+    sink->setQueueBufferSize(3200);
+    sink->autoPlay(0.2);
+    std::size_t pushed = 0;
+    const auto push = [&](std::size_t size) {
+        size = std::min(size, audio.size() - pushed);
+        source->downstreams().receiveAudio(audio.data() + pushed, size, size / 2, nullptr);
+        pushed += size;
+        return pushed < audio.size();
+    };
+    source->downstreams().onAudioStreamFlowStart();
+    // A peripheral that sends in bursts: now more than is played, now nothing for a while.
+    while (push(random() % 9000)) {
+        pass(static_cast<double>(random() % 100) * 0.005, {sink->audioQueueRef()});
+    }
+    source->downstreams().onAudioStreamFlowEnd();
+    pass(3, {sink->audioQueueRef()});
+    EXPECT_FALSE(sink->isPlaying());
+    EXPECT_EQ(device_.heard(), audio);
+    const auto lines = lines_.take();
+    EXPECT_GT(std::count(lines.begin(), lines.end(), "Resume playing"), 3);
+    EXPECT_EQ(
+        std::count(lines.begin(), lines.end(), "Stop when the enqueued audio bytes exhaused."), 1);
+    EXPECT_EQ(sink->timeStamp(), 20);
+}
+
+TEST_F(LiveGraph, theHandlerKeepsASinkPlaying) {
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(pcmFormat(48000, 2));
+    const auto sink = makeNode<PlaybackSink>(source);
+    std::atomic<std::size_t> pushed = 0;
+    const auto push = [&] {
+        const Bytes chunk(sink->queueBufferSize(), static_cast<std::byte>(1 + pushed++ % 100));
+        source->downstreams().receiveAudio(chunk.data(), chunk.size(), chunk.size() / 4, nullptr);
+    };
+    sink->setAudioDataAcquireHandler([&] {
+        push();
+        throw std::runtime_error("whatever an application throws");
+    });
+    push();
+    push();
+    sink->play();
+    pass(20, {sink->audioQueueRef()});
+    std::uint32_t interruptionCount = 1;
+    ASSERT_EQ(readAudioQueueProperty(sink->audioQueueRef(), kAudioQueueProperty_InterruptionCount,
+                                     interruptionCount),
+              noErr);
+    EXPECT_EQ(interruptionCount, 0U);
+    EXPECT_EQ(sink->allocatedBufferCount(), 2U);
+    EXPECT_NEAR(sink->timeStamp(), 20, 0.01);
+}
+
+TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {
+    for (int round = 0; round < 20; ++round) {
+        auto source = makeNode<RecordSource>(pcmFormat(16000, 1));
+        auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
+        const auto encoder = makeNode<SBCEncoder>(
+            makeNode<FrameAligner>(source, FrameAligner::bytesPerSbcFrame(*configuration)),
+            configuration);
+        const auto decoder = makeNode<SBCDecoder>(encoder);
+        const auto sink = makeNode<PlaybackSink>(decoder);
+        sink->autoPlay(0.3);
+        const auto ends = makeNode<RecordingSink>(source);
+        source->record();
+        const std::initializer_list<AudioQueueRef> queues = {source->audioQueueRef(),
+                                                             sink->audioQueueRef()};
+        pass(1.5 + 0.005 * round, queues);
+        EXPECT_TRUE(sink->isPlaying());
+        device_.unplug();
+        settle(queues);
+        EXPECT_FALSE(source->isRecording());
+        EXPECT_FALSE(sink->isPlaying());
+        EXPECT_EQ(ends->calls.back(), "end");
+        EXPECT_EQ(source->idleQueueBufferCount(), 3U);
+        EXPECT_EQ(sink->idleBufferCount(), sink->allocatedBufferCount());
+        device_.plugIn();
+    }
+}
+
+TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
+    std::atomic<bool> isOver = false;
+    std::thread clock([&] {
+        while (!isOver) {
+            device_.advance(0.005);
+            std::this_thread::yield();
+        }
+    });
+    std::mt19937 random(1);
+    std::atomic<int> completions = 0;
+    constexpr int kRounds = 200;
+    for (int round = 0; round < kRounds; ++round) {
+        auto source = makeNode<RecordSource>(pcmFormat(8000, 1));
+        auto sink = makeNode<PlaybackSink>(source);
+        const std::weak_ptr<RecordSource> watched = source;
+        sink->setAudioDataAcquireHandler([weak = std::weak_ptr(sink)] {
+            if (const auto alive = weak.lock()) {
+                alive->paused();
+            }
+        });
+        sink->autoPlay(0.01);
+        sink.reset();
+        source->record();
+        const double until = static_cast<double>(random() % 5) * 0.3;
+        while (source->timeStamp() < until) {
+            std::this_thread::yield();
+        }
+        if (round % 3 == 0) {
+            source.reset();  // while it records
+            ++completions;
+        } else {
+            auto* const stopping = source.get();
+            // The completion holds the last reference.
+            stopping->stop([held = std::move(source), &completions]() mutable {
+                held.reset();
+                ++completions;
+            });
+        }
+        while (!watched.expired()) {
+            std::this_thread::yield();
+        }
+    }
+    while (completions < kRounds) {
+        std::this_thread::yield();
+    }
+    isOver = true;
+    clock.join();
+    EXPECT_EQ(device_.openStreamCount(), 0U);
+}
+
+}  // namespace
+}  // namespace zav::test

@@ -1,0 +1,55 @@
+# shellcheck shell=bash disable=SC2154
+# Sourced by tests that run beside a sound server of their own (`sound-server`), after shell.sh.
+
+processes=()
+end_processes() {
+    local pid
+    for pid in "${processes[@]}"; do
+        kill "$pid" 2>>"$work/log" || true
+    done
+    wait
+    rm -rf "$work"
+}
+trap end_processes EXIT
+
+in_background() { # COMMAND...
+    "$@" </dev/null 2>>"$work/log" &
+    processes+=($!)
+}
+
+until_true() { # COMMAND...
+    local tries
+    for ((tries = 0; tries < 600; ++tries)); do
+        ! "$@" >/dev/null 2>>"$work/log" || return 0
+        sleep 0.05
+    done
+    fail "in vain: $* $(cat "$work/log")"
+}
+
+# listen_to_speaker FILE: records what is played, raw, 16 bits, 48000 Hz, stereo, from now on.
+listen_to_speaker() {
+    : >"$1"
+    in_background parec --device=speaker.monitor --raw --format=s16le --rate=48000 --channels=2 \
+        --latency-msec=20 >"$1"
+    until_true test -s "$1"
+}
+
+# A microphone that hears a tone of 1000 Hz all the time.
+tone_in_microphone() {
+    pactl load-module module-sine-source source_name=tone rate=48000 frequency=1000 >>"$work/log"
+    export PULSE_SOURCE=tone
+}
+
+loudness() { # FILE [EFFECT...]: RMS in dB
+    sox "$1" -n "${@:2}" stats 2>&1 | awk '/RMS lev dB/ { print $4 == "-inf" ? -200 : int($4) }'
+}
+
+# is_pure_tone FILE: a tone of 1000 Hz without a click or a gap, which would leave something beside it.
+is_pure_tone() {
+    local tone rest
+    tone=$(loudness "$1")
+    rest=$(loudness "$1" bandreject 1000 200h bandreject 1000 200h trim 0.2 -0.05)
+    [ "$tone" -gt -30 ] || fail "$1: no tone: $tone dB"
+    [ "$rest" -lt $((tone - 35)) ] || fail "$1: a tone of $tone dB with $rest dB beside it"
+    checks=$((checks + 2))
+}
