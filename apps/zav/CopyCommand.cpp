@@ -51,7 +51,8 @@ void copy(const FilePair& files, const CommonOptions& common) {
     output.requireRoomFor(*type, format, cookie);
     reportFatalStopsFor(files.input, files.output);
 
-    output.addSink(stream, *type, cookie);
+    output.addSink(
+        stream, *type, cookie.empty() ? MagicCookie() : [&] { return cookie; });
     const auto meter = zav::makeNode<Meter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " +
                           std::string(nodeNameOf(*type)) + " (" + std::string(type->name) + ")");

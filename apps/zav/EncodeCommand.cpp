@@ -1,7 +1,6 @@
 #include "EncodeCommand.hpp"
 
 #include <ZAVAudioStreaming/codecs/OpusEncoder.hpp>
-#include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
 #include <ZAVAudioStreaming/codecs/SBCEncoder.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <algorithm>
@@ -13,29 +12,18 @@
 #include "Hint.hpp"
 #include "Input.hpp"
 #include "OutputFile.hpp"
+#include "SbcOptions.hpp"
 
 namespace zavtool {
 namespace {
 
-using Coding = zav::SBCCoding;
-
-/// The largest bitpool that SBC has for these settings.
-std::uint32_t largestBitpool(Coding::ChannelMode mode, std::uint32_t subbands) {
-    constexpr std::uint32_t kLargestOfAll = 250;
-    const bool isPerChannel =
-        mode == Coding::ChannelMode::mono || mode == Coding::ChannelMode::dual;
-    return std::min((isPerChannel ? 16 : 32) * subbands, kLargestOfAll);
-}
-
-Coding::Frequency frequencyOf(const zav::AudioStreamBasicDescription& pcm,
-                              const std::filesystem::path& input) {
+void requireSbcRate(const zav::AudioStreamBasicDescription& pcm,
+                    const std::filesystem::path& input) {
     const auto rate = static_cast<std::int64_t>(pcm.mSampleRate);
-    const auto frequency = Coding::frequencyFromRawValue(rate);
-    if (!frequency) {
+    if (!zav::SBCCoding::frequencyFromRawValue(rate)) {
         throw Failure(input, std::to_string(rate) + " Hz; 16000, 32000, 44100 or 48000 Hz" +
                                  soxHint(input, "-r 16000 converted.wav"));
     }
-    return *frequency;
 }
 
 void require16BitPcm(const zav::AudioStreamBasicDescription& format,
@@ -50,48 +38,6 @@ void require16BitPcm(const zav::AudioStreamBasicDescription& format,
         throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" +
                                  soxHint(input, "-c 2 converted.wav"));
     }
-}
-
-Coding::ChannelMode modeOf(const EncodeOptions& options, std::uint32_t channelCount) {
-    const bool isMono = channelCount == 1;
-    if (!options.mode) {
-        return isMono ? Coding::ChannelMode::mono : Coding::ChannelMode::stereo;
-    }
-    const auto mode = modeNamed(*options.mode);
-    if (!mode || (*mode == Coding::ChannelMode::mono) != isMono) {
-        throw Failure(options.files.input,
-                      channelsInWords(channelCount) + " audio for --mode " + *options.mode + "; " +
-                          (isMono ? "--mode mono" : "--mode dual, stereo or joint"));
-    }
-    return *mode;
-}
-
-std::shared_ptr<Coding::SBCConfiguration> configurationFor(
-    const EncodeOptions& options, const zav::AudioStreamBasicDescription& pcm) {
-    require16BitPcm(pcm, options.files.input);
-    const std::uint32_t subbands = options.subbands.value_or(8);
-    const std::uint32_t bitpool = options.bitpool.value_or(32);
-    auto configuration = std::make_shared<Coding::SBCConfiguration>();
-    configuration->freq = frequencyOf(pcm, options.files.input);
-    configuration->mode = modeOf(options, pcm.mChannelsPerFrame);
-    configuration->subband = subbands == 8 ? Coding::Subband::_8 : Coding::Subband::_4;
-    configuration->blocks =
-        Coding::blockFromRawValue(options.blocks.value_or(16) / 4 - 1).value_or(Coding::Block::_16);
-    configuration->allocation = options.allocation == "snr" ? Coding::AllocationMethod::SNR
-                                                            : Coding::AllocationMethod::loudness;
-    configuration->endian = (pcm.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0
-                                ? Coding::Endianess::big
-                                : Coding::Endianess::little;
-
-    const std::uint32_t largest = largestBitpool(configuration->mode, subbands);
-    if (bitpool > largest) {
-        throw UsageFailure("--bitpool " + std::to_string(bitpool) + "; 2 to " +
-                           std::to_string(largest) + " for " +
-                           std::string(nameOf(configuration->mode)) + " with " +
-                           std::to_string(subbands) + " subbands");
-    }
-    configuration->bitpool = static_cast<std::uint8_t>(bitpool);
-    return configuration;
 }
 
 /// The codec to use, and the type of file to make.
@@ -119,8 +65,7 @@ Target targetOf(const EncodeOptions& options) {
     if (isOpus && isSbcType) {
         throw UsageFailure(output.string() + ": not a name for Opus packets; NAME.opus or .zopus");
     }
-    if (isOpus && (options.bitpool || options.mode || options.subbands || options.blocks ||
-                   options.allocation)) {
+    if (isOpus && options.sbc.areGiven()) {
         throw UsageFailure(
             "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's");
     }
@@ -159,7 +104,9 @@ struct Encoding {
 };
 
 Encoding makeSbcEncoder(const EncodeOptions& options, const Input& input) {
-    const auto configuration = configurationFor(options, input.format());
+    require16BitPcm(input.format(), options.files.input);
+    requireSbcRate(input.format(), options.files.input);
+    const auto configuration = configurationFor(options.sbc, input.format(), options.files.input);
     const auto encoder = zav::makeNode<zav::SBCEncoder>(input.node(), configuration);
     return {encoder,
             "SBCEncoder (" + std::string(nameOf(configuration->mode)) + ", bitpool " +

@@ -10,7 +10,7 @@
 
 #include "FileType.hpp"
 #include "OutputFile.hpp"
-#include "Progress.hpp"
+#include "StatusLine.hpp"
 
 namespace zavtool {
 namespace {
@@ -70,7 +70,7 @@ std::string describeFatalStop(std::string_view message) {
 
 void endWithOneLine(std::string_view message, zav::SourcePosition /*position*/) {
     OutputFile::removeUnfinished();
-    Progress::wipe();
+    StatusLine::wipe();
     std::fprintf(stderr, "zav: %s\n", describeFatalStop(message).c_str());
     std::_Exit(EXIT_FAILURE);
 }

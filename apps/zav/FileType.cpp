@@ -33,6 +33,10 @@ bool isAudioFileType(const FileType& type) {
     return type.id != kSbcContainerType && type.id != kOpusContainerType;
 }
 
+bool holdsHighBytesFirst(const FileType& type) {
+    return type.id == zav::kAudioFileAIFFType || type.id == zav::kAudioFileNextType;
+}
+
 bool canReadCompressedFiles() {
     std::uint32_t size = 0;
     if (zav::AudioFileGetGlobalInfoSize(zav::kAudioFileGlobalInfo_ReadableTypes, 0, nullptr,

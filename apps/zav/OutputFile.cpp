@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <ZAVAudioStreaming/core/AudioStreamError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
-#include <ZAVAudioStreaming/core/PeripheralSink.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
 #include <ZAVAudioStreaming/formats/OpusFileHeader.hpp>
 #include <ZAVAudioStreaming/formats/SbcFileHeader.hpp>
@@ -26,7 +25,7 @@
 
 #include "Failure.hpp"
 #include "FormatText.hpp"
-#include "Progress.hpp"
+#include "StatusLine.hpp"
 
 namespace zavtool {
 namespace {
@@ -42,7 +41,7 @@ std::atomic<const char*> unfinishedPath{nullptr};
 
 extern "C" void endBySignal(int signal) {
     OutputFile::removeUnfinished();
-    Progress::wipe();
+    StatusLine::wipe();
     ::raise(signal);  // with the default action, which SA_RESETHAND has put back
 }
 
@@ -77,19 +76,30 @@ fs::path followLinks(const fs::path& path) {
     return error ? path : target;
 }
 
-/// Gives a file its magic cookie as soon as it is open. It must be added to the source after the
-/// sink: targets are called in the order in which they were added.
-class CookieSetter : public zav::PeripheralSink {
+/// Gives its file the magic cookie as soon as it is open, and at the end once more when it has
+/// become another: a FLAC encoder knows only then what it has encoded.
+class FileSinkWithCookie : public zav::FileSink {
  public:
-    CookieSetter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                 std::shared_ptr<zav::FileSink> sink, std::vector<std::byte> cookie)
-        : PeripheralSink(key, upstream), sink_(std::move(sink)), cookie_(std::move(cookie)) {}
+    FileSinkWithCookie(zav::NodeKey key,
+                       const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                       const fs::path& path, zav::AudioFileTypeID type, MagicCookie cookie)
+        : FileSink(key, upstream, path, type), cookie_(std::move(cookie)) {}
 
-    void onAudioStreamFlowStart() override { sink_->setMagicCookie(cookie_); }
+    void onAudioStreamFlowStart() override {
+        FileSink::onAudioStreamFlowStart();
+        firstCookie_ = cookie_();
+        setMagicCookie(firstCookie_);
+    }
+    void onAudioStreamFlowEnd() override {
+        if (const auto lastCookie = cookie_(); lastCookie != firstCookie_) {
+            setMagicCookie(lastCookie);
+        }
+        FileSink::onAudioStreamFlowEnd();
+    }
 
  private:
-    std::shared_ptr<zav::FileSink> sink_;
-    std::vector<std::byte> cookie_;
+    MagicCookie cookie_;
+    std::vector<std::byte> firstCookie_;
 };
 
 bool takesMagicCookie(zav::AudioFileID file) {
@@ -112,7 +122,7 @@ bool takesMagicCookie(const fs::path& path, const FileType& type,
 }
 
 void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
-              const fs::path& path, const std::vector<std::byte>& magicCookie) {
+              const fs::path& path, const MagicCookie& magicCookie) {
     if (type.id == kOpusContainerType) {
         zav::makeNode<zav::ZAVOpusFileSink>(upstream, path);
         return;
@@ -121,9 +131,10 @@ void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const
         zav::makeNode<zav::ZAVSbcFileSink>(upstream, path);
         return;
     }
-    const auto sink = zav::makeNode<zav::FileSink>(upstream, path, type.id);
-    if (!magicCookie.empty() && takesMagicCookie(path, type, upstream->outDataFormat())) {
-        zav::makeNode<CookieSetter>(upstream, sink, magicCookie);
+    if (magicCookie && takesMagicCookie(path, type, upstream->outDataFormat())) {
+        zav::makeNode<FileSinkWithCookie>(upstream, path, type.id, magicCookie);
+    } else {
+        zav::makeNode<zav::FileSink>(upstream, path, type.id);
     }
 }
 
@@ -253,23 +264,31 @@ void OutputFile::requireRoomFor(const FileType& type,
 }
 
 void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                         const FileType& type, const std::vector<std::byte>& magicCookie) {
+                         const FileType& type, const MagicCookie& magicCookie) {
     type_ = &type;
     makeSink(upstream, type, temporaryPath_, magicCookie);
 }
 
-void OutputFile::commit(std::uint64_t packetCount, std::uint64_t audioBytes) {
-    const std::uint64_t written = audioBytesIn(temporaryPath_, *type_, packetCount);
-    if (written != audioBytes) {
-        throw Failure(path_, "holds " + std::to_string(written) + " of " +
-                                 std::to_string(audioBytes) +
-                                 " bytes after writing; a disk that keeps what is written");
-    }
+void OutputFile::appear() {
     if (::rename(temporaryPath_.c_str(), target_.c_str()) != 0) {
         throw Failure(path_,
                       "cannot be replaced: " + systemError() + "; another name for the output");
     }
     unfinishedPath = nullptr;
+    temporaryPath_.clear();
+}
+
+void OutputFile::commit(std::uint64_t packetCount, std::uint64_t audioBytes) {
+    const std::uint64_t written =
+        audioBytesIn(hasAppeared() ? target_ : temporaryPath_, *type_, packetCount);
+    if (written != audioBytes) {
+        throw Failure(path_, "holds " + std::to_string(written) + " of " +
+                                 std::to_string(audioBytes) +
+                                 " bytes after writing; a disk that keeps what is written");
+    }
+    if (!hasAppeared()) {
+        appear();
+    }
 }
 
 }  // namespace zavtool

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <vector>
@@ -12,6 +13,9 @@
 #include "FileType.hpp"
 
 namespace zavtool {
+
+/// Tells a stream's magic cookie as it is by now.
+using MagicCookie = std::function<std::vector<std::byte>()>;
 
 /// A file that appears under its name only when it is complete. Until then it is written beside it
 /// under a temporary name, which disappears with a failure, a fatal stop of the library, or a
@@ -31,19 +35,25 @@ class OutputFile {
     void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
                         std::span<const std::byte> magicCookie = {}) const;
 
-    /// Makes the sink that writes the file, after `requireRoomFor`. The magic cookie (empty: none)
-    /// reaches the file as soon as the flow has started, if the type takes one.
+    /// Makes the sink that writes the file, after `requireRoomFor`. If the type takes a magic
+    /// cookie, it gets it as soon as the flow has started, and again when it is another at the end.
     void addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
-                 const std::vector<std::byte>& magicCookie = {});
+                 const MagicCookie& magicCookie = {});
+
+    /// Gives the file its name already while it is being written, once the sink has made it: what
+    /// is there by then outlives the process, however that ends. Throws `Failure`.
+    void appear();
 
     /// Checks that the written file can be opened and holds `packetCount` packets of together
-    /// `audioBytes` bytes, then gives it its name. Throws `Failure`.
+    /// `audioBytes` bytes, then gives it its name, unless it has it. Throws `Failure`.
     void commit(std::uint64_t packetCount, std::uint64_t audioBytes);
 
     /// Removes the temporary file of this run, if there is one. Safe in a signal handler.
     static void removeUnfinished() noexcept;
 
  private:
+    bool hasAppeared() const { return temporaryPath_.empty(); }
+
     std::filesystem::path path_;
     std::filesystem::path target_;  // `path_` with links followed
     std::filesystem::path temporaryPath_;

@@ -3,6 +3,7 @@
 #include <ZAVAudioStreaming/core/PeripheralSink.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -41,7 +42,7 @@ std::vector<std::byte> firstPacket(const OpenAudioFile& file, const std::filesys
 std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
                                                   const std::filesystem::path& path);
 
-/// Counts what a node pushes. Add it to any node to see what goes past.
+/// Counts what a node pushes. Add it to any node to see what goes past. Any thread may ask.
 class Meter : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -53,8 +54,8 @@ class Meter : public zav::PeripheralSink {
     std::uint64_t packetCount() const { return packetCount_; }
 
  private:
-    std::uint64_t byteCount_ = 0;
-    std::uint64_t packetCount_ = 0;
+    std::atomic<std::uint64_t> byteCount_ = 0;
+    std::atomic<std::uint64_t> packetCount_ = 0;
 };
 
 /// Hands a stream on to a `PeripheralSource`, where it can be declared in another format: what an

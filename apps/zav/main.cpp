@@ -1,5 +1,5 @@
-// zav: encodes, decodes, copies and describes audio files. Each verb builds one small graph of the
-// library's nodes; see EncodeCommand.cpp for the plainest one.
+// zav: records, plays, encodes, decodes, copies and describes audio files. Each verb builds one
+// small graph of the library's nodes; see EncodeCommand.cpp for the plainest one.
 
 #include <CLI/CLI.hpp>
 #include <ZAVAudioStreaming/core/Diagnostics.hpp>
@@ -12,9 +12,12 @@
 
 #include "CopyCommand.hpp"
 #include "DecodeCommand.hpp"
+#include "DevicesCommand.hpp"
 #include "EncodeCommand.hpp"
 #include "Failure.hpp"
 #include "InfoCommand.hpp"
+#include "PlayCommand.hpp"
+#include "RecordCommand.hpp"
 #include "Stream.hpp"
 
 namespace {
@@ -29,6 +32,9 @@ struct CommandLine {
     FilePair decode;
     FilePair copy;
     InfoOptions info;
+    RecordOptions record;
+    PlayOptions play;
+    bool isDevicesJson = false;
 };
 
 // Help is laid out for 80 columns: CLI11 breaks no lines, so descriptions are broken by hand.
@@ -55,29 +61,33 @@ void addChoice(CLI::App& verb, const std::string& name, Value& value, Values val
         ->type_name("WHICH");
 }
 
+void addSbcOptions(CLI::App& verb, SbcOptions& options) {
+    verb.add_option("--bitpool", options.bitpool,
+                    "Bits for each block, 32 if not given. More is better\n"
+                    "and larger: 2 to 16 times the subbands for mono and\n"
+                    "dual, to 32 times (250 at most) for stereo and joint")
+        ->check(CLI::Range(2, 250).description(""))
+        ->type_name("N");
+    addChoice(verb, "--mode", options.mode, std::vector{"mono", "dual", "stereo", "joint"},
+              "mono, dual, stereo or joint; if not given, mono for\n"
+              "one channel and stereo for two");
+    addChoice(verb, "--subbands", options.subbands, std::vector{4, 8},
+              "Frequency bands, 4 or 8; 8 if not given");
+    addChoice(verb, "--blocks", options.blocks, std::vector{4, 8, 12, 16},
+              "Blocks in an SBC frame, 4, 8, 12 or 16; 16 if not\n"
+              "given");
+    addChoice(verb, "--allocation", options.allocation, std::vector{"loudness", "snr"},
+              "What decides where bits go, loudness or snr (signal\n"
+              "to noise); loudness if not given");
+}
+
 CLI::App* addEncode(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("encode", "Encode a PCM file to SBC or Opus");
     EncodeOptions& options = line.encode;
     addChoice(*verb, "--codec", options.codec, std::vector{"sbc", "opus"},
               "sbc or opus; if not given, the output's extension\n"
               "chooses. The other options are SBC's");
-    verb->add_option("--bitpool", options.bitpool,
-                     "Bits for each block, 32 if not given. More is better\n"
-                     "and larger: 2 to 16 times the subbands for mono and\n"
-                     "dual, to 32 times (250 at most) for stereo and joint")
-        ->check(CLI::Range(2, 250).description(""))
-        ->type_name("N");
-    addChoice(*verb, "--mode", options.mode, std::vector{"mono", "dual", "stereo", "joint"},
-              "mono, dual, stereo or joint; if not given, mono for\n"
-              "one channel and stereo for two");
-    addChoice(*verb, "--subbands", options.subbands, std::vector{4, 8},
-              "Frequency bands, 4 or 8; 8 if not given");
-    addChoice(*verb, "--blocks", options.blocks, std::vector{4, 8, 12, 16},
-              "Blocks in an SBC frame, 4, 8, 12 or 16; 16 if not\n"
-              "given");
-    addChoice(*verb, "--allocation", options.allocation, std::vector{"loudness", "snr"},
-              "What decides where bits go, loudness or snr (signal\n"
-              "to noise); loudness if not given");
+    addSbcOptions(*verb, options.sbc);
     addFile(*verb, "INPUT", options.files.input,
             "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU;\n"
             "mono or stereo. For SBC 16000, 32000, 44100 or 48000\n"
@@ -142,6 +152,66 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     return verb;
 }
 
+CLI::App* addRecord(CLI::App& app, CommandLine& line) {
+    auto* const verb = app.add_subcommand("record", "Record from the microphone to a file");
+    RecordOptions& options = line.record;
+    verb->add_option("--seconds", options.seconds, "Length; if not given, until Ctrl-C")
+        ->check(CLI::PositiveNumber.description(""))
+        ->type_name("N");
+    verb->add_option("--rate", options.rate, "Sample rate in Hz, 48000 if not given")
+        ->check(CLI::Range(1, 1000000).description(""))
+        ->type_name("N");
+    verb->add_option("--channels", options.channels, "1 if not given")
+        ->check(CLI::Range(1, 8).description(""))
+        ->type_name("N");
+    addChoice(*verb, "--codec", options.codec,
+              std::vector{"pcm", "aac", "alac", "flac", "opus", "sbc"},
+              "pcm (16-bit), aac, alac, flac, opus or sbc; if not\n"
+              "given, the output's extension chooses. The next five\n"
+              "options are SBC's");
+    addSbcOptions(*verb, options.sbc);
+    addFile(*verb, "OUTPUT", options.output,
+            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au: PCM;\n"
+            ".m4a, .mp4, .aac: AAC; .flac; .opus, .ogg: Opus;\n"
+            ".sbc, .zsbc: SBC; .zopus: the library's Opus\n"
+            "container");
+    verb->footer(
+        "Ctrl-C ends a recording; the file is complete then. It is there under its name from\n"
+        "the start: if zav is killed, what was recorded up to the last second can be read\n"
+        "(not of compressed CAF). The last frame of SBC and .zopus is filled up with silence.\n"
+        "'zav devices' shows which input is used.\n"
+        "Examples: zav record note.m4a\n"
+        "          zav record --seconds 10 --rate 16000 speech.wav");
+    return verb;
+}
+
+CLI::App* addPlay(CLI::App& app, CommandLine& line) {
+    auto* const verb = app.add_subcommand("play", "Play an audio file");
+    verb->add_option("--delay", line.play.delayInSeconds,
+                     "Start when so many seconds of PCM wait in the queue\n"
+                     "(compressed: a first buffer); at once if not given")
+        ->check(CLI::Range(0.0, 60.0).description(""))
+        ->type_name("N");
+    addFile(*verb, "INPUT", line.play.input,
+            "Any audio file that 'zav info' knows; of SBC mono and\n"
+            "plain stereo");
+    verb->footer(
+        "Ctrl-C stops at once. 'zav devices' shows which output is used.\n"
+        "Example: zav play speech.sbc");
+    return verb;
+}
+
+CLI::App* addDevices(CLI::App& app, CommandLine& line) {
+    auto* const verb =
+        app.add_subcommand("devices", "List the sound server's devices and which are used");
+    verb->add_flag("--json", line.isDevicesJson, "As JSON, for programs");
+    verb->footer(
+        "Used are the server's defaults (pactl set-default-sink, set-default-source), unless\n"
+        "PULSE_SINK and PULSE_SOURCE name others; PULSE_SERVER names another server.\n"
+        "Example: zav devices");
+    return verb;
+}
+
 void run(const CLI::App& app, const CommandLine& line) {
     if (app.got_subcommand("encode")) {
         encode(line.encode, line.common);
@@ -151,8 +221,15 @@ void run(const CLI::App& app, const CommandLine& line) {
         copy(line.copy, line.common);
     } else if (app.got_subcommand("info")) {
         info(line.info);
+    } else if (app.got_subcommand("record")) {
+        record(line.record, line.common);
+    } else if (app.got_subcommand("play")) {
+        play(line.play, line.common);
+    } else if (app.got_subcommand("devices")) {
+        devices(line.isDevicesJson);
     } else {
-        throw UsageFailure("no verb; encode, decode, copy or info, see 'zav --help'");
+        throw UsageFailure(
+            "no verb; record, play, encode, decode, copy, info or devices, see 'zav --help'");
     }
 }
 
@@ -175,14 +252,16 @@ int report(const std::exception& failure, int exitCode) {
 
 int runCommandLine(int argc, char** argv) {
     CommandLine line;
-    CLI::App app("Moves audio between files, SBC and Opus streams.", "zav");
+    CLI::App app("Moves audio between microphone, loudspeaker, files, SBC and Opus streams.",
+                 "zav");
     app.require_subcommand(0, 1);
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->column_width(kDescriptionColumn);
     app.set_version_flag("--version", versionText());
     addCommonOptions(app, line.common);
     for (auto* const verb :
-         {addEncode(app, line), addDecode(app, line), addCopy(app, line), addInfo(app, line)}) {
+         {addRecord(app, line), addPlay(app, line), addEncode(app, line), addDecode(app, line),
+          addCopy(app, line), addInfo(app, line), addDevices(app, line)}) {
         addCommonOptions(*verb, line.common);
     }
     app.footer(

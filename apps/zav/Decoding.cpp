@@ -1,0 +1,137 @@
+#include "Decoding.hpp"
+
+#include <ZAVAudioStreaming/codecs/OpusDecoder.hpp>
+#include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
+#include <ZAVAudioStreaming/codecs/SBCDecoder.hpp>
+#include <ZAVAudioStreaming/core/AudioStreamError.hpp>
+#include <ZAVAudioStreaming/core/MakeNode.hpp>
+#include <ZAVAudioStreaming/core/OpusPacket.hpp>
+#include <ZAVAudioStreaming/core/PeripheralSource.hpp>
+#include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <span>
+#include <utility>
+
+#include "Container.hpp"
+#include "Failure.hpp"
+#include "FormatText.hpp"
+#include "Stream.hpp"
+
+namespace zavtool {
+namespace {
+
+using Configuration = zav::SBCCoding::SBCConfiguration;
+
+/// The decoder takes every two-channel stream for plain stereo and stops the process at frames of
+/// another length, so these are found before it sees them.
+void requireFrameOfDecoderLength(std::span<const std::byte> frame,
+                                 const std::filesystem::path& input,
+                                 const zav::AudioStreamBasicDescription& sbc) {
+    const auto inFrame = Configuration::fromFrame(frame.data(), frame.size());
+    const std::size_t decoderLength = Configuration::fromDataFormat(sbc)->frameLen();
+    if (inFrame != nullptr && frame.size() != decoderLength) {
+        throw Failure(input, std::string(nameOf(inFrame->mode)) + " frames of " +
+                                 std::to_string(frame.size()) +
+                                 " bytes; mono, or plain stereo frames of " +
+                                 std::to_string(decoderLength) + " bytes");
+    }
+}
+
+void requireFramesOfOneLength(const std::filesystem::path& input,
+                              const zav::AudioStreamBasicDescription& sbc) {
+    if (const auto container = examineSbcContainer(input)) {
+        requireFrameOfDecoderLength(container->firstFrame, input, sbc);
+        return;  // by its header, all frames are alike
+    }
+    const OpenAudioFile file = openAudioFile(input);
+    requireFrameOfDecoderLength(firstPacket(file, input), input, sbc);
+    const auto frameCount = zav::audioFileProperty<std::uint64_t>(
+        file.get(), zav::kAudioFilePropertyAudioDataPacketCount);
+    const auto byteCount = zav::audioFileProperty<std::uint64_t>(
+        file.get(), zav::kAudioFilePropertyAudioDataByteCount);
+    const auto longestFrame =
+        zav::audioFileProperty<std::uint32_t>(file.get(), zav::kAudioFilePropertyMaximumPacketSize);
+    if (longestFrame != sbc.mBytesPerPacket || byteCount != frameCount * longestFrame) {
+        throw Failure(input, "frames of different lengths, the longest " +
+                                 std::to_string(longestFrame) + " bytes; frames of one length");
+    }
+}
+
+/// Does with decoded Opus what the file's header demands: leaves out the frames that the decoder
+/// needs to get going and the rest of the last packet, and applies the gain.
+class AsHeaderSays : public Relay {
+ public:
+    AsHeaderSays(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                 std::shared_ptr<zav::PeripheralSource> next, std::span<const std::byte> opusHead,
+                 std::uint64_t heardFrames)
+        : Relay(key, upstream, std::move(next)),
+          bytesPerFrame_(inDataFormat().mBytesPerFrame),
+          gain_(zav::opusGain(opusHead)),
+          skippedFrames_(zav::opusPreSkip(opusHead)),
+          heardFrames_(heardFrames) {}
+
+    void receiveAudio(const void* bytes, std::uint64_t /*size*/, std::uint64_t packetNum,
+                      const zav::AudioStreamPacketDescription* /*descriptions*/) override {
+        const std::uint64_t skipped = std::min(packetNum, skippedFrames_);
+        const std::uint64_t heard = std::min(packetNum - skipped, heardFrames_);
+        skippedFrames_ -= skipped;
+        heardFrames_ -= heard;
+        const std::uint64_t size = heard * bytesPerFrame_;
+        const auto* const start = static_cast<const std::byte*>(bytes) + skipped * bytesPerFrame_;
+        if (gain_ == 1) {
+            Relay::receiveAudio(start, size, heard, nullptr);
+            return;
+        }
+        std::vector<std::int16_t> samples(size / sizeof(std::int16_t));
+        std::memcpy(samples.data(), start, size);
+        for (std::int16_t& sample : samples) {
+            sample = static_cast<std::int16_t>(
+                std::clamp(std::nearbyint(sample * gain_), double{INT16_MIN}, double{INT16_MAX}));
+        }
+        Relay::receiveAudio(samples.data(), size, heard, nullptr);
+    }
+
+ private:
+    std::uint32_t bytesPerFrame_;
+    double gain_;
+    std::uint64_t skippedFrames_;
+    std::uint64_t heardFrames_;
+};
+
+}  // namespace
+
+Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, bool isBigEndian) {
+    zav::AudioStreamBasicDescription sbc = input.format();
+    requireFramesOfOneLength(path, sbc);
+    auto stream = input.node();
+    if (isBigEndian) {
+        // SBC frames carry no byte order: the stream's format tells the decoder which one to make.
+        sbc.mFormatFlags |= zav::kSbcFormatFlagIsBigEndian;
+        stream = redeclared(stream, sbc);
+    }
+    return {zav::makeNode<zav::SBCDecoder>(stream), "SBCDecoder"};
+}
+
+Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) {
+    std::shared_ptr<zav::OpusDecoder> decoder;
+    try {
+        decoder = zav::makeNode<zav::OpusDecoder>(input.node());
+    } catch (const zav::AudioStreamError&) {
+        throw Failure(path, inWords(input.format()) +
+                                "; Opus, mono or stereo, 8000, 12000, 16000, 24000 or 48000 Hz");
+    }
+    const auto opusHead = input.magicCookie();
+    if (!opusHead) {
+        return {decoder, "OpusDecoder"};
+    }
+    const auto heardFrames = static_cast<std::uint64_t>(
+        std::llround(input.durationInSeconds() * decoder->outDataFormat().mSampleRate));
+    const auto trimmed = zav::makeNode<zav::PeripheralSource>();
+    trimmed->setOutDataFormat(decoder->outDataFormat());
+    zav::makeNode<AsHeaderSays>(decoder, trimmed, *opusHead, heardFrames);
+    return {trimmed, "OpusDecoder -> PeripheralSource"};
+}
+
+}  // namespace zavtool

@@ -1,0 +1,75 @@
+#include "SoundServer.hpp"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "Failure.hpp"
+#include "FileType.hpp"
+#include "FormatText.hpp"
+
+namespace zavtool {
+namespace {
+
+std::string serverProblem(zav::OSStatus status) {
+    const char* const address = std::getenv("PULSE_SERVER");
+    const std::string place =
+        address == nullptr || *address == '\0' ? "" : " at PULSE_SERVER=" + shown(address);
+    switch (status) {
+        case zav::kAudioQueueErr_InvalidDevice:
+            return "no sound server or no device" + place +
+                   "; PulseAudio or PipeWire (pipewire-pulse), running" +
+                   (place.empty() ? ", or PULSE_SERVER set to one" : "");
+        case zav::kAudioQueueErr_CannotStart:
+            return "the sound server" + place +
+                   " does not answer, or refuses; one that runs and takes another client";
+        default:
+            return "the sound server" + place + " fails, status " + zav::statusText(status) +
+                   "; another one";
+    }
+}
+
+}  // namespace
+
+SoundServerFailure::SoundServerFailure(zav::OSStatus status)
+    : std::runtime_error(serverProblem(status)) {}
+
+void refuseFormat(const std::filesystem::path& file, const zav::AudioStreamBasicDescription& format,
+                  const std::string& wanted) {
+    const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
+    throw Failure(file, inWords(format) + "; " + wanted +
+                            (isPcm || canReadCompressedFiles()
+                                 ? ""
+                                 : " (compressed audio needs libZAVAudioStreamingFFmpeg.so beside "
+                                   "the library, and FFmpeg's libraries)"));
+}
+
+std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
+    std::uint32_t count = 0;
+    std::uint32_t size = sizeof count;
+    // Every queue has it.
+    static_cast<void>(zav::AudioQueueGetProperty(queue, zav::kAudioQueueProperty_InterruptionCount,
+                                                 &count, &size));
+    return count;
+}
+
+std::string clockText(double seconds) {
+    const auto tenths = static_cast<long long>(std::floor(seconds * 10));
+    const long long minutes = tenths / 600;
+    std::array<char, 64> text{};
+    if (minutes < 60) {
+        std::snprintf(text.data(), text.size(), "%lld:%02lld.%lld", minutes, tenths / 10 % 60,
+                      tenths % 10);
+    } else {
+        std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld.%lld", minutes / 60,
+                      minutes % 60, tenths / 10 % 60, tenths % 10);
+    }
+    return text.data();
+}
+
+std::string countText(std::uint64_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+}  // namespace zavtool

@@ -1,0 +1,66 @@
+#include "StatusLine.hpp"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <string_view>
+
+namespace zavtool {
+namespace {
+
+std::atomic<bool> isOnScreen{false};
+
+std::size_t terminalWidth() {
+    constexpr std::size_t kUsualWidth = 80;
+    winsize size{};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col
+                                                                             : kUsualWidth;
+}
+
+}  // namespace
+
+StatusLine::StatusLine(bool isQuiet) : isShown_(!isQuiet && ::isatty(STDERR_FILENO) == 1) {}
+
+StatusLine::~StatusLine() {
+    wipe();
+}
+
+void StatusLine::show(const std::vector<std::string>& fields) const {
+    if (!isShown_) {
+        return;
+    }
+    constexpr std::string_view kBetween = "  ";
+    const std::size_t room = terminalWidth() - 1;  // the cursor wants a place, too
+    std::string line;
+    for (const std::string& field : fields) {
+        const std::string next = (line.empty() ? "" : line + std::string(kBetween)) + field;
+        if (next.size() > room) {
+            break;
+        }
+        line = next;
+    }
+    // What is left of a longer line is erased behind the new one: nothing flickers.
+    std::fprintf(stderr, "\r%s\033[K", line.c_str());
+    std::fflush(stderr);
+    isOnScreen = true;
+}
+
+void StatusLine::finish(const std::string& summary) const {
+    wipe();
+    if (isShown_) {
+        std::fprintf(stderr, "%s\n", summary.c_str());
+    }
+}
+
+void StatusLine::wipe() noexcept {
+    constexpr std::string_view kBackAndErase = "\r\033[K";
+    if (isOnScreen.exchange(false)) {
+        // A terminal that does not take it is none of our errors.
+        static_cast<void>(!::write(STDERR_FILENO, kBackAndErase.data(), kBackAndErase.size()));
+    }
+}
+
+}  // namespace zavtool
