@@ -1,6 +1,6 @@
 # Thin entries: each installs what is missing from Debian, configures, builds and runs.
 
-.PHONY: demo test benchmark lint
+.PHONY: demo test soak benchmark lint
 
 # OFFLINE=1: with a file in place of a sound server.
 demo:
@@ -12,6 +12,12 @@ test:
 	@scripts/install-dependencies build demo test
 	@scripts/build dev -DZAV_BUILD_TESTS=ON
 	@ctest --preset dev
+
+# What takes minutes and chance: KILLS sound servers under a running loop.
+soak:
+	@scripts/install-dependencies build demo test
+	@scripts/build dev
+	@tests/kill-sound-server build/dev $(or $(KILLS),100)
 
 benchmark:
 	@scripts/install-dependencies build bench

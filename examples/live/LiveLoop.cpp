@@ -1,0 +1,101 @@
+#include "LiveLoop.hpp"
+
+#include <array>
+#include <chrono>
+#include <future>
+
+namespace {
+
+/// Audio that gathers before playing starts: how late a frame may come without being missed.
+constexpr double kPlaybackDelayInSeconds = 0.12;
+/// Frames go to the queue at half of this, 16 ms. A buffer of the usual half second would hold back
+/// the first quarter of a second.
+constexpr std::uint32_t kPlaybackBufferSizeInBytes = 1024;
+
+constexpr zav::AudioStreamBasicDescription kPcm{
+    .mSampleRate = 16000,
+    .mFormatID = zav::kAudioFormatLinearPCM,
+    .mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked,
+    .mBytesPerPacket = 2,
+    .mFramesPerPacket = 1,
+    .mBytesPerFrame = 2,
+    .mChannelsPerFrame = 1,
+    .mBitsPerChannel = 16};
+
+std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
+    std::uint32_t count = 0;
+    std::uint32_t size = sizeof(count);
+    if (const zav::OSStatus status = zav::AudioQueueGetProperty(
+            queue, zav::kAudioQueueProperty_InterruptionCount, &count, &size);
+        status != zav::noErr) {
+        throw zav::AudioQueueError::failure(status);
+    }
+    return count;
+}
+
+}  // namespace
+
+LiveLoop::LiveLoop(const char* accessoryPath)
+    : connection_(std::make_shared<Connection>(accessoryPath)),
+      source_(zav::makeNode<zav::RecordSource>(kPcm)),
+      fromAccessory_(zav::makeNode<zav::PeripheralSource>()) {
+    const auto configuration = std::make_shared<zav::SBCCoding::SBCConfiguration>();
+    const auto aligner = zav::makeNode<zav::FrameAligner>(
+        source_, zav::FrameAligner::bytesPerSbcFrame(*configuration));
+    const auto encoder = zav::makeNode<zav::SBCEncoder>(aligner, configuration);
+    toAccessory_ = zav::makeNode<ToAccessory>(encoder, connection_);
+
+    fromAccessory_->setOutDataFormat(encoder->outDataFormat());
+    const auto decoder = zav::makeNode<zav::SBCDecoder>(fromAccessory_);
+    sink_ = zav::makeNode<zav::PlaybackSink>(decoder);
+    sink_->setQueueBufferSize(kPlaybackBufferSizeInBytes);
+    sink_->autoPlay(kPlaybackDelayInSeconds);
+}
+
+LiveLoop::~LiveLoop() {
+    connection_->end();
+}
+
+void LiveLoop::start() {
+    source_->record();
+    receiver_ = std::jthread([this] { playWhatComesBack(); });
+}
+
+bool LiveLoop::isWhole() const {
+    const bool waitsToPlay = sink_->delayPlaySchedule().has_value();
+    return source_->isRecording() && isConnected_ && (waitsToPlay || sink_->isPlaying());
+}
+
+LiveLoop::Figures LiveLoop::finish() {
+    Figures figures;
+    figures.recordInterruptions = interruptionCount(source_->audioQueueRef());
+    figures.playInterruptions = interruptionCount(sink_->audioQueueRef());
+
+    // The last audio comes out of the stop, then the completion runs, on the queue's thread.
+    const auto ended = std::make_shared<std::promise<void>>();
+    source_->stop([ended] { ended->set_value(); });
+    ended->get_future().wait();
+    connection_->endSending();
+    receiver_.join();
+    while (sink_->isPlaying()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    figures.sentCount = toAccessory_->sentCount;
+    figures.lostCount = toAccessory_->lostCount;
+    figures.returnedCount = returnedCount_;
+    return figures;
+}
+
+void LiveLoop::playWhatComesBack() {
+    std::array<std::byte, 512> packet{};
+    const std::size_t frameSize = fromAccessory_->outDataFormat().mBytesPerPacket;
+    fromAccessory_->downstreams().onAudioStreamFlowStart();
+    while (const std::size_t size = connection_->receive(packet)) {
+        if (size == frameSize) {  // the decoder stops the process at anything else
+            ++returnedCount_;
+            fromAccessory_->downstreams().receiveAudio(packet.data(), size, 1, nullptr);
+        }
+    }
+    isConnected_ = false;
+    fromAccessory_->downstreams().onAudioStreamFlowEnd();
+}

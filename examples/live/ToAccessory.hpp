@@ -1,0 +1,34 @@
+#pragma once
+
+#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <utility>
+
+#include "Connection.hpp"
+
+/// Sends every SBC frame as a packet. What the link cannot take is lost, as it would be on the air:
+/// the audio queue's thread, which calls this, must not be held up.
+class ToAccessory : public zav::PeripheralSink {
+ public:
+    ToAccessory(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                std::shared_ptr<Connection> connection)
+        : PeripheralSink(key, upstream), connection_(std::move(connection)) {}
+
+    void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                      const zav::AudioStreamPacketDescription*) override {
+        const std::span frames(static_cast<const std::byte*>(bytes), size);
+        for (std::uint64_t i = 0; i < packetNum; ++i) {
+            const std::size_t frameSize = size / packetNum;
+            ++(connection_->send(frames.subspan(i * frameSize, frameSize)) ? sentCount : lostCount);
+        }
+    }
+
+    std::atomic<std::uint64_t> sentCount = 0;
+    std::atomic<std::uint64_t> lostCount = 0;
+
+ private:
+    const std::shared_ptr<Connection> connection_;
+};
