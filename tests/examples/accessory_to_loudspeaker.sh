@@ -5,7 +5,7 @@ source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 
-sox -n -r 16000 -c 1 -b 16 tone.au synth 3.008 sine 1000 gain -6
+sox -n -r 16000 -c 1 -b 16 tone.au synth 3.008 sine "$tone_in_hz" gain -6
 sbcenc -b 32 tone.au >frames.sbc
 listen_to_speaker heard.raw
 "$EXAMPLES/accessory_to_loudspeaker" <frames.sbc

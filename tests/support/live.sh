@@ -34,9 +34,13 @@ listen_to_speaker() {
     until_true test -s "$1"
 }
 
-# A microphone that hears a tone of 1000 Hz all the time.
+# The tone of the tests: no whole number of its periods lies in a frame, a buffer or a half of one,
+# so that what is repeated or missing is heard as a click.
+tone_in_hz=1130
+
+# A microphone that hears the tone all the time.
 tone_in_microphone() {
-    pactl load-module module-sine-source source_name=tone rate=48000 frequency=1000 >>"$work/log"
+    pactl load-module module-sine-source source_name=tone rate=48000 "frequency=$tone_in_hz" >>"$work/log"
     export PULSE_SOURCE=tone
 }
 
@@ -44,11 +48,11 @@ loudness() { # FILE [EFFECT...]: RMS in dB
     sox "$1" -n "${@:2}" stats 2>&1 | awk '/RMS lev dB/ { print $4 == "-inf" ? -200 : int($4) }'
 }
 
-# is_pure_tone FILE: a tone of 1000 Hz without a click or a gap, which would leave something beside it.
+# is_pure_tone FILE: the tone without a click or a gap, which would leave something beside it.
 is_pure_tone() {
     local tone rest
     tone=$(loudness "$1")
-    rest=$(loudness "$1" bandreject 1000 200h bandreject 1000 200h trim 0.2 -0.05)
+    rest=$(loudness "$1" bandreject "$tone_in_hz" 200h bandreject "$tone_in_hz" 200h trim 0.2 -0.05)
     [ "$tone" -gt -30 ] || fail "$1: no tone: $tone dB"
     [ "$rest" -lt $((tone - 35)) ] || fail "$1: a tone of $tone dB with $rest dB beside it"
     checks=$((checks + 2))
