@@ -9,6 +9,6 @@
 /// The one symbol that the module exports, found by its name; the build puts the version into it.
 extern "C" ZAV_EXPORT const zav::FfmpegModule ZAV_MODULE_SYMBOL;
 
-const zav::FfmpegModule ZAV_MODULE_SYMBOL = {
-    zav::openFfmpegFile,      zav::createFfmpegFile,  zav::ffmpegReadableTypes,
-    zav::ffmpegWritableTypes, zav::makeFfmpegDecoder, zav::makeFfmpegEncoder};
+const zav::FfmpegModule ZAV_MODULE_SYMBOL = {zav::openFfmpegFile,      zav::createFfmpegFile,
+                                             zav::ffmpegReadableTypes, zav::ffmpegWritableTypes,
+                                             zav::makeFfmpegDecoder,   zav::makeFfmpegEncoder};
