@@ -1,11 +1,11 @@
-#include "SoundServer.hpp"
+#include "tests/support/SoundServer.hpp"
 
 #include <fcntl.h>
-#include <sys/wait.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <array>
-#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
@@ -14,30 +14,17 @@
 namespace zav::test {
 namespace {
 
-/// What the script runs beside the server: it tells what the server is reached by, and ends when
-/// its input does.
-constexpr auto kTellAndWait =
-    "for name in PULSE_SERVER PULSE_COOKIE PULSE_CLIENTCONFIG XDG_RUNTIME_DIR SOUND_SERVER_PIDS; "
-    "do "
-    "eval \"echo $name=\\$$name\"; done; echo; exec cat >/dev/null";
-
-std::string readUntilBlankLine(int from) {
-    std::string text;
-    std::array<char, 1> next{};
-    while (::read(from, next.data(), 1) == 1) {
-        text.push_back(next[0]);
-        if (text.ends_with("\n\n")) {
-            return text;
-        }
-    }
-    throw std::runtime_error("the sound server does not come up");
-}
+/// Runs beside the server: tells how to reach it, then waits for the end of its input.
+constexpr const char* kTellAndWait =
+    "env | grep -E '^(PULSE_|XDG_RUNTIME_DIR|SOUND_SERVER_PIDS)'; echo; exec cat";
 
 }  // namespace
 
-SoundServer::SoundServer(std::string kind) : kind_(std::move(kind)) {
-    for (const char* const name : {"PULSE_SINK", "PULSE_SOURCE", "PULSE_RUNTIME_PATH"}) {
-        ::unsetenv(name);
+SoundServer::SoundServer(std::string kind, std::vector<std::string> options)
+    : kind_(std::move(kind)), options_(std::move(options)) {
+    // Whatever the test says with them is said after this.
+    for (const char* const variable : {"PULSE_SINK", "PULSE_SOURCE"}) {
+        ::unsetenv(variable);
     }
     start();
 }
@@ -46,78 +33,71 @@ SoundServer::~SoundServer() {
     end();
 }
 
+void SoundServer::kill() const {
+    signalAll(SIGKILL);
+}
+
+void SoundServer::freeze() const {
+    signalAll(SIGSTOP);
+}
+
+void SoundServer::thaw() const {
+    signalAll(SIGCONT);
+}
+
+void SoundServer::restart() {
+    end();
+    start();
+}
+
 void SoundServer::start() {
     std::array<int, 2> input{};
     std::array<int, 2> output{};
     if (::pipe2(input.data(), O_CLOEXEC) != 0 || ::pipe2(output.data(), O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
+        throw std::runtime_error("no pipes");
     }
-    const std::string folder = (folder_ / "").string();
-    script_ = ::fork();
-    if (script_ == 0) {
-        ::dup2(input[0], STDIN_FILENO);
-        ::dup2(output[1], STDOUT_FILENO);
-        ::execl(ZAV_SOUND_SERVER, ZAV_SOUND_SERVER, "--folder", folder.c_str(), kind_.c_str(), "sh",
-                "-c", kTellAndWait, nullptr);
-        ::_exit(127);
-    }
+    std::vector<std::string> command{ZAV_SOUND_SERVER, "--folder", (folder_ / "server").string()};
+    command.insert(command.end(), options_.begin(), options_.end());
+    command.insert(command.end(), {kind_, "sh", "-c", kTellAndWait});
+    script_ = std::make_unique<ChildProcess>(command, input[0], output[1]);
+    leash_ = input[1];
     ::close(input[0]);
     ::close(output[1]);
-    toScript_ = input[1];
-    std::istringstream lines(readUntilBlankLine(output[0]));
-    ::close(output[0]);
-    for (std::string line; std::getline(lines, line) && !line.empty();) {
-        const std::size_t end = line.find('=');
-        const std::string name = line.substr(0, end);
-        const std::string value = line.substr(end + 1);
-        if (name != "SOUND_SERVER_PIDS") {
+
+    std::FILE* const told = ::fdopen(output[0], "r");
+    std::array<char, 1024> line{};
+    pids_.clear();
+    while (std::fgets(line.data(), line.size(), told) != nullptr && line[0] != '\n') {
+        const std::string text(line.data());
+        const std::size_t equals = text.find('=');
+        const std::string name = text.substr(0, equals);
+        const std::string value = text.substr(equals + 1, text.size() - equals - 2);
+        if (name == "SOUND_SERVER_PIDS") {
+            std::istringstream numbers(value);
+            for (pid_t pid = 0; numbers >> pid;) {
+                pids_.push_back(pid);
+            }
+        } else {
             ::setenv(name.c_str(), value.c_str(), 1);
-            continue;
         }
-        std::istringstream ids(value);
-        servers_.clear();
-        for (pid_t id = 0; ids >> id;) {
-            servers_.push_back(id);
-        }
+    }
+    std::fclose(told);
+    if (pids_.empty()) {
+        end();
+        throw std::runtime_error("the sound server does not come up");
     }
 }
 
 void SoundServer::end() {
-    if (toScript_ >= 0) {
-        ::close(std::exchange(toScript_, -1));
-        ::waitpid(script_, nullptr, 0);
+    ::close(leash_);
+    script_->wait();
+    script_.reset();
+}
+
+void SoundServer::signalAll(int signal) const {
+    for (const pid_t pid : pids_) {
+        ::kill(pid, signal);
     }
-}
-
-void SoundServer::signal(int number) const {
-    for (const pid_t server : servers_) {
-        ::kill(server, number);
-    }
-}
-
-void SoundServer::kill() {
-    signal(SIGKILL);
-    end();
-    servers_.clear();
-}
-
-void SoundServer::freeze() {
-    signal(SIGSTOP);
-}
-
-void SoundServer::thaw() {
-    signal(SIGCONT);
-}
-
-void SoundServer::restart() {
-    start();
-}
-
-bool SoundServer::isInstalled(const std::string& kind) {
-    const std::string command = "command -v pactl >/dev/null && command -v " +
-                                (kind == "pipewire" ? std::string("pipewire-pulse") : kind) +
-                                " >/dev/null";
-    return std::system(command.c_str()) == 0;
 }
 
 }  // namespace zav::test

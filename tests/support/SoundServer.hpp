@@ -2,45 +2,48 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "TemporaryFolder.hpp"
+#include "tests/support/ChildProcess.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 namespace zav::test {
 
-/// A private sound server, started by the script beside this file: null sinks "speaker" and "mic"
-/// of 48 kHz, stereo and mono. While it lives, this process and those that it starts talk to it.
+/// A private sound server (the `sound-server` beside this file), to which the environment of this
+/// process leads, and whose end and standstill a test can bring about.
+///
+/// Threads: none that looks at the environment may run while one of these is made or started again.
 class SoundServer {
  public:
-    /// `kind` is what the script calls it. Throws std::runtime_error when it does not come up.
-    explicit SoundServer(std::string kind);
+    /// `kind` is "pulseaudio" or "pipewire"; `options` are those of `sound-server`. Throws
+    /// std::runtime_error when the server does not come up.
+    explicit SoundServer(std::string kind, std::vector<std::string> options = {});
     ~SoundServer();
-
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
 
-    /// Ends it as a crash would, without a word.
-    void kill();
-    /// It stops answering, and goes on.
-    void freeze();
-    void thaw();
-    /// Starts it again, at the same address, after `kill`.
+    /// Ends it as a crash would.
+    void kill() const;
+    /// It does not run until `thaw`, nor does it end.
+    void freeze() const;
+    void thaw() const;
+    /// Ends it, if that has not happened yet, and starts it again in the same place.
     void restart();
-
-    /// Whether the machine has what it takes.
-    static bool isInstalled(const std::string& kind);
 
  private:
     void start();
     void end();
-    void signal(int number) const;
+    void signalAll(int signal) const;
 
-    std::string kind_;
-    TemporaryFolder folder_;
-    pid_t script_ = -1;
-    int toScript_ = -1;  // it ends when this is closed
-    std::vector<pid_t> servers_;
+    const std::string kind_;
+    const std::vector<std::string> options_;
+    const TemporaryFolder folder_;
+    std::unique_ptr<ChildProcess> script_;
+    /// The script runs until this is closed.
+    int leash_ = -1;
+    std::vector<pid_t> pids_;
 };
 
 }  // namespace zav::test

@@ -13,6 +13,7 @@ constexpr pa_usec_t kFinishingTime = PA_USEC_PER_SEC;
 
 void PulseCapture::opened() {
     silence_.assign(kSilentFrames * frameBytes(), format().silence);
+    kept_.reserve(pa_stream_get_buffer_attr(stream())->fragsize);
     const auto onCaptured = [](pa_stream* /*stream*/, std::size_t /*bytes*/, void* self) noexcept {
         auto* const that = static_cast<PulseCapture*>(self);
         that->deliver();
@@ -52,25 +53,33 @@ void PulseCapture::lost() noexcept {
 
 void PulseCapture::deliver() {
     while (!isFull_ && !isFinished_ && !isLost()) {
+        if (!pending_.empty()) {
+            pending_ = pending_.subspan(client_.push(pending_));
+            isFull_ = !pending_.empty();
+            continue;
+        }
+        if (missingBytes_ > 0) {
+            pending_ = std::span<const std::byte>(silence_).first(
+                std::min(missingBytes_, silence_.size()));
+            missingBytes_ -= pending_.size();
+            continue;
+        }
         const void* data = nullptr;
         std::size_t bytes = 0;
         if (pa_stream_peek(stream(), &data, &bytes) < 0 || bytes == 0) {
             return;
         }
-        if (takenBytes_ == bytes) {
-            pa_stream_drop(stream());
-            takenBytes_ = 0;
-            continue;
+        if (data == nullptr) {
+            missingBytes_ = bytes;
+        } else {
+            const std::span captured(static_cast<const std::byte*>(data), bytes);
+            const auto rest = captured.subspan(client_.push(captured));
+            // Not left where it is: libpulse would wait for it without end when its server goes.
+            kept_.assign(rest.begin(), rest.end());
+            pending_ = kept_;
+            isFull_ = !rest.empty();
         }
-        const std::size_t leftBytes = bytes - takenBytes_;
-        // No data is a hole: the server has lost what belongs there.
-        const std::span<const std::byte> captured =
-            data == nullptr
-                ? std::span<const std::byte>(silence_).first(std::min(leftBytes, silence_.size()))
-                : std::span(static_cast<const std::byte*>(data) + takenBytes_, leftBytes);
-        const std::size_t taken = client_.push(captured);
-        takenBytes_ += taken;
-        isFull_ = taken < captured.size();
+        pa_stream_drop(stream());
     }
 }
 

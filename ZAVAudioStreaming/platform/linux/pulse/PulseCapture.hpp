@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <span>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
@@ -36,8 +38,12 @@ class PulseCapture final : public CaptureStream, private PulseStream {
 
     CaptureClient& client_;
     std::vector<std::byte> silence_;
-    /// Bytes that the client has taken of the fragment that libpulse offers.
-    std::size_t takenBytes_ = 0;
+    /// What the client had no room for of the last fragment; its size is at most a fragment's.
+    std::vector<std::byte> kept_;
+    /// What is next, in one of these two.
+    std::span<const std::byte> pending_;
+    /// What the server has lost: silence in its place is next after that.
+    std::size_t missingBytes_ = 0;
     bool isFull_ = false;
     bool isFinished_ = false;
 };

@@ -158,8 +158,10 @@ void PulsePlayback::pad() {
 
 void PulsePlayback::stoodStill() {
     if (isPlaying_ && isEmpty_ && isDry_ && !isAllTaken_) {
-        // It ran dry where the client did, not behind the silence.
-        drySaidAt_ = pulled_;
+        if (drySaidWith_ == pulled_) {
+            // That it runs dry again behind the silence is no news.
+            drySaidAt_ = pulled_;
+        }
         writeSilence();
     }
     pad();
@@ -208,6 +210,7 @@ void PulsePlayback::ranDry(std::uint64_t position) {
     const std::uint64_t frame = std::min(clientFrame(position), pulled_);
     if (isPlaying_ && drySaidAt_ != frame) {
         drySaidAt_ = frame;
+        drySaidWith_ = pulled_;
         client_.ranDry();
     }
 }

@@ -91,7 +91,8 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     Silence silence_;
     std::uint64_t pulled_ = 0;  ///< the client's frames, as are those below
     std::uint64_t played_ = 0;
-    std::uint64_t drySaidAt_ = 0;
+    std::uint64_t drySaidAt_ = 0;    ///< where it last ran dry
+    std::uint64_t drySaidWith_ = 0;  ///< frames pulled by then
     std::uint64_t askedAt_ = 0;  ///< the end at which the server was asked for the time
     /// The server has nothing left of the client's; what it took last sounds until `silentAt_`.
     bool isAllTaken_ = true;
