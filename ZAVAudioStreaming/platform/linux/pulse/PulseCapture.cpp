@@ -25,7 +25,7 @@ void PulseCapture::opened() {
 }
 
 void PulseCapture::finish() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     if (!isLost() && !isFinished_) {
         // Nothing comes after the answer, and everything that was captured has come before it.
         const auto onAnswer = [](pa_stream* /*stream*/, int /*success*/, void* self) noexcept {
@@ -42,7 +42,7 @@ void PulseCapture::finish() {
 }
 
 void PulseCapture::roomAdded() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     isFull_ = false;
     deliver();
 }

@@ -16,7 +16,10 @@ namespace zav {
 class PulseCapture final : public CaptureStream, private PulseStream {
  public:
     explicit PulseCapture(CaptureClient& client) : client_(client) {}
-    ~PulseCapture() override { close(); }
+    ~PulseCapture() override {
+        const PulseLock lock(loop());
+        close();
+    }
     PulseCapture(const PulseCapture&) = delete;
     PulseCapture& operator=(const PulseCapture&) = delete;
 

@@ -12,11 +12,12 @@ void wakeWaiter(pa_context* /*context*/, void* connection) noexcept {
 
 }  // namespace
 
+PulseConnection::~PulseConnection() {
+    const PulseLock lock(loop_);
+    close();
+}
+
 OSStatus PulseConnection::open(pa_usec_t deadline) {
-    loop_.reset(pa_threaded_mainloop_new());
-    if (loop_ == nullptr) {
-        return kAudioQueueErr_CannotStart;
-    }
     // Without a name of ours, so that the user's mixer shows the application's.
     context_.reset(pa_context_new(pa_threaded_mainloop_get_api(loop_.get()), nullptr));
     if (context_ == nullptr) {
@@ -26,11 +27,6 @@ OSStatus PulseConnection::open(pa_usec_t deadline) {
     if (pa_context_connect(context(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
         return status();
     }
-    if (pa_threaded_mainloop_start(loop_.get()) < 0) {
-        return kAudioQueueErr_CannotStart;
-    }
-    isRunning_ = true;
-    const PulseLock lock(*this);
     const bool isSettled = waitUntil(deadline, [this] {
         const pa_context_state_t state = pa_context_get_state(context());
         return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
@@ -39,13 +35,6 @@ OSStatus PulseConnection::open(pa_usec_t deadline) {
         return kAudioQueueErr_CannotStart;
     }
     return pa_context_get_state(context()) == PA_CONTEXT_READY ? noErr : status();
-}
-
-void PulseConnection::close() {
-    if (isRunning_) {
-        pa_threaded_mainloop_stop(loop_.get());
-        isRunning_ = false;
-    }
 }
 
 OSStatus PulseConnection::status() const {

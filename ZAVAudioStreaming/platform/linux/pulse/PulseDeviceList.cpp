@@ -103,29 +103,26 @@ OSStatus listPulseDevices(AudioDeviceList& list) {
     PulseConnection connection;
     Listing listing(connection);
     const pa_usec_t deadline = pa_rtclock_now() + kListingTime;
+    const PulseLock lock(connection.loop());
     if (const OSStatus status = connection.open(deadline); status != noErr) {
         return status;
     }
-    bool isComplete = false;
-    {
-        const PulseLock lock(connection);
-        pa_context* const context = connection.context();
-        // Answers come in the order of the questions; those about what is used may be that there is
-        // no such device.
-        const PulseOperation usedSink(pa_context_get_sink_info_by_name(
-            context, chosenDevice("PULSE_SINK"), onUsedSink, &listing));
-        const PulseOperation usedSource(pa_context_get_source_info_by_name(
-            context, chosenDevice("PULSE_SOURCE"), onUsedSource, &listing));
-        const PulseOperation sinks(pa_context_get_sink_info_list(context, onSink, &listing));
-        const PulseOperation sources(pa_context_get_source_info_list(context, onSource, &listing));
-        const PulseOperation server(pa_context_get_server_info(context, onServer, &listing));
-        connection.waitUntil(deadline, [&] {
-            return server == nullptr ||
-                   pa_operation_get_state(server.get()) != PA_OPERATION_RUNNING;
-        });
-        isComplete = server != nullptr && pa_operation_get_state(server.get()) == PA_OPERATION_DONE;
-    }
-    // Its thread fills the list: not any more.
+    pa_context* const context = connection.context();
+    // Answers come in the order of the questions; those about what is used may be that there is no
+    // such device.
+    const PulseOperation usedSink(pa_context_get_sink_info_by_name(
+        context, chosenDevice("PULSE_SINK"), onUsedSink, &listing));
+    const PulseOperation usedSource(pa_context_get_source_info_by_name(
+        context, chosenDevice("PULSE_SOURCE"), onUsedSource, &listing));
+    const PulseOperation sinks(pa_context_get_sink_info_list(context, onSink, &listing));
+    const PulseOperation sources(pa_context_get_source_info_list(context, onSource, &listing));
+    const PulseOperation server(pa_context_get_server_info(context, onServer, &listing));
+    connection.waitUntil(deadline, [&server] {
+        return server == nullptr || pa_operation_get_state(server.get()) != PA_OPERATION_RUNNING;
+    });
+    const bool isComplete =
+        server != nullptr && pa_operation_get_state(server.get()) == PA_OPERATION_DONE;
+    // Before what the answers go to.
     connection.close();
     if (!isComplete) {
         return kAudioQueueErr_CannotStart;

@@ -7,11 +7,9 @@
 /// libpulse's objects in owning pointers.
 namespace zav {
 
-struct FreeMainloop {
-    void operator()(pa_threaded_mainloop* loop) const { pa_threaded_mainloop_free(loop); }
-};
 struct DisconnectContext {
     void operator()(pa_context* context) const {
+        pa_context_set_state_callback(context, nullptr, nullptr);
         pa_context_disconnect(context);
         pa_context_unref(context);
     }
@@ -27,7 +25,6 @@ struct UnrefOperation {
     void operator()(pa_operation* operation) const { pa_operation_unref(operation); }
 };
 
-using PulseMainloop = std::unique_ptr<pa_threaded_mainloop, FreeMainloop>;
 using PulseContext = std::unique_ptr<pa_context, DisconnectContext>;
 using PulseStreamObject = std::unique_ptr<pa_stream, ForgetStream>;
 using PulseOperation = std::unique_ptr<pa_operation, UnrefOperation>;

@@ -15,6 +15,13 @@ constexpr pa_usec_t kStandstill = 100 * PA_USEC_PER_MSEC;
 
 }  // namespace
 
+PulsePlayback::~PulsePlayback() {
+    const PulseLock lock(loop());
+    markTimer_.reset();
+    padTimer_.reset();
+    close();
+}
+
 void PulsePlayback::opened() {
     markTimer_.emplace(connection(), [this] { timeIsUp(); });
     padTimer_.emplace(connection(), [this] { stoodStill(); });
@@ -43,7 +50,7 @@ void PulsePlayback::opened() {
 }
 
 OSStatus PulsePlayback::start() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     if (isLost()) {
         return kAudioQueueErr_InvalidDevice;
     }
@@ -60,7 +67,7 @@ OSStatus PulsePlayback::start() {
 }
 
 OSStatus PulsePlayback::pause() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     if (isLost()) {
         return kAudioQueueErr_InvalidDevice;
     }
@@ -75,7 +82,7 @@ OSStatus PulsePlayback::pause() {
 }
 
 void PulsePlayback::audioAdded() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     isDraining_ = false;
     isEmpty_ = false;
     fill();
@@ -86,14 +93,14 @@ void PulsePlayback::audioAdded() {
 }
 
 void PulsePlayback::drain() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     isDraining_ = true;
     fill();
     pad();
 }
 
 std::uint64_t PulsePlayback::framesPlayed() {
-    const PulseLock lock(connection());
+    const PulseLock lock(loop());
     return position();
 }
 

@@ -26,7 +26,7 @@ namespace zav {
 class PulsePlayback final : public PlaybackStream, private PulseStream {
  public:
     explicit PulsePlayback(PlaybackClient& client) : client_(client) {}
-    ~PulsePlayback() override { close(); }
+    ~PulsePlayback() override;
     PulsePlayback(const PulsePlayback&) = delete;
     PulsePlayback& operator=(const PulsePlayback&) = delete;
 
@@ -93,7 +93,7 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t played_ = 0;
     std::uint64_t drySaidAt_ = 0;    ///< where it last ran dry
     std::uint64_t drySaidWith_ = 0;  ///< frames pulled by then
-    std::uint64_t askedAt_ = 0;  ///< the end at which the server was asked for the time
+    std::uint64_t askedAt_ = 0;      ///< the end at which the server was asked for the time
     /// The server has nothing left of the client's; what it took last sounds until `silentAt_`.
     bool isAllTaken_ = true;
     pa_usec_t silentAt_ = 0;

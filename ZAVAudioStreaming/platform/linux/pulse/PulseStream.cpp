@@ -36,10 +36,10 @@ OSStatus PulseStream::open(const AudioStreamBasicDescription& format,
     }
     frameBytes_ = pa_frame_size(&format_->spec);
     const pa_usec_t deadline = pa_rtclock_now() + kOpeningTime;
+    const PulseLock lock(loop());
     if (const OSStatus status = connection_.open(deadline); status != noErr) {
         return status;
     }
-    const PulseLock lock(connection_);
     stream_.reset(
         pa_stream_new(connection_.context(), "ZAVAudioStreaming", &format_->spec, &format_->map));
     if (stream_ == nullptr) {
@@ -75,6 +75,12 @@ OSStatus PulseStream::open(const AudioStreamBasicDescription& format,
     opened();
     isOpen_ = true;
     return noErr;
+}
+
+void PulseStream::close() {
+    watchdog_.reset();
+    stream_.reset();
+    connection_.close();
 }
 
 void PulseStream::noteSignOfLife() {

@@ -18,7 +18,7 @@ namespace zav {
 /// libpulse asks it for the stream's timing; when nothing has come for two seconds it is asked once
 /// more, and after two more it counts as gone.
 ///
-/// Threads: `open` and `close` as the connection's; what is virtual is called with the lock.
+/// Threads: `open` without the lock, the rest with it; a derived class closes in its destructor.
 class PulseStream {
  public:
     PulseStream(const PulseStream&) = delete;
@@ -26,15 +26,14 @@ class PulseStream {
 
  protected:
     PulseStream() = default;
-    /// A derived class calls `close` first, while it can still be called back.
     virtual ~PulseStream() = default;
 
     /// Statuses: those of `AudioDevice`.
     OSStatus open(const AudioStreamBasicDescription& format, pa_stream_direction_t direction,
                   pa_stream_flags_t moreFlags);
 
-    /// Ends the device thread.
-    void close() { connection_.close(); }
+    /// After this nothing is called back any more.
+    void close();
 
     /// The stream is there, and nothing was said of it yet: the place to set its callbacks.
     virtual void opened() = 0;
@@ -48,6 +47,7 @@ class PulseStream {
     /// To be called whenever the server says something; calls `heard`.
     void noteSignOfLife();
 
+    const PulseLoop& loop() const { return connection_.loop(); }
     PulseConnection& connection() { return connection_; }
     pa_stream* stream() const { return stream_.get(); }
     bool isLost() const { return isLost_; }

@@ -11,7 +11,7 @@ namespace zav {
 
 /// Calls a function on the device thread at a moment that can be put off.
 ///
-/// Threads: with the connection's lock, or after its `close`; goes before the connection does.
+/// Threads: with the lock. Goes before the connection closes.
 class PulseTimer {
  public:
     PulseTimer(const PulseConnection& connection, std::function<void()> function)
@@ -33,7 +33,7 @@ class PulseTimer {
                      void* timer) noexcept {
         static_cast<PulseTimer*>(timer)->function_();
     }
-    pa_mainloop_api* api() const { return pa_threaded_mainloop_get_api(connection_.loop()); }
+    pa_mainloop_api* api() const { return pa_threaded_mainloop_get_api(connection_.loop().get()); }
 
     const PulseConnection& connection_;
     const std::function<void()> function_;
