@@ -142,8 +142,7 @@ class Player {
             MainThread::endBySignal();
         }
         if (!wasAllPlayed()) {
-            throw Failure(options_.input, "the sound server or its device went away after " +
-                                              secondsText(sink_->timeStamp()) + "; one that stays");
+            reportLoss();
         }
         finishLine();
     }
@@ -218,6 +217,17 @@ class Player {
         // How much a decoder makes of the last packets is its own affair: ask who plays them.
         zav::AudioDeviceList list;
         return zav::listAudioDevices(list) == zav::noErr;
+    }
+
+    [[noreturn]] void reportLoss() const {
+        // A queue that was to start by itself says nothing when it cannot.
+        zav::AudioDeviceList list;
+        if (const zav::OSStatus status = zav::listAudioDevices(list);
+            status != zav::noErr && sink_->timeStamp() == 0) {
+            throw SoundServerFailure(status);
+        }
+        throw Failure(options_.input, "the sound server or its device went away after " +
+                                          secondsText(sink_->timeStamp()) + "; one that stays");
     }
 
     void showStatus() {
