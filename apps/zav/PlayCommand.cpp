@@ -251,8 +251,7 @@ class Player {
 
     void finishLine() {
         const double seconds = sink_->timeStamp();
-        line_.finish(shown(options_.input) + ": " + secondsText(seconds) + ", " +
-                     inWords(input_->format()) +
+        line_.finish(shown(options_.input) + ": " + secondsText(seconds) +
                      (levelMeter_ ? levelSummary(levelMeter_->levelsAt(seconds)) : "") + ", " +
                      countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
     }
