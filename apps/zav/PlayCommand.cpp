@@ -142,8 +142,7 @@ class Player {
             MainThread::endBySignal();
         }
         if (!wasAllPlayed()) {
-            throw Failure(options_.input, "the sound server or its device went away after " +
-                                              secondsText(sink_->timeStamp()) + "; one that stays");
+            reportLoss();
         }
         finishLine();
     }
@@ -220,6 +219,17 @@ class Player {
         return zav::listAudioDevices(list) == zav::noErr;
     }
 
+    [[noreturn]] void reportLoss() const {
+        // A queue that was to start by itself says nothing when it cannot.
+        zav::AudioDeviceList list;
+        if (const zav::OSStatus status = zav::listAudioDevices(list);
+            status != zav::noErr && sink_->timeStamp() == 0) {
+            throw SoundServerFailure(status);
+        }
+        throw Failure(options_.input, "the sound server or its device went away after " +
+                                          secondsText(sink_->timeStamp()) + "; one that stays");
+    }
+
     void showStatus() {
         if (!line_.isShown()) {
             return;
@@ -241,8 +251,7 @@ class Player {
 
     void finishLine() {
         const double seconds = sink_->timeStamp();
-        line_.finish(shown(options_.input) + ": " + secondsText(seconds) + ", " +
-                     inWords(input_->format()) +
+        line_.finish(shown(options_.input) + ": " + secondsText(seconds) +
                      (levelMeter_ ? levelSummary(levelMeter_->levelsAt(seconds)) : "") + ", " +
                      countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
     }

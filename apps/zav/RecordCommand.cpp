@@ -142,6 +142,20 @@ std::shared_ptr<zav::RecordSource> openMicrophone(const RecordOptions& options,
     }
 }
 
+/// The stream as its encoder has it: a source declares the format that was asked for, which does
+/// not tell the frames in a packet, and without those a file knows no time.
+std::shared_ptr<zav::AudioStreamOutputable> declaredByQueue(
+    const std::shared_ptr<zav::RecordSource>& source) {
+    zav::AudioStreamBasicDescription format = source->outDataFormat();
+    std::uint32_t size = sizeof format;
+    if (const zav::OSStatus status = zav::AudioQueueGetProperty(
+            source->audioQueueRef(), zav::kAudioQueueProperty_StreamDescription, &format, &size);
+        status != zav::noErr) {
+        throw SoundServerFailure(status);
+    }
+    return redeclared(source, format);
+}
+
 /// The library's own codec behind an aligner, so that every sample is encoded once; the last frame
 /// is filled up with silence, so that nothing said is lost.
 struct Encoding {
@@ -249,8 +263,12 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     std::shared_ptr<zav::AudioStreamOutputable> stream = source;
     std::string graph = "RecordSource (" + inWords(source->outDataFormat()) + ")";
     const bool isPcm = LevelMeter::measures(source->outDataFormat());
-    if (isPcm && options.seconds) {
+    if (!isPcm) {
+        stream = declaredByQueue(source);
+        graph += " -> PeripheralSource";
+    } else if (options.seconds) {
         stream = limited(stream, *options.seconds);
+        graph += " -> PeripheralSource";
     }
     const auto captured = stream;
     if (recording.isOwnCodec()) {
@@ -315,12 +333,12 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         line.show(fields);
     }
     const bool isDeviceLost = end->hasCome();
-    const double seconds = source->timeStamp();
     const std::uint32_t overruns = interruptionCount(source->audioQueueRef());
     source->stop();
     while (!end->hasCome()) {
         MainThread::sleepUntil(Clock::now() + std::chrono::hours(1));
     }
+    const double seconds = source->timeStamp();
     output.commit(fileMeter->packetCount(), fileMeter->byteCount());
     if (isDeviceLost) {
         throw Failure(options.output, "the sound server or its device went away; the " +

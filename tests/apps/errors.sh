@@ -191,7 +191,7 @@ cmp -s out.sbc speech.sbc && fail "the link's target was not replaced"
 [ "$(stat -c %a fresh.sbc)" = 640 ] || fail "a new file got permissions $(stat -c %a fresh.sbc)"
 
 # Wrong usage.
-refused 2 "zav: no verb; encode, decode, copy or info, see 'zav --help'" "$ZAV"
+refused 2 "zav: no verb; record, play, encode, decode, copy, info or devices, see 'zav --help'" "$ZAV"
 refused 2 "zav: --bitpool 200; 2 to 128 for mono with 8 subbands" \
     "$ZAV" encode --bitpool 200 speech.wav out.sbc
 refused 2 "zav: --bitpool 65; 2 to 64 for mono with 4 subbands" \

@@ -1,0 +1,185 @@
+#!/usr/bin/env bash
+# zav record, play and devices beside a sound server (tests/support/sound-server), against programs
+# that we did not write.
+#
+#     sound-server pulseaudio|pipewire tests/apps/live.sh SERVER_NAME
+# shellcheck source=../support/shell.sh
+source "$(dirname "$0")/../support/shell.sh"
+# shellcheck source=../support/live.sh
+source "$(dirname "$0")/../support/live.sh"
+log=$work/log
+: >"$log"
+
+# The shell has its background processes ignore Ctrl-C; these are to take it.
+interruptible=(env --default-signal=INT)
+
+sox -D "$SPEECH" -r 48000 speech.wav trim 1 3
+sox -D speech.wav -t raw speech.raw
+
+raw_of() { # FILE: as ffmpeg decodes it, 16 bits, 48000 Hz, mono
+    ffmpeg -nostdin -v error -i "$1" -f s16le -ar 48000 -ac 1 -
+}
+
+# without_silence FILE FRAME_SIZE: from the first frame that is not silent to the last one, in text.
+without_silence() {
+    od -An -v -t x1 -w"$2" "$1" | awk '/[1-9a-f]/ { printf "%s%s\n", held, $0; held = ""; begun = 1; next }
+                                       begun { held = held $0 "\n" }'
+}
+
+# is_heard FILE HEARD LIKENESS: the mono recording says what the mono file says, somewhat later; the
+# likeness is their correlation then, in per cent. Raw, 16 bits, 48000 Hz.
+is_heard() {
+    local raw=(-t raw -e signed -b 16 -r 48000 -c 1)
+    sox -M "${raw[@]}" "$1" "${raw[@]}" "$2" compared.wav
+    "$EXAMPLES/compare_channels" compared.wav >likeness.txt || fail "$1 and $2 cannot be compared"
+    awk -v limit="$3" '/^likeness/ { found = $2 >= limit } END { exit !found }' likeness.txt ||
+        fail "$2 is not $1: $(cat likeness.txt)"
+    checks=$((checks + 1))
+}
+
+grows_by() { # FILE SIZE BYTES
+    [ "$(stat -c %s "$1")" -gt $(($2 + $3)) ]
+}
+
+# Silence in the recording, behind what was heard, so that all of it is there.
+until_silent_behind() { # FILE
+    until_true grows_by "$1" "$(stat -c %s "$1")" 100000
+}
+
+stop_last() { # SIGNAL: ends the last process in the background; its exit code.
+    local pid=${processes[-1]} code=0
+    kill -"$1" "$pid"
+    unset 'processes[-1]'
+    wait "$pid" || code=$?
+    return $code
+}
+
+# --- devices
+"$ZAV" devices >devices.txt
+grep -q '^\* speaker .*stereo, 48000 Hz$' devices.txt || fail "$(cat devices.txt)"
+grep -q '^\* mic.monitor .*mono, 48000 Hz$' devices.txt || fail "$(cat devices.txt)"
+grep -qi "^Server .*$1" devices.txt || fail "$(cat devices.txt)"
+"$ZAV" devices --json | grep -q '"name": "mic.monitor"' || fail "devices --json"
+checks=$((checks + 4))
+
+# --- play: every sample once. In noise each of them is known by its neighbours.
+noise() { # FRAMES NAME
+    sox -R -n -b 16 -r 48000 -c 2 "$2.wav" synth "$1s" whitenoise vol 0.5
+    sox -D "$2.wav" -t raw "$2.raw"
+}
+noise 480000 long
+noise 48001 second
+noise 100 short
+for name in long second short; do
+    listen_to_speaker heard.raw
+    "$ZAV" play $([ $name = second ] && echo --delay 0.6) $name.wav
+    until_silent_behind heard.raw
+    stop_last TERM || true
+    cmp -s <(without_silence heard.raw 4) <(without_silence $name.raw 4) || fail "$name.wav is heard differently"
+    checks=$((checks + 1))
+done
+
+# --- record: what is played into the microphone.
+record() { # FILE [OPTION...]: in the background, until there is audio
+    rm -f "$1"
+    in_background "${interruptible[@]}" "$ZAV" record "${@:2}" "$1"
+    until_true test -s "$1"
+}
+speak() { paplay --device=mic --raw --format=s16le --rate=48000 --channels=1 speech.raw; }
+record recorded.wav
+speak
+until_true grows_by recorded.wav "$(stat -c %s recorded.wav)" 60000
+stop_last INT || fail "record, ended by Ctrl-C: exit $?"
+sox -D recorded.wav -t raw recorded.raw
+[ "$(soxi -s recorded.wav)" = $(($(stat -c %s recorded.raw) / 2)) ] || fail "the header of recorded.wav"
+cmp -s <(without_silence recorded.raw 2) <(without_silence speech.raw 2) ||
+    fail "recorded.wav is not what was spoken"
+checks=$((checks + 2))
+"$ZAV" record --seconds 1.3 --rate 16000 --channels 2 timed.wav
+[ "$(soxi -s timed.wav) $(soxi -r timed.wav) $(soxi -c timed.wav)" = "20800 16000 2" ] ||
+    fail "record --seconds: $(soxi timed.wav)"
+checks=$((checks + 1))
+
+for type in flac caf au m4a mp4 aac opus sbc zsbc zopus; do
+    record said.$type
+    speak
+    # What comes out is buffered, too: two more seconds are enough for all.
+    "$ZAV" record --seconds 2 more.wav
+    stop_last TERM || fail "record said.$type: exit $?"
+    case $type in
+        flac | caf | au)
+            raw_of said.$type >said.raw
+            cmp -s <(without_silence said.raw 2) <(without_silence speech.raw 2) ||
+                fail "said.$type is not what was spoken"
+            checks=$((checks + 1))
+            continue
+            ;;
+        zsbc) "$ZAV" copy said.zsbc said.copy.sbc && raw_of said.copy.sbc >said.raw ;;
+        zopus) "$ZAV" decode said.zopus said.copy.wav && raw_of said.copy.wav >said.raw ;;
+        *) raw_of said.$type >said.raw ;;
+    esac
+    is_heard speech.raw said.raw 95
+done
+
+# --- play: every encoding, against ffmpeg's decoding.
+ffmpeg -nostdin -v error -i speech.wav -c:a libmp3lame coded.mp3
+ffmpeg -nostdin -v error -i speech.wav -c:a ac3 coded.ac3
+ffmpeg -nostdin -v error -i speech.wav -c:a alac coded.m4a
+ffmpeg -nostdin -v error -i speech.wav -c:a aac coded.aac
+ffmpeg -nostdin -v error -i speech.wav -c:a flac coded.flac
+ffmpeg -nostdin -v error -i speech.wav -c:a libvorbis coded.ogg
+ffmpeg -nostdin -v error -i speech.wav -c:a libopus coded.opus
+ffmpeg -nostdin -v error -i speech.wav -c:a pcm_mulaw coded.wav
+"$ZAV" encode speech.wav coded.sbc
+"$ZAV" encode speech.wav coded.zsbc
+"$ZAV" encode speech.wav coded.zopus
+for type in mp3 ac3 m4a aac flac ogg opus wav sbc zsbc zopus; do
+    case $type in
+        zsbc) cp coded.sbc.raw decoded.raw ;;
+        zopus) "$ZAV" decode coded.zopus decoded.wav && raw_of decoded.wav >decoded.raw ;;
+        *) raw_of coded.$type >decoded.raw ;;
+    esac
+    [ $type != sbc ] || cp decoded.raw coded.sbc.raw
+    listen_to_speaker heard.raw
+    "$ZAV" play coded.$type
+    until_silent_behind heard.raw
+    stop_last TERM || true
+    sox -D -t raw -e signed -b 16 -r 48000 -c 2 heard.raw -c 1 -t raw heard.mono.raw
+    is_heard decoded.raw heard.mono.raw 99
+done
+
+# --- ends
+in_background "${interruptible[@]}" "$ZAV" play long.wav
+is_playing() { pactl list sink-inputs short | grep -q .; }
+until_true is_playing
+code=0
+stop_last INT || code=$?
+[ $code = 130 ] || fail "play, ended by Ctrl-C: exit $code"
+checks=$((checks + 1))
+
+in_background "${interruptible[@]}" "$ZAV" play long.wav
+player=${processes[-1]}
+record kept.wav
+until_true is_playing
+until_true grows_by kept.wav 0 50000
+# shellcheck disable=SC2086
+kill -KILL $SOUND_SERVER_PIDS
+for pid in "${processes[-1]}" "$player"; do
+    code=0
+    wait "$pid" || code=$?
+    [ $code = 1 ] || fail "exit $code after the server's end: $(cat "$log")"
+done
+processes=()
+grep -q "zav: kept.wav: the sound server or its device went away; the" "$log" || fail "$(cat "$log")"
+grep -q "zav: long.wav: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
+[ "$(soxi -s kept.wav)" -gt 20000 ] || fail "what was kept: $(soxi kept.wav)"
+checks=$((checks + 5))
+
+nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; PulseAudio or PipeWire (pipewire-pulse), running"
+for arguments in "record none.wav" "play long.wav" "play --delay 1 long.wav" "play --delay 30 long.wav" devices; do
+    # shellcheck disable=SC2086
+    refused 1 "zav: $nowhere" env PULSE_SERVER=unix:/nonexistent "$ZAV" $arguments
+done
+[ ! -e none.wav ] || fail "a file without a recording"
+
+done_with live
