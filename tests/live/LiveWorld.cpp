@@ -165,10 +165,6 @@ class LiveWorld : public AudioWorld {
     Hearing hearing_;
 };
 
-std::string commandOf(WorldKind kind) {
-    return kind == WorldKind::pipeWire ? "pipewire" : "pulseaudio";
-}
-
 }  // namespace
 
 std::vector<WorldKind> worldKinds() {
@@ -176,8 +172,7 @@ std::vector<WorldKind> worldKinds() {
 }
 
 std::unique_ptr<AudioWorld> makeWorld(WorldKind kind) {
-    const std::string command = commandOf(kind);
-    return SoundServer::isInstalled(command) ? std::make_unique<LiveWorld>(command) : nullptr;
+    return std::make_unique<LiveWorld>(kind == WorldKind::pipeWire ? "pipewire" : "pulseaudio");
 }
 
 }  // namespace zav::test

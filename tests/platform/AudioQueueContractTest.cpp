@@ -25,12 +25,7 @@ const AudioStreamBasicDescription kInputFormat = pcmFormat(kRate, 1);
 
 class AudioQueueContract : public ::testing::TestWithParam<WorldKind> {
  protected:
-    void SetUp() override {
-        world_ = makeWorld(GetParam());
-        if (world_ == nullptr) {
-            GTEST_SKIP() << "no such sound server on this machine";
-        }
-    }
+    void SetUp() override { world_ = makeWorld(GetParam()); }
 
     bool until(const std::function<bool()>& isDone) { return world_->until(isDone); }
 

@@ -23,7 +23,7 @@ inline std::string nameOf(WorldKind kind) {
 }
 
 std::vector<WorldKind> worldKinds();
-/// Null when the machine does not have it.
+/// Throws std::runtime_error when its server does not come up.
 std::unique_ptr<AudioWorld> makeWorld(WorldKind kind);
 
 }  // namespace zav::test
