@@ -183,16 +183,40 @@ TEST_P(PulseDevice, saysWhenMarksAreReachedWithoutAllocating) {
     EXPECT_EQ(allocationCount, 0);
 }
 
+AudioStreamBasicDescription companded(std::uint32_t formatID) {
+    AudioStreamBasicDescription format = pcmFormat(48000, 1, 8, 0);
+    format.mFormatID = formatID;
+    format.mFormatFlags = 0;
+    return format;
+}
+
+/// Plays the same bytes again and again, in mono.
+class RepeatingClient final : public RampClient {
+ public:
+    RepeatingClient(std::vector<unsigned char> repeated, std::size_t frameBytes,
+                    std::uint64_t frameCount)
+        : RampClient(frameCount), repeated_(std::move(repeated)), frameBytes_(frameBytes) {}
+
+    std::size_t pull(std::span<std::byte> room) noexcept override {
+        const std::uint64_t frames =
+            std::min<std::uint64_t>(room.size() / frameBytes_, available - pulled);
+        for (std::size_t i = 0; i < frames * frameBytes_; ++i) {
+            room[i] =
+                static_cast<std::byte>(repeated_[(pulled * frameBytes_ + i) % repeated_.size()]);
+        }
+        pulled += frames;
+        return frames * frameBytes_;
+    }
+
+ private:
+    const std::vector<unsigned char> repeated_;
+    const std::size_t frameBytes_;
+};
+
 TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
     struct Case {
         AudioStreamBasicDescription format;
         std::vector<unsigned char> sample;  ///< about a quarter of full scale
-    };
-    const auto compressed = [](std::uint32_t formatID) {
-        AudioStreamBasicDescription format = pcmFormat(48000, 1, 8, 0);
-        format.mFormatID = formatID;
-        format.mFormatFlags = 0;
-        return format;
     };
     constexpr auto kSigned = kAudioFormatFlagIsSignedInteger;
     constexpr auto kFloat = kAudioFormatFlagIsFloat;
@@ -214,38 +238,22 @@ TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
         {pcmFormat(48000, 1, 32, kSigned | kBig), {0x20, 0x00, 0x00, 0x00}},
         {pcmFormat(48000, 1, 32, kFloat), {0x00, 0x00, 0x80, 0x3E}},
         {pcmFormat(48000, 1, 32, kFloat | kBig), {0x3E, 0x80, 0x00, 0x00}},
-        {compressed(kAudioFormatULaw), {0x9F}},
-        // The last one: it has no sample that is quite silent.
-        {compressed(kAudioFormatALaw), {0xB5}},
-    };
-    /// One sample, again and again.
-    struct ConstantClient final : RampClient {
-        ConstantClient(std::vector<unsigned char> repeated, std::uint64_t frames)
-            : RampClient(frames), sample(std::move(repeated)) {}
-        std::size_t pull(std::span<std::byte> room) noexcept override {
-            const std::uint64_t count =
-                std::min<std::uint64_t>(room.size() / sample.size(), available - pulled);
-            for (std::size_t i = 0; i < count * sample.size(); ++i) {
-                room[i] = static_cast<std::byte>(sample[i % sample.size()]);
-            }
-            pulled += count;
-            return count * sample.size();
-        }
-        const std::vector<unsigned char> sample;
+        {companded(kAudioFormatULaw), {0x9F}},
+        {companded(kAudioFormatALaw), {0xB5}},
     };
     constexpr std::size_t kFrames = 2'400;
     const SpeakerRecorder recorder;
     std::size_t heardFrames = 0;
     for (const Case& one : cases) {
-        ConstantClient client(one.sample, kFrames);
+        RepeatingClient client(one.sample, one.sample.size(), kFrames);
         std::unique_ptr<PlaybackStream> stream;
         ASSERT_EQ(audioDevice()->openPlayback(one.format, client, stream), noErr)
             << one.format.mBitsPerChannel << " " << one.format.mFormatFlags;
         EXPECT_EQ(stream->start(), noErr);
-        stream->drain();
+        // It runs dry, and what is heard then is silence.
         EXPECT_TRUE(waitFor([&] { return client.said == kFrames; })) << client.said;
         const auto heard = recorder.waitForSamples(heardFrames + kFrames);
-        ASSERT_GE(heard.size(), heardFrames + kFrames);
+        ASSERT_EQ(heard.size(), heardFrames + kFrames);
         for (std::size_t i = heardFrames; i < heardFrames + kFrames; ++i) {
             ASSERT_NEAR(heard[i], 0x2000, 0x100)
                 << one.format.mBitsPerChannel << " " << one.format.mFormatFlags << " at " << i;
@@ -269,6 +277,39 @@ TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
                   kAudioFormatUnsupportedDataFormatError);
         EXPECT_EQ(playback, nullptr);
     }
+}
+
+TEST_P(PulseDevice, playsSamplesOf8BitsAsSoxDoes) {
+    std::vector<unsigned char> bytes;
+    for (int i = 0; i < 256; ++i) {
+        bytes.push_back(static_cast<unsigned char>(i));
+    }
+    const TemporaryFolder folder;
+    writeFile(folder / "bytes", std::as_bytes(std::span(bytes)));
+    const SpeakerRecorder recorder;
+    std::vector<std::int16_t> expected;
+    for (const auto& [format, encoding] : {std::pair(pcmFormat(48000, 1, 8, 0), "unsigned-integer"),
+                                           std::pair(companded(kAudioFormatALaw), "a-law"),
+                                           std::pair(companded(kAudioFormatULaw), "mu-law")}) {
+        const std::string converted =
+            outputOf(std::string("sox -D -t raw -r 48000 -c 1 -b 8 -e ") + encoding + " " +
+                     (folder / "bytes").string() + " -t raw -b 16 -e signed-integer -");
+        for (std::size_t i = 0; i + 1 < converted.size(); i += 2) {
+            std::int16_t sample = 0;
+            std::memcpy(&sample, &converted[i], sizeof(sample));
+            if (sample != 0) {
+                expected.push_back(sample);
+            }
+        }
+        RepeatingClient client(bytes, 1, bytes.size());
+        std::unique_ptr<PlaybackStream> stream;
+        ASSERT_EQ(audioDevice()->openPlayback(format, client, stream), noErr);
+        EXPECT_EQ(stream->start(), noErr);
+        stream->drain();
+        EXPECT_TRUE(waitFor([&] { return client.said == bytes.size(); }));
+    }
+    EXPECT_GT(expected.size(), 3U * 253);
+    EXPECT_EQ(recorder.waitForSamples(expected.size()), expected);
 }
 
 TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {

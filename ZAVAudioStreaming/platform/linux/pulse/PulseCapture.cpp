@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <span>
 
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+
 namespace zav {
 namespace {
 
@@ -10,6 +12,12 @@ constexpr std::size_t kSilentFrames = 1024;
 constexpr pa_usec_t kFinishingTime = PA_USEC_PER_SEC;
 
 }  // namespace
+
+OSStatus PulseCapture::open(const AudioStreamBasicDescription& format) {
+    const std::optional<PulseFormat> captured = pulseFormat(format);
+    return captured ? PulseStream::open(*captured, PA_STREAM_RECORD, PA_STREAM_NOFLAGS)
+                    : kAudioFormatUnsupportedDataFormatError;
+}
 
 void PulseCapture::opened() {
     silence_.assign(kSilentFrames * frameBytes(), format().silence);

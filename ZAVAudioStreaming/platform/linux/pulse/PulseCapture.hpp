@@ -24,9 +24,7 @@ class PulseCapture final : public CaptureStream, private PulseStream {
     PulseCapture& operator=(const PulseCapture&) = delete;
 
     /// Statuses: those of `AudioDevice`. Once.
-    OSStatus open(const AudioStreamBasicDescription& format) {
-        return PulseStream::open(format, PA_STREAM_RECORD, PA_STREAM_NOFLAGS);
-    }
+    OSStatus open(const AudioStreamBasicDescription& format);
 
     void finish() override;
     void roomAdded() override;

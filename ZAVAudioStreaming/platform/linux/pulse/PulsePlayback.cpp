@@ -22,6 +22,19 @@ PulsePlayback::~PulsePlayback() {
     close();
 }
 
+OSStatus PulsePlayback::open(const AudioStreamBasicDescription& format) {
+    std::optional<PulseFormat> written = pulseFormat(format);
+    if (!written) {
+        return kAudioFormatUnsupportedDataFormatError;
+    }
+    wideSamples_ = wideSamples(written->spec.format);
+    if (wideSamples_ != nullptr) {
+        written->spec.format = PA_SAMPLE_S16NE;
+        written->silence = {};
+    }
+    return PulseStream::open(*written, PA_STREAM_PLAYBACK, PA_STREAM_START_CORKED);
+}
+
 void PulsePlayback::opened() {
     markTimer_.emplace(connection(), [this] { timeIsUp(); });
     padTimer_.emplace(connection(), [this] { stoodStill(); });
@@ -134,7 +147,7 @@ void PulsePlayback::fill() {
             return;
         }
         room = std::min(room, wanted) / frameBytes() * frameBytes();
-        const std::size_t bytes = client_.pull({static_cast<std::byte*>(memory), room});
+        const std::size_t bytes = pull({static_cast<std::byte*>(memory), room});
         if (bytes == 0) {
             pa_stream_cancel_write(stream());
         } else {
@@ -149,6 +162,15 @@ void PulsePlayback::fill() {
             return;
         }
     }
+}
+
+std::size_t PulsePlayback::pull(std::span<std::byte> room) {
+    if (wideSamples_ == nullptr) {
+        return client_.pull(room);
+    }
+    const std::size_t narrowBytes = client_.pull(room.subspan(room.size() / 2));
+    widen(*wideSamples_, room, narrowBytes);
+    return narrowBytes * sizeof(WideSamples::value_type);
 }
 
 void PulsePlayback::pad() {

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
 #include "ZAVAudioStreaming/platform/linux/pulse/PulseStream.hpp"
+#include "ZAVAudioStreaming/platform/linux/pulse/WideSamples.hpp"
 
 namespace zav {
 
@@ -31,9 +33,7 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     PulsePlayback& operator=(const PulsePlayback&) = delete;
 
     /// Statuses: those of `AudioDevice`. Once.
-    OSStatus open(const AudioStreamBasicDescription& format) {
-        return PulseStream::open(format, PA_STREAM_PLAYBACK, PA_STREAM_START_CORKED);
-    }
+    OSStatus open(const AudioStreamBasicDescription& format);
 
     OSStatus start() override;
     OSStatus pause() override;
@@ -55,6 +55,8 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
 
     /// Writes what the server takes and the client has.
     void fill();
+    /// Bytes that the client put into `room`.
+    std::size_t pull(std::span<std::byte> room);
     /// The client has no more for now: sees to it that the server plays all that it has.
     void pad();
     void stoodStill();
@@ -80,6 +82,8 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t audioEnd() const { return endsInSilence() ? silence_.begin : written_; }
 
     PlaybackClient& client_;
+    /// Not null when the client's samples are of 8 bits, and those that are written of 16.
+    const WideSamples* wideSamples_ = nullptr;
     std::optional<PulseTimer> markTimer_;
     std::optional<PulseTimer> padTimer_;
     bool isPlaying_ = false;

@@ -28,20 +28,17 @@ pa_buffer_attr bufferSizes(const pa_sample_spec& spec) {
 
 }  // namespace
 
-OSStatus PulseStream::open(const AudioStreamBasicDescription& format,
-                           pa_stream_direction_t direction, pa_stream_flags_t moreFlags) {
-    format_ = pulseFormat(format);
-    if (!format_) {
-        return kAudioFormatUnsupportedDataFormatError;
-    }
-    frameBytes_ = pa_frame_size(&format_->spec);
+OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t direction,
+                           pa_stream_flags_t moreFlags) {
+    format_ = format;
+    frameBytes_ = pa_frame_size(&format_.spec);
     const pa_usec_t deadline = pa_rtclock_now() + kOpeningTime;
     const PulseLock lock(loop());
     if (const OSStatus status = connection_.open(deadline); status != noErr) {
         return status;
     }
     stream_.reset(
-        pa_stream_new(connection_.context(), "ZAVAudioStreaming", &format_->spec, &format_->map));
+        pa_stream_new(connection_.context(), "ZAVAudioStreaming", &format_.spec, &format_.map));
     if (stream_ == nullptr) {
         return connection_.status();
     }
@@ -49,7 +46,7 @@ OSStatus PulseStream::open(const AudioStreamBasicDescription& format,
     pa_stream_set_latency_update_callback(stream(), onWord, this);
     pa_stream_set_moved_callback(stream(), onWord, this);
     pa_stream_set_suspended_callback(stream(), onWord, this);
-    const pa_buffer_attr sizes = bufferSizes(format_->spec);
+    const pa_buffer_attr sizes = bufferSizes(format_.spec);
     const auto flags =
         static_cast<pa_stream_flags_t>(PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE |
                                        PA_STREAM_ADJUST_LATENCY | moreFlags);
@@ -92,11 +89,11 @@ void PulseStream::noteSignOfLife() {
 }
 
 pa_usec_t PulseStream::duration(std::uint64_t frameCount) const {
-    return frameCount * PA_USEC_PER_SEC / format_->spec.rate;
+    return frameCount * PA_USEC_PER_SEC / format_.spec.rate;
 }
 
 std::uint64_t PulseStream::frameCount(pa_usec_t duration) const {
-    return (duration * format_->spec.rate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC;
+    return (duration * format_.spec.rate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC;
 }
 
 void PulseStream::cork(bool isCorked) {

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 
-#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 #include "ZAVAudioStreaming/core/OSStatus.hpp"
 #include "ZAVAudioStreaming/platform/linux/pulse/PulseConnection.hpp"
 #include "ZAVAudioStreaming/platform/linux/pulse/PulseFormat.hpp"
@@ -29,7 +28,7 @@ class PulseStream {
     virtual ~PulseStream() = default;
 
     /// Statuses: those of `AudioDevice`.
-    OSStatus open(const AudioStreamBasicDescription& format, pa_stream_direction_t direction,
+    OSStatus open(const PulseFormat& format, pa_stream_direction_t direction,
                   pa_stream_flags_t moreFlags);
 
     /// After this nothing is called back any more.
@@ -51,7 +50,7 @@ class PulseStream {
     PulseConnection& connection() { return connection_; }
     pa_stream* stream() const { return stream_.get(); }
     bool isLost() const { return isLost_; }
-    const PulseFormat& format() const { return *format_; }
+    const PulseFormat& format() const { return format_; }
     std::size_t frameBytes() const { return frameBytes_; }
     pa_usec_t duration(std::uint64_t frameCount) const;
     std::uint64_t frameCount(pa_usec_t duration) const;
@@ -69,7 +68,7 @@ class PulseStream {
     PulseConnection connection_;
     PulseStreamObject stream_;
     std::optional<PulseTimer> watchdog_;
-    std::optional<PulseFormat> format_;
+    PulseFormat format_{};
     std::size_t frameBytes_ = 0;
     pa_usec_t lastHeard_ = 0;
     bool isAsked_ = false;

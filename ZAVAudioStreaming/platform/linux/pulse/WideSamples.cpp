@@ -1,0 +1,65 @@
+#include "ZAVAudioStreaming/platform/linux/pulse/WideSamples.hpp"
+
+#include <cstring>
+
+namespace zav {
+namespace {
+
+template <typename Decode>
+constexpr WideSamples table(Decode decode) {
+    WideSamples samples{};
+    for (int i = 0; i < 256; ++i) {
+        samples[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(decode(i));
+    }
+    return samples;
+}
+
+constexpr int fromUnsigned(int byte) {
+    return (byte - 128) * 256;
+}
+
+// ITU-T G.711: sign, three bits of exponent, four of mantissa.
+
+constexpr int fromALaw(int byte) {
+    const int bits = byte ^ 0x55;
+    const int exponent = bits >> 4 & 7;
+    const int mantissa = (bits & 15) * 16 + 8;
+    const int size = exponent == 0 ? mantissa : (mantissa + 256) << (exponent - 1);
+    return (bits & 128) != 0 ? size : -size;
+}
+
+constexpr int fromMuLaw(int byte) {
+    const int bits = byte ^ 255;
+    const int size = (((bits & 15) * 8 + 132) << (bits >> 4 & 7)) - 132;
+    return (bits & 128) != 0 ? -size : size;
+}
+
+constexpr WideSamples kFromUnsigned = table(fromUnsigned);
+constexpr WideSamples kFromALaw = table(fromALaw);
+constexpr WideSamples kFromMuLaw = table(fromMuLaw);
+
+}  // namespace
+
+const WideSamples* wideSamples(pa_sample_format_t format) {
+    switch (format) {
+        case PA_SAMPLE_U8:
+            return &kFromUnsigned;
+        case PA_SAMPLE_ALAW:
+            return &kFromALaw;
+        case PA_SAMPLE_ULAW:
+            return &kFromMuLaw;
+        default:
+            return nullptr;
+    }
+}
+
+void widen(const WideSamples& samples, std::span<std::byte> room, std::size_t byteCount) {
+    const std::span<const std::byte> narrow = room.subspan(room.size() / 2);
+    // What is written stays behind what is read.
+    for (std::size_t i = 0; i < byteCount; ++i) {
+        const std::int16_t sample = samples[std::to_integer<std::size_t>(narrow[i])];
+        std::memcpy(&room[i * sizeof(sample)], &sample, sizeof(sample));
+    }
+}
+
+}  // namespace zav
