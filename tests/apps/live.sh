@@ -13,7 +13,7 @@ log=$work/log
 # The shell has its background processes ignore Ctrl-C; these are to take it.
 interruptible=(env --default-signal=INT)
 
-sox -D "$SPEECH" -r 48000 speech.wav trim 1 3
+sox -D "$SPEECH" -r 48000 speech.wav trim 1 2
 sox -D speech.wav -t raw speech.raw
 
 raw_of() { # FILE: as ffmpeg decodes it, 16 bits, 48000 Hz, mono
@@ -30,7 +30,9 @@ without_silence() {
 # likeness is their correlation then, in per cent. Raw, 16 bits, 48000 Hz.
 is_heard() {
     local raw=(-t raw -e signed -b 16 -r 48000 -c 1)
-    sox -M "${raw[@]}" "$1" "${raw[@]}" "$2" compared.wav
+    sox -D "${raw[@]}" "$1" left.wav silence 1 0.01 0.2%
+    sox -D "${raw[@]}" "$2" right.wav silence 1 0.01 0.2% pad 0.5
+    sox -M left.wav right.wav compared.wav
     "$EXAMPLES/compare_channels" compared.wav >likeness.txt || fail "$1 and $2 cannot be compared"
     awk -v limit="$3" '/^likeness/ { found = $2 >= limit } END { exit !found }' likeness.txt ||
         fail "$2 is not $1: $(cat likeness.txt)"
@@ -72,7 +74,9 @@ noise 48001 second
 noise 100 short
 for name in long second short; do
     listen_to_speaker heard.raw
-    "$ZAV" play $([ $name = second ] && echo --delay 0.6) $name.wav
+    delay=()
+    [ $name != second ] || delay=(--delay 0.6)
+    "$ZAV" play "${delay[@]}" $name.wav
     until_silent_behind heard.raw
     stop_last TERM || true
     cmp -s <(without_silence heard.raw 4) <(without_silence $name.raw 4) || fail "$name.wav is heard differently"
@@ -100,15 +104,22 @@ checks=$((checks + 2))
     fail "record --seconds: $(soxi timed.wav)"
 checks=$((checks + 1))
 
-for type in flac caf au m4a mp4 aac opus sbc zsbc zopus; do
-    record said.$type
-    speak
-    # What comes out is buffered, too: two more seconds are enough for all.
-    "$ZAV" record --seconds 2 more.wav
-    stop_last TERM || fail "record said.$type: exit $?"
+types=(flac caf au m4a mp4 aac opus sbc zsbc zopus)
+recorders=()
+for type in "${types[@]}"; do
+    record "said.$type"
+    recorders+=("${processes[-1]}")
+done
+speak
+# What is written is buffered, too: two more seconds are enough for all.
+"$ZAV" record --seconds 2 more.wav
+kill -TERM "${recorders[@]}"
+for i in "${!types[@]}"; do
+    type=${types[i]}
+    wait "${recorders[i]}" || fail "record said.$type: exit $?"
     case $type in
         flac | caf | au)
-            raw_of said.$type >said.raw
+            raw_of "said.$type" >said.raw
             cmp -s <(without_silence said.raw 2) <(without_silence speech.raw 2) ||
                 fail "said.$type is not what was spoken"
             checks=$((checks + 1))
@@ -116,10 +127,11 @@ for type in flac caf au m4a mp4 aac opus sbc zsbc zopus; do
             ;;
         zsbc) "$ZAV" copy said.zsbc said.copy.sbc && raw_of said.copy.sbc >said.raw ;;
         zopus) "$ZAV" decode said.zopus said.copy.wav && raw_of said.copy.wav >said.raw ;;
-        *) raw_of said.$type >said.raw ;;
+        *) raw_of "said.$type" >said.raw ;;
     esac
     is_heard speech.raw said.raw 95
 done
+processes=()
 
 # --- play: every encoding, against ffmpeg's decoding.
 ffmpeg -nostdin -v error -i speech.wav -c:a libmp3lame coded.mp3
