@@ -32,7 +32,7 @@ template <class Float>
 double floatAt(const std::array<std::byte, 8>& littleEndian) {
     Float value = 0;
     std::memcpy(&value, littleEndian.data(), sizeof value);
-    return value;
+    return static_cast<double>(value);
 }
 
 }  // namespace

@@ -55,8 +55,7 @@ void MainThread::sleepUntil(Clock::time_point time) noexcept {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceEpoch);
     timespec limit{};
     limit.tv_sec = static_cast<std::time_t>(seconds.count());
-    limit.tv_nsec =
-        static_cast<long>(std::chrono::nanoseconds(sinceEpoch - seconds).count());  // NOLINT
+    limit.tv_nsec = std::chrono::nanoseconds(sinceEpoch - seconds).count();
     ::sem_clockwait(wakeups(), CLOCK_MONOTONIC, &limit);
     while (::sem_trywait(wakeups()) == 0) {
         // Several reasons to wake are one awakening.

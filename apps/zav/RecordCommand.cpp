@@ -346,7 +346,6 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     }
     line.finish(shown(options.output) + ": " +
                 secondsText(std::min(seconds, options.seconds.value_or(seconds))) + ", " +
-                inWords(stream->outDataFormat()) + ", " +
                 std::to_string((fileMeter->byteCount() + 1023) / 1024) + " KiB" +
                 (levelMeter ? levelSummary(levelMeter->levelsAtEnd()) : "") + ", " +
                 countText(overruns, "overrun"));

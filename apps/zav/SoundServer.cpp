@@ -13,7 +13,8 @@ namespace zavtool {
 namespace {
 
 std::string serverProblem(zav::OSStatus status) {
-    const char* const address = std::getenv("PULSE_SERVER");
+    // Nobody here changes the environment.
+    const char* const address = std::getenv("PULSE_SERVER");  // NOLINT(concurrency-mt-unsafe)
     const std::string place =
         address == nullptr || *address == '\0' ? "" : " at PULSE_SERVER=" + shown(address);
     switch (status) {

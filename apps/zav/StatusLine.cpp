@@ -36,11 +36,11 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
     const std::size_t room = terminalWidth() - 1;  // the cursor wants a place, too
     std::string line;
     for (const std::string& field : fields) {
-        const std::string next = (line.empty() ? "" : line + std::string(kBetween)) + field;
-        if (next.size() > room) {
+        const std::string_view between = line.empty() ? "" : kBetween;
+        if (line.size() + between.size() + field.size() > room) {
             break;
         }
-        line = next;
+        line.append(between).append(field);
     }
     // What is left of a longer line is erased behind the new one: nothing flickers.
     std::fprintf(stderr, "\r%s\033[K", line.c_str());

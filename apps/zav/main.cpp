@@ -176,9 +176,10 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
             ".sbc, .zsbc: SBC; .zopus: the library's Opus\n"
             "container");
     verb->footer(
-        "Ctrl-C ends a recording; the file is complete then. It is there under its name from\n"
-        "the start: if zav is killed, what was recorded up to the last second can be read\n"
-        "(not of compressed CAF). The last frame of SBC and .zopus is filled up with silence.\n"
+        "Ctrl-C ends a recording; the file is complete then. It is there under its name\n"
+        "from the start: if zav is killed, what was recorded up to the last second can be\n"
+        "read (not of compressed CAF). The last frame of SBC and .zopus is filled up with\n"
+        "silence.\n"
         "'zav devices' shows which input is used.\n"
         "Examples: zav record note.m4a\n"
         "          zav record --seconds 10 --rate 16000 speech.wav");
@@ -206,8 +207,9 @@ CLI::App* addDevices(CLI::App& app, CommandLine& line) {
         app.add_subcommand("devices", "List the sound server's devices and which are used");
     verb->add_flag("--json", line.isDevicesJson, "As JSON, for programs");
     verb->footer(
-        "Used are the server's defaults (pactl set-default-sink, set-default-source), unless\n"
-        "PULSE_SINK and PULSE_SOURCE name others; PULSE_SERVER names another server.\n"
+        "Used are the server's defaults (pactl set-default-sink, set-default-source),\n"
+        "unless PULSE_SINK and PULSE_SOURCE name others; PULSE_SERVER names another\n"
+        "server.\n"
         "Example: zav devices");
     return verb;
 }
