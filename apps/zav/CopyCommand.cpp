@@ -51,8 +51,8 @@ void copy(const FilePair& files, const CommonOptions& common) {
     output.requireRoomFor(*type, format, cookie);
     reportFatalStopsFor(files.input, files.output);
 
-    output.addSink(
-        stream, *type, cookie.empty() ? MagicCookie() : [&] { return cookie; });
+    const MagicCookie cookieOfInput = [&cookie] { return std::vector(cookie); };
+    output.addSink(stream, *type, cookie.empty() ? MagicCookie() : cookieOfInput);
     const auto meter = zav::makeNode<Meter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " +
                           std::string(nodeNameOf(*type)) + " (" + std::string(type->name) + ")");

@@ -83,15 +83,16 @@ void LevelMeter::measure(const std::byte* sample, Block& block) const {
     }
     // Put at the high end of 32 bits, so that full scale is the same for all.
     std::uint32_t bits = 0;
+    std::uint32_t ownBits = 0;
     for (std::uint32_t i = 0; i < bytesPerSample_; ++i) {
         const std::uint32_t place = isBigEndian ? i : bytesPerSample_ - 1 - i;
         bits |= std::to_integer<std::uint32_t>(sample[place]) << (24 - 8 * i);
+        ownBits |= 0xFFU << (24 - 8 * i);
     }
     if ((format_.mFormatFlags & zav::kAudioFormatFlagIsSignedInteger) == 0) {
         bits ^= 0x80000000U;
     }
-    const std::uint32_t highest = 0x7FFFFFFFU >> (32 - 8 * bytesPerSample_)
-                                                     << (32 - 8 * bytesPerSample_);
+    const std::uint32_t highest = ownBits & 0x7FFFFFFFU;
     const auto value = static_cast<std::int32_t>(bits);
     block.peak = std::max(block.peak, std::abs(static_cast<double>(value)) / 0x80000000U);
     block.clipCount += bits == highest || bits == 0x80000000U ? 1 : 0;

@@ -25,7 +25,7 @@ OSStatus BufferQueue::allocate(std::uint32_t byteCount, AudioQueueBufferRef& buf
     if (isEnded_) {
         return kAudioQueueErr_DisposalPending;
     }
-    AudioQueueBufferRef const made = &memory->buffer;
+    auto* const made = &memory->buffer;
     buffers_.emplace(made, std::move(memory));
     buffer = made;
     return noErr;
