@@ -221,19 +221,12 @@ TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
     constexpr auto kSigned = kAudioFormatFlagIsSignedInteger;
     constexpr auto kFloat = kAudioFormatFlagIsFloat;
     constexpr auto kBig = kAudioFormatFlagIsBigEndian;
-    const auto loose = [](std::uint32_t flags) {
-        AudioStreamBasicDescription format = pcmFormat(48000, 1, 32, flags);
-        format.mBitsPerChannel = 24;
-        return format;
-    };
     const std::vector<Case> cases{
         {pcmFormat(48000, 1, 8, 0), {0xA0}},
         {pcmFormat(48000, 1, 16, kSigned), {0x00, 0x20}},
         {pcmFormat(48000, 1, 16, kSigned | kBig), {0x20, 0x00}},
         {pcmFormat(48000, 1, 24, kSigned), {0x00, 0x00, 0x20}},
         {pcmFormat(48000, 1, 24, kSigned | kBig), {0x20, 0x00, 0x00}},
-        {loose(kSigned), {0x00, 0x00, 0x20, 0x00}},
-        {loose(kSigned | kBig), {0x00, 0x20, 0x00, 0x00}},
         {pcmFormat(48000, 1, 32, kSigned), {0x00, 0x00, 0x00, 0x20}},
         {pcmFormat(48000, 1, 32, kSigned | kBig), {0x20, 0x00, 0x00, 0x00}},
         {pcmFormat(48000, 1, 32, kFloat), {0x00, 0x00, 0x80, 0x3E}},

@@ -17,9 +17,9 @@
 /// numbers. Queues ask for nothing else (`PcmConversion`).
 ///
 /// Threads: the clients' functions are called on the device thread or inside a function of the
-/// stream, never two at once; they take no lock, allocate nothing and do not wait. Of a stream's
-/// functions, those that are said to be cheap may be called beside any other but the destructor;
-/// the rest are called by one thread at a time.
+/// stream, never two at once; they take no lock, allocate nothing, do not wait and call no function
+/// of a stream. Of a stream's functions, those that are said to be cheap may be called beside any
+/// other but the destructor; the rest are called by one thread at a time.
 namespace zav {
 
 /// Where a stream that plays gets its audio: the queue, seen from the device.
@@ -42,7 +42,8 @@ class PlaybackClient {
     virtual void played(std::uint64_t frameCount) noexcept = 0;
 
     /// The device wanted audio for its next moment and there was none, while it was not paused.
-    /// Once each time that it runs dry, also at the end of a stream that nothing follows.
+    /// Once each time that it runs dry, also at the end of a stream that nothing follows, unless
+    /// the stream is closed before. Not before the first frame.
     virtual void ranDry() noexcept = 0;
 
     /// The device is gone, or has not answered for seconds. No further call comes.
@@ -53,7 +54,9 @@ class PlaybackClient {
 };
 
 /// A stream that plays. Opened paused, with nothing pulled. The destructor closes it at once: what
-/// has not been played is dropped, and no call of the client runs or comes after it.
+/// has not been played is dropped, and no call of the client runs or comes after it. When the
+/// device is gone, `start` and `pause` answer kAudioQueueErr_InvalidDevice and the rest does
+/// nothing.
 class PlaybackStream {
  public:
     virtual ~PlaybackStream() = default;
@@ -65,7 +68,8 @@ class PlaybackStream {
     /// The client has more to pull than at the last pull, or another mark. Cheap.
     virtual void audioAdded() = 0;
     /// Nothing follows what the client has: see to it that the last frame is played and said to
-    /// have been. Does not wait for it. `start` or `audioAdded` may still follow, and end this.
+    /// have been. Does not wait for it. `start` or `audioAdded` may still follow, and end this;
+    /// a moment of silence may then stand between. Without effect while the stream is paused.
     /// Cheap.
     virtual void drain() = 0;
     /// Frames played since the opening, as exactly as the device can tell; stands still while the
@@ -87,14 +91,15 @@ class CaptureClient {
     ~CaptureClient() = default;
 };
 
-/// A stream that captures, from its opening on. The destructor closes it at once; no call of the
-/// client runs or comes after it.
+/// A stream that captures, from its opening on: the client may be called before `openCapture` has
+/// returned. The destructor closes it at once; no call of the client runs or comes after it. When
+/// the device is gone, the stream does nothing more.
 class CaptureStream {
  public:
     virtual ~CaptureStream() = default;
 
     /// Ends capturing: pushes what was captured until now, then nothing more. What the client does
-    /// not take is dropped.
+    /// not take is dropped. Waits for the device, a second at most.
     virtual void finish() = 0;
     /// The client has room again. Cheap.
     virtual void roomAdded() = 0;
@@ -102,7 +107,8 @@ class CaptureStream {
 
 /// Opens streams. `client` outlives the stream. Statuses: kAudioQueueErr_InvalidDevice when there
 /// is no server or no device, kAudioQueueErr_CannotStart when it does not answer in time or
-/// refuses; `stream` is untouched then. Waits three seconds at most.
+/// refuses, kAudioFormatUnsupportedDataFormatError for another format than those above; `stream` is
+/// untouched then. Waits three seconds at most.
 ///
 /// Threads: any.
 class AudioDevice {

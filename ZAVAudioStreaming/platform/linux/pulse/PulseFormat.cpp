@@ -35,9 +35,6 @@ pa_sample_format_t sampleFormat(const AudioStreamBasicDescription& format) {
     if (bits == 24 && bytes == 3) {
         return isBig ? PA_SAMPLE_S24BE : PA_SAMPLE_S24LE;
     }
-    if (bits == 24 && bytes == 4) {
-        return isBig ? PA_SAMPLE_S24_32BE : PA_SAMPLE_S24_32LE;
-    }
     if (bits == 32 && bytes == 4) {
         return isBig ? PA_SAMPLE_S32BE : PA_SAMPLE_S32LE;
     }

@@ -100,7 +100,7 @@ void PulsePlayback::audioAdded() {
     isEmpty_ = false;
     fill();
     // To set a timer wakes the device thread: not for nothing.
-    if (client_.mark() != timedMark_) {
+    if (isPlaying_ && client_.mark() != timedMark_) {
         tell();
     }
 }
