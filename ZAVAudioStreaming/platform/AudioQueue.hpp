@@ -152,7 +152,8 @@ using AudioQueueOutputCallbackBlock =
 /// any other buffer without them is one packet. What cannot be decoded is left out.
 ///
 /// Buffers may be enqueued before the queue is started and while it is paused. In the time between
-/// an asynchronous stop and its end they are played as well.
+/// an asynchronous stop and its end they are played as well. What a callback enqueues although the
+/// queue has stopped since the callback began comes back at once, and does not wait for a next run.
 ///
 /// Errors: -66687 not a buffer of this queue, or more bytes than it has room for; -66679 a buffer
 /// that is enqueued already; -66686 an output buffer without bytes; -66682 descriptions of bytes

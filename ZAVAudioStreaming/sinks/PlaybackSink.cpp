@@ -276,9 +276,8 @@ void PlaybackSink::takeBack(AudioQueueBuffer& buffer) {
     }
     if (pauseStatus) {
         printDiagnostics(
-            "Enqueued audio bytes are exhausted, pause playing and resume when more audio bytes "
-            "are "
-            "available.");
+            "Enqueued audio bytes are exhausted, pause playing and resume when more audio "
+            "bytes are available.");
         printDiagnostics("Pause Audio Queue result: " + std::to_string(*pauseStatus));
     }
     if (handler) {

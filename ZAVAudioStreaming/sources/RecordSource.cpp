@@ -171,11 +171,6 @@ void RecordSource::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCoun
             fatalError("", kEnqueuePosition);
         }
         --idleQueueBufferCount_;
-        // The queue may have stopped just before it got the buffer, and would keep it for good. To
-        // stop it again brings back that buffer and changes nothing else.
-        if (!isRecording()) {
-            AudioQueueStop(queue_.get(), true);
-        }
         return;
     }
     printDiagnostics("[RecordSource] recording is not playing");

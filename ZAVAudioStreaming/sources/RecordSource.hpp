@@ -74,7 +74,9 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     /// The queue, to ask it for more. Belongs to the source.
     AudioQueueRef audioQueueRef() const noexcept { return queue_.get(); }
 
-    /// The format that was asked for, with what the queue added to it.
+    /// The format that was asked for. Of what the queue's encoder adds it has nothing: for a
+    /// compressed format set `mFramesPerPacket` yourself (AAC 1024, ALAC 4096, FLAC 4096 for
+    /// instance, Opus a fiftieth of the rate), because a file sink behind the source needs it.
     AudioStreamBasicDescription outDataFormat() const override { return outDataFormat_; }
     const StreamTargets& downstreams() const noexcept { return downstreams_; }
     void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;

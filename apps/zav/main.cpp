@@ -267,7 +267,8 @@ int runCommandLine(int argc, char** argv) {
         addCommonOptions(*verb, line.common);
     }
     app.footer(
-        "'zav VERB --help' tells a verb's options. Exit code: 0 done, 1 failed, 2 wrong usage.");
+        "'zav VERB --help' tells a verb's options.\n"
+        "Exit code: 0 done, 1 failed, 2 wrong usage.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -14,8 +14,7 @@ std::unique_ptr<QueueEncoder> makeFfmpegEncoder(const AudioStreamBasicDescriptio
 /// Encodes by libavcodec, from interleaved integers of 16 bits, or of 32 for ALAC and FLAC of more.
 ///
 ///     AAC    AAC-LC without ADTS headers, 1 to 6 or 8 channels, at the codec's rates from 8 kHz
-///     on,
-///            packets of 1024 frames
+///            on, packets of 1024 frames
 ///     ALAC   1 to 8 channels, 16 or 24 bits, packets of 4096 frames
 ///     FLAC   1 to 8 channels, 16 or 24 bits, packets of any length from 16 frames on
 ///     Opus   mono and stereo at 8, 12, 16, 24 and 48 kHz, packets of 2.5 to 120 ms, 20 ms if
