@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,22 @@ void addChoice(CLI::App& verb, const std::string& name, Value& value, Values val
     verb.add_option(name, value, help)
         ->check(CLI::IsMember(values).description(""))
         ->type_name("WHICH");
+}
+
+/// As CLI::Range, which would tell the bounds with six decimals.
+CLI::Validator inRange(double least, double most) {
+    return {[least, most](const std::string& text) {
+                char* end = nullptr;
+                const double number = std::strtod(text.c_str(), &end);
+                const bool isNumber = end != text.c_str() && *end == '\0';
+                if (isNumber && number >= least && number <= most) {
+                    return std::string();
+                }
+                std::ostringstream message;
+                message << "Value " << text << " not in range " << least << " to " << most;
+                return message.str();
+            },
+            ""};
 }
 
 void addSbcOptions(CLI::App& verb, SbcOptions& options) {
@@ -156,7 +173,7 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("record", "Record from the microphone to a file");
     RecordOptions& options = line.record;
     verb->add_option("--seconds", options.seconds, "Length; if not given, until Ctrl-C")
-        ->check(CLI::PositiveNumber.description(""))
+        ->check(inRange(0.001, 100000))
         ->type_name("N");
     verb->add_option("--rate", options.rate, "Sample rate in Hz, 48000 if not given")
         ->check(CLI::Range(1, 1000000).description(""))
@@ -191,7 +208,7 @@ CLI::App* addPlay(CLI::App& app, CommandLine& line) {
     verb->add_option("--delay", line.play.delayInSeconds,
                      "Start when so many seconds of PCM wait in the queue\n"
                      "(compressed: a first buffer); at once if not given")
-        ->check(CLI::Range(0.0, 60.0).description(""))
+        ->check(inRange(0, 60))
         ->type_name("N");
     addFile(*verb, "INPUT", line.play.input,
             "Any audio file that 'zav info' knows; of SBC mono and\n"
