@@ -23,7 +23,8 @@
 
 namespace {
 
-constexpr int kMoreSinks = 32;
+/// PulseAudio mixes 32 streams and lets others wait.
+constexpr int kMoreSinks = 31;
 
 /// Raised once by each sink that plays.
 std::counting_semaphore<> hasPlayed(0);
