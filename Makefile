@@ -24,6 +24,8 @@ benchmark:
 	@scripts/build release -DZAV_BUILD_BENCHMARKS=ON
 	@build/release/benchmarks/zav_benchmarks
 	@benchmarks/compare-tools build/release
+	@benchmarks/compare-live build/release
+	@benchmarks/compare-live --server pipewire build/release
 
 lint:
 	@scripts/install-dependencies build demo test lint

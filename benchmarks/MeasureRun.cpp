@@ -1,10 +1,13 @@
-// Runs a command and appends one line to a file: its processor time and its wall time in
-// microseconds, its peak resident memory in KiB.
+// Runs a command and appends one line to a file: its processor time (user and system) and its wall
+// time in microseconds, its peak resident memory in KiB, and how often one of its threads has
+// waited for something and was woken up (voluntary context switches). All threads count, and
+// children that the command has waited for.
 //
 //     zav_measure_run RESULTS OUTPUT COMMAND [ARGUMENT...]
 //
 // OUTPUT is the file that becomes the command's standard output, or "-" to keep this program's.
-// Exit code: the command's; 127 when it cannot be run.
+// Exit code: the command's; 127 when it cannot be run. An interrupt (SIGINT) is the command's
+// affair: one that ends by it in good order is measured like any other.
 //
 // The kernel counts into a process's peak what the process held before it became the command, that
 // is, this program's pages. Hence the static link and the C functions: what is measured is larger
@@ -16,6 +19,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -66,6 +70,7 @@ int main(int argumentCount, char** arguments) {
     if (child == 0) {
         ::_exit(becomeCommand(arguments[2], arguments + 3));
     }
+    std::signal(SIGINT, SIG_IGN);
     int status = 0;
     rusage usage{};
     while (::wait4(child, &status, 0, &usage) == -1) {
@@ -84,9 +89,9 @@ int main(int argumentCount, char** arguments) {
     if (results == nullptr) {
         return failed(arguments[1]);
     }
-    std::fprintf(results, "%.0f %.0f %ld\n",
-                 microseconds(usage.ru_utime) + microseconds(usage.ru_stime), wall,
-                 usage.ru_maxrss);
+    std::fprintf(results, "%.0f %.0f %ld %ld\n",
+                 microseconds(usage.ru_utime) + microseconds(usage.ru_stime), wall, usage.ru_maxrss,
+                 usage.ru_nvcsw);
     if (std::fclose(results) != 0) {
         return failed(arguments[1]);
     }

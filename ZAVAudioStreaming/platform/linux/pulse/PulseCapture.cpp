@@ -15,6 +15,7 @@ constexpr pa_usec_t kFinishingTime = PA_USEC_PER_SEC;
 
 OSStatus PulseCapture::open(const AudioStreamBasicDescription& format) {
     const std::optional<PulseFormat> captured = pulseFormat(format);
+    // Without a clock: frames are counted as they come.
     return captured ? PulseStream::open(*captured, PA_STREAM_RECORD, PA_STREAM_NOFLAGS)
                     : kAudioFormatUnsupportedDataFormatError;
 }

@@ -32,7 +32,10 @@ OSStatus PulsePlayback::open(const AudioStreamBasicDescription& format) {
         written->spec.format = PA_SAMPLE_S16NE;
         written->silence = {};
     }
-    return PulseStream::open(*written, PA_STREAM_PLAYBACK, PA_STREAM_START_CORKED);
+    // A clock between the server's words, which are asked for regularly, to tell positions by.
+    constexpr auto kFlags = static_cast<pa_stream_flags_t>(
+        PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_START_CORKED);
+    return PulseStream::open(*written, PA_STREAM_PLAYBACK, kFlags);
 }
 
 void PulsePlayback::opened() {

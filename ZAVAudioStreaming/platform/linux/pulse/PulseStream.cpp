@@ -47,9 +47,7 @@ OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t dire
     pa_stream_set_moved_callback(stream(), onWord, this);
     pa_stream_set_suspended_callback(stream(), onWord, this);
     const pa_buffer_attr sizes = bufferSizes(format_.spec);
-    const auto flags =
-        static_cast<pa_stream_flags_t>(PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE |
-                                       PA_STREAM_ADJUST_LATENCY | moreFlags);
+    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | moreFlags);
     // Without a device's name: the server's default, or what the user's settings name.
     const int result =
         direction == PA_STREAM_PLAYBACK

@@ -13,9 +13,9 @@
 namespace zav {
 
 /// What playing and capturing have in common: a stream on a connection of its own, opened within a
-/// bound, and the watch over its server. The server says something at least every 1.5 s, since
-/// libpulse asks it for the stream's timing; when nothing has come for two seconds it is asked once
-/// more, and after two more it counts as gone.
+/// bound, and the watch over its server. The server says something all the time, with what it has
+/// captured, or since libpulse asks it for the timing of what plays; when nothing has come for two
+/// seconds it is asked for that once more, and after two more it counts as gone.
 ///
 /// Threads: `open` without the lock, the rest with it; a derived class closes in its destructor.
 class PulseStream {
