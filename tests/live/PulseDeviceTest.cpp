@@ -56,7 +56,7 @@ class PulseDevice : public testing::TestWithParam<const char*> {
 
 TEST_P(PulseDevice, playsEveryFrameOnceAcrossPausesAndStarvation) {
     constexpr std::uint64_t kFrames = 40'000;
-    const SpeakerRecorder recorder;
+    SpeakerRecorder recorder;
     RampClient client(10'001);
     {
         const auto stream = openPlayback(client);
@@ -96,13 +96,13 @@ TEST_P(PulseDevice, playsEveryFrameOnceAcrossPausesAndStarvation) {
         stream->drain();
         EXPECT_TRUE(waitFor([&] { return client.said == kFrames; })) << client.said;
     }
-    EXPECT_EQ(recorder.waitForSamples(kFrames), ramp(kFrames));
+    EXPECT_EQ(recorder.waitForSamples(2 * kFrames), rampSamples(2 * kFrames));
     EXPECT_TRUE(client.isInOrder);
     EXPECT_FALSE(client.isGone);
 }
 
 TEST_P(PulseDevice, playsTheShortestStreamsToTheEnd) {
-    const SpeakerRecorder recorder;
+    SpeakerRecorder recorder;
     std::vector<std::int16_t> expected;
     for (const bool isDrained : {true, false}) {
         for (const std::uint64_t frames : {1U, 100U, 4'000U}) {
@@ -113,7 +113,7 @@ TEST_P(PulseDevice, playsTheShortestStreamsToTheEnd) {
                 stream->drain();
             }
             EXPECT_TRUE(waitFor([&] { return client.said == frames; })) << client.said;
-            const auto samples = ramp(frames);
+            const auto samples = rampSamples(2 * frames);
             expected.insert(expected.end(), samples.begin(), samples.end());
         }
     }
@@ -121,7 +121,7 @@ TEST_P(PulseDevice, playsTheShortestStreamsToTheEnd) {
 }
 
 TEST_P(PulseDevice, goesOnAfterADrainThatWasCalledOff) {
-    const SpeakerRecorder recorder;
+    SpeakerRecorder recorder;
     RampClient client(1'000);
     const auto stream = openPlayback(client);
     EXPECT_EQ(stream->start(), noErr);
@@ -136,7 +136,7 @@ TEST_P(PulseDevice, goesOnAfterADrainThatWasCalledOff) {
     client.available = 17'000;
     stream->audioAdded();
     EXPECT_TRUE(waitFor([&] { return client.said == 17'000; })) << client.said;
-    EXPECT_EQ(recorder.waitForSamples(17'000), ramp(17'000));
+    EXPECT_EQ(recorder.waitForSamples(34'000), rampSamples(34'000));
     EXPECT_TRUE(client.isInOrder);
 }
 
@@ -235,8 +235,9 @@ TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
         {companded(kAudioFormatALaw), {0xB5}},
     };
     constexpr std::size_t kFrames = 2'400;
-    const SpeakerRecorder recorder;
-    std::size_t heardFrames = 0;
+    SpeakerRecorder recorder;
+    constexpr std::size_t kSamples = 2 * kFrames;  // in both channels
+    std::size_t heardCount = 0;
     for (const Case& one : cases) {
         RepeatingClient client(one.sample, one.sample.size(), kFrames);
         std::unique_ptr<PlaybackStream> stream;
@@ -245,13 +246,13 @@ TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
         EXPECT_EQ(stream->start(), noErr);
         // It runs dry, and what is heard then is silence.
         EXPECT_TRUE(waitFor([&] { return client.said == kFrames; })) << client.said;
-        const auto heard = recorder.waitForSamples(heardFrames + kFrames);
-        ASSERT_EQ(heard.size(), heardFrames + kFrames);
-        for (std::size_t i = heardFrames; i < heardFrames + kFrames; ++i) {
+        const auto heard = recorder.waitForSamples(heardCount + kSamples);
+        ASSERT_EQ(heard.size(), heardCount + kSamples);
+        for (std::size_t i = heardCount; i < heardCount + kSamples; ++i) {
             ASSERT_NEAR(heard[i], 0x2000, 0x100)
                 << one.format.mBitsPerChannel << " " << one.format.mFormatFlags << " at " << i;
         }
-        heardFrames += kFrames;
+        heardCount += kSamples;
     }
     for (const auto& format : {pcmFormat(8000, 8), pcmFormat(192000, 3), pcmFormat(44100, 7)}) {
         RampClient player;
@@ -279,7 +280,7 @@ TEST_P(PulseDevice, playsSamplesOf8BitsAsSoxDoes) {
     }
     const TemporaryFolder folder;
     writeFile(folder / "bytes", std::as_bytes(std::span(bytes)));
-    const SpeakerRecorder recorder;
+    SpeakerRecorder recorder;
     std::vector<std::int16_t> expected;
     for (const auto& [format, encoding] : {std::pair(pcmFormat(48000, 1, 8, 0), "unsigned-integer"),
                                            std::pair(companded(kAudioFormatALaw), "a-law"),
@@ -291,7 +292,7 @@ TEST_P(PulseDevice, playsSamplesOf8BitsAsSoxDoes) {
             std::int16_t sample = 0;
             std::memcpy(&sample, &converted[i], sizeof(sample));
             if (sample != 0) {
-                expected.push_back(sample);
+                expected.insert(expected.end(), {sample, sample});
             }
         }
         RepeatingClient client(bytes, 1, bytes.size());
@@ -301,7 +302,7 @@ TEST_P(PulseDevice, playsSamplesOf8BitsAsSoxDoes) {
         stream->drain();
         EXPECT_TRUE(waitFor([&] { return client.said == bytes.size(); }));
     }
-    EXPECT_GT(expected.size(), 3U * 253);
+    EXPECT_GT(expected.size(), 2U * 3 * 253);
     EXPECT_EQ(recorder.waitForSamples(expected.size()), expected);
 }
 
@@ -309,7 +310,7 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
     constexpr std::size_t kSamples = 30'000;
     const TemporaryFolder folder;
     {
-        const auto samples = ramp(kSamples);
+        const auto samples = rampSamples(kSamples);
         writeFile(folder / "ramp.raw", std::as_bytes(std::span(samples)));
     }
     CollectingClient client(2 * kSamples);
@@ -325,7 +326,7 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
         stream->roomAdded();
         return client.keptCount >= kSamples;
     }));
-    EXPECT_EQ(client.samples(), ramp(kSamples));
+    EXPECT_EQ(client.samples(), rampSamples(kSamples));
 
     client.room = 1'000'000'000;
     stream->finish();

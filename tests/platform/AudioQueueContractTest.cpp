@@ -16,6 +16,7 @@
 #include "tests/support/AudioWorld.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/Ramp.hpp"
 #include "tests/support/Worlds.hpp"
 
 namespace zav::test {
