@@ -33,25 +33,8 @@ is_heard() {
     sox -D "${raw[@]}" "$1" left.wav silence 1 0.01 0.2%
     sox -D "${raw[@]}" "$2" right.wav silence 1 0.01 0.2% pad 0.5
     sox -M left.wav right.wav compared.wav
-    "$EXAMPLES/compare_channels" compared.wav >likeness.txt 2>&1
-    awk -v limit="$3" '/^likeness/ { found = $2 >= limit } END { exit !found }' likeness.txt
-}
-
-# PipeWire without the rights of a real-time process leaves out whole blocks when the machine is
-# busy, of paplay's audio and for parec, too.
-tries=1
-[ "$1" != pipewire ] || tries=6
-
-# in_some_try COMMAND...: passes, with more tries where the server is to blame.
-in_some_try() {
-    local try
-    for ((try = 0; try < tries; ++try)); do
-        if "$@"; then
-            checks=$((checks + 1))
-            return 0
-        fi
-    done
-    fail "$* $(cat likeness.txt 2>>"$log" || true)"
+    "$EXAMPLES/compare_channels" compared.wav >why.txt 2>&1
+    awk -v limit="$3" '/^likeness/ { found = $2 >= limit } END { exit !found }' why.txt
 }
 
 grows_by() { # FILE SIZE BYTES
@@ -149,7 +132,7 @@ records_all_types() {
             flac | caf | au) is_spoken said.raw ;;
             *) is_heard speech.raw said.raw 95 ;;
         esac || {
-            echo "said.$type" >>likeness.txt
+            echo "said.$type" >>why.txt
             return 1
         }
     done
