@@ -15,7 +15,9 @@ namespace {
 
 class LiveWorld : public AudioWorld {
  public:
-    explicit LiveWorld(const std::string& kind) : server_(kind) { hearing_.emplace(); }
+    explicit LiveWorld(const std::string& kind) : server_(kind, {"--no-shared-memory"}) {
+        hearing_.emplace();
+    }
 
     bool until(const std::function<bool()>& isDone) override { return waitFor(isDone); }
     void pass(double seconds) override {
