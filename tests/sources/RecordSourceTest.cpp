@@ -13,7 +13,7 @@
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
 #include "tests/support/TestAudio.hpp"
-#include "tests/support/WaitLimit.hpp"
+#include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
 namespace {

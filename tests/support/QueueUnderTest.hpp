@@ -16,7 +16,7 @@
 namespace zav::test {
 
 /// A queue and what its callback was told. The queue ends with this object, unless it was disposed
-/// of before.
+/// of before. No call may take long, whatever has become of the device: the test fails otherwise.
 class QueueUnderTest {
  public:
     struct Return {
@@ -30,9 +30,9 @@ class QueueUnderTest {
     ~QueueUnderTest();
 
     AudioQueueRef get() const { return queue_; }
-    OSStatus start() { return AudioQueueStart(queue_, nullptr); }
-    OSStatus stop(bool isImmediate) { return AudioQueueStop(queue_, isImmediate); }
-    OSStatus pause() { return AudioQueuePause(queue_); }
+    OSStatus start();
+    OSStatus stop(bool isImmediate);
+    OSStatus pause();
     void dispose(bool isImmediate = true);
 
     bool isRunning() const { return isRunning(queue_); }

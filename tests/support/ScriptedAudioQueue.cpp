@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tests/support/WaitLimit.hpp"
+#include "tests/support/WaitFor.hpp"
 
 namespace zav {
 
