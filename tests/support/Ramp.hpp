@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace zav::test {
@@ -17,6 +19,30 @@ inline std::vector<std::int16_t> rampSamples(std::size_t count, std::size_t firs
         samples[i] = rampSample(first + i);
     }
     return samples;
+}
+
+/// How samples differ from the ramp's first ones: empty when they are these, or where the ramp has
+/// holes.
+inline std::string differenceFromRamp(const std::vector<std::int16_t>& samples, std::size_t count) {
+    const std::vector<std::int16_t> ramp = rampSamples(count);
+    if (samples == ramp) {
+        return "";
+    }
+    std::string difference =
+        std::to_string(samples.size()) + " samples of " + std::to_string(count) + ", missing";
+    auto wanted = ramp.begin();
+    for (const std::int16_t sample : samples) {
+        const auto found = std::find(wanted, ramp.end(), sample);
+        if (found == ramp.end()) {
+            return difference + "; one that is not the ramp's, or comes again";
+        }
+        if (found != wanted) {
+            difference += " " + std::to_string(wanted - ramp.begin()) + " to " +
+                          std::to_string(found - ramp.begin());
+        }
+        wanted = found + 1;
+    }
+    return difference + " " + std::to_string(wanted - ramp.begin()) + " to the end";
 }
 
 }  // namespace zav::test
