@@ -52,6 +52,7 @@ QueueUnderTest::~QueueUnderTest() {
     while (running_ > 0) {
         std::this_thread::yield();
     }
+    EXPECT_FALSE(wasConcurrent_);
 }
 
 void QueueUnderTest::dispose(bool isImmediate) {

@@ -16,7 +16,7 @@
 namespace zav::test {
 
 /// A queue and what its callback was told. The queue ends with this object, unless it was disposed
-/// of before.
+/// of before, and fails the test if two of its callbacks ever ran at the same time.
 class QueueUnderTest {
  public:
     struct Return {
@@ -47,7 +47,6 @@ class QueueUnderTest {
     void forget();
     /// Whether no callback is under way.
     bool isIdle() const;
-    bool wasEverConcurrent() const { return wasConcurrent_; }
 
     /// Called in every callback, after the return was noted.
     std::function<void(AudioQueueBufferRef)> onReturn;
