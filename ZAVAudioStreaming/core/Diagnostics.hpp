@@ -7,7 +7,8 @@
 namespace zav {
 
 /// Receives one diagnostics line of the library, without its line feed; it lives only during the
-/// call. Called on whatever thread met the event, possibly on several at once.
+/// call. Called on whatever thread met the event, possibly on several at once, and in the middle of
+/// a node's call: it must not call the library, nor wait for a thread that may be in it.
 using DiagnosticsHandler = void (*)(std::string_view line);
 
 /// Installs where the library's diagnostics lines go and returns the receiver before it. Null, the

@@ -32,8 +32,9 @@
 /// 7. When the device goes away (the sound server dies or stops answering) the queue stops by
 ///    itself: it is not running, all buffers come back, and a later start opens the device again.
 ///
-/// The device is opened when a queue is started, and closed when it stops: the sound server's
-/// default sink and source, unless the user's own settings name others.
+/// The device is opened when a queue is started, and closed when it stops; a paused input queue has
+/// none. It is the sound server's default sink and source, unless the user's own settings name
+/// others.
 ///
 /// Formats: linear PCM of 8, 16, 24 and 32 bits, signed and unsigned, and floats of 32 and 64 bits,
 /// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and 8 to 192 kHz. A
@@ -165,8 +166,8 @@ using AudioQueueOutputCallbackBlock =
     const AudioStreamPacketDescription* inPacketDescs);
 
 /// Starts a queue, or goes on after a pause, at once: `inStartTime` is null. Opens the device
-/// unless the queue only paused. A start during an asynchronous stop calls that off. Starting a
-/// queue that runs and is not paused changes nothing.
+/// unless an output queue only paused. A start during an asynchronous stop calls that off. Starting
+/// a queue that runs and is not paused changes nothing.
 ///
 /// Errors: -66680 no sound server or no device on it, -66681 the server does not answer or refuses,
 /// -66682 a start time, -66685 the queue is being disposed of. The queue is as it was.
@@ -176,7 +177,8 @@ using AudioQueueOutputCallbackBlock =
 /// Pauses a queue, at once. It keeps its buffers and what is in them; audio that sounds while an
 /// input queue is paused is not captured. A queue that does not run, or is paused, stays as it is.
 ///
-/// Errors: -66681 the server does not answer, -66685 the queue is being disposed of.
+/// Errors: -66680 the device has just gone away, and the queue is about to stop; -66685 the queue
+/// is being disposed of.
 ZAV_EXPORT OSStatus AudioQueuePause(AudioQueueRef inAQ);
 
 /// Stops a queue and gives its buffers back.

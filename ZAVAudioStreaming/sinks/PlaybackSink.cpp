@@ -176,7 +176,7 @@ void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint
     bool hasEnqueued = false;
     while (!input.empty()) {
         const std::uint32_t bufferSize = queueBufferSize();
-        std::unique_lock lock(mutex_);
+        const std::lock_guard events(events_);
         AudioQueueBuffer& buffer = bufferToFill(bufferSize);
         const std::size_t room = buffer.mAudioDataBytesCapacity - buffer.mAudioDataByteSize;
         const auto taken = input.first(std::min(input.size(), room));
@@ -196,9 +196,8 @@ void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint
             noErr) {
             return;
         }
-        idleBuffers_.erase(idleBuffers_.begin());
+        dropFirstIdle();
         hasEnqueued = true;
-        lock.unlock();
         printDiagnostics("[Playback] did enqueue " + std::to_string(filledSize) +
                          " bytes for playback");
     }
@@ -207,13 +206,14 @@ void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint
     }
 }
 
-/// The first idle buffer, a new one when there is none. Under the lock.
+/// The first idle buffer, a new one when there is none. In an event.
 AudioQueueBuffer& PlaybackSink::bufferToFill(std::uint32_t sizeInBytes) {
     if (idleBuffers_.empty()) {
         AudioQueueBufferRef buffer = nullptr;
         if (AudioQueueAllocateBuffer(queue_.get(), sizeInBytes, &buffer) != noErr) {
             fatalError("Can not allocate buffer");
         }
+        const std::lock_guard lock(mutex_);
         stopWithoutMemory([&] {
             allocatedBuffers_.push_back(buffer);
             idleBuffers_.reserve(allocatedBuffers_.size());  // the callback takes no memory
@@ -223,20 +223,34 @@ AudioQueueBuffer& PlaybackSink::bufferToFill(std::uint32_t sizeInBytes) {
     return *idleBuffers_.front();
 }
 
+/// The buffer is with the queue now. In an event.
+void PlaybackSink::dropFirstIdle() {
+    const std::lock_guard lock(mutex_);
+    idleBuffers_.erase(idleBuffers_.begin());
+}
+
+void PlaybackSink::setPaused(bool paused) {
+    const std::lock_guard lock(mutex_);
+    paused_ = paused;
+}
+
 /// Resumes what the sink has paused, or starts what has been scheduled.
 void PlaybackSink::startWhenDue() {
     const AudioStreamBasicDescription format = inDataFormat();
-    std::unique_lock lock(mutex_);
+    const std::lock_guard events(events_);
     if (paused_) {
         // All that was enqueued may have been played since, and the pause be newer than that.
         if (enqueuedBufferCount() == 0) {
             return;
         }
         static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
-        paused_ = false;
-        lock.unlock();
         printDiagnostics("Resume playing");
-    } else if (delayPlaySchedule_) {
+        setPaused(false);
+        return;
+    }
+    // A stop comes before or after the start, not in between.
+    const std::lock_guard lock(mutex_);
+    if (delayPlaySchedule_) {
         const std::uint32_t bytesPerSecond = checkedMultiply(
             checkedTruncate<std::uint32_t>(format.mSampleRate), format.mBytesPerFrame);
         if (*delayPlaySchedule_ * bytesPerSecond <= enqueuedByteCount()) {
@@ -247,7 +261,7 @@ void PlaybackSink::startWhenDue() {
     }
 }
 
-/// Bytes of all buffers that are with the queue. Under the lock.
+/// Bytes of all buffers that are with the queue. In an event.
 std::uint32_t PlaybackSink::enqueuedByteCount() const {
     std::uint64_t byteCount = 0;
     for (const AudioQueueBuffer* const buffer : allocatedBuffers_) {
@@ -259,26 +273,26 @@ std::uint32_t PlaybackSink::enqueuedByteCount() const {
 }
 
 void PlaybackSink::takeBack(AudioQueueBuffer& buffer) {
-    std::optional<OSStatus> pauseStatus;
     std::shared_ptr<const std::function<void()>> handler;
     {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard events(events_);
         buffer.mAudioDataByteSize = 0;
-        idleBuffers_.push_back(&buffer);
+        {
+            const std::lock_guard lock(mutex_);
+            idleBuffers_.push_back(&buffer);
+            handler = audioDataAcquireHandler_;
+        }
         if (!isPlaying()) {
             return;
         }
         if (enqueuedBufferCount() == 0) {
-            pauseStatus = AudioQueuePause(queue_.get());
-            paused_ = true;
+            printDiagnostics(
+                "Enqueued audio bytes are exhausted, pause playing and resume when more audio "
+                "bytes are available.");
+            const OSStatus status = AudioQueuePause(queue_.get());
+            printDiagnostics("Pause Audio Queue result: " + std::to_string(status));
+            setPaused(true);
         }
-        handler = audioDataAcquireHandler_;
-    }
-    if (pauseStatus) {
-        printDiagnostics(
-            "Enqueued audio bytes are exhausted, pause playing and resume when more audio "
-            "bytes are available.");
-        printDiagnostics("Pause Audio Queue result: " + std::to_string(*pauseStatus));
     }
     if (handler) {
         try {
@@ -293,18 +307,14 @@ void PlaybackSink::onAudioStreamFlowEnd() {
     if (queue_ == nullptr) {
         return;
     }
+    const std::lock_guard events(events_);
     printDiagnostics("Stream ended");
-    if (enqueueRest()) {
-        printDiagnostics("Resume playing the last remained bytes");
-    }
+    enqueueRest();
     if (isPlaying() || !delayPlaySchedule()) {
         printDiagnostics("Stop when the enqueued audio bytes exhaused.");
     } else {
-        {
-            const std::lock_guard lock(mutex_);
-            if (enqueuedBufferCount() == 0) {
-                return;
-            }
+        if (enqueuedBufferCount() == 0) {
+            return;
         }
         printDiagnostics("Start playing due to audio stream end");
         static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
@@ -312,21 +322,19 @@ void PlaybackSink::onAudioStreamFlowEnd() {
     AudioQueueStop(queue_.get(), false);
 }
 
-/// Gives the queue the buffer that is partly filled, and lets a paused queue go on with it; returns
-/// whether it did that. `paused_` stays as it is: the next flow starts the queue again.
-bool PlaybackSink::enqueueRest() {
-    const std::lock_guard lock(mutex_);
+/// Gives the queue the buffer that is partly filled, and lets a paused queue go on with it.
+/// `paused_` stays as it is: the next flow starts the queue again. In an event.
+void PlaybackSink::enqueueRest() {
     if (idleBuffers_.empty() || idleBuffers_.front()->mAudioDataByteSize == 0) {
-        return false;
+        return;
     }
     // Best effort: a buffer that the queue refuses is lost with its audio.
     static_cast<void>(AudioQueueEnqueueBuffer(queue_.get(), idleBuffers_.front(), 0, nullptr));
-    idleBuffers_.erase(idleBuffers_.begin());
-    if (!paused_) {
-        return false;
+    dropFirstIdle();
+    if (paused_) {
+        printDiagnostics("Resume playing the last remained bytes");
+        static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
     }
-    static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
-    return true;
 }
 
 }  // namespace zav

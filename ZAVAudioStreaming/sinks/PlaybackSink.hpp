@@ -112,7 +112,9 @@ class ZAV_EXPORT PlaybackSink : public AudioStreamInputable {
     void takeBack(AudioQueueBuffer& buffer);
     AudioQueueBuffer& bufferToFill(std::uint32_t sizeInBytes);
     void startWhenDue();
-    bool enqueueRest();
+    void enqueueRest();
+    void dropFirstIdle();
+    void setPaused(bool paused);
     std::size_t enqueuedBufferCount() const {
         return allocatedBuffers_.size() - idleBuffers_.size();
     }
@@ -120,15 +122,19 @@ class ZAV_EXPORT PlaybackSink : public AudioStreamInputable {
 
     UpstreamLink upstream_;
 
-    /// For what follows. What is decided on it is done under it, so that the queue is never paused
-    /// with audio in it: the queue's functions call nobody back. Applications are called without.
+    /// One event at a time: what is decided on the buffers, what the queue is told then, and the
+    /// lines about it, so that these come in the order of the events and the queue is never paused
+    /// with audio in it. The queue's functions call nobody back.
+    std::mutex events_;
+    /// For what follows; no line is printed under it. Taken after `events_`.
     mutable std::mutex mutex_;
-    bool paused_ = false;
     std::optional<std::uint32_t> queueBufferSize_;
     std::shared_ptr<const std::function<void()>> audioDataAcquireHandler_;
+    std::optional<double> delayPlaySchedule_;
+    // These change under both locks, and are read under either.
+    bool paused_ = false;
     std::vector<AudioQueueBufferRef> allocatedBuffers_;
     std::vector<AudioQueueBufferRef> idleBuffers_;
-    std::optional<double> delayPlaySchedule_;
 
     OwnedAudioQueue queue_;  // last, so that no callback finds the rest gone
 };

@@ -21,22 +21,6 @@ constexpr SourcePosition kIsRecordingPosition{"RecordSource", 174};
 constexpr SourcePosition kTimeStampPosition{"RecordSource", 184};
 constexpr SourcePosition kMagicCookiePosition{"RecordSource", 195};
 
-/// Sets a flag as long as it lives, and wakes who waits for the end of that.
-class WhileSet {
- public:
-    explicit WhileSet(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
-    ~WhileSet() {
-        flag_ = false;
-        flag_.notify_all();
-    }
-
-    WhileSet(const WhileSet&) = delete;
-    WhileSet& operator=(const WhileSet&) = delete;
-
- private:
-    std::atomic<bool>& flag_;
-};
-
 }  // namespace
 
 RecordSource::RecordSource(NodeKey, const AudioStreamBasicDescription& dataFormat)
@@ -72,9 +56,10 @@ void RecordSource::onMade(NodeKey, std::weak_ptr<RecordSource> self) {
 }
 
 void RecordSource::record() {
+    const auto self = self_.lock();  // a target may drop the last other reference
     printDiagnostics("Start recording");
     // The first buffer may come back before the targets know that the flow starts.
-    const WhileSet starting(isStarting_);
+    const std::lock_guard lock(targetsMutex_);
     if (const OSStatus status = AudioQueueStart(queue_.get(), nullptr); status != noErr) {
         throw AudioQueueError::failure(status);
     }
@@ -82,6 +67,7 @@ void RecordSource::record() {
 }
 
 void RecordSource::stop(std::function<void()> completion) {
+    const auto self = self_.lock();  // a target or a completion may drop the last other reference
     printDiagnostics("Stop recording");
     if (const OSStatus status = AudioQueueStop(queue_.get(), true); status != noErr) {
         throw AudioQueueError::failure(status);
@@ -152,7 +138,6 @@ void RecordSource::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQueueB
     // A target or a completion may drop the last other reference. Nobody owns a source that is
     // being destroyed: the end of its queue waits for this call.
     if (const auto self = static_cast<RecordSource*>(userData)->self_.lock()) {
-        self->isStarting_.wait(true);
         self->takeBuffer(*buffer, packetCount, packetDescriptions);
     }
 }
@@ -162,6 +147,7 @@ void RecordSource::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCoun
     if (const std::uint32_t size = buffer.mAudioDataByteSize; size != 0) {
         const std::uint32_t packetNum =
             packetCount != 0 ? packetCount : checkedDivide(size, outDataFormat_.mBytesPerPacket);
+        const std::lock_guard lock(targetsMutex_);
         downstreams_.receiveAudio(buffer.mAudioData, size, packetNum, packetDescriptions);
     }
     ++idleQueueBufferCount_;
@@ -181,7 +167,10 @@ void RecordSource::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCoun
 
 void RecordSource::endFlow() {
     printDiagnostics("[RecordSource] recording is stopped");
-    downstreams_.onAudioStreamFlowEnd();
+    {
+        const std::lock_guard lock(targetsMutex_);
+        downstreams_.onAudioStreamFlowEnd();
+    }
     std::function<void()> completion;
     {
         const std::lock_guard lock(mutex_);

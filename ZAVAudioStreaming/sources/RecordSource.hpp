@@ -29,11 +29,12 @@ namespace zav {
 /// Behind an encoder these chunks are no whole number of codec frames: see `FrameAligner`.
 ///
 /// Threads: flow start comes on the thread that calls `record`, everything else to the targets on
-/// the queue's own thread, never two calls at once. Targets are added before `record`, or by a
+/// the queue's own thread, never two calls at once: `record` waits for one that is under way, and
+/// holds the others back. Targets are added before `record`, or by a
 /// target that is being called. All else may be called from any thread, also by targets and
 /// completions; the application calls `record` and `stop` one at a time. The last reference to the
-/// source may be dropped anywhere, also in a completion. Targets throw nothing out of the calls on
-/// the queue's thread.
+/// source may be dropped anywhere, also by a target or a completion. Targets throw nothing out of
+/// the calls on the queue's thread.
 class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
  public:
     /// Makes the queue and its buffers, and captures nothing yet.
@@ -93,7 +94,9 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     StreamTargets downstreams_;
     std::weak_ptr<RecordSource> self_;
     std::atomic<std::uint64_t> idleQueueBufferCount_ = 0;
-    std::atomic<bool> isStarting_ = false;  ///< flow start is on its way
+    /// The targets are called under it: one call after the other, and none between the queue's
+    /// start and the flow's. Recursive, because a target may call `record`.
+    std::recursive_mutex targetsMutex_;
 
     std::mutex mutex_;  ///< for what follows; nothing is called under it
     std::function<void()> stopCompletionHandler_;

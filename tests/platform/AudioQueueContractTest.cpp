@@ -92,7 +92,6 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     EXPECT_FALSE(queue.returns().back().isQueueRunning);
     EXPECT_EQ(queue.currentFrame(), kRate / 2);
     EXPECT_EQ(queue.interruptionCount(), 0U);
-    EXPECT_FALSE(queue.wasEverConcurrent());
 }
 
 TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
@@ -595,7 +594,8 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
         output.forget();
         input.forget();
     };
-    for (int i = 0; i < 10; ++i) {
+    // Until allocators and pools have what they need.
+    for (int i = 0; i < ZAV_TEST_CYCLES / 4; ++i) {
         startAndStop();
         makeAndDrop();
     }
@@ -615,7 +615,9 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
     EXPECT_TRUE(until([&] { return threadCount() <= threadsBefore; }));
     EXPECT_TRUE(until(hasNoMoreOpen)) << ::testing::PrintToString(descriptorsBefore) << " became "
                                       << ::testing::PrintToString(openDescriptors());
-    EXPECT_LT(mallinfo2().uordblks, byteCount + 200000);  // 50 bytes for each stream
+    // In a thousand cycles allocators and libpulse's pools take up to 10 kB more. The smallest
+    // block that could be left behind takes 32 bytes a cycle.
+    EXPECT_LT(mallinfo2().uordblks, byteCount + 24000);
 }
 
 INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldKinds()),

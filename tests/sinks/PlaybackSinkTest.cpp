@@ -316,6 +316,47 @@ TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
     EXPECT_EQ(scriptedQueue().count("pause"), 0U);
 }
 
+TEST_F(PlaybackSinkTest, tellsWhatItDoesWhenItDoesIt) {
+    Lines events;
+    const auto takeLines = [&] {
+        for (std::string& line : lines_.take()) {
+            events.push_back(std::move(line));
+        }
+    };
+    scriptedQueue().onCall = [&](const std::string& call) {
+        takeLines();
+        if (call != "get aqrn" && call != "get xops" && call != "allocate") {
+            events.push_back(call);
+        }
+    };
+    sink_->play();
+    push(kBufferSize);
+    scriptedQueue().handBack();
+    push(kBufferSize + 100);
+    scriptedQueue().handBack();
+    endFlow();
+    const Lines expected = {"start",
+                            "enqueue",
+                            didEnqueue(kBufferSize),
+                            kExhausted,
+                            "pause",
+                            kPaused,
+                            "enqueue",
+                            didEnqueue(kBufferSize),
+                            "start",
+                            "Resume playing",
+                            kExhausted,
+                            "pause",
+                            kPaused,
+                            "Stream ended",
+                            "enqueue",
+                            "Resume playing the last remained bytes",
+                            "start",
+                            kStopping,
+                            "stop when played"};
+    EXPECT_EQ(events, expected);
+}
+
 TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
     auto& queue = scriptedQueue();
     sink_->onAudioStreamFlowStart();
@@ -439,7 +480,7 @@ TEST_F(PlaybackSinkTest, ignoresBuffersWhileItIsDestroyed) {
 }
 
 // The pause of a queue that has run dry, decided on the callback's thread, against the next buffers
-// of the pushing thread: nothing may stay in a paused queue.
+// of the pushing thread: nothing may stay in a paused queue, and the lines tell which came first.
 TEST_F(PlaybackSinkTest, losesNoAudioHoweverPausesMeetPushes) {
     for (std::uint32_t round = 0; round < 100; ++round) {
         make();
@@ -470,6 +511,15 @@ TEST_F(PlaybackSinkTest, losesNoAudioHoweverPausesMeetPushes) {
         ASSERT_TRUE(scriptedQueue().played == pushed_) << "round " << round;
         EXPECT_FALSE(sink_->isPlaying());
         EXPECT_EQ(sink_->idleBufferCount(), sink_->allocatedBufferCount());
+
+        Lines lines = lines_.take();
+        std::erase_if(lines, [](const std::string& line) {
+            return line != kExhausted && line != kPaused && !line.starts_with("Resume playing");
+        });
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            const std::string expected[] = {kExhausted, kPaused, "Resume playing"};
+            ASSERT_TRUE(lines[i].starts_with(expected[i % 3])) << "round " << round << ": " << i;
+        }
     }
 }
 

@@ -283,6 +283,29 @@ TEST_F(RecordSourceTest, mayBeDroppedByItsOwnCompletion) {
     EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
 }
 
+TEST_F(RecordSourceTest, mayBeDroppedByATarget) {
+    for (const std::string call : {"start", "audio", "end"}) {
+        make();
+        const std::weak_ptr<RecordSource> watch = source_;
+        target_->onCall = [&](const std::string& made) {
+            if (made == call) {
+                source_.reset();
+                EXPECT_FALSE(watch.expired()) << call;
+            }
+        };
+        source_->record();
+        if (call != "start") {
+            scriptedQueue().capture(testBytes(100));
+        }
+        if (call == "end") {
+            scriptedQueue().isRunning = false;
+            scriptedQueue().handBackAll();
+        }
+        EXPECT_TRUE(watch.expired()) << call;
+        EXPECT_EQ(scriptedQueue().calls.back(), "dispose") << call;
+    }
+}
+
 TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
     make();
     source_->record();
@@ -319,6 +342,37 @@ TEST_F(RecordSourceTest, holdsTheFirstBufferUntilTheFlowHasStarted) {
     device.join();
     scriptedQueue().onCall = nullptr;
     EXPECT_EQ(events_, (Calls{"start begins", "start ends", "audio begins", "audio ends"}));
+}
+
+// A second `record` has the targets called on its thread while the queue's thread calls them.
+TEST_F(RecordSourceTest, makesOneCallAtATime) {
+    make();
+    bool isInCall = false;
+    std::size_t startCount = 0;
+    bool ranIntoEachOther = false;
+    target_->onCall = [&](const std::string& call) {
+        ranIntoEachOther = ranIntoEachOther || isInCall;
+        isInCall = true;
+        if (call == "start") {
+            ++startCount;
+        }
+        std::this_thread::yield();
+        isInCall = false;
+    };
+    source_->record();
+    std::thread device([] {
+        while (scriptedQueue().waitForBuffer()) {
+            scriptedQueue().capture(testBytes(100));
+        }
+    });
+    for (int i = 0; i < 1000; ++i) {
+        source_->record();
+    }
+    source_->stop();
+    scriptedQueue().endDevice();
+    device.join();
+    EXPECT_EQ(startCount, 1001U);
+    EXPECT_FALSE(ranIntoEachOther);
 }
 
 TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {

@@ -65,6 +65,7 @@ QueueUnderTest::~QueueUnderTest() {
     while (running_ > 0) {
         std::this_thread::yield();
     }
+    EXPECT_FALSE(wasConcurrent_);
 }
 
 OSStatus QueueUnderTest::start() {

@@ -16,7 +16,8 @@
 namespace zav::test {
 
 /// A queue and what its callback was told. The queue ends with this object, unless it was disposed
-/// of before. No call may take long, whatever has become of the device: the test fails otherwise.
+/// of before. No call may take long, whatever has become of the device, and no two of its callbacks
+/// may run at the same time: the test fails otherwise.
 class QueueUnderTest {
  public:
     struct Return {
@@ -47,7 +48,6 @@ class QueueUnderTest {
     void forget();
     /// Whether no callback is under way.
     bool isIdle() const;
-    bool wasEverConcurrent() const { return wasConcurrent_; }
 
     /// Called in every callback, after the return was noted.
     std::function<void(AudioQueueBufferRef)> onReturn;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "tests/support/WaitFor.hpp"
@@ -103,6 +104,23 @@ AudioQueueBufferRef take(std::size_t index) {
     return buffer;
 }
 
+/// Marks this thread as the one of a callback that begins now. With the queue's lock.
+class InCallback {
+ public:
+    InCallback() : outer_(current->callback) {
+        current->callback = {std::this_thread::get_id(), current->stopCount};
+    }
+    ~InCallback() {
+        const std::lock_guard lock(current->mutex);
+        current->callback = outer_;
+    }
+    InCallback(const InCallback&) = delete;
+    InCallback& operator=(const InCallback&) = delete;
+
+ private:
+    const ScriptedAudioQueue::Callback outer_;
+};
+
 }  // namespace
 
 std::size_t ScriptedAudioQueue::count(const std::string& call) const {
@@ -113,6 +131,7 @@ void ScriptedAudioQueue::handBack(std::size_t index) {
     std::unique_lock lock(mutex);
     const bool isPlayed = isRunning && !isPaused && returningCount == 0;
     const AudioQueueBufferRef buffer = take(index);
+    const InCallback inCallback;
     if (inputCallback != nullptr) {
         buffer->mAudioDataByteSize = 0;
         lock.unlock();
@@ -124,9 +143,9 @@ void ScriptedAudioQueue::handBack(std::size_t index) {
         const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
         played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
     }
-    const auto callback = outputCallback;  // survives a queue that is disposed of inside it
+    const auto block = outputCallback;  // survives a queue that is disposed of inside it
     lock.unlock();
-    callback(&theQueue, buffer);
+    block(&theQueue, buffer);
 }
 
 void ScriptedAudioQueue::handBackAll() {
@@ -139,6 +158,7 @@ void ScriptedAudioQueue::capture(std::span<const std::byte> bytes,
                                  std::span<const AudioStreamPacketDescription> descriptions) {
     std::unique_lock lock(mutex);
     const AudioQueueBufferRef buffer = take(0);
+    const InCallback inCallback;
     lock.unlock();
     std::copy(bytes.begin(), bytes.end(), static_cast<std::byte*>(buffer->mAudioData));
     buffer->mAudioDataByteSize = static_cast<std::uint32_t>(bytes.size());
@@ -235,7 +255,15 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
         const auto* const bytes = static_cast<const std::byte*>(inBuffer->mAudioData);
         current->enqueues.push_back(
             {{bytes, bytes + inBuffer->mAudioDataByteSize}, inNumPacketDescs, inPacketDescs});
-        current->enqueued.push_back(inBuffer);
+        const auto& callback = current->callback;
+        const bool comesTooLate = callback.thread == std::this_thread::get_id() &&
+                                  callback.stopCount != current->stopCount;
+        if (comesTooLate) {
+            const auto end = static_cast<std::ptrdiff_t>(current->returningCount++);
+            current->enqueued.insert(current->enqueued.begin() + end, inBuffer);
+        } else {
+            current->enqueued.push_back(inBuffer);
+        }
         return noErr;
     });
 }
@@ -260,6 +288,7 @@ OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
         if (inImmediate || !current->isRunning || current->enqueued.empty()) {
             current->isRunning = current->isPaused = current->isStopping = false;
             current->returningCount = current->enqueued.size();
+            ++current->stopCount;
         } else {
             current->isStopping = true;
         }

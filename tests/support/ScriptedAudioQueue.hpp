@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
@@ -40,7 +41,8 @@ struct ScriptedAudioQueue {
     /// An asynchronous stop ends when the last buffer has come back.
     bool isStopping = false;
     std::deque<AudioQueueBufferRef> enqueued;
-    /// How many of those, the first ones, a stop has given back.
+    /// How many of those, the first ones, a stop has given back; also what a callback enqueues that
+    /// began before the stop.
     std::size_t returningCount = 0;
     /// The bytes of the buffers that came back while the queue ran and was not paused.
     std::vector<std::byte> played;
@@ -82,6 +84,12 @@ struct ScriptedAudioQueue {
     std::mutex mutex;
     std::condition_variable changed;
     bool deviceHasEnded = false;
+    struct Callback {
+        std::thread::id thread;
+        std::size_t stopCount = 0;  ///< when it began
+    };
+    Callback callback;  ///< the one that is running
+    std::size_t stopCount = 0;
 };
 
 /// The one queue of the running test. `resetAudioQueue` makes it new.
