@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -121,8 +122,8 @@ class Player {
         sink_->setQueueBufferSize(bufferSize);
         sink_->setAudioDataAcquireHandler(MainThread::wake);
         pushed_ = zav::makeNode<Meter>(fed);
-        if (line_.isShown() && LevelMeter::measures(format_)) {
-            levelMeter_ = zav::makeNode<LevelMeter>(fed);
+        if (line_.isShown()) {
+            levelMeter_.emplace(sink_->audioQueueRef());
         }
         showGraph(common, input_->nodeName() + " (" + inWords(input_->format()) + ") -> " +
                               (decoding.inWords.empty() ? "" : decoding.inWords + " -> ") +
@@ -231,16 +232,14 @@ class Player {
     }
 
     void showStatus() {
-        if (!line_.isShown()) {
+        if (!levelMeter_) {
             return;
         }
         const double elapsed = sink_->timeStamp();
         std::vector<std::string> fields = {clockText(elapsed) + " / " +
                                            clockText(input_->durationInSeconds())};
-        if (levelMeter_) {
-            for (std::string& field : levelFields(levelMeter_->levelsAt(elapsed))) {
-                fields.push_back(std::move(field));
-            }
+        for (std::string& field : levelMeter_->fields()) {
+            fields.push_back(std::move(field));
         }
         std::array<char, 32> queued{};
         std::snprintf(queued.data(), queued.size(), "%.1f s queued", queuedSeconds());
@@ -250,9 +249,8 @@ class Player {
     }
 
     void finishLine() {
-        const double seconds = sink_->timeStamp();
-        line_.finish(shown(options_.input) + ": " + secondsText(seconds) +
-                     (levelMeter_ ? levelSummary(levelMeter_->levelsAt(seconds)) : "") + ", " +
+        line_.finish(shown(options_.input) + ": " + secondsText(sink_->timeStamp()) +
+                     (levelMeter_ ? ", " + levelMeter_->summary() : "") + ", " +
                      countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
     }
 
@@ -263,7 +261,7 @@ class Player {
     std::shared_ptr<PlaybackFeeder> feeder_;
     std::shared_ptr<zav::PlaybackSink> sink_;
     std::shared_ptr<Meter> pushed_;
-    std::shared_ptr<LevelMeter> levelMeter_;
+    std::optional<LevelMeter> levelMeter_;  // while the line is shown
     bool isFinished_ = false;
 };
 

@@ -186,9 +186,27 @@ for type in mp3 ac3 m4a aac flac ogg opus wav sbc zsbc zopus; do
     in_some_try plays_like_ffmpeg coded.$type
 done
 
+# --- levels on a terminal, also of what is not PCM in the file.
+shows() { # EXPRESSION COMMAND...
+    local output
+    output=$(terminal "${@:2}")
+    printf '%s' "$output" | grep -qE "$1" || fail "${*:2}: $output"
+    checks=$((checks + 1))
+}
+sox -D -n -b 16 -r 48000 -c 2 softly.wav synth 1 square 100 vol 0.5
+sox -D -n -b 16 -r 48000 -c 1 roaring.wav synth 60 square 100
+ffmpeg -nostdin -v error -i softly.wav -c:a alac softly.m4a
+shows 'softly\.wav: 1\.00 s, peak -6\.0 dB, 0 clips, [0-9]+ underruns?' "$ZAV" play softly.wav
+shows '0:00\.[0-9] / 0:01\.0  \[#########-\]   -6 dB  peak -6 dB  0 clips' "$ZAV" play softly.m4a
+in_background paplay --device=mic roaring.wav
+is_playing() { pactl list sink-inputs short | grep -q .; }
+until_true is_playing
+shows '0:0[01]\.[0-9]  \[##########\] +-?0 dB  peak -?0 dB  [1-9][0-9]* clips' \
+    "$ZAV" record --seconds 1.5 roaring.m4a
+stop_last TERM || true
+
 # --- ends
 in_background "${interruptible[@]}" "$ZAV" play long.wav
-is_playing() { pactl list sink-inputs short | grep -q .; }
 until_true is_playing
 code=0
 stop_last INT || code=$?

@@ -51,7 +51,7 @@ OutputQueue::OutputQueue(AudioQueueRef handle, const AudioStreamBasicDescription
       callback_(std::move(callback)),
       decoder_(makeDecoder(format)),
       pcm_(decoder_ != nullptr ? decoder_->pcmFormat() : *pcmOfDevice(format)),
-      feed_(pcm_.mBytesPerFrame, [this] { wake(); }) {}
+      feed_(pcm_, [this] { wake(); }) {}
 
 double OutputQueue::currentFrame() {
     const std::lock_guard lock(state());
@@ -88,6 +88,7 @@ OSStatus OutputQueue::openDevice() {
     if (device == nullptr) {
         return kAudioQueueErr_InvalidDevice;
     }
+    feed_.resetCounts();
     std::unique_ptr<PlaybackStream> stream;
     OSStatus status = device->openPlayback(pcm_, feed_, stream);
     if (status == noErr) {

@@ -23,6 +23,7 @@ class OutputQueue : public BufferQueue {
 
     double currentFrame() override;
     std::uint32_t interruptionCount() override { return feed_.interruptionCount(); }
+    AudioQueueLevel takeLevel() override { return feed_.takeLevel(); }
     AudioStreamBasicDescription streamFormat() override { return format_; }
     std::uint32_t maximumPacketSize() override;
     std::vector<std::byte> magicCookie() override;
