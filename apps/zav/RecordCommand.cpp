@@ -339,8 +339,9 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         throw Failure(options.output, "the sound server or its device went away; the " +
                                           secondsText(seconds) + " until then are in the file");
     }
-    line.finish(shown(options.output) + ": " +
-                secondsText(std::min(seconds, options.seconds.value_or(seconds))) + ", " +
+    // What came too late for a file of PCM is not in it; an encoder has been given everything.
+    const double recorded = isPcm ? std::min(seconds, options.seconds.value_or(seconds)) : seconds;
+    line.finish(shown(options.output) + ": " + secondsText(recorded) + ", " +
                 std::to_string((fileMeter->byteCount() + 1023) / 1024) + " KiB" +
                 (levelMeter ? ", " + levelMeter->summary() : "") + ", " +
                 countText(overruns, "overrun"));

@@ -203,6 +203,12 @@ is_playing() { pactl list sink-inputs short | grep -q .; }
 until_true is_playing
 shows '0:0[01]\.[0-9]  \[##########\] +-?0 dB  peak -?0 dB  [1-9][0-9]* clips' \
     "$ZAV" record --seconds 1.5 roaring.m4a
+# The summary tells what is in the file, which may be more than was asked for.
+terminal "$ZAV" record --seconds 0.73 roaring.flac >summary.txt
+recorded=$(printf '%.2f' "$(soxi -D roaring.flac)")
+grep -qE "roaring\.flac: $recorded s, [0-9]+ KiB, peak -?0\.[01] dB, [1-9][0-9]* clips, [0-9]+ overruns?" \
+    summary.txt || fail "$recorded s: $(cat summary.txt)"
+checks=$((checks + 1))
 stop_last TERM || true
 
 # --- ends
