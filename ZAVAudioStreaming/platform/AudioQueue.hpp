@@ -96,6 +96,9 @@ inline constexpr AudioQueuePropertyID kAudioQueueProperty_InterruptionCount = fo
 /// AudioQueueLevel. Of what the device takes or gives, after decoding and before encoding. The
 /// first reading begins the measuring and tells nothing yet. Our own code.
 inline constexpr AudioQueuePropertyID kAudioQueueProperty_Level = fourCharCode("zlvl");
+/// Whether an output queue has stopped with all played that was enqueued for its last run or since,
+/// 1 or 0: what tells an end from the loss of the device. std::uint32_t. Our own code.
+inline constexpr AudioQueuePropertyID kAudioQueueProperty_HasPlayedAll = fourCharCode("zall");
 
 /// The service's own statuses.
 inline constexpr OSStatus kAudioQueueErr_InvalidBuffer = -66687;

@@ -3,6 +3,7 @@
 #include <ZAVAudioStreaming/core/AudioQueueError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/platform/AudioDevices.hpp>
+#include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <ZAVAudioStreaming/sinks/PlaybackSink.hpp>
 #include <algorithm>
 #include <array>
@@ -208,16 +209,11 @@ class Player {
     }
 
     bool wasAllPlayed() const {
-        constexpr double kRounding = 0.05;
-        if (!isFinished_) {
-            return false;
-        }
-        if (isPcm()) {
-            return sink_->timeStamp() + kRounding >= pushedSeconds();
-        }
-        // How much a decoder makes of the last packets is its own affair: ask who plays them.
-        zav::AudioDeviceList list;
-        return zav::listAudioDevices(list) == zav::noErr;
+        std::uint32_t hasPlayedAll = 0;
+        // Every queue that plays has it.
+        static_cast<void>(zav::readAudioQueueProperty(
+            sink_->audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll, hasPlayedAll));
+        return isFinished_ && hasPlayedAll != 0;
     }
 
     [[noreturn]] void reportLoss() const {

@@ -3,6 +3,7 @@
 # that we did not write.
 #
 #     sound-server pulseaudio|pipewire tests/apps/live.sh SERVER_NAME
+support=$(realpath "$(dirname "$0")/../support")
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
@@ -219,23 +220,33 @@ stop_last INT || code=$?
 [ $code = 130 ] || fail "play, ended by Ctrl-C: exit $code"
 checks=$((checks + 1))
 
-in_background "${interruptible[@]}" "$ZAV" play long.wav
-player=${processes[-1]}
-record kept.wav
+# A server that dies while the rest of a compressed file waits in the queue, and another one that
+# answers at once. (With 8 kbit/s all of the file is in the queue when it begins to play.)
+ffmpeg -nostdin -v error -i "$SPEECH" -t 7 -ar 16000 -b:a 8k slow.mp3
+# shellcheck disable=SC2016
+in_background env FIRST="$PULSE_SERVER" "$support/sound-server" pulseaudio \
+    bash -c 'PULSE_SERVER="$FIRST $PULSE_SERVER" exec "$ZAV" play slow.mp3'
+players=("${processes[-1]}")
 until_true is_playing
+in_background "${interruptible[@]}" "$ZAV" play long.wav
+players+=("${processes[-1]}")
+record kept.wav
+is_playing_both() { [ "$(pactl list sink-inputs short | wc -l)" -ge 2 ]; }
+until_true is_playing_both
 until_true grows_by kept.wav 0 50000
 # shellcheck disable=SC2086
 kill -KILL $SOUND_SERVER_PIDS
-for pid in "${processes[-1]}" "$player"; do
+for pid in "${processes[-1]}" "${players[@]}"; do
     code=0
     wait "$pid" || code=$?
     [ $code = 1 ] || fail "exit $code after the server's end: $(cat "$log")"
 done
 processes=()
+grep -q "zav: slow.mp3: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 grep -q "zav: kept.wav: the sound server or its device went away; the" "$log" || fail "$(cat "$log")"
 grep -q "zav: long.wav: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 [ "$(soxi -s kept.wav)" -gt 20000 ] || fail "what was kept: $(soxi kept.wav)"
-checks=$((checks + 5))
+checks=$((checks + 7))
 
 nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; PulseAudio or PipeWire (pipewire-pulse), running"
 for arguments in "record none.wav" "play long.wav" "play --delay 1 long.wav" "play --delay 30 long.wav" devices; do

@@ -88,7 +88,9 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     enqueueTo(byteCount);
     ASSERT_EQ(queue.stop(false), noErr);
     EXPECT_TRUE(queue.isRunning());
+    EXPECT_FALSE(queue.hasPlayedAll());
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    EXPECT_TRUE(queue.hasPlayedAll());
     ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
 
     expectToHear(audio.size());
@@ -175,6 +177,7 @@ TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
     ASSERT_TRUE(until([&] { return queue.currentFrame() > 2400; }));
     ASSERT_EQ(queue.stop(true), noErr);
     EXPECT_FALSE(queue.isRunning());
+    EXPECT_FALSE(queue.hasPlayedAll());
     const double stoppedAt = queue.currentFrame();
     EXPECT_GT(stoppedAt, 2400);
     ASSERT_TRUE(until([&] { return queue.returnCount() == 6; }));
@@ -301,6 +304,7 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
             }
             world_->lose();
             ASSERT_TRUE(until([&] { return !output.isRunning(); }));
+            EXPECT_FALSE(output.hasPlayedAll());
             ASSERT_TRUE(until([&] { return output.returnCount() == 2; }));
             if (isPaused) {
                 // A paused input queue has no device to lose.

@@ -331,6 +331,8 @@ TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
     EXPECT_EQ(AudioQueueGetProperty(output.get(), kAudioQueueProperty_IsRunning, &value, &size),
               kAudioQueueErr_InvalidPropertySize);
     EXPECT_EQ(value, 7U);
+    EXPECT_EQ(AudioQueueGetPropertySize(input.get(), kAudioQueueProperty_HasPlayedAll, &size),
+              kAudioQueueErr_InvalidProperty);
     EXPECT_EQ(AudioQueueGetPropertySize(output.get(), fourCharCode("what"), &size),
               kAudioQueueErr_InvalidProperty);
     EXPECT_EQ(AudioQueueSetProperty(output.get(), kAudioQueueProperty_MagicCookie, &value, 4),

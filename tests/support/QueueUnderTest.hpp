@@ -42,6 +42,9 @@ class QueueUnderTest {
     std::uint32_t interruptionCount() const {
         return property<std::uint32_t>(kAudioQueueProperty_InterruptionCount);
     }
+    bool hasPlayedAll() const {
+        return property<std::uint32_t>(kAudioQueueProperty_HasPlayedAll) != 0;
+    }
     AudioQueueLevel level() const { return property<AudioQueueLevel>(kAudioQueueProperty_Level); }
 
     AudioQueueBufferRef allocate(std::uint32_t byteCount);

@@ -48,6 +48,8 @@ std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID prope
             return bytesOf(queue.interruptionCount());
         case kAudioQueueProperty_Level:
             return bytesOf(queue.takeLevel());
+        case kAudioQueueProperty_HasPlayedAll:
+            return bytesOf(std::uint32_t{queue.hadPlayedAll()});
         default:
             throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
     }

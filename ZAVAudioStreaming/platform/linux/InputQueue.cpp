@@ -56,6 +56,10 @@ double InputQueue::currentFrame() {
     return static_cast<double>(ring_.capturedFrames()) * format_.mSampleRate / pcm_.mSampleRate;
 }
 
+bool InputQueue::hadPlayedAll() {
+    throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
+}
+
 AudioStreamBasicDescription InputQueue::streamFormat() {
     return encoder_ != nullptr ? encoder_->streamFormat() : format_;
 }

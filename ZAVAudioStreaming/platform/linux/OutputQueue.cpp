@@ -59,6 +59,11 @@ double OutputQueue::currentFrame() {
     return static_cast<double>(played) * format_.mSampleRate / pcm_.mSampleRate;
 }
 
+bool OutputQueue::hadPlayedAll() {
+    const std::lock_guard lock(state());
+    return stream_ == nullptr && hadPlayedAll_;
+}
+
 std::uint64_t OutputQueue::playedFrames() {
     // At an end the device can say that all is played a little before its clock does.
     return std::max(stream_->framesPlayed(), feed_.playedFrames());
@@ -126,6 +131,7 @@ void OutputQueue::closeDevice() {
         const std::lock_guard lock(state());
         if (stream_ != nullptr) {
             endedAtFrame_ = playedFrames();
+            hadPlayedAll_ = hasPlayedAll();
         }
         stream = std::move(stream_);
     }
@@ -141,6 +147,7 @@ OSStatus OutputQueue::accept(Entry& entry,
     if (!liesIn(entry.buffer->mAudioDataByteSize, descriptions)) {
         return kAudioQueueErr_InvalidParameter;
     }
+    hadPlayedAll_ = false;
     if (decoder_ == nullptr) {
         entry.endFrame = feed_.append(bytes);
     } else {
