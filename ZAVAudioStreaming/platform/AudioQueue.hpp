@@ -70,6 +70,12 @@ struct AudioTimeStamp {
     double mSampleTime = 0;  ///< frames since the queue was started, without its pauses
 };
 
+/// How loud a queue's audio is, for a meter. Our own: the platform has another.
+struct AudioQueueLevel {
+    double peak = 0;                       ///< 1 is full scale
+    std::uint64_t clippedSampleCount = 0;  ///< samples at full scale, of all channels
+};
+
 using AudioQueuePropertyID = std::uint32_t;
 
 /// Properties, with the type of their value.
@@ -87,6 +93,13 @@ inline constexpr AudioQueuePropertyID kAudioQueueProperty_MagicCookie = fourChar
 /// How often a playing output queue has run out of audio, or a recording input queue out of
 /// buffers, since it was started: std::uint32_t. Our own code: the platform has none.
 inline constexpr AudioQueuePropertyID kAudioQueueProperty_InterruptionCount = fourCharCode("zint");
+/// The peak since the property was read last, and the clipped samples since the queue was started:
+/// AudioQueueLevel. Of what the device takes or gives, after decoding and before encoding. The
+/// first reading begins the measuring and tells nothing yet. Our own code.
+inline constexpr AudioQueuePropertyID kAudioQueueProperty_Level = fourCharCode("zlvl");
+/// Whether an output queue has stopped with all played that was enqueued for its last run or since,
+/// 1 or 0: what tells an end from the loss of the device. std::uint32_t. Our own code.
+inline constexpr AudioQueuePropertyID kAudioQueueProperty_HasPlayedAll = fourCharCode("zall");
 
 /// The service's own statuses.
 inline constexpr OSStatus kAudioQueueErr_InvalidBuffer = -66687;

@@ -3,12 +3,14 @@
 #include <ZAVAudioStreaming/core/AudioQueueError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/platform/AudioDevices.hpp>
+#include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <ZAVAudioStreaming/sinks/PlaybackSink.hpp>
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -121,8 +123,8 @@ class Player {
         sink_->setQueueBufferSize(bufferSize);
         sink_->setAudioDataAcquireHandler(MainThread::wake);
         pushed_ = zav::makeNode<Meter>(fed);
-        if (line_.isShown() && LevelMeter::measures(format_)) {
-            levelMeter_ = zav::makeNode<LevelMeter>(fed);
+        if (line_.isShown()) {
+            levelMeter_.emplace(sink_->audioQueueRef());
         }
         showGraph(common, input_->nodeName() + " (" + inWords(input_->format()) + ") -> " +
                               (decoding.inWords.empty() ? "" : decoding.inWords + " -> ") +
@@ -207,16 +209,11 @@ class Player {
     }
 
     bool wasAllPlayed() const {
-        constexpr double kRounding = 0.05;
-        if (!isFinished_) {
-            return false;
-        }
-        if (isPcm()) {
-            return sink_->timeStamp() + kRounding >= pushedSeconds();
-        }
-        // How much a decoder makes of the last packets is its own affair: ask who plays them.
-        zav::AudioDeviceList list;
-        return zav::listAudioDevices(list) == zav::noErr;
+        std::uint32_t hasPlayedAll = 0;
+        // Every queue that plays has it.
+        static_cast<void>(zav::readAudioQueueProperty(
+            sink_->audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll, hasPlayedAll));
+        return isFinished_ && hasPlayedAll != 0;
     }
 
     [[noreturn]] void reportLoss() const {
@@ -231,16 +228,14 @@ class Player {
     }
 
     void showStatus() {
-        if (!line_.isShown()) {
+        if (!levelMeter_) {
             return;
         }
         const double elapsed = sink_->timeStamp();
         std::vector<std::string> fields = {clockText(elapsed) + " / " +
                                            clockText(input_->durationInSeconds())};
-        if (levelMeter_) {
-            for (std::string& field : levelFields(levelMeter_->levelsAt(elapsed))) {
-                fields.push_back(std::move(field));
-            }
+        for (std::string& field : levelMeter_->fields()) {
+            fields.push_back(std::move(field));
         }
         std::array<char, 32> queued{};
         std::snprintf(queued.data(), queued.size(), "%.1f s queued", queuedSeconds());
@@ -250,9 +245,8 @@ class Player {
     }
 
     void finishLine() {
-        const double seconds = sink_->timeStamp();
-        line_.finish(shown(options_.input) + ": " + secondsText(seconds) +
-                     (levelMeter_ ? levelSummary(levelMeter_->levelsAt(seconds)) : "") + ", " +
+        line_.finish(shown(options_.input) + ": " + secondsText(sink_->timeStamp()) +
+                     (levelMeter_ ? ", " + levelMeter_->summary() : "") + ", " +
                      countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
     }
 
@@ -263,7 +257,7 @@ class Player {
     std::shared_ptr<PlaybackFeeder> feeder_;
     std::shared_ptr<zav::PlaybackSink> sink_;
     std::shared_ptr<Meter> pushed_;
-    std::shared_ptr<LevelMeter> levelMeter_;
+    std::optional<LevelMeter> levelMeter_;  // while the line is shown
     bool isFinished_ = false;
 };
 

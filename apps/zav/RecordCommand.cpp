@@ -6,11 +6,13 @@
 #include <ZAVAudioStreaming/core/AudioQueueError.hpp>
 #include <ZAVAudioStreaming/core/AudioStreamError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
+#include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <ZAVAudioStreaming/sources/RecordSource.hpp>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -147,9 +149,8 @@ std::shared_ptr<zav::RecordSource> openMicrophone(const RecordOptions& options,
 std::shared_ptr<zav::AudioStreamOutputable> declaredByQueue(
     const std::shared_ptr<zav::RecordSource>& source) {
     zav::AudioStreamBasicDescription format = source->outDataFormat();
-    std::uint32_t size = sizeof format;
-    if (const zav::OSStatus status = zav::AudioQueueGetProperty(
-            source->audioQueueRef(), zav::kAudioQueueProperty_StreamDescription, &format, &size);
+    if (const zav::OSStatus status = zav::readAudioQueueProperty(
+            source->audioQueueRef(), zav::kAudioQueueProperty_StreamDescription, format);
         status != zav::noErr) {
         throw SoundServerFailure(status);
     }
@@ -262,7 +263,7 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     const auto source = openMicrophone(options, recording);
     std::shared_ptr<zav::AudioStreamOutputable> stream = source;
     std::string graph = "RecordSource (" + inWords(source->outDataFormat()) + ")";
-    const bool isPcm = LevelMeter::measures(source->outDataFormat());
+    const bool isPcm = source->outDataFormat().mFormatID == zav::kAudioFormatLinearPCM;
     if (!isPcm) {
         stream = declaredByQueue(source);
         graph += " -> PeripheralSource";
@@ -270,7 +271,6 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         stream = limited(stream, *options.seconds);
         graph += " -> PeripheralSource";
     }
-    const auto captured = stream;
     if (recording.isOwnCodec()) {
         Encoding encoding = makeEncoder(options, recording, stream);
         stream = std::move(encoding.stream);
@@ -289,7 +289,10 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         });
     const auto fileMeter = zav::makeNode<Meter>(stream);
     const StatusLine line(common.isQuiet);
-    const auto levelMeter = isPcm && line.isShown() ? zav::makeNode<LevelMeter>(captured) : nullptr;
+    std::optional<LevelMeter> levelMeter;
+    if (line.isShown()) {
+        levelMeter.emplace(source->audioQueueRef());
+    }
     const auto end = zav::makeNode<EndOfFlow>(source);
     showGraph(common, graph + " -> " + std::string(nodeNameOf(type)));
 
@@ -317,20 +320,12 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         }
         MainThread::sleepUntil(wakeTime);
 
-        // Audio comes in half seconds; shown that much later, the meter moves on evenly.
-        constexpr double kBufferInSeconds = 0.5;
-        const double elapsed = source->timeStamp();
-        std::vector<std::string> fields = {clockText(elapsed)};
         if (levelMeter) {
-            for (std::string& field :
-                 levelFields(levelMeter->levelsAt(elapsed - kBufferInSeconds))) {
-                fields.push_back(std::move(field));
-            }
-        } else {
-            fields.push_back(std::to_string(fileMeter->byteCount() / 1024) + " KiB");
+            std::vector<std::string> fields = levelMeter->fields();
+            fields.insert(fields.begin(), clockText(source->timeStamp()));
+            fields.push_back(countText(interruptionCount(source->audioQueueRef()), "overrun"));
+            line.show(fields);
         }
-        fields.push_back(countText(interruptionCount(source->audioQueueRef()), "overrun"));
-        line.show(fields);
     }
     const bool isDeviceLost = end->hasCome();
     const std::uint32_t overruns = interruptionCount(source->audioQueueRef());
@@ -344,10 +339,11 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         throw Failure(options.output, "the sound server or its device went away; the " +
                                           secondsText(seconds) + " until then are in the file");
     }
-    line.finish(shown(options.output) + ": " +
-                secondsText(std::min(seconds, options.seconds.value_or(seconds))) + ", " +
+    // What came too late for a file of PCM is not in it; an encoder has been given everything.
+    const double recorded = isPcm ? std::min(seconds, options.seconds.value_or(seconds)) : seconds;
+    line.finish(shown(options.output) + ": " + secondsText(recorded) + ", " +
                 std::to_string((fileMeter->byteCount() + 1023) / 1024) + " KiB" +
-                (levelMeter ? levelSummary(levelMeter->levelsAtEnd()) : "") + ", " +
+                (levelMeter ? ", " + levelMeter->summary() : "") + ", " +
                 countText(overruns, "overrun"));
 }
 

@@ -1,5 +1,6 @@
 #include "SoundServer.hpp"
 
+#include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -48,10 +49,9 @@ void refuseFormat(const std::filesystem::path& file, const zav::AudioStreamBasic
 
 std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     std::uint32_t count = 0;
-    std::uint32_t size = sizeof count;
     // Every queue has it.
-    static_cast<void>(zav::AudioQueueGetProperty(queue, zav::kAudioQueueProperty_InterruptionCount,
-                                                 &count, &size));
+    static_cast<void>(
+        zav::readAudioQueueProperty(queue, zav::kAudioQueueProperty_InterruptionCount, count));
     return count;
 }
 

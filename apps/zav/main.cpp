@@ -195,7 +195,8 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
     verb->footer(
         "Ctrl-C ends a recording; the file is complete then. It is there under its name\n"
         "from the start: if zav is killed, what was recorded up to the last second can be\n"
-        "read (not of compressed CAF). The last frame of SBC and .zopus is filled up with\n"
+        "read (not of compressed CAF). Compressed files end with a whole packet and\n"
+        "may last a little longer than asked; that of SBC and .zopus is filled up with\n"
         "silence.\n"
         "'zav devices' shows which input is used.\n"
         "Examples: zav record note.m4a\n"

@@ -24,9 +24,8 @@ constexpr zav::AudioStreamBasicDescription kPcm{
 
 std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     std::uint32_t count = 0;
-    std::uint32_t size = sizeof(count);
-    if (const zav::OSStatus status = zav::AudioQueueGetProperty(
-            queue, zav::kAudioQueueProperty_InterruptionCount, &count, &size);
+    if (const zav::OSStatus status =
+            zav::readAudioQueueProperty(queue, zav::kAudioQueueProperty_InterruptionCount, count);
         status != zav::noErr) {
         throw zav::AudioQueueError::failure(status);
     }

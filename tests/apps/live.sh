@@ -3,6 +3,7 @@
 # that we did not write.
 #
 #     sound-server pulseaudio|pipewire tests/apps/live.sh SERVER_NAME
+support=$(realpath "$(dirname "$0")/../support")
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
@@ -191,33 +192,67 @@ for player in "${players[@]:(-${#sinks[@]})}"; do
 done
 checks=$((checks + ${#types[@]}))
 
+# --- levels on a terminal, also of what is not PCM in the file.
+shows() { # EXPRESSION COMMAND...
+    local output
+    output=$(terminal "${@:2}")
+    printf '%s' "$output" | grep -qE "$1" || fail "${*:2}: $output"
+    checks=$((checks + 1))
+}
+sox -D -n -b 16 -r 48000 -c 2 softly.wav synth 1 square 100 vol 0.5
+sox -D -n -b 16 -r 48000 -c 1 roaring.wav synth 60 square 100
+ffmpeg -nostdin -v error -i softly.wav -c:a alac softly.m4a
+shows 'softly\.wav: 1\.00 s, peak -6\.0 dB, 0 clips, [0-9]+ underruns?' "$ZAV" play softly.wav
+shows '0:00\.[0-9] / 0:01\.0  \[#########-\]   -6 dB  peak -6 dB  0 clips' "$ZAV" play softly.m4a
+in_background paplay --device=mic roaring.wav
+is_playing() { pactl list sink-inputs short | grep -q .; }
+until_true is_playing
+shows '0:0[01]\.[0-9]  \[##########\] +-?0 dB  peak -?0 dB  [1-9][0-9]* clips' \
+    "$ZAV" record --seconds 1.5 roaring.m4a
+# The summary tells what is in the file, which may be more than was asked for.
+terminal "$ZAV" record --seconds 0.73 roaring.flac >summary.txt
+recorded=$(printf '%.2f' "$(soxi -D roaring.flac)")
+grep -qE "roaring\.flac: $recorded s, [0-9]+ KiB, peak -?0\.[01] dB, [1-9][0-9]* clips, [0-9]+ overruns?" \
+    summary.txt || fail "$recorded s: $(cat summary.txt)"
+checks=$((checks + 1))
+stop_last TERM || true
+
 # --- ends
 noise 960000 endless
 in_background "${interruptible[@]}" "$ZAV" play endless.wav
-is_playing() { pactl list sink-inputs short | grep -q .; }
 until_true is_playing
 code=0
 stop_last INT || code=$?
 [ $code = 130 ] || fail "play, ended by Ctrl-C: exit $code"
 checks=$((checks + 1))
 
-in_background "${interruptible[@]}" "$ZAV" play endless.wav
-player=${processes[-1]}
-record kept.wav
+# A server that dies while the rest of a compressed file waits in the queue, and another one that
+# answers at once. (With 8 kbit/s all of the file is in the queue when it begins to play.)
+ffmpeg -nostdin -v error -i "$SPEECH" -t 7 -ar 16000 -b:a 8k slow.mp3
+# shellcheck disable=SC2016
+in_background env FIRST="$PULSE_SERVER" "$support/sound-server" pulseaudio \
+    bash -c 'PULSE_SERVER="$FIRST $PULSE_SERVER" exec "$ZAV" play slow.mp3'
+players=("${processes[-1]}")
 until_true is_playing
+in_background "${interruptible[@]}" "$ZAV" play endless.wav
+players+=("${processes[-1]}")
+record kept.wav
+is_playing_both() { [ "$(pactl list sink-inputs short | wc -l)" -ge 2 ]; }
+until_true is_playing_both
 until_true grows_by kept.wav 0 50000
 # shellcheck disable=SC2086
 kill -KILL $SOUND_SERVER_PIDS
-for pid in "${processes[-1]}" "$player"; do
+for pid in "${processes[-1]}" "${players[@]}"; do
     code=0
     wait "$pid" || code=$?
     [ $code = 1 ] || fail "exit $code after the server's end: $(cat "$log")"
 done
 processes=()
+grep -q "zav: slow.mp3: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 grep -q "zav: kept.wav: the sound server or its device went away; the" "$log" || fail "$(cat "$log")"
 grep -q "zav: endless.wav: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 [ "$(soxi -s kept.wav)" -gt 20000 ] || fail "what was kept: $(soxi kept.wav)"
-checks=$((checks + 5))
+checks=$((checks + 7))
 
 nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; PulseAudio or PipeWire (pipewire-pulse), running"
 for arguments in "record none.wav" "play long.wav" "play --delay 1 long.wav" "play --delay 30 long.wav" devices; do

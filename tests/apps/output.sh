@@ -18,7 +18,6 @@ output=$("$ZAV" encode --verbose speech.wav speech.sbc 2>&1 >/dev/null)
     fail "the graph: $output"
 
 # On a terminal: a line of progress and a summary, and nothing with --quiet.
-terminal() { script -qec "$*" /dev/null </dev/null; }
 output=$(terminal "$ZAV" encode speech.wav speech.sbc)
 printf '%s' "$output" | grep -qE 'speech\.sbc: 10\.8[0-9] s, 1355 SBC frames, 72\.0 kbit/s, 3\.6 ms left out, [0-9]+ times real time' ||
     fail "on a terminal: $output"

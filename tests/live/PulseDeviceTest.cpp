@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <random>
@@ -548,6 +549,12 @@ TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
         EXPECT_NE(device.description, "");
     }
     EXPECT_EQ(used(), "speaker mic.monitor ");
+    // libpulse's own settings, and above them the environment's.
+    std::ofstream(std::getenv("PULSE_CLIENTCONFIG"))
+        << "default-sink = mic\ndefault-source = speaker.monitor\n";
+    EXPECT_EQ(used(), "mic speaker.monitor ");
+    std::ofstream(std::getenv("PULSE_CLIENTCONFIG")) << "";
+    EXPECT_EQ(used(), "speaker mic.monitor ");
     ::setenv("PULSE_SINK", "mic", 1);
     ::setenv("PULSE_SOURCE", "speaker.monitor", 1);
     EXPECT_EQ(used(), "mic speaker.monitor ");
@@ -556,8 +563,10 @@ TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
     const auto stream = openPlayback(client);
     EXPECT_EQ(stream->start(), noErr);
     EXPECT_EQ(outputOf("pactl list sinks | grep -A1 RUNNING | grep -c 'Name: mic' || true"), "1\n");
+    // PipeWire plays on its default then.
     ::setenv("PULSE_SINK", "none", 1);
-    EXPECT_EQ(used(), "speaker.monitor ");
+    EXPECT_EQ(used(), GetParam() == std::string("pipewire") ? "speaker speaker.monitor "
+                                                            : "speaker.monitor ");
 }
 
 const auto kServers = testing::Values("pulseaudio", "pipewire");

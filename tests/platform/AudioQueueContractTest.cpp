@@ -84,7 +84,9 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     enqueueTo(byteCount);
     ASSERT_EQ(queue.stop(false), noErr);
     EXPECT_TRUE(queue.isRunning());
+    EXPECT_FALSE(queue.hasPlayedAll());
     ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    EXPECT_TRUE(queue.hasPlayedAll());
     ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
 
     expectToHear(audio.size());
@@ -170,6 +172,7 @@ TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
     ASSERT_TRUE(until([&] { return queue.currentFrame() > 2400; }));
     ASSERT_EQ(queue.stop(true), noErr);
     EXPECT_FALSE(queue.isRunning());
+    EXPECT_FALSE(queue.hasPlayedAll());
     const double stoppedAt = queue.currentFrame();
     EXPECT_GT(stoppedAt, 2400);
     ASSERT_TRUE(until([&] { return queue.returnCount() == 6; }));
@@ -296,6 +299,7 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
             }
             world_->lose();
             ASSERT_TRUE(until([&] { return !output.isRunning(); }));
+            EXPECT_FALSE(output.hasPlayedAll());
             ASSERT_TRUE(until([&] { return output.returnCount() == 2; }));
             ASSERT_TRUE(until([&] { return !input.isRunning() && input.returnCount() == 3; }));
             EXPECT_EQ(output.start(), kAudioQueueErr_InvalidDevice);

@@ -11,6 +11,7 @@
 #include <bit>
 #include <cstring>
 #include <future>
+#include <limits>
 #include <mutex>
 #include <random>
 
@@ -131,6 +132,128 @@ TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
     }
 }
 
+/// Samples of a format of the device: one that is not loud, and the loudest on both sides.
+struct LevelCase {
+    const char* name;
+    AudioStreamBasicDescription format;
+    Bytes quiet;
+    double quietPeak;
+    Bytes loud;
+};
+
+Bytes both(Bytes first, const Bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+LevelCase integerCase(const char* name, std::uint32_t bits, std::uint32_t flags = 0) {
+    const auto bytes = [&](std::int32_t value) {
+        Bytes sample = bytesOfValue(value);
+        sample.resize(bits / 8);
+        if ((flags & kBig) != 0) {
+            std::reverse(sample.begin(), sample.end());
+        }
+        return sample;
+    };
+    const std::int32_t highest = std::numeric_limits<std::int32_t>::max() >> (32 - bits);
+    const std::int32_t quiet = -highest / 4 - 1;
+    return {name, pcmFormat(48000, 1, bits, kSigned | flags), bytes(quiet),
+            -static_cast<double>(quiet) / highest, both(bytes(highest), bytes(-highest - 1))};
+}
+
+LevelCase floatCase(const char* name, std::uint32_t flags = 0) {
+    const bool isBig = flags != 0;
+    return {name, pcmFormat(48000, 1, 32, kFloat | flags), bytesOfValue(-0.25F, isBig), 0.25,
+            both(bytesOfValue(1.0F, isBig), bytesOfValue(-1.5F, isBig))};
+}
+
+TEST(AudioQueue, tellsHowLoudItsAudioIs) {
+    const std::vector<LevelCase> cases = {
+        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesOf({0x60}), 32.0 / 127, bytesOf({0xFF, 0})},
+        integerCase("signed 16", 16),
+        integerCase("signed 16 big", 16, kBig),
+        integerCase("signed 24", 24),
+        integerCase("signed 24 big", 24, kBig),
+        integerCase("signed 32", 32),
+        integerCase("signed 32 big", 32, kBig),
+        floatCase("float"),
+        floatCase("float big", kBig),
+        {"A-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatALaw), bytesOf({0xBA}), 0.5,
+         bytesOf({0xAA, 0x2A})},
+        {"mu-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatULaw), bytesOf({0x90}),
+         15996.0 / 32124, bytesOf({0x80, 0x00})},
+    };
+    for (const LevelCase& kind : cases) {
+        SCOPED_TRACE(kind.name);
+        VirtualDevice device;
+        const auto say = [&](const Bytes& samples) {
+            device.setSpeaking([samples](std::span<std::byte> captured) {
+                const Bytes said = repeated(samples, captured.size() / samples.size());
+                std::copy(said.begin(), said.end(), captured.begin());
+            });
+        };
+        OutputUnderTest output(kind.format);
+        InputUnderTest input(kind.format);
+        input.recycle();
+        input.enqueue(3, 4800);
+        const std::array<const QueueUnderTest*, 2> queues = {&output, &input};
+        // A step of the device's clock is 240 frames.
+        const auto pass = [&](const Bytes& samples) {
+            say(samples);
+            output.enqueue(repeated(samples, 240 * kind.quiet.size() / samples.size()));
+            device.advance(0.005, settleQueues);
+        };
+        ASSERT_EQ(output.start(), noErr);
+        ASSERT_EQ(input.start(), noErr);
+        // Nobody has asked, so nothing is measured; to ask for its size is not to ask.
+        std::uint32_t size = 0;
+        for (const auto* const queue : queues) {
+            EXPECT_EQ(AudioQueueGetPropertySize(queue->get(), kAudioQueueProperty_Level, &size),
+                      noErr);
+            EXPECT_EQ(size, sizeof(AudioQueueLevel));
+        }
+        pass(kind.loud);
+        for (const auto* const queue : queues) {
+            const AudioQueueLevel level = queue->level();
+            EXPECT_EQ(level.peak, 0);
+            EXPECT_EQ(level.clippedSampleCount, 0U);
+        }
+        pass(kind.quiet);
+        for (const auto* const queue : queues) {
+            AudioQueueLevel level;
+            size = sizeof(level) - 1;
+            EXPECT_EQ(AudioQueueGetProperty(queue->get(), kAudioQueueProperty_Level, &level, &size),
+                      kAudioQueueErr_InvalidPropertySize);
+            level = queue->level();
+            EXPECT_NEAR(level.peak, kind.quietPeak, 1e-9);
+            EXPECT_EQ(level.clippedSampleCount, 0U);
+        }
+        pass(kind.loud);
+        pass(kind.quiet);
+        for (const auto* const queue : queues) {
+            EXPECT_EQ(queue->level().peak, 1);
+            const AudioQueueLevel sinceThen = queue->level();
+            EXPECT_EQ(sinceThen.peak, 0);
+            EXPECT_EQ(sinceThen.clippedSampleCount, 240U);
+        }
+        // The counts of a run can be read until the next one begins.
+        device.advance(0.005, settleQueues);
+        EXPECT_EQ(output.interruptionCount(), 1U);
+        ASSERT_EQ(output.stop(true), noErr);
+        ASSERT_EQ(input.stop(true), noErr);
+        for (const auto* const queue : queues) {
+            EXPECT_EQ(queue->level().clippedSampleCount, 240U);
+        }
+        EXPECT_EQ(output.interruptionCount(), 1U);
+        ASSERT_EQ(output.start(), noErr);
+        ASSERT_EQ(input.start(), noErr);
+        for (const auto* const queue : queues) {
+            EXPECT_EQ(queue->level().clippedSampleCount, 0U);
+        }
+        EXPECT_EQ(output.interruptionCount(), 0U);
+    }
+}
+
 TEST(AudioQueue, refusesFormatsWhenItIsMade) {
     const auto change = [](auto mutate) {
         AudioStreamBasicDescription format = pcmFormat(48000, 2);
@@ -210,6 +333,8 @@ TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
     EXPECT_EQ(AudioQueueGetProperty(output.get(), kAudioQueueProperty_IsRunning, &value, &size),
               kAudioQueueErr_InvalidPropertySize);
     EXPECT_EQ(value, 7U);
+    EXPECT_EQ(AudioQueueGetPropertySize(input.get(), kAudioQueueProperty_HasPlayedAll, &size),
+              kAudioQueueErr_InvalidProperty);
     EXPECT_EQ(AudioQueueGetPropertySize(output.get(), fourCharCode("what"), &size),
               kAudioQueueErr_InvalidProperty);
     EXPECT_EQ(AudioQueueSetProperty(output.get(), kAudioQueueProperty_MagicCookie, &value, 4),
@@ -279,7 +404,8 @@ TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
         const std::lock_guard lock(mutex);
         ::operator delete(::operator new(1), 1);
     }
-    EXPECT_EQ(RealTimeProbe::allocationCount(), 2);
+    // At least: an operator new of the program's own takes its memory from malloc.
+    EXPECT_GE(RealTimeProbe::allocationCount(), 2);
     EXPECT_EQ(RealTimeProbe::lockCount(), 1);
 
     RealTimeProbe::reset();
@@ -292,10 +418,14 @@ TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
         output.enqueue(std::vector<std::int16_t>(4001, 1));
         converted.enqueue(std::vector<double>(4001, 0.5));
     }
+    // From the first look on levels are measured, too.
+    EXPECT_EQ(output.level().peak + converted.level().peak + input.level().peak, 0);
     ASSERT_EQ(output.start(), noErr);
     ASSERT_EQ(converted.start(), noErr);
     ASSERT_EQ(input.start(), noErr);
     device.advance(2, settleQueues);
+    EXPECT_GT(output.level().peak, 0);
+    EXPECT_EQ(converted.level().peak, 0.5);
     ASSERT_EQ(output.stop(false), noErr);
     device.advance(0.2, settleQueues);
     device.unplug();

@@ -95,8 +95,7 @@ void QueueUnderTest::dispose(bool isImmediate) {
 
 bool QueueUnderTest::isRunning(AudioQueueRef queue) {
     std::uint32_t value = 2;
-    std::uint32_t size = sizeof(value);
-    EXPECT_EQ(AudioQueueGetProperty(queue, kAudioQueueProperty_IsRunning, &value, &size), noErr);
+    EXPECT_EQ(readAudioQueueProperty(queue, kAudioQueueProperty_IsRunning, value), noErr);
     return value != 0;
 }
 
@@ -104,14 +103,6 @@ double QueueUnderTest::currentFrame() const {
     AudioTimeStamp now;
     EXPECT_EQ(AudioQueueGetCurrentTime(queue_, nullptr, &now, nullptr), noErr);
     return now.mSampleTime;
-}
-
-std::uint32_t QueueUnderTest::interruptionCount() const {
-    std::uint32_t value = 0;
-    std::uint32_t size = sizeof(value);
-    EXPECT_EQ(AudioQueueGetProperty(queue_, kAudioQueueProperty_InterruptionCount, &value, &size),
-              noErr);
-    return value;
 }
 
 AudioQueueBufferRef QueueUnderTest::allocate(std::uint32_t byteCount) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -11,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
 
 namespace zav::test {
 
@@ -38,7 +40,13 @@ class QueueUnderTest {
 
     bool isRunning() const { return isRunning(queue_); }
     double currentFrame() const;
-    std::uint32_t interruptionCount() const;
+    std::uint32_t interruptionCount() const {
+        return property<std::uint32_t>(kAudioQueueProperty_InterruptionCount);
+    }
+    bool hasPlayedAll() const {
+        return property<std::uint32_t>(kAudioQueueProperty_HasPlayedAll) != 0;
+    }
+    AudioQueueLevel level() const { return property<AudioQueueLevel>(kAudioQueueProperty_Level); }
 
     AudioQueueBufferRef allocate(std::uint32_t byteCount);
     std::vector<Return> returns() const;
@@ -61,6 +69,12 @@ class QueueUnderTest {
     bool isInput_ = false;
 
  private:
+    template <class Value>
+    Value property(AudioQueuePropertyID property) const {
+        Value value{};
+        EXPECT_EQ(readAudioQueueProperty(queue_, property, value), noErr);
+        return value;
+    }
     static bool isRunning(AudioQueueRef queue);
 
     AudioQueueRef queue_ = nullptr;

@@ -32,6 +32,9 @@ refused() {
     checks=$((checks + 1))
 }
 
+# terminal COMMAND...: what it prints on a terminal.
+terminal() { script -qec "$*" /dev/null </dev/null; }
+
 # raw FILE: the audio bytes of a file as ffmpeg finds them, undecoded.
 raw() {
     ffmpeg -nostdin -v error -i "$1" -map 0:a -c copy -f data -

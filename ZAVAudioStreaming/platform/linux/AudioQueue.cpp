@@ -46,6 +46,10 @@ std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID prope
             return queue.magicCookie();
         case kAudioQueueProperty_InterruptionCount:
             return bytesOf(queue.interruptionCount());
+        case kAudioQueueProperty_Level:
+            return bytesOf(queue.takeLevel());
+        case kAudioQueueProperty_HasPlayedAll:
+            return bytesOf(std::uint32_t{queue.hadPlayedAll()});
         default:
             throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
     }
@@ -148,7 +152,9 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ, AudioQueuePropertyID inID
         if (outDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
-        *outDataSize = static_cast<std::uint32_t>(propertyOf(*inAQ->queue, inID).size());
+        *outDataSize = inID == kAudioQueueProperty_Level
+                           ? sizeof(AudioQueueLevel)
+                           : static_cast<std::uint32_t>(propertyOf(*inAQ->queue, inID).size());
         return noErr;
     });
 }
@@ -158,6 +164,10 @@ OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, vo
     return statusOf([&] {
         if (outData == nullptr || ioDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
+        }
+        if (inID == kAudioQueueProperty_Level && *ioDataSize < sizeof(AudioQueueLevel)) {
+            // Before the peak is taken.
+            return kAudioQueueErr_InvalidPropertySize;
         }
         const std::vector<std::byte> value = propertyOf(*inAQ->queue, inID);
         if (*ioDataSize < value.size()) {

@@ -47,6 +47,9 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     bool isIdle() const { return runner_->isIdle(); }
     virtual double currentFrame() = 0;
     virtual std::uint32_t interruptionCount() = 0;
+    virtual AudioQueueLevel takeLevel() = 0;
+    /// Throws kAudioQueueErr_InvalidProperty for an input queue.
+    virtual bool hadPlayedAll() = 0;
     virtual AudioStreamBasicDescription streamFormat() = 0;
     virtual std::uint32_t maximumPacketSize() = 0;
     virtual std::vector<std::byte> magicCookie() = 0;

@@ -6,14 +6,18 @@
 
 namespace zav {
 
-CaptureRing::CaptureRing(std::uint32_t bytesPerFrame, std::size_t frameCapacity,
+CaptureRing::CaptureRing(const AudioStreamBasicDescription& pcm, std::size_t frameCapacity,
                          std::function<void()> wake)
-    : bytesPerFrame_(bytesPerFrame), wake_(std::move(wake)), ring_(bytesPerFrame * frameCapacity) {}
+    : bytesPerFrame_(pcm.mBytesPerFrame),
+      wake_(std::move(wake)),
+      ring_(bytesPerFrame_ * frameCapacity),
+      meter_(pcm) {}
 
 void CaptureRing::clear() {
     pushedBytes_ = 0;
     takenBytes_ = 0;
     interruptionCount_ = 0;
+    meter_.clear();
     isHeldBack_ = false;
     isDeviceGone_ = false;
 }
@@ -49,6 +53,7 @@ std::size_t CaptureRing::push(std::span<const std::byte> captured) noexcept {
     std::memcpy(ring_.data() + start, captured.data(), beforeEnd);
     std::memcpy(ring_.data(), captured.data() + beforeEnd, size - beforeEnd);
     pushedBytes_.store(pushed + size);
+    meter_.add(captured.first(size));
 
     const bool isFull = size < captured.size();
     if (isFull && !isHeldBack_.exchange(true)) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
+#include "ZAVAudioStreaming/platform/linux/PeakMeter.hpp"
 
 namespace zav {
 
@@ -18,7 +19,8 @@ namespace zav {
 class CaptureRing final : public CaptureClient {
  public:
     /// `wake` is called on the device thread when as much is there as was asked for.
-    CaptureRing(std::uint32_t bytesPerFrame, std::size_t frameCapacity, std::function<void()> wake);
+    CaptureRing(const AudioStreamBasicDescription& pcm, std::size_t frameCapacity,
+                std::function<void()> wake);
 
     /// While no device is there: empties the ring and begins a new run.
     void clear();
@@ -39,6 +41,7 @@ class CaptureRing final : public CaptureClient {
     std::uint64_t capturedFrames() const { return pushedBytes_ / bytesPerFrame_; }
     /// How often the ring became full in this run.
     std::uint32_t interruptionCount() const { return interruptionCount_; }
+    AudioQueueLevel takeLevel() { return meter_.take(); }
     bool isDeviceGone() const { return isDeviceGone_; }
 
     // The device's side.
@@ -49,6 +52,7 @@ class CaptureRing final : public CaptureClient {
     const std::uint32_t bytesPerFrame_;
     const std::function<void()> wake_;
     std::vector<std::byte> ring_;
+    PeakMeter meter_;
 
     std::atomic<std::uint64_t> pushedBytes_{0};
     std::atomic<std::uint64_t> takenBytes_{0};

@@ -48,12 +48,16 @@ InputQueue::InputQueue(AudioQueueRef handle, const AudioStreamBasicDescription& 
       userData_(userData),
       encoder_(makeEncoder(format)),
       pcm_(encoder_ != nullptr ? encoder_->pcmFormat() : *pcmOfDevice(format)),
-      ring_(pcm_.mBytesPerFrame, static_cast<std::size_t>(pcm_.mSampleRate * kRingInSeconds),
-            [this] { wake(); }) {}
+      ring_(pcm_, static_cast<std::size_t>(pcm_.mSampleRate * kRingInSeconds), [this] { wake(); }) {
+}
 
 double InputQueue::currentFrame() {
     const std::lock_guard lock(state());
     return static_cast<double>(ring_.capturedFrames()) * format_.mSampleRate / pcm_.mSampleRate;
+}
+
+bool InputQueue::hadPlayedAll() {
+    throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
 }
 
 AudioStreamBasicDescription InputQueue::streamFormat() {

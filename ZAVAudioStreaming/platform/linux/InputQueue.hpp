@@ -23,6 +23,8 @@ class InputQueue : public BufferQueue {
 
     double currentFrame() override;
     std::uint32_t interruptionCount() override { return ring_.interruptionCount(); }
+    AudioQueueLevel takeLevel() override { return ring_.takeLevel(); }
+    bool hadPlayedAll() override;
     AudioStreamBasicDescription streamFormat() override;
     std::uint32_t maximumPacketSize() override;
     std::vector<std::byte> magicCookie() override;

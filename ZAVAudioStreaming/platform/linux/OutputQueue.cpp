@@ -51,12 +51,17 @@ OutputQueue::OutputQueue(AudioQueueRef handle, const AudioStreamBasicDescription
       callback_(std::move(callback)),
       decoder_(makeDecoder(format)),
       pcm_(decoder_ != nullptr ? decoder_->pcmFormat() : *pcmOfDevice(format)),
-      feed_(pcm_.mBytesPerFrame, [this] { wake(); }) {}
+      feed_(pcm_, [this] { wake(); }) {}
 
 double OutputQueue::currentFrame() {
     const std::lock_guard lock(state());
     const std::uint64_t played = stream_ != nullptr ? playedFrames() : endedAtFrame_;
     return static_cast<double>(played) * format_.mSampleRate / pcm_.mSampleRate;
+}
+
+bool OutputQueue::hadPlayedAll() {
+    const std::lock_guard lock(state());
+    return stream_ == nullptr && hadPlayedAll_;
 }
 
 std::uint64_t OutputQueue::playedFrames() {
@@ -96,6 +101,7 @@ OSStatus OutputQueue::openDevice() {
     if (device == nullptr) {
         return kAudioQueueErr_InvalidDevice;
     }
+    feed_.resetCounts();
     std::unique_ptr<PlaybackStream> stream;
     OSStatus status = device->openPlayback(pcm_, feed_, stream);
     if (status == noErr) {
@@ -133,6 +139,7 @@ void OutputQueue::closeDevice() {
         const std::lock_guard lock(state());
         if (stream_ != nullptr) {
             endedAtFrame_ = playedFrames();
+            hadPlayedAll_ = hasPlayedAll();
         }
         stream = std::move(stream_);
     }
@@ -150,6 +157,7 @@ OSStatus OutputQueue::prepare(AudioQueueBuffer& buffer,
 void OutputQueue::accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) {
     const std::span bytes(static_cast<const std::byte*>(entry.buffer->mAudioData),
                           entry.buffer->mAudioDataByteSize);
+    hadPlayedAll_ = false;
     if (decoder_ == nullptr) {
         entry.endFrame = feed_.append(bytes);
     } else {

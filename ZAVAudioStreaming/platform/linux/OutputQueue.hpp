@@ -23,6 +23,8 @@ class OutputQueue : public BufferQueue {
 
     double currentFrame() override;
     std::uint32_t interruptionCount() override { return feed_.interruptionCount(); }
+    AudioQueueLevel takeLevel() override { return feed_.takeLevel(); }
+    bool hadPlayedAll() override;
     AudioStreamBasicDescription streamFormat() override { return format_; }
     std::uint32_t maximumPacketSize() override;
     std::vector<std::byte> magicCookie() override;
@@ -54,6 +56,7 @@ class OutputQueue : public BufferQueue {
     PlaybackFeed feed_;
     std::unique_ptr<PlaybackStream> stream_;  // of a run; set and taken away under both locks
     std::uint64_t endedAtFrame_ = 0;          // of the last run
+    bool hadPlayedAll_ = true;                // at its end, and nothing was enqueued since
 };
 
 }  // namespace zav

@@ -6,9 +6,10 @@
 
 namespace zav {
 
-PlaybackFeed::PlaybackFeed(std::uint32_t bytesPerFrame, std::function<void()> wake)
-    : bytesPerFrame_(bytesPerFrame),
+PlaybackFeed::PlaybackFeed(const AudioStreamBasicDescription& pcm, std::function<void()> wake)
+    : bytesPerFrame_(pcm.mBytesPerFrame),
       wake_(std::move(wake)),
+      meter_(pcm),
       first_(new Piece),
       last_(first_),
       pulled_(first_),
@@ -85,9 +86,13 @@ void PlaybackFeed::rewind() {
     pulledInPiece_ = first_->bytes.size();
     pulledBytes_ = 0;
     playedFrames_ = 0;
-    interruptionCount_ = 0;
     isEnding_ = false;
     isDeviceGone_ = false;
+}
+
+void PlaybackFeed::resetCounts() {
+    interruptionCount_ = 0;
+    meter_.clear();
 }
 
 std::size_t PlaybackFeed::pull(std::span<std::byte> room) noexcept {
@@ -105,6 +110,7 @@ std::size_t PlaybackFeed::pull(std::span<std::byte> room) noexcept {
         pulledInPiece_ += count;
     }
     pulledBytes_ += size;
+    meter_.add(room.first(size));
     return size;
 }
 

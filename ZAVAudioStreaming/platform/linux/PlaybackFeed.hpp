@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
+#include "ZAVAudioStreaming/platform/linux/PeakMeter.hpp"
 
 namespace zav {
 
@@ -22,7 +23,7 @@ namespace zav {
 class PlaybackFeed final : public PlaybackClient {
  public:
     /// `wake` is called on the device thread when there is something to hear of.
-    PlaybackFeed(std::uint32_t bytesPerFrame, std::function<void()> wake);
+    PlaybackFeed(const AudioStreamBasicDescription& pcm, std::function<void()> wake);
     ~PlaybackFeed();
 
     PlaybackFeed(const PlaybackFeed&) = delete;
@@ -46,12 +47,16 @@ class PlaybackFeed final : public PlaybackClient {
     /// While no device is there: begins the run again with what was appended, if nothing of it has
     /// been dropped yet.
     void rewind();
+    /// While no device is there: begins to count anew. What was counted in a run can be asked for
+    /// until the next one.
+    void resetCounts();
 
     std::uint64_t playedFrames() const { return playedFrames_; }
     bool isDeviceGone() const { return isDeviceGone_; }
 
     /// How often the device ran dry in this run. It always does at an end, which does not count.
     std::uint32_t interruptionCount() const { return interruptionCount_; }
+    AudioQueueLevel takeLevel() { return meter_.take(); }
     void setEnding(bool isEnding) { isEnding_ = isEnding; }
 
     // The device's side.
@@ -74,6 +79,8 @@ class PlaybackFeed final : public PlaybackClient {
 
     const std::uint32_t bytesPerFrame_;
     const std::function<void()> wake_;
+
+    PeakMeter meter_;
 
     // The appender's. The first piece is one that the device may still look at, but reads no more.
     Piece* first_;

@@ -1,6 +1,6 @@
 #include "ZAVAudioStreaming/platform/linux/pulse/PulseDeviceList.hpp"
 
-#include <cstdlib>
+#include <string>
 #include <utility>
 
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
@@ -18,8 +18,6 @@ struct Listing {
 
     PulseConnection& connection;
     AudioDeviceList list;
-    std::string usedSink;
-    std::string usedSource;
 };
 
 std::string orEmpty(const char* text) {
@@ -52,9 +50,7 @@ void onSink(pa_context* /*context*/, const pa_sink_info* info, int /*isLast*/,
             void* listing) noexcept {
     auto* const that = static_cast<Listing*>(listing);
     if (info != nullptr) {
-        AudioDeviceInfo device = deviceInfo(*info);
-        device.isUsed = device.name == that->usedSink;
-        that->list.devices.push_back(std::move(device));
+        that->list.devices.push_back(deviceInfo(*info));
     }
     that->connection.wake();
 }
@@ -66,35 +62,43 @@ void onSource(pa_context* /*context*/, const pa_source_info* info, int /*isLast*
         AudioDeviceInfo device = deviceInfo(*info);
         device.isInput = true;
         device.isMonitor = info->monitor_of_sink != PA_INVALID_INDEX;
-        device.isUsed = device.name == that->usedSource;
         that->list.devices.push_back(std::move(device));
     }
     that->connection.wake();
 }
 
-void onUsedSink(pa_context* /*context*/, const pa_sink_info* info, int /*isLast*/,
-                void* listing) noexcept {
-    auto* const that = static_cast<Listing*>(listing);
-    if (info != nullptr) {
-        that->usedSink = orEmpty(info->name);
+/// A stream that is opened as a queue's is, to see on which device: where it lands the user's
+/// settings, libpulse's and the server's decide together. Corked, so that nothing sounds, and no
+/// device wakes up. Null when that cannot even be asked.
+PulseStreamObject openProbe(PulseConnection& connection, pa_stream_direction_t direction) {
+    constexpr pa_sample_spec kSpec = {PA_SAMPLE_S16NE, 48000, 2};
+    constexpr auto kFlags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED |
+                                                           PA_STREAM_DONT_INHIBIT_AUTO_SUSPEND);
+    PulseStreamObject stream(
+        pa_stream_new(connection.context(), "ZAVAudioStreaming", &kSpec, nullptr));
+    if (stream == nullptr) {
+        return nullptr;
     }
-    that->connection.wake();
+    const auto onState = [](pa_stream* /*stream*/, void* waiting) noexcept {
+        static_cast<PulseConnection*>(waiting)->wake();
+    };
+    pa_stream_set_state_callback(stream.get(), onState, &connection);
+    const int result =
+        direction == PA_STREAM_PLAYBACK
+            ? pa_stream_connect_playback(stream.get(), nullptr, nullptr, kFlags, nullptr, nullptr)
+            : pa_stream_connect_record(stream.get(), nullptr, nullptr, kFlags);
+    return result < 0 ? nullptr : std::move(stream);
 }
 
-void onUsedSource(pa_context* /*context*/, const pa_source_info* info, int /*isLast*/,
-                  void* listing) noexcept {
-    auto* const that = static_cast<Listing*>(listing);
-    if (info != nullptr) {
-        that->usedSource = orEmpty(info->name);
-    }
-    that->connection.wake();
+bool isSettled(const PulseStreamObject& probe) {
+    return probe == nullptr || pa_stream_get_state(probe.get()) != PA_STREAM_CREATING;
 }
 
-/// The device of the user's setting; null, the server's default, without one. It may be a name, a
-/// number or an alias: the server knows.
-const char* chosenDevice(const char* variable) {
-    // libpulse reads it in the same way. NOLINTNEXTLINE(concurrency-mt-unsafe)
-    return std::getenv(variable);
+/// Empty when the stream could not be opened.
+std::string deviceOf(const PulseStreamObject& probe) {
+    return probe != nullptr && pa_stream_get_state(probe.get()) == PA_STREAM_READY
+               ? orEmpty(pa_stream_get_device_name(probe.get()))
+               : std::string();
 }
 
 }  // namespace
@@ -108,20 +112,26 @@ OSStatus listPulseDevices(AudioDeviceList& list) {
         return status;
     }
     pa_context* const context = connection.context();
-    // Answers come in the order of the questions; those about what is used may be that there is no
-    // such device.
-    const PulseOperation usedSink(pa_context_get_sink_info_by_name(
-        context, chosenDevice("PULSE_SINK"), onUsedSink, &listing));
-    const PulseOperation usedSource(pa_context_get_source_info_by_name(
-        context, chosenDevice("PULSE_SOURCE"), onUsedSource, &listing));
+    const PulseStreamObject playback = openProbe(connection, PA_STREAM_PLAYBACK);
+    const PulseStreamObject capture = openProbe(connection, PA_STREAM_RECORD);
     const PulseOperation sinks(pa_context_get_sink_info_list(context, onSink, &listing));
     const PulseOperation sources(pa_context_get_source_info_list(context, onSource, &listing));
     const PulseOperation server(pa_context_get_server_info(context, onServer, &listing));
-    connection.waitUntil(deadline, [&server] {
-        return server == nullptr || pa_operation_get_state(server.get()) != PA_OPERATION_RUNNING;
+    // Answers come in the order of the questions. A stream that the server does not get opened in
+    // time is as none: a queue's would not be either.
+    connection.waitUntil(deadline, [&] {
+        return server == nullptr ||
+               pa_operation_get_state(server.get()) == PA_OPERATION_CANCELLED ||
+               (pa_operation_get_state(server.get()) == PA_OPERATION_DONE && isSettled(playback) &&
+                isSettled(capture));
     });
     const bool isComplete =
         server != nullptr && pa_operation_get_state(server.get()) == PA_OPERATION_DONE;
+    const std::string played = deviceOf(playback);
+    const std::string captured = deviceOf(capture);
+    for (AudioDeviceInfo& device : listing.list.devices) {
+        device.isUsed = device.name == (device.isInput ? captured : played);
+    }
     // Before what the answers go to.
     connection.close();
     if (!isComplete) {

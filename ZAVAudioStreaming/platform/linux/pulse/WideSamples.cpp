@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "ZAVAudioStreaming/platform/linux/G711.hpp"
+
 namespace zav {
 namespace {
 
@@ -16,22 +18,6 @@ constexpr WideSamples table(Decode decode) {
 
 constexpr int fromUnsigned(int byte) {
     return (byte - 128) * 256;
-}
-
-// ITU-T G.711: sign, three bits of exponent, four of mantissa.
-
-constexpr int fromALaw(int byte) {
-    const int bits = byte ^ 0x55;
-    const int exponent = bits >> 4 & 7;
-    const int mantissa = (bits & 15) * 16 + 8;
-    const int size = exponent == 0 ? mantissa : (mantissa + 256) << (exponent - 1);
-    return (bits & 128) != 0 ? size : -size;
-}
-
-constexpr int fromMuLaw(int byte) {
-    const int bits = byte ^ 255;
-    const int size = (((bits & 15) * 8 + 132) << (bits >> 4 & 7)) - 132;
-    return (bits & 128) != 0 ? -size : size;
 }
 
 constexpr WideSamples kFromUnsigned = table(fromUnsigned);
