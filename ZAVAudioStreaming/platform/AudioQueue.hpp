@@ -32,9 +32,8 @@
 /// 7. When the device goes away (the sound server dies or stops answering) the queue stops by
 ///    itself: it is not running, all buffers come back, and a later start opens the device again.
 ///
-/// The device is opened when a queue is started, and closed when it stops; a paused input queue has
-/// none. It is the sound server's default sink and source, unless the user's own settings name
-/// others.
+/// The device is opened when a queue is started, and closed when it stops: the sound server's
+/// default sink and source, unless the user's own settings name others.
 ///
 /// Formats: linear PCM of 8, 16, 24 and 32 bits, signed and unsigned, and floats of 32 and 64 bits,
 /// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and 8 to 192 kHz. A
@@ -153,8 +152,9 @@ using AudioQueueOutputCallbackBlock =
 /// any other buffer without them is one packet. What cannot be decoded is left out.
 ///
 /// Buffers may be enqueued before the queue is started and while it is paused. In the time between
-/// an asynchronous stop and its end they are played as well. What a callback enqueues although the
-/// queue has stopped since the callback began comes back at once, and does not wait for a next run.
+/// an asynchronous stop and its end they are played as well. What a callback enqueues although
+/// another thread has stopped the queue since the callback began comes back at once, an input
+/// buffer empty, and does not wait for a next run.
 ///
 /// Errors: -66687 not a buffer of this queue, or more bytes than it has room for; -66679 a buffer
 /// that is enqueued already; -66686 an output buffer without bytes; -66682 descriptions of bytes
@@ -184,7 +184,8 @@ ZAV_EXPORT OSStatus AudioQueuePause(AudioQueueRef inAQ);
 ///
 /// Immediately: what has not been played is dropped, and the queue is not running when the call
 /// returns; the buffers come back after that. Otherwise what is enqueued is played first (when the
-/// queue is paused: once it goes on) and the call returns before that; an input queue, which has
+/// queue is paused: once it goes on; at once when all its buffers are back and only a decoder still
+/// holds audio) and the call returns before that; an input queue, which has
 /// nothing to wait for, stops immediately either way. A queue that does not run gives back what is
 /// enqueued.
 ///
@@ -193,8 +194,8 @@ ZAV_EXPORT OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate);
 
 /// Ends a queue and frees it with its buffers. Immediately: no callback runs when the call returns,
 /// except one that makes the call; it waits for a callback that is running on another thread.
-/// Otherwise the queue is stopped asynchronously first, its callbacks go on, and it frees itself
-/// after the last one.
+/// Otherwise the queue is stopped asynchronously first (a paused one at once), its callbacks go on,
+/// and it frees itself after the last one.
 ZAV_EXPORT OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate);
 
 /// How far the queue is: an output queue's frames played, an input queue's frames captured, since

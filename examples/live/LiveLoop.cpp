@@ -7,7 +7,7 @@
 namespace {
 
 /// Audio that gathers before playing starts: how late a frame may come without being missed.
-constexpr double kPlaybackDelayInSeconds = 0.12;
+constexpr double kPlaybackDelayInSeconds = 0.2;
 /// Frames go to the queue at half of this, 16 ms. A buffer of the usual half second would hold back
 /// the first quarter of a second.
 constexpr std::uint32_t kPlaybackBufferSizeInBytes = 1024;

@@ -21,35 +21,46 @@ nothing_is_left() {
     checks=$((checks + 1))
 }
 
-"$LIVE_DEMO" "$BUILD" out >printed.txt
-nothing_is_left
-[[ $(figure 'sound server') == *"$1"* && $(figure 'sound server') == *"$2" ]] || fail "sound server: $(figure 'sound server')"
+# Once more by sox: what was said, so much later, minus what was heard.
+signal_to_noise() { # DELAY_IN_MS
+    local samples
+    samples=$(awk -v delay="$1" 'BEGIN { printf "%.0f", delay * 64 }')
+    sox out/said.wav late.wav rate 64000 pad "${samples}s@0" &&
+        sox out/heard.wav heard.wav rate 64000 &&
+        sox -m -v 1 late.wav -v -1 heard.wav difference.wav || fail 'sox'
+    echo $(($(loudness heard.wav) - $(loudness difference.wav)))
+}
 
-read -r sent _ <<<"$(figure packets)"
-[ "$(figure packets)" = "$sent SBC frames went to the accessory, $sent came back" ] ||
-    fail "packets: $(figure packets)"
-[ $((sent * 8)) -gt 11000 ] || fail "only $sent packets"
-[[ $(figure lost) == '0 '* ]] || fail "lost: $(figure lost)"
+# shows SERVER ORIGIN: the demo tells the truth, whatever the machine is busy with; whether what was
+# heard is also what was said.
+shows() {
+    local sent delay ratio printed
+    "$LIVE_DEMO" "$BUILD" out >printed.txt || fail "the demo: exit $?"
+    nothing_is_left
+    [[ $(figure 'sound server') == *"$1"* && $(figure 'sound server') == *"$2" ]] ||
+        fail "sound server: $(figure 'sound server')"
 
-# Delay and ratio once more by sox: what was said, so much later, minus what was heard. Only a
-# machine that is too busy to play without gaps is excused.
-delay=$(figure delay)
-delay=${delay% ms}
-awk -v delay="$delay" 'BEGIN { exit !(delay > 600 && delay < 3000) }' || fail "delay: $delay ms"
-samples=$(awk -v delay="$delay" 'BEGIN { printf "%.0f", delay * 64 }')
-sox out/said.wav late.wav rate 64000 pad "${samples}s@0"
-sox out/heard.wav heard.wav rate 64000
-sox -m -v 1 late.wav -v -1 heard.wav difference.wav
-ratio=$(($(loudness heard.wav) - $(loudness difference.wav)))
-printed=$(figure likeness | grep -oP 'noise \K[0-9]+')
-if [[ $(figure underruns) == '0 of the loudspeaker, 0 of the microphone' ]]; then
-    [ "$ratio" -ge 20 ] || fail "signal to noise by sox: $ratio dB, printed $printed"
+    read -r sent _ <<<"$(figure packets)"
+    [ "$(figure packets)" = "$sent SBC frames went to the accessory, $sent came back" ] ||
+        fail "packets: $(figure packets)"
+    [ $((sent * 8)) -gt 11000 ] || fail "only $sent packets"
+    [[ $(figure lost) == '0 '* ]] || fail "lost: $(figure lost)"
+
+    delay=$(figure delay)
+    delay=${delay% ms}
+    awk -v delay="$delay" 'BEGIN { exit !(delay > 600 && delay < 3000) }' || fail "delay: $delay ms"
+    ratio=$(signal_to_noise "$delay") || exit 1
+    printed=$(figure likeness | grep -oP 'noise \K-?[0-9]+') || fail "$(cat printed.txt)"
     [ $((printed - ratio)) -le 3 ] && [ $((ratio - printed)) -le 3 ] ||
         fail "signal to noise by sox: $ratio dB, printed $printed"
-fi
-[ "$(head -c 8 out/waveforms.png | od -An -tx1 | tr -d ' \n')" = 89504e470d0a1a0a ] ||
-    fail 'no picture'
-checks=$((checks + 5))
+    [ "$(head -c 8 out/waveforms.png | od -An -tx1 | tr -d ' \n')" = 89504e470d0a1a0a ] ||
+        fail 'no picture'
+    checks=$((checks + 5))
+    printf 'signal to noise: %s dB, underruns: %s\n' "$ratio" "$(figure underruns)" | tee -a why.txt
+    # PulseAudio says when the machine is too busy to play without gaps.
+    [ "$ratio" -ge 20 ] || [[ $tries == 1 && $(figure underruns) != '0 of the loudspeaker, 0 of the microphone' ]]
+}
+in_some_try shows "$1" "$2"
 
 "$LIVE_DEMO" "$BUILD" interrupted >printed.txt &
 demo=$!

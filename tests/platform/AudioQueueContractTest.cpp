@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <future>
+#include <latch>
 #include <random>
 #include <set>
 #include <string>
@@ -16,6 +17,7 @@
 #include "tests/support/AudioWorld.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/Ramp.hpp"
 #include "tests/support/Worlds.hpp"
 
 namespace zav::test {
@@ -301,10 +303,6 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
             world_->lose();
             ASSERT_TRUE(until([&] { return !output.isRunning(); }));
             ASSERT_TRUE(until([&] { return output.returnCount() == 2; }));
-            if (isPaused) {
-                // A paused input queue has no device to lose.
-                input.stop(true);
-            }
             ASSERT_TRUE(until([&] { return !input.isRunning() && input.returnCount() == 3; }));
             EXPECT_EQ(output.start(), kAudioQueueErr_InvalidDevice);
             EXPECT_EQ(input.start(), kAudioQueueErr_InvalidDevice);
@@ -317,6 +315,93 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
             input.enqueue(1, 9600);
             ASSERT_EQ(input.start(), noErr);
             ASSERT_TRUE(until([&] { return input.returnCount() == 4; }));
+        }
+    }
+}
+
+/// A call that the device's end may come into the middle of.
+enum class Call { start, stop, stopAtEnd, dispose, disposeAtEnd };
+
+OSStatus make(Call call, QueueUnderTest& queue) {
+    switch (call) {
+        case Call::start:
+            return queue.start();
+        case Call::stop:
+        case Call::stopAtEnd:
+            return queue.stop(call == Call::stop);
+        default:
+            queue.dispose(call == Call::dispose);
+            return noErr;
+    }
+}
+
+TEST_P(AudioQueueContract, aDeviceMayGoAwayInTheMiddleOfAnyCall) {
+    // Each call is made on a thread of its own, on an output and on an input queue, and the device
+    // goes some milliseconds later: before, during or after it.
+    struct Case {
+        Call call;
+        OutputUnderTest output{kOutputFormat};
+        InputUnderTest input{kInputFormat};
+        OSStatus outputStatus = noErr;
+        OSStatus inputStatus = noErr;
+    };
+    const int roundCount = GetParam() == WorldKind::virtualDevice ? 100 : 8;
+    std::mt19937 random(1);
+    for (int round = 0; round < roundCount; ++round) {
+        std::array<Case, 5> cases{{{Call::start},
+                                   {Call::stop},
+                                   {Call::stopAtEnd},
+                                   {Call::dispose},
+                                   {Call::disposeAtEnd}}};
+        std::latch everyone(2 * cases.size() + 1);
+        std::vector<std::thread> threads;
+        const auto callOnThread = [&](Call call, QueueUnderTest& queue, OSStatus& status) {
+            ASSERT_EQ(call == Call::start ? noErr : queue.start(), noErr);
+            threads.emplace_back([&everyone, call, &queue, &status] {
+                everyone.arrive_and_wait();
+                status = make(call, queue);
+            });
+        };
+        for (Case& one : cases) {
+            one.output.enqueue(rampSamples(kRate));
+            one.output.enqueue(rampSamples(kRate));
+            one.input.enqueue(2, kRate);
+            callOnThread(one.call, one.output, one.outputStatus);
+            callOnThread(one.call, one.input, one.inputStatus);
+        }
+        everyone.arrive_and_wait();
+        world_->pass(static_cast<double>(random() % 20) * 0.001);
+        world_->lose();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+
+        const auto expectEverythingBack = [&](Call call, QueueUnderTest& queue, OSStatus status) {
+            SCOPED_TRACE(static_cast<int>(call));
+            if (call == Call::start && status != noErr) {
+                EXPECT_TRUE(status == kAudioQueueErr_InvalidDevice ||
+                            status == kAudioQueueErr_CannotStart);
+                EXPECT_EQ(queue.returnCount(), 0U);
+                status = queue.stop(true);
+            }
+            EXPECT_EQ(status, noErr);
+            ASSERT_TRUE(call == Call::dispose || until([&] { return queue.returnCount() == 2; }));
+        };
+        for (Case& one : cases) {
+            expectEverythingBack(one.call, one.output, one.outputStatus);
+            expectEverythingBack(one.call, one.input, one.inputStatus);
+        }
+        world_->bringBack();
+        for (Case& one : cases) {
+            if (one.call < Call::dispose) {
+                EXPECT_FALSE(one.output.isRunning() || one.input.isRunning());
+                one.output.enqueue(rampSamples(960));
+                one.input.enqueue(1, 960);
+                ASSERT_EQ(one.output.start(), noErr);
+                ASSERT_EQ(one.input.start(), noErr);
+                ASSERT_TRUE(until(
+                    [&] { return one.output.returnCount() == 3 && one.input.returnCount() == 3; }));
+            }
         }
     }
 }
@@ -364,7 +449,7 @@ TEST_P(AudioQueueContract, aCallbackMayStopOrDisposeOfItsQueue) {
                 } else {
                     EXPECT_EQ(queue.stop(true), noErr);
                     EXPECT_FALSE(queue.isRunning());
-                    // It belongs to the queue that stopped, and comes back.
+                    // It knows of the stop: this is for the next run.
                     EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
                 }
                 done.set_value();
@@ -385,9 +470,45 @@ TEST_P(AudioQueueContract, aCallbackMayStopOrDisposeOfItsQueue) {
         ASSERT_TRUE(until([&] { return isReady(outputEnd) && isReady(inputEnd); }));
         if (!disposes) {
             ASSERT_TRUE(
+                until([&] { return output.returnCount() == 2 && input.returnCount() == 3; }));
+            ASSERT_EQ(output.start(), noErr);
+            ASSERT_EQ(input.start(), noErr);
+            ASSERT_TRUE(
                 until([&] { return output.returnCount() == 3 && input.returnCount() == 4; }));
         }
     }
+}
+
+TEST_P(AudioQueueContract, aCallbackMayStartItsQueueAfresh) {
+    OutputUnderTest queue(kOutputFormat);
+    queue.onReturn = [&, isFirst = true](AudioQueueBufferRef) mutable {
+        if (std::exchange(isFirst, false)) {
+            EXPECT_EQ(queue.stop(true), noErr);
+            queue.enqueue(rampSamples(9600, 9600));
+            EXPECT_EQ(queue.start(), noErr);
+        }
+    };
+    queue.enqueue(rampSamples(9600));
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 2; }));
+    expectToHear(19200);
+}
+
+TEST_P(AudioQueueContract, aBufferThatIsEnqueuedTooLateComesBackEmpty) {
+    InputUnderTest queue(kInputFormat);
+    queue.onReturn = [&, isFirst = true](AudioQueueBufferRef buffer) mutable {
+        if (std::exchange(isFirst, false)) {
+            std::thread([&] { EXPECT_EQ(queue.stop(true), noErr); }).join();
+            EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
+        }
+    };
+    const auto buffers = queue.enqueue(2, 960);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_TRUE(until([&] { return queue.returnCount() == 3; }));
+    const auto returns = queue.returns();
+    EXPECT_EQ(buffersOf(returns), (std::vector{buffers[0], buffers[1], buffers[0]}));
+    EXPECT_EQ(returns[0].bytes.size(), 960U);
+    EXPECT_EQ(returns[2].bytes.size(), 0U);
 }
 
 TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
@@ -441,14 +562,8 @@ std::size_t threadCount() {
 }
 
 TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemoryBehind) {
-    constexpr auto kLongestCall = std::chrono::seconds(4);
     std::mt19937 random(1);
     const auto chance = [&](unsigned outOf) { return random() % outOf == 0; };
-    const auto bounded = [&](auto call) {
-        const auto begin = std::chrono::steady_clock::now();
-        call();
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, kLongestCall);
-    };
     const std::vector<std::int16_t> silence(960);
     OutputUnderTest output(kOutputFormat);
     InputUnderTest input(kInputFormat);
@@ -458,15 +573,15 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
         playing.enqueueAgain(silence);
         playing.enqueueAgain(silence);
         recording.enqueueAgain(960);
-        bounded([&] { EXPECT_EQ(playing.start(), noErr); });
-        bounded([&] { EXPECT_EQ(recording.start(), noErr); });
+        EXPECT_EQ(playing.start(), noErr);
+        EXPECT_EQ(recording.start(), noErr);
         world_->pass(static_cast<double>(random() % 4) * 0.001);
         const bool isDropped = chance(4);
         if (isDropped) {
             return;
         }
-        bounded([&] { EXPECT_EQ(playing.stop(!chance(8)), noErr); });
-        bounded([&] { EXPECT_EQ(recording.stop(true), noErr); });
+        EXPECT_EQ(playing.stop(!chance(8)), noErr);
+        EXPECT_EQ(recording.stop(true), noErr);
         ASSERT_TRUE(until([&] {
             return !playing.isRunning() && playing.returnCount() == playedBefore + 2 &&
                    recording.returnCount() == recordedBefore + 1;
@@ -476,8 +591,6 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
         OutputUnderTest playing(kOutputFormat);
         InputUnderTest recording(kInputFormat);
         cycle(playing, recording);
-        bounded([&] { playing.dispose(); });
-        bounded([&] { recording.dispose(); });
     };
     const auto startAndStop = [&] {
         cycle(output, input);

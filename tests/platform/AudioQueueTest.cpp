@@ -10,9 +10,11 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <future>
 #include <mutex>
 #include <random>
 
+#include "tests/support/Commands.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/ProbedDevice.hpp"
 #include "tests/support/QueueUnderTest.hpp"
@@ -345,16 +347,39 @@ TEST(AudioQueue, usesTheDispatchQueueThatItWasGiven) {
     }
     EXPECT_EQ(queue.callbackThreads(), std::set{std::this_thread::get_id()});
     queue.dispose();
+
+    // The dispatch queue may end right behind the queue.
+    for (int round = 0; round < 50; ++round) {
+        OneThread brief;
+        OutputUnderTest dropped(pcmFormat(48000, 1), &brief);
+        dropped.enqueue(std::vector<std::int16_t>(48, 1));
+        ASSERT_EQ(dropped.start(), noErr);
+        device.advance(0.01);
+        dropped.dispose();
+    }
 }
 
-TEST(AudioQueue, anApplicationThatIsLateWithItsBuffersFindsTheAudioHeldBack) {
-    VirtualDevice device;
-    std::int16_t next = 1;
-    device.setSpeaking([&](std::span<std::byte> captured) {
+/// A microphone that says 1, 2, 3 and so on.
+void sayCounting(VirtualDevice& device) {
+    device.setSpeaking([next = std::int16_t{1}](std::span<std::byte> captured) mutable {
         for (std::size_t i = 0; i + 1 < captured.size(); i += 2, ++next) {
             std::memcpy(captured.data() + i, &next, 2);
         }
     });
+}
+
+void expectCounting(const Bytes& captured, std::size_t frameCount) {
+    ASSERT_EQ(captured.size(), 2 * frameCount);
+    for (std::size_t i = 0; i < frameCount; ++i) {
+        std::int16_t sample = 0;
+        std::memcpy(&sample, captured.data() + 2 * i, 2);
+        ASSERT_EQ(sample, static_cast<std::int16_t>(i + 1));
+    }
+}
+
+TEST(AudioQueue, anApplicationThatIsLateWithItsBuffersFindsTheAudioHeldBack) {
+    VirtualDevice device;
+    sayCounting(device);
     InputUnderTest queue(pcmFormat(8000, 1));
     queue.enqueue(1, 1600);
     ASSERT_EQ(queue.start(), noErr);
@@ -366,14 +391,149 @@ TEST(AudioQueue, anApplicationThatIsLateWithItsBuffersFindsTheAudioHeldBack) {
     device.advance(0.5, settleQueues);
     ASSERT_EQ(queue.stop(true), noErr);
     settleQueues();
-    const Bytes captured = queue.captured();
-    ASSERT_EQ(captured.size(), 2 * 23200U);
-    for (std::size_t i = 0; i < captured.size() / 2; ++i) {
-        std::int16_t sample = 0;
-        std::memcpy(&sample, captured.data() + 2 * i, 2);
-        ASSERT_EQ(sample, static_cast<std::int16_t>(i + 1));
+    expectCounting(queue.captured(), 23200);
+}
+
+TEST(AudioQueue, aStopTakesWhatTheDeviceHoldsBackForALateCallback) {
+    VirtualDevice device;
+    sayCounting(device);
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
+    InputUnderTest queue(pcmFormat(8000, 1));
+    queue.onReturn = [&, isFirst = true](AudioQueueBufferRef) mutable {
+        if (std::exchange(isFirst, false)) {
+            entered.set_value();
+            mayLeave.get_future().wait();
+        }
+    };
+    queue.enqueue(1, 1600);
+    queue.enqueue(1, 80000);
+    ASSERT_EQ(queue.start(), noErr);
+    device.advance(0.1);
+    entered.get_future().wait();
+    device.advance(3);
+    ASSERT_EQ(queue.stop(true), noErr);
+    mayLeave.set_value();
+    settleQueues();
+    expectCounting(queue.captured(), 24800);
+}
+
+#ifdef ZAV_HAS_FFMPEG
+
+/// Two seconds of tone in a stream of frames, by ffmpeg.
+Bytes encodedTone(const std::string& options) {
+    const std::string output =
+        outputOf("ffmpeg -nostdin -v error -f lavfi -i sine=r=48000:d=2 -ac 2 " + options + " -");
+    const auto bytes = std::as_bytes(std::span(output));
+    return {bytes.begin(), bytes.end()};
+}
+
+AudioStreamBasicDescription encodedFormat(std::uint32_t formatID) {
+    AudioStreamBasicDescription format;
+    format.mFormatID = formatID;
+    format.mSampleRate = 48000;
+    format.mChannelsPerFrame = 2;
+    return format;
+}
+
+TEST(AudioQueue, playsWhatItsDecoderHoldsAtAStopAlsoWhenItPausedForWantOfAudio) {
+    for (const bool isPaused : {false, true}) {
+        VirtualDevice device;
+        OutputUnderTest queue(encodedFormat(kAudioFormatAC3));
+        const Bytes bytes = encodedTone("-c:a ac3 -f ac3");
+        for (std::size_t at = 0; at < bytes.size(); at += 5000) {
+            queue.enqueue(&bytes[at], std::min<std::size_t>(5000, bytes.size() - at));
+        }
+        const std::size_t bufferCount = (bytes.size() + 4999) / 5000;
+        ASSERT_EQ(queue.start(), noErr);
+        while (queue.returnCount() < bufferCount) {
+            device.advance(0.1, settleQueues);
+        }
+        const std::size_t heardBefore = device.heard().size();
+        if (isPaused) {
+            ASSERT_EQ(queue.pause(), noErr);
+        }
+        ASSERT_EQ(queue.stop(false), noErr);
+        EXPECT_TRUE(queue.isRunning());
+        device.advance(0.5, settleQueues);
+        EXPECT_FALSE(queue.isRunning());
+        // The parser knows of the last frame's end only by the next one's beginning.
+        constexpr std::size_t kFrameBytes = 1536 * 2 * sizeof(float);
+        EXPECT_EQ(device.heard().size(), heardBefore + kFrameBytes);
+        EXPECT_EQ(device.heard().size() % kFrameBytes, 0U);
+        EXPECT_GE(device.heard().size(), 2 * 48000 * 2 * sizeof(float));
     }
 }
+
+TEST(AudioQueue, tellsOfCookiesWhatIsWrongWithThem) {
+    VirtualDevice device;
+    OutputUnderTest aac(encodedFormat(kAudioFormatMPEG4AAC));
+    OutputUnderTest ac3(encodedFormat(kAudioFormatAC3));
+    const std::uint32_t junk = 0xFFFFFFFF;
+    EXPECT_EQ(AudioQueueSetProperty(aac.get(), kAudioQueueProperty_MagicCookie, &junk, 4),
+              kAudioQueueErr_InvalidPropertyValue);
+    EXPECT_EQ(AudioQueueSetProperty(ac3.get(), kAudioQueueProperty_MagicCookie, &junk, 4),
+              kAudioQueueErr_InvalidProperty);
+}
+
+TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
+    VirtualDevice device;
+    InputUnderTest queue(encodedFormat(kAudioFormatFLAC));
+    std::atomic<bool> isOver = false;
+    // The encoder is made anew at every stop.
+    std::thread reader([&] {
+        while (!isOver) {
+            std::uint32_t size = 0;
+            EXPECT_EQ(
+                AudioQueueGetPropertySize(queue.get(), kAudioQueueProperty_MagicCookie, &size),
+                noErr);
+            std::uint32_t packetSize = 0;
+            size = sizeof(packetSize);
+            EXPECT_EQ(
+                AudioQueueGetProperty(queue.get(), kAudioQueueProperty_MaximumOutputPacketSize,
+                                      &packetSize, &size),
+                noErr);
+            EXPECT_GT(packetSize, 0U);
+            AudioStreamBasicDescription format;
+            size = sizeof(format);
+            EXPECT_EQ(AudioQueueGetProperty(queue.get(), kAudioQueueProperty_StreamDescription,
+                                            &format, &size),
+                      noErr);
+            EXPECT_GT(format.mFramesPerPacket, 0U);
+        }
+    });
+    for (int round = 0; round < 10; ++round) {
+        queue.onReturn = [&, isFirst = true](AudioQueueBufferRef buffer) mutable {
+            if (std::exchange(isFirst, false)) {
+                std::thread([&] { EXPECT_EQ(queue.stop(true), noErr); }).join();
+                EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
+            }
+        };
+        queue.forget();
+        queue.enqueue(2, 200000);
+        ASSERT_EQ(queue.start(), noErr);
+        device.advance(0.8, settleQueues);
+        const auto returns = queue.returns();
+        ASSERT_EQ(returns.size(), 3U);
+        std::uint64_t frameCount = 0;
+        for (const auto& returned : returns) {
+            std::int64_t end = 0;
+            for (const AudioStreamPacketDescription& packet : returned.descriptions) {
+                EXPECT_EQ(packet.mStartOffset, end);
+                end += packet.mDataByteSize;
+                frameCount +=
+                    packet.mVariableFramesInPacket != 0 ? packet.mVariableFramesInPacket : 4608;
+            }
+            EXPECT_EQ(static_cast<std::size_t>(end), returned.bytes.size());
+        }
+        EXPECT_TRUE(returns[2].bytes.empty());
+        EXPECT_GE(frameCount, 24000U);
+    }
+    isOver = true;
+    reader.join();
+}
+
+#endif
 
 TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
     constexpr double kHours = ZAV_TEST_HOURS;

@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <stdexcept>
 
@@ -28,17 +27,23 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, int input, i
 }
 
 ChildProcess::~ChildProcess() {
-    if (pid_ > 0) {
-        terminate();
+    if (!hasEnded()) {
+        ::kill(pid_, SIGTERM);
         wait();
     }
 }
 
-void ChildProcess::terminate() const {
-    ::kill(pid_, SIGTERM);
+bool ChildProcess::hasEnded() {
+    if (pid_ > 0 && ::waitpid(pid_, nullptr, WNOHANG) == pid_) {
+        pid_ = -1;
+    }
+    return pid_ < 0;
 }
 
 int ChildProcess::wait() {
+    if (pid_ < 0) {
+        return -1;
+    }
     int status = 0;
     ::waitpid(pid_, &status, 0);
     pid_ = -1;

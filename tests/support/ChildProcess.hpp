@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -11,15 +12,16 @@ namespace zav::test {
 class ChildProcess {
  public:
     /// `input` and `output` become its standard input and output; the other descriptors stay here
-    /// if they close on exec.
-    ChildProcess(const std::vector<std::string>& command, int input, int output);
+    /// if they close on exec. Throws std::runtime_error when it cannot be run.
+    explicit ChildProcess(const std::vector<std::string>& command, int input = STDIN_FILENO,
+                          int output = STDOUT_FILENO);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    void terminate() const;
+    bool hasEnded();
 
-    /// Waits for its end; its exit code, or -1 when a signal ended it.
+    /// Waits for its end; its exit code, or -1 when a signal ended it or its end was seen before.
     int wait();
 
  private:

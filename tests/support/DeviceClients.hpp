@@ -9,23 +9,12 @@
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
+#include "tests/support/Ramp.hpp"
 
 namespace zav::test {
 
-/// The sample of a ramp that is never silent.
-inline std::int16_t rampSample(std::uint64_t frame) {
-    return static_cast<std::int16_t>(frame % 32767 + 1);
-}
-
-inline std::vector<std::int16_t> ramp(std::uint64_t frameCount) {
-    std::vector<std::int16_t> samples;
-    for (std::uint64_t frame = 0; frame < frameCount; ++frame) {
-        samples.push_back(rampSample(frame));
-    }
-    return samples;
-}
-
-/// Plays a ramp of 16-bit stereo, as far as the test lets it, and watches the device's manners.
+/// Plays a ramp of 16-bit stereo, sample by sample through both channels, as far as the test lets
+/// it, and watches the device's manners.
 class RampClient : public PlaybackClient {
  public:
     virtual ~RampClient() = default;
@@ -35,10 +24,9 @@ class RampClient : public PlaybackClient {
     std::size_t pull(std::span<std::byte> room) noexcept override {
         const std::uint64_t from = pulled;
         const std::uint64_t count = std::min<std::uint64_t>(room.size() / 4, available - from);
-        for (std::uint64_t i = 0; i < count; ++i) {
-            const std::int16_t sample = rampSample(from + i);
-            std::memcpy(&room[i * 4], &sample, 2);
-            std::memcpy(&room[i * 4 + 2], &sample, 2);
+        for (std::uint64_t i = 0; i < 2 * count; ++i) {
+            const std::int16_t sample = rampSample(2 * from + i);
+            std::memcpy(&room[i * 2], &sample, 2);
         }
         isInOrder = isInOrder && room.size() % 4 == 0 && !isGone;
         pulled = from + count;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -18,6 +19,18 @@ template <class Queues>
 bool areIdle(const Queues& these) {
     return std::all_of(these.begin(), these.end(),
                        [](AudioQueueRef queue) { return queue->queue->isIdle(); });
+}
+
+/// A call waits for a server that does not answer, three seconds at most; the rest is the
+/// machine's.
+constexpr std::chrono::seconds kLongestCall{5};
+
+template <class Call>
+OSStatus inTime(Call call) {
+    const auto begin = std::chrono::steady_clock::now();
+    const OSStatus status = call();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, kLongestCall);
+    return status;
 }
 
 }  // namespace
@@ -55,6 +68,18 @@ QueueUnderTest::~QueueUnderTest() {
     EXPECT_FALSE(wasConcurrent_);
 }
 
+OSStatus QueueUnderTest::start() {
+    return inTime([this] { return AudioQueueStart(queue_, nullptr); });
+}
+
+OSStatus QueueUnderTest::stop(bool isImmediate) {
+    return inTime([this, isImmediate] { return AudioQueueStop(queue_, isImmediate); });
+}
+
+OSStatus QueueUnderTest::pause() {
+    return inTime([this] { return AudioQueuePause(queue_); });
+}
+
 void QueueUnderTest::dispose(bool isImmediate) {
     if (queue_ == nullptr) {
         return;
@@ -63,7 +88,8 @@ void QueueUnderTest::dispose(bool isImmediate) {
         const std::lock_guard lock(queuesMutex);
         queues.erase(queue_);
     }
-    EXPECT_EQ(AudioQueueDispose(queue_, isImmediate), noErr);
+    EXPECT_EQ(inTime([this, isImmediate] { return AudioQueueDispose(queue_, isImmediate); }),
+              noErr);
     queue_ = nullptr;  // only now: callbacks use it until they are over
 }
 

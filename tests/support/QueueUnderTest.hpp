@@ -16,7 +16,8 @@
 namespace zav::test {
 
 /// A queue and what its callback was told. The queue ends with this object, unless it was disposed
-/// of before, and fails the test if two of its callbacks ever ran at the same time.
+/// of before. The test fails if a call takes long, whatever has become of the device, or if two
+/// callbacks ever ran at the same time.
 class QueueUnderTest {
  public:
     struct Return {
@@ -30,9 +31,9 @@ class QueueUnderTest {
     ~QueueUnderTest();
 
     AudioQueueRef get() const { return queue_; }
-    OSStatus start() { return AudioQueueStart(queue_, nullptr); }
-    OSStatus stop(bool isImmediate) { return AudioQueueStop(queue_, isImmediate); }
-    OSStatus pause() { return AudioQueuePause(queue_); }
+    OSStatus start();
+    OSStatus stop(bool isImmediate);
+    OSStatus pause();
     void dispose(bool isImmediate = true);
 
     bool isRunning() const { return isRunning(queue_); }

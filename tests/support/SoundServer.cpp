@@ -89,6 +89,9 @@ void SoundServer::start() {
 }
 
 void SoundServer::end() {
+    if (script_ == nullptr) {
+        return;
+    }
     ::close(leash_);
     script_->wait();
     script_.reset();

@@ -4,37 +4,48 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
+#include <array>
+#include <iterator>
 
 #include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
 
 SpeakerRecorder::SpeakerRecorder()
-    : output_(::open(file_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)),
+    : file_(::open((folder_ / "heard.raw").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)),
       parec_({"parec", "--device=speaker.monitor", "--raw", "--format=s16le", "--rate=48000",
               "--channels=2", "--latency-msec=20"},
-             STDIN_FILENO, output_) {
-    ::close(output_);
-    EXPECT_TRUE(waitFor([this] { return std::filesystem::file_size(file_) > 0; }))
-        << "parec does not record";
+             STDIN_FILENO, file_) {
+    const auto hasBegun = [this] {
+        heard();
+        return readBytes_ > 0;
+    };
+    waitFor([&] { return hasBegun() || parec_.hasEnded(); });
+    EXPECT_TRUE(hasBegun()) << "parec does not record";
 }
 
-std::vector<std::int16_t> SpeakerRecorder::heard() const {
-    const std::vector<std::byte> bytes = readFile(file_);
-    std::vector<std::int16_t> samples;
-    for (std::size_t at = 0; at + 4 <= bytes.size(); at += 4) {
-        std::int16_t sample = 0;
-        std::memcpy(&sample, &bytes[at], sizeof(sample));
-        if (sample != 0) {
-            samples.push_back(sample);
+SpeakerRecorder::~SpeakerRecorder() {
+    ::close(file_);
+}
+
+const std::vector<std::int16_t>& SpeakerRecorder::heard() {
+    std::array<std::int16_t, 16384> piece{};
+    for (;;) {
+        const ssize_t bytes =
+            ::pread(file_, piece.data(), sizeof(piece), static_cast<off_t>(readBytes_));
+        const std::size_t samples = bytes > 0 ? static_cast<std::size_t>(bytes) / 2 : 0;
+        if (samples == 0) {
+            return heard_;
         }
+        readBytes_ += 2 * samples;
+        std::copy_if(piece.begin(), piece.begin() + samples, std::back_inserter(heard_),
+                     [](std::int16_t sample) { return sample != 0; });
     }
-    return samples;
 }
 
-std::vector<std::int16_t> SpeakerRecorder::waitForSamples(std::size_t count) const {
-    waitFor([this, count] { return heard().size() >= count; });
+const std::vector<std::int16_t>& SpeakerRecorder::waitForSamples(std::size_t count) {
+    waitFor([&] { return heard().size() >= count; });
     return heard();
 }
 

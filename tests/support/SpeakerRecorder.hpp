@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <vector>
 
 #include "tests/support/ChildProcess.hpp"
@@ -15,18 +14,23 @@ class SpeakerRecorder {
  public:
     /// Returns when it records.
     SpeakerRecorder();
+    ~SpeakerRecorder();
+    SpeakerRecorder(const SpeakerRecorder&) = delete;
+    SpeakerRecorder& operator=(const SpeakerRecorder&) = delete;
 
-    /// The left samples that were heard so far, without the silence before, after and between.
-    std::vector<std::int16_t> heard() const;
+    /// The samples of both channels in turn that were heard so far, without the silence before,
+    /// after and between. Reads only what is new: to be asked as often as one likes.
+    const std::vector<std::int16_t>& heard();
 
     /// Waits until so many samples were heard; what was.
-    std::vector<std::int16_t> waitForSamples(std::size_t count) const;
+    const std::vector<std::int16_t>& waitForSamples(std::size_t count);
 
  private:
     const TemporaryFolder folder_;
-    const std::filesystem::path file_ = folder_ / "heard.raw";
-    const int output_;
+    const int file_;
     ChildProcess parec_;
+    std::size_t readBytes_ = 0;
+    std::vector<std::int16_t> heard_;
 };
 
 }  // namespace zav::test

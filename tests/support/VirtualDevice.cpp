@@ -49,7 +49,7 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
     OSStatus start() override {
         const std::lock_guard lock(device_.mutex_);
         if (isGone_ || device_.startingStatus_ != noErr) {
-            return isGone_ ? kAudioQueueErr_CannotStart : device_.startingStatus_;
+            return isGone_ ? kAudioQueueErr_InvalidDevice : device_.startingStatus_;
         }
         isPlaying_ = true;
         pull();
@@ -58,7 +58,7 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
     OSStatus pause() override {
         const std::lock_guard lock(device_.mutex_);
         isPlaying_ = false;
-        return isGone_ ? kAudioQueueErr_CannotStart : noErr;
+        return isGone_ ? kAudioQueueErr_InvalidDevice : noErr;
     }
     void audioAdded() override {
         const std::lock_guard lock(device_.mutex_);

@@ -1,10 +1,10 @@
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <mutex>
 
 #include "QueueUnderTest.hpp"
 #include "VirtualDevice.hpp"
+#include "WaitFor.hpp"
 #include "Worlds.hpp"
 
 namespace zav::test {
@@ -18,15 +18,7 @@ class VirtualWorld : public AudioWorld {
     }
 
     bool until(const std::function<bool()>& isDone) override {
-        constexpr double kStepInSeconds = 0.005;
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (!isDone()) {
-            if (std::chrono::steady_clock::now() > limit) {
-                return false;
-            }
-            pass(kStepInSeconds);
-        }
-        return true;
+        return waitFor(isDone, [this] { pass(0.005); });
     }
     void pass(double seconds) override { device_.advance(seconds, settleQueues); }
 

@@ -5,17 +5,27 @@
 
 namespace zav::test {
 
-/// Waits until `condition` holds, half a minute at most; whether it does.
-template <typename Condition>
-bool waitFor(Condition condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+/// How long a test waits for what another thread or process does before it fails: far longer than
+/// that ever takes.
+inline constexpr std::chrono::seconds kWaitLimit{60};
+
+/// Waits until `condition` holds, kWaitLimit at most; whether it does. `passTime` is called between
+/// one look and the next.
+template <typename Condition, typename PassTime>
+bool waitFor(Condition condition, PassTime passTime) {
+    const auto limit = std::chrono::steady_clock::now() + kWaitLimit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > limit) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        passTime();
     }
     return true;
+}
+
+template <typename Condition>
+bool waitFor(Condition condition) {
+    return waitFor(condition, [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); });
 }
 
 }  // namespace zav::test

@@ -26,10 +26,28 @@ until_true() { # COMMAND...
     fail "in vain: $* $(cat "$work/log")"
 }
 
-# listen_to_speaker FILE: records what is played, raw, 16 bits, 48000 Hz, stereo, from now on.
+# PipeWire without the rights of a real-time process leaves whole blocks out or repeats them when the
+# machine is busy, of paplay's audio and for parec, too, and tells nobody.
+tries=1
+[ "${SOUND_SERVER:-}" != pipewire ] || tries=6
+
+# in_some_try COMMAND...: passes, with more tries where the server is to blame. What a failed one
+# writes into why.txt is told.
+in_some_try() {
+    local try
+    for ((try = 0; try < tries; ++try)); do
+        if "$@"; then
+            checks=$((checks + 1))
+            return 0
+        fi
+    done
+    fail "$* $(cat why.txt 2>>"$work/log" || true)"
+}
+
+# listen_to_speaker FILE [SINK]: records what is played, raw, 16 bits, 48000 Hz, stereo, from now on.
 listen_to_speaker() {
     : >"$1"
-    in_background parec --device=speaker.monitor --raw --format=s16le --rate=48000 --channels=2 \
+    in_background parec --device="${2:-speaker}.monitor" --raw --format=s16le --rate=48000 --channels=2 \
         --latency-msec=20 >"$1"
     until_true test -s "$1"
 }

@@ -99,7 +99,8 @@ class CaptureStream {
     virtual ~CaptureStream() = default;
 
     /// Ends capturing: pushes what was captured until now, then nothing more. What the client does
-    /// not take is dropped. Waits for the device, a second at most.
+    /// not take is dropped. That the device goes away is told also after this. Waits for the
+    /// device, a second at most.
     virtual void finish() = 0;
     /// The client has room again. Cheap.
     virtual void roomAdded() = 0;

@@ -44,6 +44,9 @@ OSStatus BufferQueue::enqueue(AudioQueueBufferRef buffer,
     if (memory->second->isInQueue) {
         return kAudioQueueErr_BufferInQueue;
     }
+    if (const OSStatus status = prepare(*buffer, descriptions); status != noErr) {
+        return status;
+    }
     Entry entry;
     entry.buffer = buffer;
     const bool comesTooLate = runner_->isCurrentThread() && stopCountAtCallback_ != stopCount_;
@@ -51,15 +54,22 @@ OSStatus BufferQueue::enqueue(AudioQueueBufferRef buffer,
         givenBack_.push_back(std::move(entry));
         wake();
     } else {
-        enqueued_.push_back(std::move(entry));
-        if (const OSStatus status = accept(enqueued_.back(), descriptions); status != noErr) {
-            enqueued_.pop_back();
-            return status;
-        }
-        accepted();
+        add(entry, descriptions);
     }
     memory->second->isInQueue = true;
     return noErr;
+}
+
+/// State lock held.
+void BufferQueue::add(const Entry& entry,
+                      std::span<const AudioStreamPacketDescription> descriptions) {
+    enqueued_.push_back(entry);
+    try {
+        accept(enqueued_.back(), descriptions);
+    } catch (...) {
+        enqueued_.pop_back();
+        throw;
+    }
 }
 
 OSStatus BufferQueue::start() {
@@ -77,11 +87,23 @@ OSStatus BufferQueue::start() {
             return noErr;
         }
     }
-    if (const OSStatus status = isRunning_ ? resumeDevice() : openDevice(); status != noErr) {
+    if (isRunning_) {
+        return resume();
+    }
+    if (const OSStatus status = openDevice(); status != noErr) {
+        return status;
+    }
+    isRunning_ = true;
+    wake();
+    return noErr;
+}
+
+/// Control lock held.
+OSStatus BufferQueue::resume() {
+    if (const OSStatus status = resumeDevice(); status != noErr) {
         return status;
     }
     isPaused_ = false;
-    isRunning_ = true;
     wake();
     return noErr;
 }
@@ -108,24 +130,30 @@ OSStatus BufferQueue::pause() {
 
 OSStatus BufferQueue::stop(bool isImmediate) {
     const std::lock_guard control(control_);
+    bool isEmpty = false;
     {
         const std::lock_guard lock(state_);
         if (isEnded_) {
             return kAudioQueueErr_DisposalPending;
         }
-        if (isRunning_ && !isImmediate && !isDeviceGone() && !beginEnding()) {
-            isStopping_ = true;
-            wake();
-            return noErr;
-        }
+        isImmediate = isImmediate || !isRunning_ || isDeviceGone() || beginEnding();
+        isStopping_ = !isImmediate;
+        isEmpty = enqueued_.empty();
     }
-    stopNow();
-    return noErr;
+    if (isImmediate) {
+        stopNow();
+        return noErr;
+    }
+    wake();
+    // The application has got all its buffers back, and takes what is left for played: it would
+    // not go on for that.
+    return isPaused_ && isEmpty ? resume() : noErr;
 }
 
 OSStatus BufferQueue::end(bool isImmediate) {
     if (!isImmediate) {
-        if (const OSStatus status = stop(false); status != noErr) {
+        // Nobody can have a paused queue go on any more.
+        if (const OSStatus status = stop(isPaused()); status != noErr) {
             return status;
         }
         const std::lock_guard lock(state_);
@@ -147,6 +175,11 @@ OSStatus BufferQueue::end(bool isImmediate) {
     runner_->end();
     delete std::exchange(handle_, nullptr);
     return noErr;
+}
+
+bool BufferQueue::isPaused() {
+    const std::lock_guard control(control_);
+    return isPaused_;
 }
 
 void BufferQueue::giveBackFirst() {
@@ -230,6 +263,9 @@ void BufferQueue::stopNow() {
     isRunning_ = false;
     isStopping_ = false;
     ++stopCount_;
+    if (runner_->isCurrentThread()) {
+        stopCountAtCallback_ = stopCount_;  // a callback knows of the stop that it asked for
+    }
     endRun();
     while (!enqueued_.empty()) {
         giveBackFirst();

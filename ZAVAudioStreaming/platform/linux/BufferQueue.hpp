@@ -77,15 +77,17 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     // The derived class's part. Control lock held, state lock not:
     virtual OSStatus openDevice() = 0;
     virtual OSStatus resumeDevice() = 0;
+    /// A device that goes away while it is paused is still noticed.
     virtual OSStatus pauseDevice() = 0;
     virtual void closeDevice() = 0;
 
     // State lock held:
-    /// `entry` is the last of `enqueued`, and leaves it again if this fails or throws.
-    virtual OSStatus accept(Entry& entry,
-                            std::span<const AudioStreamPacketDescription> descriptions) = 0;
-    /// The buffer is in the queue now.
-    virtual void accepted() = 0;
+    /// Whether a buffer can be enqueued with these descriptions. One to be filled is emptied.
+    virtual OSStatus prepare(AudioQueueBuffer& buffer,
+                             std::span<const AudioStreamPacketDescription> descriptions) const = 0;
+    /// `entry` is the last of `enqueued`, and leaves it again if this throws.
+    virtual void accept(Entry& entry,
+                        std::span<const AudioStreamPacketDescription> descriptions) = 0;
     /// Gives back the buffers that the device is done with; of a stop the last one waits until the
     /// queue is not running any more.
     virtual void collect() = 0;
@@ -102,6 +104,9 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
  private:
     struct Memory;
 
+    void add(const Entry& entry, std::span<const AudioStreamPacketDescription> descriptions);
+    OSStatus resume();
+    bool isPaused();
     bool isRunOver() const;
     void finishRunIfOver();
     void stopNow();
@@ -121,8 +126,8 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     bool isStopping_ = false;
     bool isEnded_ = false;
     bool endsAfterStop_ = false;
-    // A callback that began before the last stop may enqueue its buffer again without knowing of
-    // it: that buffer comes back at once.
+    // A callback that began before the last stop, of another thread, may enqueue its buffer again
+    // without knowing of it: that buffer comes back at once.
     std::uint64_t stopCount_ = 0;
     std::uint64_t stopCountAtCallback_ = 0;
 

@@ -47,7 +47,10 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     }
 
     void end() override {
-        isEnded_ = true;
+        {
+            const std::lock_guard lock(requesting_);
+            isEnded_ = true;
+        }
         // The event is closed where it is waited for, after what waits for it now.
         asio::post(strand_, [self = shared_from_this()] { self->event_.cancel(); });
         if (!isCurrentThread()) {
@@ -58,12 +61,9 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     void waitForEvent() {
         event_.async_wait(asio::posix::stream_descriptor::wait_read,
                           [self = shared_from_this()](const asio::error_code& error) {
-                              if (error || self->isEnded_) {
-                                  return;
+                              if (!error && self->requestUnlessEnded()) {
+                                  self->waitForEvent();
                               }
-                              self->clearEvent();
-                              self->request();
-                              self->waitForEvent();
                           });
     }
 
@@ -71,6 +71,17 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     void clearEvent() {
         std::uint64_t count = 0;
         static_cast<void>(!::read(eventHandle_, &count, sizeof(count)));
+    }
+
+    bool requestUnlessEnded() {
+        // The dispatch queue may be gone as soon as `end` has returned.
+        const std::lock_guard lock(requesting_);
+        if (isEnded_) {
+            return false;
+        }
+        clearEvent();
+        request();
+        return true;
     }
 
     /// Requests that come while one is being answered are answered by the same piece of work.
@@ -101,7 +112,8 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     int eventHandle_;
     std::atomic<std::uint64_t> requests_{0};
     std::atomic<bool> isEnded_{false};
-    std::mutex running_;  // held while `deliver` runs
+    std::mutex requesting_;  // held while the dispatch queue is handed work
+    std::mutex running_;     // held while `deliver` runs
 };
 
 }  // namespace

@@ -57,10 +57,16 @@ double InputQueue::currentFrame() {
 }
 
 AudioStreamBasicDescription InputQueue::streamFormat() {
+    const std::lock_guard lock(state());
     return encoder_ != nullptr ? encoder_->streamFormat() : format_;
 }
 
 std::uint32_t InputQueue::maximumPacketSize() {
+    const std::lock_guard lock(state());
+    return largestPacket();
+}
+
+std::uint32_t InputQueue::largestPacket() const {
     return encoder_ != nullptr ? encoder_->maximumPacketSize() : format_.mBytesPerPacket;
 }
 
@@ -101,39 +107,49 @@ OSStatus InputQueue::openStream() {
         return status;
     }
     const std::lock_guard lock(state());
-    stream_ = std::move(stream);
+    stream_.swap(stream);  // the one that a pause has finished closes after the lock
     return noErr;
 }
 
 // A device that captured on during a pause would hand out what was heard in it, or in the moment
-// before it a second time.
+// before it a second time. A finished one only keeps watch.
 OSStatus InputQueue::pauseDevice() {
-    closeDevice();
+    finishStream();
     return noErr;
+}
+
+void InputQueue::finishStream() {
+    {
+        // What the device holds back goes where there is room for it.
+        const std::lock_guard lock(state());
+        collect();
+    }
+    stream_->finish();
 }
 
 void InputQueue::closeDevice() {
     if (stream_ != nullptr) {
-        stream_->finish();
+        finishStream();
     }
     std::unique_ptr<CaptureStream> stream;
     const std::lock_guard lock(state());
     stream = std::move(stream_);
 }
 
-OSStatus InputQueue::accept(Entry& entry,
-                            std::span<const AudioStreamPacketDescription> descriptions) {
+OSStatus InputQueue::prepare(AudioQueueBuffer& buffer,
+                             std::span<const AudioStreamPacketDescription> descriptions) const {
     if (!descriptions.empty()) {
         return kAudioQueueErr_InvalidParameter;
     }
-    if (entry.buffer->mAudioDataBytesCapacity < maximumPacketSize()) {
+    if (buffer.mAudioDataBytesCapacity < largestPacket()) {
         return kAudioQueueErr_InvalidBuffer;
     }
-    entry.buffer->mAudioDataByteSize = 0;
+    buffer.mAudioDataByteSize = 0;
     return noErr;
 }
 
-void InputQueue::accepted() {
+void InputQueue::accept(Entry& /*entry*/,
+                        std::span<const AudioStreamPacketDescription> /*descriptions*/) {
     wake();
 }
 
@@ -233,8 +249,9 @@ bool InputQueue::takePacket() {
         std::span(packets_.bytes)
             .subspan(static_cast<std::size_t>(packet.mStartOffset), packet.mDataByteSize);
     packet.mStartOffset = entry.buffer->mAudioDataByteSize;
-    takeBytes(bytes, packet.mVariableFramesInPacket != 0 ? packet.mVariableFramesInPacket
-                                                         : streamFormat().mFramesPerPacket);
+    takeBytes(bytes, packet.mVariableFramesInPacket != 0
+                         ? packet.mVariableFramesInPacket
+                         : encoder_->streamFormat().mFramesPerPacket);
     entry.descriptions.push_back(packet);
     nextByte_ += bytes.size();
     ++nextPacket_;

@@ -33,9 +33,9 @@ class InputQueue : public BufferQueue {
     OSStatus resumeDevice() override;
     OSStatus pauseDevice() override;
     void closeDevice() override;
-    OSStatus accept(Entry& entry,
-                    std::span<const AudioStreamPacketDescription> descriptions) override;
-    void accepted() override;
+    OSStatus prepare(AudioQueueBuffer& buffer,
+                     std::span<const AudioStreamPacketDescription> descriptions) const override;
+    void accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) override;
     void collect() override;
     void endRun() override;
     bool beginEnding() override { return true; }
@@ -45,6 +45,7 @@ class InputQueue : public BufferQueue {
     void callBack(AudioQueueRef handle, const Entry& entry) override;
 
     OSStatus openStream();
+    void finishStream();
     void fillBuffers();
     void fillFromRing();
     void encodeRing();
@@ -53,6 +54,7 @@ class InputQueue : public BufferQueue {
     bool takePacket();
     void takeBytes(std::span<const std::byte> bytes, std::uint64_t frameCount);
     void giveBackFilled();
+    std::uint32_t largestPacket() const;
     std::size_t roomInFirst() const;
     std::size_t bytesWorthWaking() const;
     void forgetPackets();

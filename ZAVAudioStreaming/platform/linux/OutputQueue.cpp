@@ -65,6 +65,7 @@ std::uint64_t OutputQueue::playedFrames() {
 }
 
 std::uint32_t OutputQueue::maximumPacketSize() {
+    const std::lock_guard lock(state());
     return decoder_ != nullptr ? decoder_->maximumPacketSize() : format_.mBytesPerPacket;
 }
 
@@ -78,7 +79,14 @@ OSStatus OutputQueue::setMagicCookie(std::span<const std::byte> cookie) {
     if (decoder_ == nullptr) {
         return kAudioQueueErr_InvalidProperty;
     }
-    decoder_->setMagicCookie(cookie);
+    try {
+        decoder_->setMagicCookie(cookie);
+    } catch (const AudioFileFailure& failure) {
+        // The words of a file for it.
+        return failure.status() == kAudioFileUnsupportedPropertyError
+                   ? kAudioQueueErr_InvalidProperty
+                   : kAudioQueueErr_InvalidPropertyValue;
+    }
     cookie_.assign(cookie.begin(), cookie.end());
     return noErr;
 }
@@ -130,16 +138,18 @@ void OutputQueue::closeDevice() {
     }
 }
 
-OSStatus OutputQueue::accept(Entry& entry,
-                             std::span<const AudioStreamPacketDescription> descriptions) {
-    const std::span bytes(static_cast<const std::byte*>(entry.buffer->mAudioData),
-                          entry.buffer->mAudioDataByteSize);
-    if (bytes.empty()) {
+OSStatus OutputQueue::prepare(AudioQueueBuffer& buffer,
+                              std::span<const AudioStreamPacketDescription> descriptions) const {
+    if (buffer.mAudioDataByteSize == 0) {
         return kAudioQueueErr_BufferEmpty;
     }
-    if (!liesIn(entry.buffer->mAudioDataByteSize, descriptions)) {
-        return kAudioQueueErr_InvalidParameter;
-    }
+    return liesIn(buffer.mAudioDataByteSize, descriptions) ? noErr
+                                                           : kAudioQueueErr_InvalidParameter;
+}
+
+void OutputQueue::accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) {
+    const std::span bytes(static_cast<const std::byte*>(entry.buffer->mAudioData),
+                          entry.buffer->mAudioDataByteSize);
     if (decoder_ == nullptr) {
         entry.endFrame = feed_.append(bytes);
     } else {
@@ -147,17 +157,13 @@ OSStatus OutputQueue::accept(Entry& entry,
         decoder_->decode(bytes, descriptions, pcm);
         entry.endFrame = feed_.append(std::move(pcm));
     }
-    return noErr;
-}
-
-void OutputQueue::accepted() {
     if (stream_ != nullptr) {
         stream_->audioAdded();
         if (isStopping()) {
             stream_->drain();
         }
     }
-    if (enqueued().back().endFrame <= feed_.playedFrames()) {
+    if (entry.endFrame <= feed_.playedFrames()) {
         // Nothing of it can be played: the device will not tell of it.
         wake();
     }

@@ -33,9 +33,9 @@ class OutputQueue : public BufferQueue {
     OSStatus resumeDevice() override;
     OSStatus pauseDevice() override;
     void closeDevice() override;
-    OSStatus accept(Entry& entry,
-                    std::span<const AudioStreamPacketDescription> descriptions) override;
-    void accepted() override;
+    OSStatus prepare(AudioQueueBuffer& buffer,
+                     std::span<const AudioStreamPacketDescription> descriptions) const override;
+    void accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) override;
     void collect() override;
     void endRun() override;
     bool beginEnding() override;

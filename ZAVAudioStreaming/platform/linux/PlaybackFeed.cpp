@@ -25,8 +25,14 @@ std::uint64_t PlaybackFeed::append(std::span<const std::byte> pcm) {
     const auto whole = pcm.first(pcm.size() - rest);
     auto piece = std::make_unique<Piece>();
     piece->bytes = whole;
+    // Before anything is appended, so that there is memory for all of it or nothing happens.
+    std::vector<std::byte> begunFrame(whole.end(), pcm.end());
+    auto restPiece = std::make_unique<Piece>();
+    restPiece->kept = std::move(begunFrame);
+    restPiece->bytes = restPiece->kept;
     append(std::move(piece));
-    return append(std::vector<std::byte>(whole.end(), pcm.end()));
+    append(std::move(restPiece));
+    return appendedFrames();
 }
 
 std::uint64_t PlaybackFeed::append(std::vector<std::byte> pcm) {

@@ -1,0 +1,113 @@
+// What every audio queue promises when its sound server stands still: it waits for it for some
+// seconds, and then takes it for gone.
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "tests/support/Formats.hpp"
+#include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/Ramp.hpp"
+#include "tests/support/SoundServer.hpp"
+#include "tests/support/WaitFor.hpp"
+
+namespace zav::test {
+namespace {
+
+struct Output : OutputUnderTest {
+    Output() : OutputUnderTest(pcmFormat(48000, 2)) {
+        for (int i = 0; i < 3; ++i) {
+            enqueue(rampSamples(10 * 48000));
+        }
+    }
+};
+
+/// Its buffers are not filled before the server is taken for gone.
+struct Input : InputUnderTest {
+    Input() : InputUnderTest(pcmFormat(48000, 1)) { enqueue(3, 60 * 48000 * 2); }
+};
+
+class FrozenServer : public testing::TestWithParam<const char*> {
+ protected:
+    SoundServer server_{GetParam()};
+};
+
+TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
+    Output playing;
+    Output paused;
+    Output ending;
+    Input recording;
+    // Something is done with these while it stands still.
+    Output stopped;
+    Output disposed;
+    Output endedLate;
+    Output resumed;
+    Input stoppedInput;
+    Input disposedInput;
+    Input pausedInput;
+    Output started;
+    Input startedInput;
+    for (QueueUnderTest* const queue : std::initializer_list<QueueUnderTest*>{
+             &playing, &paused, &ending, &recording, &stopped, &disposed, &endedLate, &resumed,
+             &stoppedInput, &disposedInput, &pausedInput}) {
+        ASSERT_EQ(queue->start(), noErr);
+        ASSERT_TRUE(waitFor([&] { return queue->currentFrame() > 0; }));
+    }
+    ASSERT_EQ(paused.pause(), noErr);
+    ASSERT_EQ(resumed.pause(), noErr);
+    ASSERT_EQ(ending.stop(false), noErr);
+
+    server_.freeze();
+    const auto isCalled = [](auto call) { return std::async(std::launch::async, call); };
+    {
+        const std::array<std::future<void>, 8> calls{
+            isCalled([&] { EXPECT_EQ(started.start(), kAudioQueueErr_CannotStart); }),
+            isCalled([&] { EXPECT_EQ(startedInput.start(), kAudioQueueErr_CannotStart); }),
+            isCalled([&] { EXPECT_EQ(stopped.stop(true), noErr); }),
+            isCalled([&] { EXPECT_EQ(stoppedInput.stop(true), noErr); }),
+            isCalled([&] { disposed.dispose(); }),
+            isCalled([&] { disposedInput.dispose(); }),
+            isCalled([&] { endedLate.dispose(false); }),
+            isCalled([&] {
+                EXPECT_EQ(pausedInput.pause(), noErr);
+                EXPECT_EQ(resumed.start(), noErr);
+            })};
+    }
+    EXPECT_FALSE(started.isRunning() || startedInput.isRunning() || stopped.isRunning() ||
+                 stoppedInput.isRunning());
+    EXPECT_EQ(started.returnCount() + startedInput.returnCount(), 0U);
+    // A paused one has its device as well, and is told.
+    for (QueueUnderTest* const queue : std::initializer_list<QueueUnderTest*>{
+             &playing, &paused, &ending, &recording, &resumed, &pausedInput}) {
+        EXPECT_TRUE(waitFor([&] { return !queue->isRunning(); }));
+    }
+    for (QueueUnderTest* const queue : std::initializer_list<QueueUnderTest*>{
+             &playing, &paused, &ending, &recording, &resumed, &pausedInput, &stopped,
+             &stoppedInput, &endedLate}) {
+        EXPECT_TRUE(waitFor([&] { return queue->returnCount() == 3; }));
+    }
+
+    server_.thaw();
+    for (OutputUnderTest* const queue :
+         std::initializer_list<OutputUnderTest*>{&playing, &paused, &ending, &resumed, &stopped}) {
+        queue->enqueue(rampSamples(960));
+        EXPECT_EQ(queue->start(), noErr);
+        EXPECT_TRUE(waitFor([&] { return queue->returnCount() == 4; }));
+    }
+    for (InputUnderTest* const queue :
+         std::initializer_list<InputUnderTest*>{&recording, &stoppedInput, &pausedInput}) {
+        queue->enqueue(1, 960);
+        EXPECT_EQ(queue->start(), noErr);
+        EXPECT_TRUE(waitFor([&] { return queue->returnCount() == 4; }));
+    }
+    EXPECT_EQ(started.start(), noErr);
+    EXPECT_EQ(startedInput.start(), noErr);
+    EXPECT_TRUE(waitFor(
+        [&] { return started.currentFrame() > 4800 && startedInput.currentFrame() > 4800; }));
+}
+
+INSTANTIATE_TEST_SUITE_P(On, FrozenServer, testing::Values("pulseaudio", "pipewire"),
+                         [](const auto& kind) { return std::string(kind.param); });
+
+}  // namespace
+}  // namespace zav::test
