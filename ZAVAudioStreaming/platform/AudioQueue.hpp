@@ -32,9 +32,8 @@
 /// 7. When the device goes away (the sound server dies or stops answering) the queue stops by
 ///    itself: it is not running, all buffers come back, and a later start opens the device again.
 ///
-/// The device is opened when a queue is started, and closed when it stops; a paused input queue has
-/// none. It is the sound server's default sink and source, unless the user's own settings name
-/// others.
+/// The device is opened when a queue is started, and closed when it stops: the sound server's
+/// default sink and source, unless the user's own settings name others.
 ///
 /// Formats: linear PCM of 8, 16, 24 and 32 bits, signed and unsigned, and floats of 32 and 64 bits,
 /// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and 8 to 192 kHz. A

@@ -75,7 +75,8 @@ class ZAV_EXPORT PlaybackSink : public AudioStreamInputable {
     std::uint32_t maxPacketNumForBuffer();
 
     /// Is called whenever a buffer has been played, to push more: on the dispatch queue's thread,
-    /// while no lock is held. It may call the sink, drop it, and throw anything, which is ignored.
+    /// while no lock of the sink is held. It may call the sink, drop it, and throw anything, which
+    /// is ignored.
     std::function<void()> audioDataAcquireHandler() const;
     void setAudioDataAcquireHandler(std::function<void()> handler);
 

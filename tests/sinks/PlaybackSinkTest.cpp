@@ -318,13 +318,10 @@ TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
 
 TEST_F(PlaybackSinkTest, tellsWhatItDoesWhenItDoesIt) {
     Lines events;
-    const auto takeLines = [&] {
+    scriptedQueue().onCall = [&](const std::string& call) {
         for (std::string& line : lines_.take()) {
             events.push_back(std::move(line));
         }
-    };
-    scriptedQueue().onCall = [&](const std::string& call) {
-        takeLines();
         if (call != "get aqrn" && call != "get xops" && call != "allocate") {
             events.push_back(call);
         }
@@ -335,6 +332,7 @@ TEST_F(PlaybackSinkTest, tellsWhatItDoesWhenItDoesIt) {
     push(kBufferSize + 100);
     scriptedQueue().handBack();
     endFlow();
+    scriptedQueue().onCall = nullptr;
     const Lines expected = {"start",
                             "enqueue",
                             didEnqueue(kBufferSize),

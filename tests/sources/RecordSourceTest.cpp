@@ -252,11 +252,11 @@ TEST_F(RecordSourceTest, canBeStoppedByATarget) {
 TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
     make();
     source_->record();
-    // The queue runs when it is asked, and has stopped when it gets the buffer.
+    // The queue runs when it is asked, and another thread has stopped it when it gets the buffer.
     scriptedQueue().onCall = [&](const std::string& call) {
         if (call == "get aqrn") {
             scriptedQueue().onCall = nullptr;
-            source_->stop(completion());
+            std::thread([&] { source_->stop(completion()); }).join();
         }
     };
     scriptedQueue().capture(testBytes(100));

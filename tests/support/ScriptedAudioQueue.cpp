@@ -289,6 +289,9 @@ OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
             current->isRunning = current->isPaused = current->isStopping = false;
             current->returningCount = current->enqueued.size();
             ++current->stopCount;
+            if (current->callback.thread == std::this_thread::get_id()) {
+                current->callback.stopCount = current->stopCount;
+            }
         } else {
             current->isStopping = true;
         }

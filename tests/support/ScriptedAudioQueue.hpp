@@ -42,7 +42,7 @@ struct ScriptedAudioQueue {
     bool isStopping = false;
     std::deque<AudioQueueBufferRef> enqueued;
     /// How many of those, the first ones, a stop has given back; also what a callback enqueues that
-    /// began before the stop.
+    /// began before another thread's stop.
     std::size_t returningCount = 0;
     /// The bytes of the buffers that came back while the queue ran and was not paused.
     std::vector<std::byte> played;
@@ -86,7 +86,7 @@ struct ScriptedAudioQueue {
     bool deviceHasEnded = false;
     struct Callback {
         std::thread::id thread;
-        std::size_t stopCount = 0;  ///< when it began
+        std::size_t stopCount = 0;  ///< when it began, or has stopped the queue itself
     };
     Callback callback;  ///< the one that is running
     std::size_t stopCount = 0;
