@@ -567,7 +567,8 @@ AudioStreamBasicDescription encodedFormat(std::uint32_t formatID) {
 }
 
 TEST(AudioQueue, playsWhatItsDecoderHoldsAtAStopAlsoWhenItPausedForWantOfAudio) {
-    for (const bool isPaused : {false, true}) {
+    enum class Pause { none, beforeStop, afterStop };
+    for (const Pause pause : {Pause::none, Pause::beforeStop, Pause::afterStop}) {
         VirtualDevice device;
         OutputUnderTest queue(encodedFormat(kAudioFormatAC3));
         const Bytes bytes = encodedTone("-c:a ac3 -f ac3");
@@ -580,10 +581,13 @@ TEST(AudioQueue, playsWhatItsDecoderHoldsAtAStopAlsoWhenItPausedForWantOfAudio) 
             device.advance(0.1, settleQueues);
         }
         const std::size_t heardBefore = device.heard().size();
-        if (isPaused) {
+        if (pause == Pause::beforeStop) {
             ASSERT_EQ(queue.pause(), noErr);
         }
         ASSERT_EQ(queue.stop(false), noErr);
+        if (pause == Pause::afterStop) {
+            ASSERT_EQ(queue.pause(), noErr);
+        }
         EXPECT_TRUE(queue.isRunning());
         device.advance(0.5, settleQueues);
         EXPECT_FALSE(queue.isRunning());

@@ -74,10 +74,19 @@ void BufferQueue::add(const Entry& entry,
 
 OSStatus BufferQueue::start() {
     const std::lock_guard control(control_);
+    const OSStatus status = startOrResume();
+    if (status == noErr) {
+        noteStopIsKnown();
+    }
+    return status;
+}
+
+/// Control lock held.
+OSStatus BufferQueue::startOrResume() {
     finishRunIfOver();
     {
         const std::lock_guard lock(state_);
-        if (isEnded_) {
+        if (isEnded_ || endsAfterStop_) {
             return kAudioQueueErr_DisposalPending;
         }
         if (isRunning_ && !isPaused_) {
@@ -113,8 +122,11 @@ OSStatus BufferQueue::pause() {
     finishRunIfOver();
     {
         const std::lock_guard lock(state_);
-        if (isEnded_) {
+        if (isEnded_ || endsAfterStop_) {
             return kAudioQueueErr_DisposalPending;
+        }
+        if (isStopping_ && enqueued_.empty()) {
+            return noErr;  // nobody would go on for what a decoder still holds
         }
     }
     if (!isRunning_ || isPaused_) {
@@ -130,6 +142,11 @@ OSStatus BufferQueue::pause() {
 
 OSStatus BufferQueue::stop(bool isImmediate) {
     const std::lock_guard control(control_);
+    return stopOrBeginTo(isImmediate);
+}
+
+/// Control lock held.
+OSStatus BufferQueue::stopOrBeginTo(bool isImmediate) {
     bool isEmpty = false;
     {
         const std::lock_guard lock(state_);
@@ -137,23 +154,28 @@ OSStatus BufferQueue::stop(bool isImmediate) {
             return kAudioQueueErr_DisposalPending;
         }
         isImmediate = isImmediate || !isRunning_ || isDeviceGone() || beginEnding();
-        isStopping_ = !isImmediate;
+        isStopping_ = isStopping_ || !isImmediate;
         isEmpty = enqueued_.empty();
     }
     if (isImmediate) {
         stopNow();
+        noteStopIsKnown();
         return noErr;
     }
     wake();
     // The application has got all its buffers back, and takes what is left for played: it would
     // not go on for that.
-    return isPaused_ && isEmpty ? resume() : noErr;
+    if (isPaused_ && isEmpty) {
+        static_cast<void>(resume());  // fails when the device is gone, and that ends the run
+    }
+    return noErr;
 }
 
 OSStatus BufferQueue::end(bool isImmediate) {
     if (!isImmediate) {
+        const std::lock_guard control(control_);
         // Nobody can have a paused queue go on any more.
-        if (const OSStatus status = stop(isPaused()); status != noErr) {
+        if (const OSStatus status = stopOrBeginTo(isPaused_); status != noErr) {
             return status;
         }
         const std::lock_guard lock(state_);
@@ -177,9 +199,12 @@ OSStatus BufferQueue::end(bool isImmediate) {
     return noErr;
 }
 
-bool BufferQueue::isPaused() {
-    const std::lock_guard control(control_);
-    return isPaused_;
+/// A callback that has stopped or started the queue itself knows how things are.
+void BufferQueue::noteStopIsKnown() {
+    const std::lock_guard lock(state_);
+    if (runner_->isCurrentThread()) {
+        stopCountAtCallback_ = stopCount_;
+    }
 }
 
 void BufferQueue::giveBackFirst() {
@@ -263,9 +288,6 @@ void BufferQueue::stopNow() {
     isRunning_ = false;
     isStopping_ = false;
     ++stopCount_;
-    if (runner_->isCurrentThread()) {
-        stopCountAtCallback_ = stopCount_;  // a callback knows of the stop that it asked for
-    }
     endRun();
     while (!enqueued_.empty()) {
         giveBackFirst();

@@ -108,8 +108,10 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     struct Memory;
 
     void add(const Entry& entry, std::span<const AudioStreamPacketDescription> descriptions);
+    OSStatus startOrResume();
     OSStatus resume();
-    bool isPaused();
+    OSStatus stopOrBeginTo(bool isImmediate);
+    void noteStopIsKnown();
     bool isRunOver() const;
     void finishRunIfOver();
     void stopNow();
@@ -129,8 +131,8 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     bool isStopping_ = false;
     bool isEnded_ = false;
     bool endsAfterStop_ = false;
-    // A callback that began before the last stop, of another thread, may enqueue its buffer again
-    // without knowing of it: that buffer comes back at once.
+    // A callback that began before the last stop may enqueue its buffer again without knowing of
+    // it: that buffer comes back at once.
     std::uint64_t stopCount_ = 0;
     std::uint64_t stopCountAtCallback_ = 0;
 

@@ -112,6 +112,8 @@ OSStatus InputQueue::openStream() {
     }
     const std::lock_guard lock(state());
     stream_.swap(stream);  // the one that a pause has finished closes after the lock
+    // That there is room again may have been told to that one.
+    stream_->roomAdded();
     return noErr;
 }
 
