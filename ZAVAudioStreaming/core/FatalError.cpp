@@ -9,7 +9,7 @@
 namespace zav {
 namespace {
 
-std::atomic<FatalErrorHandler> installedHandler{nullptr};
+std::atomic<FatalErrorHandler> fatalHandler{nullptr};
 
 const char* withoutFolder(const char* path) {
     const char* const slash = std::strrchr(path, '/');
@@ -19,13 +19,13 @@ const char* withoutFolder(const char* path) {
 }  // namespace
 
 FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler) noexcept {
-    return installedHandler.exchange(handler);
+    return fatalHandler.exchange(handler);
 }
 
 void fatalError(std::string_view message, SourcePosition position) {
     position.file = withoutFolder(position.file);
     // Taken out, so that a handler that meets a fault itself is not called again.
-    if (const auto handler = installedHandler.exchange(nullptr)) {
+    if (const auto handler = fatalHandler.exchange(nullptr)) {
         handler(message, position);
     }
     const std::string line = "Fatal error: " + std::string(message) + ": file " + position.file +

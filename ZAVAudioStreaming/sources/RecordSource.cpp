@@ -12,8 +12,8 @@ namespace zav {
 namespace {
 
 constexpr std::uint64_t kQueueBufferCount = 3;
-constexpr std::uint32_t kMaximumBufferSize = 0x50000;
-constexpr double kBufferDurationInSeconds = 0.5;
+constexpr std::uint32_t kMaximumCaptureSize = 0x50000;
+constexpr double kCaptureDurationInSeconds = 0.5;
 
 // Fixed names of these places, so that reports of all versions can be compared.
 constexpr SourcePosition kEnqueuePosition{"RecordSource", 33};
@@ -121,8 +121,8 @@ std::uint32_t RecordSource::queueBufferSize() const {
             queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize, packetSize));
     }
     const double size =
-        std::ceil(outDataFormat_.mSampleRate * kBufferDurationInSeconds * packetSize);
-    return std::min(checkedTruncate<std::uint32_t>(size), kMaximumBufferSize);
+        std::ceil(outDataFormat_.mSampleRate * kCaptureDurationInSeconds * packetSize);
+    return std::min(checkedTruncate<std::uint32_t>(size), kMaximumCaptureSize);
 }
 
 void RecordSource::addStreamTarget(std::shared_ptr<AudioStreamInputable> target) {

@@ -159,13 +159,13 @@ std::shared_ptr<zav::AudioStreamOutputable> declaredByQueue(
 
 /// The library's own codec behind an aligner, so that every sample is encoded once; the last frame
 /// is filled up with silence, so that nothing said is lost.
-struct Encoding {
+struct RecordingEncoder {
     std::shared_ptr<zav::AudioStreamOutputable> stream;
     std::string inWords;
 };
 
-Encoding makeEncoder(const RecordOptions& options, const Recording& recording,
-                     const std::shared_ptr<zav::AudioStreamOutputable>& pcm) {
+RecordingEncoder makeEncoder(const RecordOptions& options, const Recording& recording,
+                             const std::shared_ptr<zav::AudioStreamOutputable>& pcm) {
     const auto refuse = [&] {
         auto format = recording.captured;
         format.mFormatID = recording.codec;
@@ -272,7 +272,7 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         graph += " -> PeripheralSource";
     }
     if (recording.isOwnCodec()) {
-        Encoding encoding = makeEncoder(options, recording, stream);
+        RecordingEncoder encoding = makeEncoder(options, recording, stream);
         stream = std::move(encoding.stream);
         graph += " -> " + encoding.inWords;
     }

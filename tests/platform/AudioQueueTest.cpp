@@ -671,7 +671,7 @@ TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
 
 TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
     constexpr double kHours = ZAV_TEST_HOURS;
-    constexpr double kRate = 16000;
+    constexpr double kSpeechRate = 16000;
     VirtualDevice device;
     std::uint64_t heardBytes = 0;
     bool isHeardInOrder = true;
@@ -690,7 +690,7 @@ TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
     });
 
     // What is captured is played: 0.5 s of delay, as in an application.
-    const AudioStreamBasicDescription format = pcmFormat(kRate, 1);
+    const AudioStreamBasicDescription format = pcmFormat(kSpeechRate, 1);
     AudioQueueRef output = nullptr;
     AudioQueueRef input = nullptr;
     std::mutex mutex;
@@ -748,9 +748,9 @@ TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
 
     AudioTimeStamp now;
     ASSERT_EQ(AudioQueueGetCurrentTime(input, nullptr, &now, nullptr), noErr);
-    EXPECT_NEAR(now.mSampleTime, (kHours * 3600 + 1.02) * kRate, 1);
+    EXPECT_NEAR(now.mSampleTime, (kHours * 3600 + 1.02) * kSpeechRate, 1);
     ASSERT_EQ(AudioQueueGetCurrentTime(output, nullptr, &now, nullptr), noErr);
-    EXPECT_NEAR(now.mSampleTime, kHours * 3600 * kRate, 1);
+    EXPECT_NEAR(now.mSampleTime, kHours * 3600 * kSpeechRate, 1);
     EXPECT_EQ(heardBytes, 2 * static_cast<std::uint64_t>(now.mSampleTime));
     EXPECT_TRUE(isHeardInOrder);
     EXPECT_LE(idle.size(), 4U);

@@ -46,12 +46,12 @@ class LiveGraph : public ::testing::Test {
 };
 
 TEST_F(LiveGraph, aMinuteOfSpeechIsEncodedOnceByteForByte) {
-    constexpr std::size_t kRate = 16000;
+    constexpr std::size_t kSpeechRate = 16000;
     constexpr std::size_t kSeconds = 60;
-    const Bytes audio = testPcm(kRate * kSeconds);
+    const Bytes audio = testPcm(kSpeechRate * kSeconds);
     device_.setSpeaking(saying(audio));
     auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
-    const auto source = makeNode<RecordSource>(pcmFormat(kRate, 1));
+    const auto source = makeNode<RecordSource>(pcmFormat(kSpeechRate, 1));
     ASSERT_EQ(source->queueBufferSize(), 16000U);
     const auto aligner =
         makeNode<FrameAligner>(source, FrameAligner::bytesPerSbcFrame(*configuration));

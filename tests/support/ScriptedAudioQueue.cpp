@@ -28,20 +28,20 @@ struct ScriptedAudioQueue::Memory {
 
 namespace {
 
-std::unique_ptr<ScriptedAudioQueue> current = std::make_unique<ScriptedAudioQueue>();
+std::unique_ptr<ScriptedAudioQueue> currentQueue = std::make_unique<ScriptedAudioQueue>();
 
 /// Notes a call and, unless it is to fail, does what it does.
 template <class Effect>
 OSStatus perform(const std::string& call, Effect effect) {
     OSStatus status = noErr;
     {
-        const std::lock_guard lock(current->mutex);
-        current->calls.push_back(call);
-        const auto failure = current->failures.find(call);
-        status = failure == current->failures.end() ? effect() : failure->second;
+        const std::lock_guard lock(currentQueue->mutex);
+        currentQueue->calls.push_back(call);
+        const auto failure = currentQueue->failures.find(call);
+        status = failure == currentQueue->failures.end() ? effect() : failure->second;
     }
-    current->changed.notify_all();
-    if (const auto hook = current->onCall) {
+    currentQueue->changed.notify_all();
+    if (const auto hook = currentQueue->onCall) {
         hook(call);
     }
     return status;
@@ -64,18 +64,19 @@ OSStatus writeValue(const Value& value, void* outData, std::uint32_t* ioDataSize
 OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t* ioDataSize) {
     switch (property) {
         case kAudioQueueProperty_IsRunning:
-            return writeValue(std::uint32_t{current->isRunning}, outData, ioDataSize);
+            return writeValue(std::uint32_t{currentQueue->isRunning}, outData, ioDataSize);
         case kAudioQueueProperty_MaximumOutputPacketSize:
-            return writeValue(current->maximumPacketSize, outData, ioDataSize);
+            return writeValue(currentQueue->maximumPacketSize, outData, ioDataSize);
         case kAudioQueueProperty_StreamDescription:
-            current->roomForStreamDescription = *ioDataSize;
-            if (!current->streamDescription) {
+            currentQueue->roomForStreamDescription = *ioDataSize;
+            if (!currentQueue->streamDescription) {
                 return kAudioQueueErr_InvalidPropertySize;
             }
-            std::memcpy(outData, &*current->streamDescription, sizeof(AudioStreamBasicDescription));
+            std::memcpy(outData, &*currentQueue->streamDescription,
+                        sizeof(AudioStreamBasicDescription));
             return noErr;
         case kAudioQueueProperty_MagicCookie:
-            std::copy(current->magicCookie.begin(), current->magicCookie.end(),
+            std::copy(currentQueue->magicCookie.begin(), currentQueue->magicCookie.end(),
                       static_cast<std::byte*>(outData));
             return noErr;
         default:
@@ -92,27 +93,28 @@ class UnusedDispatchQueue : public DispatchQueue {
 
 /// Takes a buffer out of the queue. Under its lock.
 AudioQueueBufferRef take(std::size_t index) {
-    const AudioQueueBufferRef buffer = current->enqueued.at(index);
-    current->enqueued.erase(current->enqueued.begin() + static_cast<std::ptrdiff_t>(index));
-    if (current->returningCount > 0) {
-        --current->returningCount;
+    const AudioQueueBufferRef buffer = currentQueue->enqueued.at(index);
+    currentQueue->enqueued.erase(currentQueue->enqueued.begin() +
+                                 static_cast<std::ptrdiff_t>(index));
+    if (currentQueue->returningCount > 0) {
+        --currentQueue->returningCount;
     }
-    if (current->isStopping && current->enqueued.empty()) {
-        current->isStopping = current->isRunning = current->isPaused = false;
+    if (currentQueue->isStopping && currentQueue->enqueued.empty()) {
+        currentQueue->isStopping = currentQueue->isRunning = currentQueue->isPaused = false;
     }
-    current->changed.notify_all();
+    currentQueue->changed.notify_all();
     return buffer;
 }
 
 /// Marks this thread as the one of a callback that begins now. With the queue's lock.
 class InCallback {
  public:
-    InCallback() : outer_(current->callback) {
-        current->callback = {std::this_thread::get_id(), current->stopCount};
+    InCallback() : outer_(currentQueue->callback) {
+        currentQueue->callback = {std::this_thread::get_id(), currentQueue->stopCount};
     }
     ~InCallback() {
-        const std::lock_guard lock(current->mutex);
-        current->callback = outer_;
+        const std::lock_guard lock(currentQueue->mutex);
+        currentQueue->callback = outer_;
     }
     InCallback(const InCallback&) = delete;
     InCallback& operator=(const InCallback&) = delete;
@@ -189,16 +191,16 @@ void ScriptedAudioQueue::endDevice() {
 }
 
 ScriptedAudioQueue& scriptedQueue() {
-    return *current;
+    return *currentQueue;
 }
 
 void resetAudioQueue() {
-    current = std::make_unique<ScriptedAudioQueue>();
+    currentQueue = std::make_unique<ScriptedAudioQueue>();
 }
 
 }  // namespace test
 
-using test::current;
+using test::currentQueue;
 using test::perform;
 using test::theQueue;
 
@@ -215,9 +217,9 @@ OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
     const bool isPlain =
         inCallbackRunLoop == nullptr && inCallbackRunLoopMode == nullptr && inFlags == 0;
     return perform(isPlain ? "newInput" : "newInput on a run loop", [&] {
-        current->format = *inFormat;
-        current->inputCallback = inCallbackProc;
-        current->userData = inUserData;
+        currentQueue->format = *inFormat;
+        currentQueue->inputCallback = inCallbackProc;
+        currentQueue->userData = inUserData;
         *outAQ = &theQueue;
         return noErr;
     });
@@ -229,9 +231,9 @@ OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
                                               DispatchQueueRef inCallbackDispatchQueue,
                                               AudioQueueOutputCallbackBlock inCallbackBlock) {
     return perform(inFlags == 0 ? "newOutput" : "newOutput with flags", [&] {
-        current->format = *inFormat;
-        current->dispatchQueue = inCallbackDispatchQueue;
-        current->outputCallback = std::move(inCallbackBlock);
+        currentQueue->format = *inFormat;
+        currentQueue->dispatchQueue = inCallbackDispatchQueue;
+        currentQueue->outputCallback = std::move(inCallbackBlock);
         *outAQ = &theQueue;
         return noErr;
     });
@@ -240,10 +242,10 @@ OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
 OSStatus AudioQueueAllocateBuffer(AudioQueueRef /*inAQ*/, std::uint32_t inBufferByteSize,
                                   AudioQueueBufferRef* outBuffer) {
     return perform("allocate", [&] {
-        current->allocatedSizes.push_back(inBufferByteSize);
-        current->buffers.push_back(
+        currentQueue->allocatedSizes.push_back(inBufferByteSize);
+        currentQueue->buffers.push_back(
             std::make_unique<test::ScriptedAudioQueue::Memory>(inBufferByteSize));
-        *outBuffer = &current->buffers.back()->buffer;
+        *outBuffer = &currentQueue->buffers.back()->buffer;
         return noErr;
     });
 }
@@ -253,16 +255,16 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
                                  const AudioStreamPacketDescription* inPacketDescs) {
     return perform("enqueue", [&] {
         const auto* const bytes = static_cast<const std::byte*>(inBuffer->mAudioData);
-        current->enqueues.push_back(
+        currentQueue->enqueues.push_back(
             {{bytes, bytes + inBuffer->mAudioDataByteSize}, inNumPacketDescs, inPacketDescs});
-        const auto& callback = current->callback;
+        const auto& callback = currentQueue->callback;
         const bool comesTooLate = callback.thread == std::this_thread::get_id() &&
-                                  callback.stopCount != current->stopCount;
+                                  callback.stopCount != currentQueue->stopCount;
         if (comesTooLate) {
-            const auto end = static_cast<std::ptrdiff_t>(current->returningCount++);
-            current->enqueued.insert(current->enqueued.begin() + end, inBuffer);
+            const auto end = static_cast<std::ptrdiff_t>(currentQueue->returningCount++);
+            currentQueue->enqueued.insert(currentQueue->enqueued.begin() + end, inBuffer);
         } else {
-            current->enqueued.push_back(inBuffer);
+            currentQueue->enqueued.push_back(inBuffer);
         }
         return noErr;
     });
@@ -270,30 +272,30 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
 
 OSStatus AudioQueueStart(AudioQueueRef /*inAQ*/, const AudioTimeStamp* inStartTime) {
     return perform(inStartTime == nullptr ? "start" : "start later", [] {
-        current->isRunning = true;
-        current->isPaused = current->isStopping = false;
+        currentQueue->isRunning = true;
+        currentQueue->isPaused = currentQueue->isStopping = false;
         return noErr;
     });
 }
 
 OSStatus AudioQueuePause(AudioQueueRef /*inAQ*/) {
     return perform("pause", [] {
-        current->isPaused = current->isRunning;
+        currentQueue->isPaused = currentQueue->isRunning;
         return noErr;
     });
 }
 
 OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
     return perform(inImmediate ? "stop" : "stop when played", [&] {
-        if (inImmediate || !current->isRunning || current->enqueued.empty()) {
-            current->isRunning = current->isPaused = current->isStopping = false;
-            current->returningCount = current->enqueued.size();
-            ++current->stopCount;
-            if (current->callback.thread == std::this_thread::get_id()) {
-                current->callback.stopCount = current->stopCount;
+        if (inImmediate || !currentQueue->isRunning || currentQueue->enqueued.empty()) {
+            currentQueue->isRunning = currentQueue->isPaused = currentQueue->isStopping = false;
+            currentQueue->returningCount = currentQueue->enqueued.size();
+            ++currentQueue->stopCount;
+            if (currentQueue->callback.thread == std::this_thread::get_id()) {
+                currentQueue->callback.stopCount = currentQueue->stopCount;
             }
         } else {
-            current->isStopping = true;
+            currentQueue->isStopping = true;
         }
         return noErr;
     });
@@ -301,7 +303,7 @@ OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
 
 OSStatus AudioQueueDispose(AudioQueueRef /*inAQ*/, bool inImmediate) {
     return perform(inImmediate ? "dispose" : "dispose when played", [] {
-        current->outputCallback = nullptr;
+        currentQueue->outputCallback = nullptr;
         return noErr;
     });
 }
@@ -310,7 +312,7 @@ OSStatus AudioQueueGetCurrentTime(AudioQueueRef /*inAQ*/, AudioQueueTimelineRef 
                                   AudioTimeStamp* outTimeStamp, bool* outTimelineDiscontinuity) {
     const bool isPlain = inTimeline == nullptr && outTimelineDiscontinuity == nullptr;
     return perform(isPlain ? "time" : "time of a timeline", [&] {
-        outTimeStamp->mSampleTime = current->sampleTime;
+        outTimeStamp->mSampleTime = currentQueue->sampleTime;
         return noErr;
     });
 }
@@ -318,7 +320,7 @@ OSStatus AudioQueueGetCurrentTime(AudioQueueRef /*inAQ*/, AudioQueueTimelineRef 
 OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID,
                                    std::uint32_t* outDataSize) {
     return perform("size of " + fourCharText(inID), [&] {
-        *outDataSize = static_cast<std::uint32_t>(current->magicCookie.size());
+        *outDataSize = static_cast<std::uint32_t>(currentQueue->magicCookie.size());
         return noErr;
     });
 }

@@ -16,7 +16,7 @@ namespace {
 
 // Nothing that is thrown below leaves the service.
 template <class Call>
-OSStatus statusOf(Call call) noexcept {
+OSStatus queueStatusOf(Call call) noexcept {
     try {
         return call();
     } catch (const AudioFileFailure& failure) {
@@ -62,7 +62,7 @@ OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
                             AudioQueueRunLoopRef /*inCallbackRunLoop*/,
                             AudioQueueRunLoopMode /*inCallbackRunLoopMode*/,
                             std::uint32_t /*inFlags*/, AudioQueueRef* outAQ) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (inFormat == nullptr || inCallbackProc == nullptr || outAQ == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
@@ -78,7 +78,7 @@ OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
                                               std::uint32_t /*inFlags*/,
                                               DispatchQueueRef inCallbackDispatchQueue,
                                               AudioQueueOutputCallbackBlock inCallbackBlock) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (outAQ == nullptr || inFormat == nullptr || inCallbackDispatchQueue == nullptr ||
             inCallbackBlock == nullptr) {
             return kAudioQueueErr_InvalidParameter;
@@ -93,7 +93,7 @@ OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
 
 OSStatus AudioQueueAllocateBuffer(AudioQueueRef inAQ, std::uint32_t inBufferByteSize,
                                   AudioQueueBufferRef* outBuffer) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (inBufferByteSize == 0 || outBuffer == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
@@ -104,7 +104,7 @@ OSStatus AudioQueueAllocateBuffer(AudioQueueRef inAQ, std::uint32_t inBufferByte
 OSStatus AudioQueueEnqueueBuffer(AudioQueueRef inAQ, AudioQueueBufferRef inBuffer,
                                  std::uint32_t inNumPacketDescs,
                                  const AudioStreamPacketDescription* inPacketDescs) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (inBuffer == nullptr || (inNumPacketDescs > 0 && inPacketDescs == nullptr)) {
             return kAudioQueueErr_InvalidParameter;
         }
@@ -113,28 +113,28 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef inAQ, AudioQueueBufferRef inBuffe
 }
 
 OSStatus AudioQueueStart(AudioQueueRef inAQ, const AudioTimeStamp* inStartTime) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         return inStartTime == nullptr ? inAQ->queue->start() : kAudioQueueErr_InvalidParameter;
     });
 }
 
 OSStatus AudioQueuePause(AudioQueueRef inAQ) {
-    return statusOf([&] { return inAQ->queue->pause(); });
+    return queueStatusOf([&] { return inAQ->queue->pause(); });
 }
 
 OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate) {
-    return statusOf([&] { return inAQ->queue->stop(inImmediate); });
+    return queueStatusOf([&] { return inAQ->queue->stop(inImmediate); });
 }
 
 OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate) {
     // The handle is gone before this returns.
     const auto queue = inAQ->queue;
-    return statusOf([&] { return queue->end(inImmediate); });
+    return queueStatusOf([&] { return queue->end(inImmediate); });
 }
 
 OSStatus AudioQueueGetCurrentTime(AudioQueueRef inAQ, AudioQueueTimelineRef /*inTimeline*/,
                                   AudioTimeStamp* outTimeStamp, bool* outTimelineDiscontinuity) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (outTimeStamp == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
@@ -148,7 +148,7 @@ OSStatus AudioQueueGetCurrentTime(AudioQueueRef inAQ, AudioQueueTimelineRef /*in
 
 OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ, AudioQueuePropertyID inID,
                                    std::uint32_t* outDataSize) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (outDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
@@ -161,7 +161,7 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ, AudioQueuePropertyID inID
 
 OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, void* outData,
                                std::uint32_t* ioDataSize) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (outData == nullptr || ioDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
@@ -181,7 +181,7 @@ OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, vo
 
 OSStatus AudioQueueSetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, const void* inData,
                                std::uint32_t inDataSize) {
-    return statusOf([&] {
+    return queueStatusOf([&] {
         if (inData == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }

@@ -95,7 +95,7 @@ std::uint32_t largestOpusPacket(const AudioStreamBasicDescription& format) {
     return 2 + opusFrames * (2 + 1275);
 }
 
-[[noreturn]] void refuseFormat() {
+[[noreturn]] void refuseToEncode() {
     throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
 }
 
@@ -106,7 +106,7 @@ void setOpusDuration(AVCodecContext& context, const AudioStreamBasicDescription&
     // libavcodec, which refuses the other durations that Opus does not have, prints what it thinks
     // of these, of no context that could be silenced.
     if (milliseconds < kShortest || milliseconds > kLongest) {
-        refuseFormat();
+        refuseToEncode();
     }
     av_opt_set_double(context.priv_data, "frame_duration", milliseconds, 0);
 }
@@ -125,7 +125,7 @@ FfmpegEncoder::FfmpegEncoder(const AudioStreamBasicDescription& format) : stream
                             format.mFormatFlags != kLowComplexity;
     if (depth == 0 || isOtherAac || format.mBytesPerPacket != 0 || format.mChannelsPerFrame < 1 ||
         format.mChannelsPerFrame > encoder.mostChannels) {
-        refuseFormat();
+        refuseToEncode();
     }
     if (isLossless(encoder.codec)) {
         streamFormat_.mFormatFlags = sourceDepthFlag(depth);
@@ -144,11 +144,11 @@ void FfmpegEncoder::open() {
     const Encoder& encoder = encoderOf(streamFormat_);
     const AVCodec* const codec = avcodec_find_encoder_by_name(encoder.name);
     if (codec == nullptr || !isRate(*codec, streamFormat_.mSampleRate)) {
-        refuseFormat();
+        refuseToEncode();
     }
     const auto layout = layoutFor(*codec, streamFormat_.mChannelsPerFrame);
     if (!layout) {
-        refuseFormat();
+        refuseToEncode();
     }
     const std::uint32_t depth = encodedDepth(encoder.codec, streamFormat_);
     CodecContext context = makeCodecContext(codec);
@@ -175,13 +175,13 @@ void FfmpegEncoder::open() {
     if (result < 0 ||
         (streamFormat_.mFramesPerPacket != 0 &&
          streamFormat_.mFramesPerPacket != static_cast<std::uint32_t>(context->frame_size))) {
-        refuseFormat();
+        refuseToEncode();
     }
     converter_ = makeResampler(
         {depth == kShallow ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_S32, context->sample_rate, *layout},
         {context->sample_fmt, context->sample_rate, *layout});
     if (converter_ == nullptr) {
-        refuseFormat();
+        refuseToEncode();
     }
     streamFormat_.mFramesPerPacket = static_cast<std::uint32_t>(context->frame_size);
     context_ = std::move(context);
