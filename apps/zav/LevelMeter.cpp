@@ -45,8 +45,7 @@ std::vector<std::string> LevelMeter::fields() {
     const auto filled = static_cast<std::size_t>(
         std::lround(kBarWidth * (1 - decibels(shown_) / kLowestInDecibels)));
     return {"[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]",
-            decibelText("%3.0f dB", shown_), decibelText("peak %.0f dB", peak_),
-            countText(clipCount_, "clip")};
+            decibelText("peak %.0f dB", peak_), countText(clipCount_, "clip")};
 }
 
 std::string LevelMeter::summary() {

@@ -237,10 +237,10 @@ class Player {
         for (std::string& field : levelMeter_->fields()) {
             fields.push_back(std::move(field));
         }
+        fields.push_back(countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
         std::array<char, 32> queued{};
         std::snprintf(queued.data(), queued.size(), "%.1f s queued", queuedSeconds());
         fields.emplace_back(queued.data());
-        fields.push_back(countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
         line_.show(fields);
     }
 

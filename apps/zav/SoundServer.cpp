@@ -13,11 +13,21 @@
 namespace zavtool {
 namespace {
 
+/// What the user has said of server and devices.
+std::string placeInWords() {
+    std::string place;
+    for (const char* const name : {"PULSE_SERVER", "PULSE_SINK", "PULSE_SOURCE"}) {
+        // Nobody here changes the environment.
+        const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
+        if (value != nullptr && *value != '\0') {
+            place += (place.empty() ? " at " : ", ") + std::string(name) + "=" + shown(value);
+        }
+    }
+    return place;
+}
+
 std::string serverProblem(zav::OSStatus status) {
-    // Nobody here changes the environment.
-    const char* const address = std::getenv("PULSE_SERVER");  // NOLINT(concurrency-mt-unsafe)
-    const std::string place =
-        address == nullptr || *address == '\0' ? "" : " at PULSE_SERVER=" + shown(address);
+    const std::string place = placeInWords();
     switch (status) {
         case zav::kAudioQueueErr_InvalidDevice:
             return "no sound server or no device" + place +

@@ -38,7 +38,7 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
     for (const std::string& field : fields) {
         const std::string_view between = line.empty() ? "" : kBetween;
         if (line.size() + between.size() + field.size() > room) {
-            break;
+            continue;
         }
         line.append(between).append(field);
     }

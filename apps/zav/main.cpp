@@ -194,10 +194,10 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
             "container");
     verb->footer(
         "Ctrl-C ends a recording; the file is complete then. It is there under its name\n"
-        "from the start: if zav is killed, what was recorded up to the last second can be\n"
-        "read (not of compressed CAF). Compressed files end with a whole packet and\n"
-        "may last a little longer than asked; that of SBC and .zopus is filled up with\n"
-        "silence.\n"
+        "from the start, in place of one that was: if zav is killed, what was recorded up\n"
+        "to the last two seconds can be read (not of compressed CAF). Compressed files\n"
+        "end with a whole packet and may last a little longer than asked; that of SBC and\n"
+        ".zopus is filled up with silence.\n"
         "'zav devices' shows which input is used.\n"
         "Examples: zav record note.m4a\n"
         "          zav record --seconds 10 --rate 16000 speech.wav");
