@@ -21,6 +21,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/Formats.hpp"
+
 namespace {
 
 /// PulseAudio mixes 32 streams and lets others wait.
@@ -36,17 +38,8 @@ void pushHalfSecond(zav::PeripheralSource& source) {
 
 /// A source whose sink plays, with a second of audio in its queue all the time.
 std::shared_ptr<zav::PeripheralSource> playSilence() {
-    zav::AudioStreamBasicDescription pcm;
-    pcm.mSampleRate = 48000;
-    pcm.mFormatID = zav::kAudioFormatLinearPCM;
-    pcm.mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked;
-    pcm.mBytesPerPacket = 4;
-    pcm.mFramesPerPacket = 1;
-    pcm.mBytesPerFrame = 4;
-    pcm.mChannelsPerFrame = 2;
-    pcm.mBitsPerChannel = 16;
     auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(pcm);
+    source->setOutDataFormat(zav::test::pcmFormat(48000, 2));
     const auto sink = zav::makeNode<zav::PlaybackSink>(source);
     sink->setAudioDataAcquireHandler(
         [weakSource = std::weak_ptr(source), isFirst = true]() mutable {

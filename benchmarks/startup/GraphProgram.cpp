@@ -7,21 +7,13 @@
 #include <exception>
 #include <memory>
 
+#include "tests/support/Formats.hpp"
+
 namespace {
 
 void buildGraphs(const char* fileName) {
-    zav::AudioStreamBasicDescription pcm;
-    pcm.mSampleRate = 16000;
-    pcm.mFormatID = zav::kAudioFormatLinearPCM;
-    pcm.mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked;
-    pcm.mBytesPerPacket = 2;
-    pcm.mFramesPerPacket = 1;
-    pcm.mBytesPerFrame = 2;
-    pcm.mChannelsPerFrame = 1;
-    pcm.mBitsPerChannel = 16;
-
     const auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(pcm);
+    source->setOutDataFormat(zav::test::pcmFormat(16000, 1));
     const auto sbcEncoder = zav::makeNode<zav::SBCEncoder>(
         source, std::make_shared<zav::SBCCoding::SBCConfiguration>());
     const auto sbcDecoder = zav::makeNode<zav::SBCDecoder>(sbcEncoder);

@@ -28,7 +28,7 @@ class PlaybackClient {
     static constexpr std::uint64_t kNoMark = std::numeric_limits<std::uint64_t>::max();
 
     /// Copies the next audio into `room`, which is whole frames, and returns the bytes copied:
-    /// whole frames, fewer than there is room for when no more is there for now.
+    /// whole frames, fewer than there is room for when the queue has no more.
     virtual std::size_t pull(std::span<std::byte> room) noexcept = 0;
 
     /// The number of frames, counted from the opening of the stream, that the queue waits for to

@@ -228,7 +228,7 @@ void BufferQueue::deliver() {
     });
 }
 
-/// False when nothing is to be called back for now.
+/// False when no buffer waits to be called back.
 bool BufferQueue::takeNext(Entry& next) {
     std::unique_lock lock(state_);
     while (!isEnded_ && isRunning_) {

@@ -43,7 +43,7 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     OSStatus end(bool isImmediate);
 
     bool isRunning() const { return isRunning_; }
-    /// Whether nothing is under way to the callback for now.
+    /// Whether nothing is under way to the callback.
     bool isIdle() const { return runner_->isIdle(); }
     virtual double currentFrame() = 0;
     virtual std::uint32_t interruptionCount() = 0;

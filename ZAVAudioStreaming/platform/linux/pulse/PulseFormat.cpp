@@ -89,11 +89,11 @@ std::optional<PulseFormat> pulseFormat(const AudioStreamBasicDescription& format
                         static_cast<std::uint8_t>(channels)},
                        {},
                        {}};
-    if (pa_sample_spec_valid(&result.spec) == 0) {
+    if (pa_sample_spec_valid(&result.sampling) == 0) {
         return std::nullopt;
     }
-    result.silence = silenceOf(result.spec.format);
-    result.map.channels = result.spec.channels;
+    result.silence = silenceOf(result.sampling.format);
+    result.map.channels = result.sampling.channels;
     std::copy_n(kPositions[channels - 1].begin(), channels, std::begin(result.map.map));
     return result;
 }

@@ -11,7 +11,7 @@
 namespace zav {
 
 struct PulseFormat {
-    pa_sample_spec spec;
+    pa_sample_spec sampling;
     pa_channel_map map;
     std::byte silence;  ///< every byte of a silent frame
 };

@@ -27,9 +27,9 @@ OSStatus PulsePlayback::open(const AudioStreamBasicDescription& format) {
     if (!written) {
         return kAudioFormatUnsupportedDataFormatError;
     }
-    wideSamples_ = wideSamples(written->spec.format);
+    wideSamples_ = wideSamples(written->sampling.format);
     if (wideSamples_ != nullptr) {
-        written->spec.format = PA_SAMPLE_S16NE;
+        written->sampling.format = PA_SAMPLE_S16NE;
         written->silence = {};
     }
     // A clock between the server's words, which are asked for regularly, to tell positions by.

@@ -57,7 +57,7 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     void fill();
     /// Bytes that the client put into `room`.
     std::size_t pull(std::span<std::byte> room);
-    /// The client has no more for now: sees to it that the server plays all that it has.
+    /// The client has run out of audio: sees to it that the server plays all that it has.
     void pad();
     void stoodStill();
     void writeSilence();

@@ -10,9 +10,9 @@ constexpr pa_usec_t kSilenceTime = 2 * PA_USEC_PER_SEC;
 constexpr pa_usec_t kLatency = 100 * PA_USEC_PER_MSEC;
 constexpr std::uint32_t kServersChoice = static_cast<std::uint32_t>(-1);
 
-pa_buffer_attr bufferSizes(const pa_sample_spec& spec) {
-    const std::size_t frameBytes = pa_frame_size(&spec);
-    const std::size_t latency = pa_usec_to_bytes(kLatency, &spec);
+pa_buffer_attr bufferSizes(const pa_sample_spec& sampling) {
+    const std::size_t frameBytes = pa_frame_size(&sampling);
+    const std::size_t latency = pa_usec_to_bytes(kLatency, &sampling);
     pa_buffer_attr sizes{};
     sizes.maxlength = kServersChoice;
     sizes.tlength = static_cast<std::uint32_t>(latency);
@@ -31,14 +31,14 @@ pa_buffer_attr bufferSizes(const pa_sample_spec& spec) {
 OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t direction,
                            pa_stream_flags_t moreFlags) {
     format_ = format;
-    frameBytes_ = pa_frame_size(&format_.spec);
+    frameBytes_ = pa_frame_size(&format_.sampling);
     const pa_usec_t deadline = pa_rtclock_now() + kOpeningTime;
     const PulseLock lock(loop());
     if (const OSStatus status = connection_.open(deadline); status != noErr) {
         return status;
     }
     stream_.reset(
-        pa_stream_new(connection_.context(), "ZAVAudioStreaming", &format_.spec, &format_.map));
+        pa_stream_new(connection_.context(), "ZAVAudioStreaming", &format_.sampling, &format_.map));
     if (stream_ == nullptr) {
         return connection_.status();
     }
@@ -46,7 +46,7 @@ OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t dire
     pa_stream_set_latency_update_callback(stream(), onWord, this);
     pa_stream_set_moved_callback(stream(), onWord, this);
     pa_stream_set_suspended_callback(stream(), onWord, this);
-    const pa_buffer_attr sizes = bufferSizes(format_.spec);
+    const pa_buffer_attr sizes = bufferSizes(format_.sampling);
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | moreFlags);
     // Without a device's name: the server's default, or what the user's settings name.
     const int result =
@@ -87,11 +87,11 @@ void PulseStream::noteSignOfLife() {
 }
 
 pa_usec_t PulseStream::duration(std::uint64_t frameCount) const {
-    return frameCount * PA_USEC_PER_SEC / format_.spec.rate;
+    return frameCount * PA_USEC_PER_SEC / format_.sampling.rate;
 }
 
 std::uint64_t PulseStream::frameCount(pa_usec_t duration) const {
-    return (duration * format_.spec.rate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC;
+    return (duration * format_.sampling.rate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC;
 }
 
 void PulseStream::cork(bool isCorked) {
