@@ -45,11 +45,13 @@ extern "C" void endBySignal(int signal) {
     ::raise(signal);  // with the default action, which SA_RESETHAND has put back
 }
 
+constexpr auto kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
+
 void cleanUpOnSignals() {
     struct sigaction action {};
     action.sa_handler = endBySignal;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_NODEFER;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
+    for (const int signal : kEndingSignals) {
         struct sigaction before {};
         ::sigaction(signal, nullptr, &before);
         if (before.sa_handler != SIG_IGN) {  // as nohup leaves it
@@ -59,6 +61,25 @@ void cleanUpOnSignals() {
     // A file that grows over a limit is to fail at the write, like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
 }
+
+/// Holds the signals that end the tool back while it lives.
+class EndingSignalsBlock {
+ public:
+    EndingSignalsBlock() {
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        for (const int signal : kEndingSignals) {
+            ::sigaddset(&signals, signal);
+        }
+        ::pthread_sigmask(SIG_BLOCK, &signals, &before_);
+    }
+    EndingSignalsBlock(const EndingSignalsBlock&) = delete;
+    EndingSignalsBlock& operator=(const EndingSignalsBlock&) = delete;
+    ~EndingSignalsBlock() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+    sigset_t before_{};
+};
 
 mode_t modeFor(const fs::path& target) {
     struct stat existing {};
@@ -221,6 +242,7 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
                       "cannot be replaced: " + systemError() + "; a file that you may write to");
     }
 
+    const EndingSignalsBlock untilTheHandlerKnowsTheFile;
     std::string name = (target_.parent_path() / ".zav-XXXXXX").string();
     const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {

@@ -59,6 +59,7 @@ expect_frames ./streamer
 # The README's other pieces compile inside functions that have their names.
 {
     echo '#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>'
+    echo '#include <future>'
     echo '#include <iostream>'
     echo 'using Accessory = zav::PeripheralSink;'
     echo 'void push(const zav::AudioStreamBasicDescription& format, const void* bytes,'
