@@ -182,15 +182,18 @@ using AudioQueueOutputCallbackBlock =
 /// a queue that runs and is not paused changes nothing.
 ///
 /// Errors: -66680 no sound server or no device on it, -66681 the server does not answer or refuses,
-/// -66682 a start time, -66685 the queue is being disposed of. The queue is as it was.
+/// -66682 a start time, -108 no memory, -66685 the queue is being disposed of. The queue is as it
+/// was.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioQueueStart(AudioQueueRef inAQ,
                                                   const AudioTimeStamp* inStartTime);
 
 /// Pauses a queue, at once. It keeps its buffers and what is in them; audio that sounds while an
-/// input queue is paused is not captured. A queue that does not run, or is paused, stays as it is.
+/// input queue is paused is not captured, and what the device has held back for an application that
+/// is more than a second late with its buffers is lost. A queue that does not run, or is paused,
+/// stays as it is; so does one that is being stopped and has given all its buffers back.
 ///
-/// Errors: -66680 the device has just gone away, and the queue is about to stop; -66685 the queue
-/// is being disposed of.
+/// Errors: -66680 the device has just gone away, and the queue is about to stop; -108 no memory;
+/// -66685 the queue is being disposed of.
 ZAV_EXPORT OSStatus AudioQueuePause(AudioQueueRef inAQ);
 
 /// Stops a queue and gives its buffers back.
@@ -198,17 +201,23 @@ ZAV_EXPORT OSStatus AudioQueuePause(AudioQueueRef inAQ);
 /// Immediately: what has not been played is dropped, and the queue is not running when the call
 /// returns; the buffers come back after that. Otherwise what is enqueued is played first (when the
 /// queue is paused: once it goes on; at once when all its buffers are back and only a decoder still
-/// holds audio) and the call returns before that; an input queue, which has
-/// nothing to wait for, stops immediately either way. A queue that does not run gives back what is
-/// enqueued.
+/// holds audio) and the call returns before that; an input queue, which has nothing to wait for,
+/// stops immediately either way. A queue that does not run gives back what is enqueued.
 ///
-/// Errors: -66685 the queue is being disposed of.
+/// A compressed stream ends here: what is enqueued before an asynchronous stop is over, or after it
+/// was called off, is decoded as one that begins with its next whole packet.
+///
+/// Errors: -108 no memory to encode or decode the end, which is lost; -66685 the queue is being
+/// disposed of.
 ZAV_EXPORT OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate);
 
 /// Ends a queue and frees it with its buffers. Immediately: no callback runs when the call returns,
 /// except one that makes the call; it waits for a callback that is running on another thread.
 /// Otherwise the queue is stopped asynchronously first (a paused one at once), its callbacks go on,
 /// and it frees itself after the last one.
+///
+/// Errors: -66685 another call is disposing of it; -108 no memory to decode the end: nothing has
+/// changed.
 ZAV_EXPORT OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate);
 
 /// How far the queue is: an output queue's frames played, an input queue's frames captured, since

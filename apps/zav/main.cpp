@@ -293,7 +293,9 @@ int runCommandLine(int argc, char** argv) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        throw UsageFailure(std::string(error.what()) + "; see 'zav --help'");
+        const auto verbs = app.get_subcommands();
+        throw UsageFailure(std::string(error.what()) + "; see 'zav " +
+                           (verbs.empty() ? "" : verbs.front()->get_name() + " ") + "--help'");
     }
     zav::setDiagnosticsHandler(line.common.isVerbose ? showDiagnostics : dropDiagnostics);
     run(app, line);

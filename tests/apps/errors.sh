@@ -208,7 +208,7 @@ for arguments in "play" "encode" "encode speech.wav" "encode --blocks 5 speech.w
     "$ZAV" $arguments >stdout.txt 2>stderr.txt || code=$?
     [ $code = 2 ] || fail "zav $arguments: exit $code"
     [ "$(wc -l <stderr.txt)" = 1 ] || fail "zav $arguments: $(cat stderr.txt)"
-    grep -q "^zav: .*; see 'zav --help'$" stderr.txt || fail "zav $arguments: $(cat stderr.txt)"
+    grep -q "^zav: .*; see 'zav ${arguments%% *} --help'$" stderr.txt || fail "zav $arguments: $(cat stderr.txt)"
     checks=$((checks + 1))
 done
 done_with "errors"

@@ -5,6 +5,7 @@
 
 #include <future>
 
+#include "ZAVAudioStreaming/platform/AudioDevices.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/QueueUnderTest.hpp"
 #include "tests/support/Ramp.hpp"
@@ -60,7 +61,7 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
     server_.freeze();
     const auto isCalled = [](auto call) { return std::async(std::launch::async, call); };
     {
-        const std::array<std::future<void>, 8> calls{
+        const std::array<std::future<void>, 9> calls{
             isCalled([&] { EXPECT_EQ(started.start(), kAudioQueueErr_CannotStart); }),
             isCalled([&] { EXPECT_EQ(startedInput.start(), kAudioQueueErr_CannotStart); }),
             isCalled([&] { EXPECT_EQ(stopped.stop(true), noErr); }),
@@ -71,6 +72,10 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
             isCalled([&] {
                 EXPECT_EQ(pausedInput.pause(), noErr);
                 EXPECT_EQ(resumed.start(), noErr);
+            }),
+            isCalled([] {
+                AudioDeviceList list;
+                EXPECT_EQ(listAudioDevices(list), kAudioQueueErr_CannotStart);
             })};
     }
     EXPECT_FALSE(started.isRunning() || startedInput.isRunning() || stopped.isRunning() ||

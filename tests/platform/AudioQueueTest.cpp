@@ -599,6 +599,37 @@ TEST(AudioQueue, playsWhatItsDecoderHoldsAtAStopAlsoWhenItPausedForWantOfAudio) 
     }
 }
 
+TEST(AudioQueue, losesNothingOfWhatIsDecodedWhenTheStreamGoesOnAfterAStop) {
+    {
+        // Called off while a frame is begun.
+        VirtualDevice device;
+        OutputUnderTest queue(pcmFormat(48000, 1, 64, kFloat));
+        const Bytes stream = repeated(bytesOfValue(0.25), 960);
+        queue.enqueue(stream.data(), 1003);
+        ASSERT_EQ(queue.start(), noErr);
+        ASSERT_EQ(queue.stop(false), noErr);
+        ASSERT_EQ(queue.start(), noErr);
+        queue.enqueue(&stream[1003], stream.size() - 1003);
+        ASSERT_EQ(queue.stop(false), noErr);
+        device.advance(0.1, settleQueues);
+        EXPECT_FALSE(queue.isRunning());
+        EXPECT_EQ(device.heard(), repeated(bytesOfValue(0.25F), 960));
+    }
+    // Enqueued before the stop is over.
+    VirtualDevice device;
+    OutputUnderTest queue(encodedFormat(kAudioFormatAC3));
+    const Bytes stream = encodedTone("-c:a ac3 -b:a 192k -f ac3");
+    constexpr std::size_t kPacketBytes = 768;
+    queue.enqueue(stream.data(), 10 * kPacketBytes);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    queue.enqueue(&stream[10 * kPacketBytes], stream.size() - 10 * kPacketBytes);
+    device.advance(3, settleQueues);
+    EXPECT_FALSE(queue.isRunning());
+    EXPECT_TRUE(queue.hasPlayedAll());
+    EXPECT_EQ(device.heard().size(), stream.size() / kPacketBytes * 1536 * 2 * sizeof(float));
+}
+
 TEST(AudioQueue, tellsOfCookiesWhatIsWrongWithThem) {
     VirtualDevice device;
     OutputUnderTest aac(encodedFormat(kAudioFormatMPEG4AAC));

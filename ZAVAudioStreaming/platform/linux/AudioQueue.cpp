@@ -29,8 +29,9 @@ OSStatus queueStatusOf(Call call) noexcept {
     }
 }
 
-/// The value of a property as bytes.
-std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID property) {
+/// The value of a property as bytes, for somebody who has room for so many.
+std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID property,
+                                  std::size_t roomInBytes) {
     const auto bytesOf = [](const auto& value) {
         const auto bytes = std::as_bytes(std::span(&value, 1));
         return std::vector(bytes.begin(), bytes.end());
@@ -47,9 +48,11 @@ std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID prope
         case kAudioQueueProperty_InterruptionCount:
             return bytesOf(queue.interruptionCount());
         case kAudioQueueProperty_Level:
-            return bytesOf(queue.takeLevel());
+            // The peak is for who gets it.
+            return bytesOf(roomInBytes < sizeof(AudioQueueLevel) ? AudioQueueLevel()
+                                                                 : queue.takeLevel());
         case kAudioQueueProperty_HasPlayedAll:
-            return bytesOf(std::uint32_t{queue.hadPlayedAll()});
+            return bytesOf(std::uint32_t{queue.lastRunWasPlayedOut()});
         default:
             throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
     }
@@ -152,9 +155,7 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ, AudioQueuePropertyID inID
         if (outDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
-        *outDataSize = inID == kAudioQueueProperty_Level
-                           ? sizeof(AudioQueueLevel)
-                           : static_cast<std::uint32_t>(propertyOf(*inAQ->queue, inID).size());
+        *outDataSize = static_cast<std::uint32_t>(propertyOf(*inAQ->queue, inID, 0).size());
         return noErr;
     });
 }
@@ -165,11 +166,7 @@ OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, vo
         if (outData == nullptr || ioDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
-        if (inID == kAudioQueueProperty_Level && *ioDataSize < sizeof(AudioQueueLevel)) {
-            // Before the peak is taken.
-            return kAudioQueueErr_InvalidPropertySize;
-        }
-        const std::vector<std::byte> value = propertyOf(*inAQ->queue, inID);
+        const std::vector<std::byte> value = propertyOf(*inAQ->queue, inID, *ioDataSize);
         if (*ioDataSize < value.size()) {
             return kAudioQueueErr_InvalidPropertySize;
         }

@@ -8,7 +8,8 @@ namespace zav {
 
 struct BufferQueue::Memory {
     explicit Memory(std::uint32_t byteCount)
-        : bytes(std::make_unique<std::byte[]>(byteCount)), buffer{byteCount, bytes.get()} {}
+        : bytes(std::make_unique_for_overwrite<std::byte[]>(byteCount)),
+          buffer{byteCount, bytes.get()} {}
 
     std::unique_ptr<std::byte[]> bytes;
     AudioQueueBuffer buffer;
@@ -263,7 +264,7 @@ bool BufferQueue::takeNext(Entry& next) {
 
 /// State lock held.
 bool BufferQueue::isRunOver() const {
-    return isRunning_ && (isDeviceGone() || (isStopping_ && hasPlayedAll()));
+    return isRunning_ && (isDeviceGone() || (isStopping_ && isPlayedOut()));
 }
 
 /// Control lock held.
@@ -288,7 +289,17 @@ void BufferQueue::stopNow() {
     isRunning_ = false;
     isStopping_ = false;
     ++stopCount_;
-    endRun();
+    try {
+        endRun();
+    } catch (...) {
+        giveBackAll();
+        throw;
+    }
+    giveBackAll();
+}
+
+/// State lock held.
+void BufferQueue::giveBackAll() {
     while (!enqueued_.empty()) {
         giveBackFirst();
     }

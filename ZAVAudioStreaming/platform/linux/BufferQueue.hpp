@@ -49,7 +49,7 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     virtual std::uint32_t interruptionCount() = 0;
     virtual AudioQueueLevel takeLevel() = 0;
     /// Throws kAudioQueueErr_InvalidProperty for an input queue.
-    virtual bool hadPlayedAll() = 0;
+    virtual bool lastRunWasPlayedOut() = 0;
     virtual AudioStreamBasicDescription streamFormat() = 0;
     virtual std::uint32_t maximumPacketSize() = 0;
     virtual std::vector<std::byte> magicCookie() = 0;
@@ -96,10 +96,11 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     virtual void collect() = 0;
     /// The device is closed: fills what is to be filled and forgets the run's audio.
     virtual void endRun() = 0;
-    /// Nothing more than what is enqueued has to be played; true when nothing has to.
+    /// Nothing more has to be played than what is enqueued, or is before that has been; true when
+    /// nothing has to.
     virtual bool beginEnding() = 0;
     virtual void callOffEnding() = 0;
-    virtual bool hasPlayedAll() const = 0;
+    virtual bool isPlayedOut() const = 0;
     virtual bool isDeviceGone() const = 0;
 
     virtual void callBack(AudioQueueRef handle, const Entry& entry) = 0;
@@ -115,6 +116,7 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     bool isRunOver() const;
     void finishRunIfOver();
     void stopNow();
+    void giveBackAll();
     void deliver();
     bool takeNext(Entry& next);
 

@@ -56,7 +56,7 @@ double InputQueue::currentFrame() {
     return static_cast<double>(ring_.capturedFrames()) * format_.mSampleRate / pcm_.mSampleRate;
 }
 
-bool InputQueue::hadPlayedAll() {
+bool InputQueue::lastRunWasPlayedOut() {
     throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
 }
 

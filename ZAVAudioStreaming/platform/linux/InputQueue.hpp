@@ -24,7 +24,7 @@ class InputQueue : public BufferQueue {
     double currentFrame() override;
     std::uint32_t interruptionCount() override { return ring_.interruptionCount(); }
     AudioQueueLevel takeLevel() override { return ring_.takeLevel(); }
-    bool hadPlayedAll() override;
+    bool lastRunWasPlayedOut() override;
     AudioStreamBasicDescription streamFormat() override;
     std::uint32_t maximumPacketSize() override;
     std::vector<std::byte> magicCookie() override;
@@ -42,7 +42,7 @@ class InputQueue : public BufferQueue {
     void endRun() override;
     bool beginEnding() override { return true; }
     void callOffEnding() override {}
-    bool hasPlayedAll() const override { return true; }
+    bool isPlayedOut() const override { return true; }
     bool isDeviceGone() const override { return ring_.isDeviceGone(); }
     void callBack(AudioQueueRef handle, const Entry& entry) override;
 

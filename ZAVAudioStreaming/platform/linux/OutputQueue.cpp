@@ -59,9 +59,9 @@ double OutputQueue::currentFrame() {
     return static_cast<double>(played) * format_.mSampleRate / pcm_.mSampleRate;
 }
 
-bool OutputQueue::hadPlayedAll() {
+bool OutputQueue::lastRunWasPlayedOut() {
     const std::lock_guard lock(state());
-    return stream_ == nullptr && hadPlayedAll_;
+    return stream_ == nullptr && wasPlayedOut_;
 }
 
 std::uint64_t OutputQueue::playedFrames() {
@@ -139,7 +139,7 @@ void OutputQueue::closeDevice() {
         const std::lock_guard lock(state());
         if (stream_ != nullptr) {
             endedAtFrame_ = playedFrames();
-            hadPlayedAll_ = hasPlayedAll();
+            wasPlayedOut_ = feed_.isPlayedOut();
         }
         stream = std::move(stream_);
     }
@@ -157,20 +157,16 @@ OSStatus OutputQueue::prepare(AudioQueueBuffer& buffer,
 void OutputQueue::accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) {
     const std::span bytes(static_cast<const std::byte*>(entry.buffer->mAudioData),
                           entry.buffer->mAudioDataByteSize);
-    hadPlayedAll_ = false;
+    wasPlayedOut_ = false;
     if (decoder_ == nullptr) {
         entry.endFrame = feed_.append(bytes);
     } else {
         std::vector<std::byte> pcm;
+        isDecoderBegun_ = true;
         decoder_->decode(bytes, descriptions, pcm);
         entry.endFrame = feed_.append(std::move(pcm));
     }
-    if (stream_ != nullptr) {
-        stream_->audioAdded();
-        if (isStopping()) {
-            stream_->drain();
-        }
-    }
+    tellDeviceOfMore();
     if (entry.endFrame <= feed_.playedFrames()) {
         // Nothing of it can be played: the device will not tell of it.
         wake();
@@ -184,22 +180,23 @@ void OutputQueue::collect() {
         giveBackFirst();
     }
     feed_.dropPlayed();
+    if (isStopping() && feed_.isPlayedOut()) {
+        finishDecoder();  // of what was enqueued since the stop
+        tellDeviceOfMore();
+    }
 }
 
 void OutputQueue::endRun() {
     feed_.clear();
     if (decoder_ != nullptr) {
         decoder_->reset();
+        isDecoderBegun_ = false;
     }
 }
 
 bool OutputQueue::beginEnding() {
-    if (decoder_ != nullptr) {
-        std::vector<std::byte> pcm;
-        decoder_->finish(pcm);
-        feed_.append(std::move(pcm));
-    }
-    if (hasPlayedAll()) {
+    finishDecoder();
+    if (isPlayedOut()) {
         return true;
     }
     feed_.setEnding(true);
@@ -208,13 +205,31 @@ bool OutputQueue::beginEnding() {
     return false;
 }
 
+void OutputQueue::finishDecoder() {
+    if (std::exchange(isDecoderBegun_, false)) {
+        std::vector<std::byte> pcm;
+        decoder_->finish(pcm);
+        feed_.append(std::move(pcm));
+    }
+}
+
+void OutputQueue::tellDeviceOfMore() {
+    if (stream_ == nullptr) {
+        return;
+    }
+    stream_->audioAdded();
+    if (isStopping()) {
+        stream_->drain();
+    }
+}
+
 void OutputQueue::callOffEnding() {
     feed_.setEnding(false);
     stream_->audioAdded();
 }
 
-bool OutputQueue::hasPlayedAll() const {
-    return feed_.playedFrames() >= feed_.appendedFrames();
+bool OutputQueue::isPlayedOut() const {
+    return feed_.isPlayedOut() && !isDecoderBegun_;
 }
 
 void OutputQueue::callBack(AudioQueueRef handle, const Entry& entry) {

@@ -24,7 +24,7 @@ class OutputQueue : public BufferQueue {
     double currentFrame() override;
     std::uint32_t interruptionCount() override { return feed_.interruptionCount(); }
     AudioQueueLevel takeLevel() override { return feed_.takeLevel(); }
-    bool hadPlayedAll() override;
+    bool lastRunWasPlayedOut() override;
     AudioStreamBasicDescription streamFormat() override { return format_; }
     std::uint32_t maximumPacketSize() override;
     std::vector<std::byte> magicCookie() override;
@@ -42,21 +42,24 @@ class OutputQueue : public BufferQueue {
     void endRun() override;
     bool beginEnding() override;
     void callOffEnding() override;
-    bool hasPlayedAll() const override;
+    bool isPlayedOut() const override;
     bool isDeviceGone() const override { return feed_.isDeviceGone(); }
     void callBack(AudioQueueRef handle, const Entry& entry) override;
 
     std::uint64_t playedFrames();
+    void finishDecoder();
+    void tellDeviceOfMore();
 
     const AudioStreamBasicDescription format_;
     const AudioQueueOutputCallbackBlock callback_;
     const std::unique_ptr<QueueDecoder> decoder_;  // null where the device takes the stream
+    bool isDecoderBegun_ = false;                  // and may hold audio back
     const AudioStreamBasicDescription pcm_;
     std::vector<std::byte> cookie_;
     PlaybackFeed feed_;
     std::unique_ptr<PlaybackStream> stream_;  // of a run; set and taken away under both locks
     std::uint64_t endedAtFrame_ = 0;          // of the last run
-    bool hadPlayedAll_ = true;                // at its end, and nothing was enqueued since
+    bool wasPlayedOut_ = true;                // at its end, and nothing was enqueued since
 };
 
 }  // namespace zav

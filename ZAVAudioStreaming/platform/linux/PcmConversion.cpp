@@ -210,7 +210,7 @@ class PcmDecoder : public QueueDecoder {
         change_.toDevice({rest_.data(), whole}, pcm);
         rest_.erase(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(whole));
     }
-    void finish(std::vector<std::byte>& /*pcm*/) override { rest_.clear(); }
+    void finish(std::vector<std::byte>& /*pcm*/) override {}
     void reset() override { rest_.clear(); }
 
  private:

@@ -26,13 +26,17 @@ std::uint64_t PlaybackFeed::append(std::span<const std::byte> pcm) {
     const auto whole = pcm.first(pcm.size() - rest);
     auto piece = std::make_unique<Piece>();
     piece->bytes = whole;
-    // Before anything is appended, so that there is memory for all of it or nothing happens.
-    std::vector<std::byte> begunFrame(whole.end(), pcm.end());
-    auto restPiece = std::make_unique<Piece>();
-    restPiece->kept = std::move(begunFrame);
-    restPiece->bytes = restPiece->kept;
+    // Made before anything is appended: there is memory for all of it, or nothing happens.
+    std::unique_ptr<Piece> begunFrame;
+    if (rest > 0) {
+        begunFrame = std::make_unique<Piece>();
+        begunFrame->kept.assign(whole.end(), pcm.end());
+        begunFrame->bytes = begunFrame->kept;
+    }
     append(std::move(piece));
-    append(std::move(restPiece));
+    if (begunFrame != nullptr) {
+        append(std::move(begunFrame));
+    }
     return appendedFrames();
 }
 

@@ -38,6 +38,7 @@ class PlaybackFeed final : public PlaybackClient {
 
     /// Appender. Whole frames appended in this run.
     std::uint64_t appendedFrames() const;
+    bool isPlayedOut() const { return playedFrames_ >= appendedFrames(); }
 
     /// Appender. Frees what has been played.
     void dropPlayed();

@@ -38,7 +38,8 @@ class QueueDecoder {
                         std::span<const AudioStreamPacketDescription> descriptions,
                         std::vector<std::byte>& pcm) = 0;
 
-    /// The stream ends here: appends what the decoder still holds. A new stream can follow.
+    /// The stream ends here: appends what the decoder still holds. It goes on after all if `decode`
+    /// follows and not `reset`: with the bytes of a begun PCM frame, with the next whole packet.
     virtual void finish(std::vector<std::byte>& pcm) = 0;
 
     /// Forgets the stream so far; another one follows.
