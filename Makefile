@@ -13,11 +13,12 @@ test:
 	@scripts/build dev -DZAV_BUILD_TESTS=ON
 	@ctest --preset dev
 
-# What takes minutes and chance: KILLS sound servers under a running loop.
+# What takes minutes and chance: KILLS (100) sound servers of kind SERVER (pulseaudio or pipewire)
+# under a running loop.
 soak:
 	@scripts/install-dependencies build demo test
 	@scripts/build dev
-	@tests/kill-sound-server build/dev $(or $(KILLS),100)
+	@tests/kill-sound-server build/dev $(or $(KILLS),100) $(or $(SERVER),pulseaudio)
 
 benchmark:
 	@scripts/install-dependencies build bench

@@ -1,5 +1,5 @@
-// Plays silence with one PlaybackSink and then with 33 at the same time, and prints what each of
-// the 32 takes in memory, with its connection to the sound server. As a program of its own because
+// Plays silence with one PlaybackSink and then with 32 at the same time, and prints what each of
+// the 31 takes in memory, with its connection to the sound server. As a program of its own because
 // a process does not give back what it once had.
 //
 //     zav_playing_sinks

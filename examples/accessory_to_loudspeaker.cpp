@@ -34,6 +34,13 @@ zav::AudioStreamBasicDescription sbcFormat(zav::SBCCoding::SBCConfiguration& sbc
             .mChannelsPerFrame = 1};
 }
 
+bool hasPlayedAll(const zav::PlaybackSink& sink) {
+    std::uint32_t hasPlayedAll = 0;
+    return zav::readAudioQueueProperty(sink.audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll,
+                                       hasPlayedAll) == zav::noErr &&
+           hasPlayedAll != 0;
+}
+
 void play() {
     zav::SBCCoding::SBCConfiguration configuration;
     const auto source = zav::makeNode<zav::PeripheralSource>();
@@ -49,7 +56,6 @@ void play() {
     sink->autoPlay(0.2);
 
     std::vector<std::byte> frame(configuration.frameLen());
-    std::uint64_t frameCount = 0;
     source->downstreams().onAudioStreamFlowStart();
     while (std::fread(frame.data(), frame.size(), 1, stdin) == 1) {
         while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {
@@ -57,17 +63,13 @@ void play() {
                 throw std::runtime_error(kLost);
             }
         }
-        ++frameCount;
         source->downstreams().receiveAudio(frame.data(), frame.size(), 1, nullptr);
     }
     source->downstreams().onAudioStreamFlowEnd();
     while (sink->isPlaying()) {  // the rest
         std::this_thread::sleep_for(20ms);
     }
-    // A start that fails by itself and a server that goes away show in what was played.
-    const double seconds =
-        static_cast<double>(frameCount * source->outDataFormat().mFramesPerPacket) / kRateInHz;
-    if (sink->timeStamp() < seconds) {
+    if (!hasPlayedAll(*sink)) {  // also when it could not start
         throw std::runtime_error(kLost);
     }
     if (std::ferror(stdin) != 0) {

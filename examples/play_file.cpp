@@ -17,9 +17,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kBuffersAhead = 3;     // of half a second, unless a size is set
-constexpr double kToleranceInSeconds = 0.1;  // MP3: frames that the decoder needs to begin
+constexpr std::size_t kBuffersAhead = 3;  // of half a second, unless a size is set
 constexpr auto kLost = "the sound server went away";
+
+bool hasPlayedAll(const zav::PlaybackSink& sink) {
+    std::uint32_t hasPlayedAll = 0;
+    return zav::readAudioQueueProperty(sink.audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll,
+                                       hasPlayedAll) == zav::noErr &&
+           hasPlayedAll != 0;
+}
 
 void play(const char* path) {
     const auto source = zav::makeNode<zav::FileSource>(path);
@@ -37,9 +43,7 @@ void play(const char* path) {
     sink->play();
 
     const std::int64_t packetsPerRead = sink->maxPacketNumForBuffer();
-    std::int64_t packetCount = 0;
-    while (const std::int64_t count = source->readPackets(packetsPerRead)) {
-        packetCount += count;
+    while (source->readPackets(packetsPerRead) > 0) {
         while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {
             if (!played->try_acquire_for(1s) && !sink->isPlaying()) {
                 throw std::runtime_error(kLost);
@@ -49,8 +53,7 @@ void play(const char* path) {
     while (sink->isPlaying()) {  // the rest
         std::this_thread::sleep_for(20ms);
     }
-    const auto frameCount = static_cast<double>(packetCount * format.mFramesPerPacket);
-    if (sink->timeStamp() < frameCount / format.mSampleRate - kToleranceInSeconds) {
+    if (!hasPlayedAll(*sink)) {
         throw std::runtime_error(kLost);
     }
 }

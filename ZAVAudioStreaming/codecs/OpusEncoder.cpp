@@ -14,7 +14,7 @@
 namespace zav {
 namespace {
 
-constexpr std::int64_t kSampleSize = sizeof(opus_int16);
+constexpr std::int64_t kBytesPerPcmSample = sizeof(opus_int16);
 /// Three 20 ms frames of the largest size that Opus has, 1275 bytes, and the packet's own bytes.
 constexpr std::size_t kMaximumPacketSize = 3828;
 
@@ -55,8 +55,8 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
     const auto remaining = [&] { return static_cast<std::size_t>(inputEnd - input); };
 
     const std::uint32_t channels = inDataFormat().mChannelsPerFrame;
-    const auto packetPcmSize = checkedCast<std::size_t>(
-        checkedMultiply(checkedMultiply(frameCountPerPkt(), kSampleSize), std::int64_t{channels}));
+    const auto packetPcmSize = checkedCast<std::size_t>(checkedMultiply(
+        checkedMultiply(frameCountPerPkt(), kBytesPerPcmSample), std::int64_t{channels}));
     const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
     if (savedSize > packetPcmSize) {
         fatalError(kFormatHasChanged);
@@ -101,7 +101,7 @@ void OpusEncoder::onAudioStreamFlowEnd() {
 void OpusEncoder::encodePacket(std::span<const std::byte> pcm, Report report) {
     // Asked again for each packet: a target may have changed the format since the last one.
     const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
-    if (frameCount * kSampleSize * codecChannels() > static_cast<std::int64_t>(pcm.size())) {
+    if (frameCount * kBytesPerPcmSample * codecChannels() > static_cast<std::int64_t>(pcm.size())) {
         fatalError(kFormatHasChanged);  // libopus would read beyond the packet's PCM
     }
     std::array<unsigned char, kMaximumPacketSize> packet;

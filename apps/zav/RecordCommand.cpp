@@ -259,6 +259,9 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     const Recording recording = recordingFor(options);
     const FileType& type = *recording.type;
 
+    // Before anything has a thread: none else can be interrupted between the file and its removal.
+    OutputFile output(options.output, {});
+
     // The graph: each node is made on the one before it.
     const auto source = openMicrophone(options, recording);
     std::shared_ptr<zav::AudioStreamOutputable> stream = source;
@@ -279,7 +282,6 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     if (type.id == kSbcContainerType && recording.codec == zav::kAudioFormatSbc) {
         stream = redeclared(stream, with16Bits(stream->outDataFormat()));
     }
-    OutputFile output(options.output, {});
     const std::vector<std::byte> cookie = source->magicCookie();
     output.requireRoomFor(type, stream->outDataFormat(), cookie);
     reportFatalStopsFor("the microphone", options.output);

@@ -16,7 +16,7 @@ class StatusLine {
     StatusLine& operator=(const StatusLine&) = delete;
 
     bool isShown() const { return isShown_; }
-    /// Shows as many of the fields, from the first on, as the terminal has room for in one line.
+    /// Shows the fields in one line, but for those that the terminal has no room for.
     void show(const std::vector<std::string>& fields) const;
     /// Leaves `summary` in place of the line.
     void finish(const std::string& summary) const;

@@ -306,6 +306,20 @@ TEST_P(PulseDevice, playsSamplesOf8BitsAsSoxDoes) {
     EXPECT_EQ(recorder.waitForSamples(expected.size()), expected);
 }
 
+/// Counts what the device's thread allocates from its first call on.
+class CountingCollector final : public CollectingClient {
+ public:
+    using CollectingClient::CollectingClient;
+
+    std::size_t push(std::span<const std::byte> captured) noexcept override {
+        countsAllocations = std::this_thread::get_id() != testThread_;
+        return CollectingClient::push(captured);
+    }
+
+ private:
+    const std::thread::id testThread_ = std::this_thread::get_id();
+};
+
 TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
     constexpr std::size_t kSamples = 30'000;
     const TemporaryFolder folder;
@@ -313,7 +327,8 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
         const auto samples = rampSamples(kSamples);
         writeFile(folder / "ramp.raw", std::as_bytes(std::span(samples)));
     }
-    CollectingClient client(2 * kSamples);
+    CountingCollector client(2 * kSamples);
+    allocationCount = 0;
     const auto stream = openCapture(client);
     client.room = 480;
     stream->roomAdded();
@@ -327,6 +342,7 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
         return client.keptCount >= kSamples;
     }));
     EXPECT_EQ(client.samples(), rampSamples(kSamples));
+    EXPECT_EQ(allocationCount, 0);
 
     client.room = 1'000'000'000;
     stream->finish();

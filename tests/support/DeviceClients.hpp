@@ -67,9 +67,10 @@ class RampClient : public PlaybackClient {
 };
 
 /// Keeps the 16-bit samples that are not silent, as many as the test makes room for.
-class CollectingClient final : public CaptureClient {
+class CollectingClient : public CaptureClient {
  public:
     explicit CollectingClient(std::size_t mostSamples) : samples_(mostSamples) {}
+    virtual ~CollectingClient() = default;
 
     std::size_t push(std::span<const std::byte> captured) noexcept override {
         const std::size_t count = std::min<std::size_t>(captured.size() / 2, room);

@@ -56,10 +56,14 @@ listen_to_speaker() {
 # so that what is repeated or missing is heard as a click.
 tone_in_hz=1130
 
-# A microphone that hears the tone all the time.
+# The microphone hears the tone from now on.
 tone_in_microphone() {
-    pactl load-module module-sine-source source_name=tone rate=48000 "frequency=$tone_in_hz" >>"$work/log"
-    export PULSE_SOURCE=tone
+    sox -n -r 48000 -c 1 -b 16 tone.wav synth 120 sine "$tone_in_hz" gain -6
+    in_background paplay --device=mic --latency-msec=100 tone.wav
+    in_background parec --device=mic.monitor --raw --latency-msec=20 >microphone.raw
+    has_tone() { [ -n "$(head -c 1000000 microphone.raw | tr -d '\0' | head -c 1000 | tr '\0' x)" ]; }
+    until_true has_tone
+    kill $!
 }
 
 loudness() { # FILE [EFFECT...]: RMS in dB
@@ -72,6 +76,6 @@ is_pure_tone() {
     tone=$(loudness "$1")
     rest=$(loudness "$1" bandreject "$tone_in_hz" 200h bandreject "$tone_in_hz" 200h trim 0.2 -0.05)
     [ "$tone" -gt -30 ] || fail "$1: no tone: $tone dB"
-    [ "$rest" -lt $((tone - 35)) ] || fail "$1: a tone of $tone dB with $rest dB beside it"
-    checks=$((checks + 2))
+    echo "$1: a tone of $tone dB with $rest dB beside it" >why.txt
+    [ "$rest" -lt $((tone - 35)) ]
 }
