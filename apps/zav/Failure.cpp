@@ -71,7 +71,8 @@ std::string describeFatalStop(std::string_view message) {
 void endWithOneLine(std::string_view message, zav::SourcePosition /*position*/) {
     OutputFile::removeUnfinished();
     StatusLine::wipe();
-    std::fprintf(stderr, "zav: %s\n", describeFatalStop(message).c_str());
+    std::fprintf(stderr, "zav: %s%s\n", describeFatalStop(message).c_str(),
+                 OutputFile::oneHasAppeared() ? " (what was recorded before is kept)" : "");
     std::_Exit(EXIT_FAILURE);
 }
 

@@ -39,6 +39,8 @@ std::string systemError() {
 // What a signal handler can read: a path that does not change while it is set.
 std::atomic<const char*> unfinishedPath{nullptr};
 
+std::atomic<bool> hasAnyAppeared{false};
+
 extern "C" void endBySignal(int signal) {
     OutputFile::removeUnfinished();
     StatusLine::wipe();
@@ -266,6 +268,10 @@ void OutputFile::removeUnfinished() noexcept {
     }
 }
 
+bool OutputFile::oneHasAppeared() noexcept {
+    return hasAnyAppeared;
+}
+
 void OutputFile::requireRoomFor(const FileType& type,
                                 const zav::AudioStreamBasicDescription& format,
                                 std::span<const std::byte> magicCookie) const {
@@ -297,6 +303,7 @@ void OutputFile::appear() {
                       "cannot be replaced: " + systemError() + "; another name for the output");
     }
     unfinishedPath = nullptr;
+    hasAnyAppeared = true;
     temporaryPath_.clear();
 }
 

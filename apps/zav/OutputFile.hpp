@@ -50,6 +50,8 @@ class OutputFile {
 
     /// Removes the temporary file of this run, if there is one. Safe in a signal handler.
     static void removeUnfinished() noexcept;
+    /// Whether a file of this run has its name, and stays.
+    static bool oneHasAppeared() noexcept;
 
  private:
     bool hasAppeared() const { return temporaryPath_.empty(); }
