@@ -16,18 +16,6 @@ namespace test {
 namespace {
 
 OpaqueAudioQueue theQueue;
-
-}  // namespace
-
-struct ScriptedAudioQueue::Memory {
-    explicit Memory(std::uint32_t size) : bytes(size), buffer{size, bytes.data()} {}
-
-    std::vector<std::byte> bytes;
-    AudioQueueBuffer buffer;
-};
-
-namespace {
-
 std::unique_ptr<ScriptedAudioQueue> currentQueue = std::make_unique<ScriptedAudioQueue>();
 
 /// Notes a call and, unless it is to fail, does what it does.
@@ -45,10 +33,6 @@ OSStatus perform(const std::string& call, Effect effect) {
         hook(call);
     }
     return status;
-}
-
-std::string nameOf(AudioQueuePropertyID property) {
-    return "get " + fourCharText(property);
 }
 
 template <class Value>
@@ -72,8 +56,7 @@ OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32
             if (!currentQueue->streamDescription) {
                 return kAudioQueueErr_InvalidPropertySize;
             }
-            std::memcpy(outData, &*currentQueue->streamDescription,
-                        sizeof(AudioStreamBasicDescription));
+            std::memcpy(outData, &*currentQueue->streamDescription, sizeof(currentQueue->format));
             return noErr;
         case kAudioQueueProperty_MagicCookie:
             std::copy(currentQueue->magicCookie.begin(), currentQueue->magicCookie.end(),
@@ -91,11 +74,10 @@ class UnusedDispatchQueue : public DispatchQueue {
     }
 };
 
-/// Takes a buffer out of the queue. Under its lock.
-AudioQueueBufferRef take(std::size_t index) {
-    const AudioQueueBufferRef buffer = currentQueue->enqueued.at(index);
-    currentQueue->enqueued.erase(currentQueue->enqueued.begin() +
-                                 static_cast<std::ptrdiff_t>(index));
+/// Takes the first buffer out of the queue. Under its lock.
+AudioQueueBufferRef takeFirst() {
+    const AudioQueueBufferRef buffer = currentQueue->enqueued.at(0);
+    currentQueue->enqueued.pop_front();
     if (currentQueue->returningCount > 0) {
         --currentQueue->returningCount;
     }
@@ -129,18 +111,15 @@ std::size_t ScriptedAudioQueue::count(const std::string& call) const {
     return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
 }
 
-void ScriptedAudioQueue::handBack(std::size_t index) {
-    std::unique_lock lock(mutex);
-    const bool isPlayed = isRunning && !isPaused && returningCount == 0;
-    const AudioQueueBufferRef buffer = take(index);
-    const InCallback inCallback;
+void ScriptedAudioQueue::handBack() {
     if (inputCallback != nullptr) {
-        buffer->mAudioDataByteSize = 0;
-        lock.unlock();
-        const AudioTimeStamp startTime;
-        inputCallback(userData, &theQueue, buffer, &startTime, 0, nullptr);
+        capture({});
         return;
     }
+    std::unique_lock lock(mutex);
+    const bool isPlayed = isRunning && !isPaused && returningCount == 0;
+    const AudioQueueBufferRef buffer = takeFirst();
+    const InCallback inCallback;
     if (isPlayed) {
         const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
         played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
@@ -159,7 +138,7 @@ void ScriptedAudioQueue::handBackAll() {
 void ScriptedAudioQueue::capture(std::span<const std::byte> bytes,
                                  std::span<const AudioStreamPacketDescription> descriptions) {
     std::unique_lock lock(mutex);
-    const AudioQueueBufferRef buffer = take(0);
+    const AudioQueueBufferRef buffer = takeFirst();
     const InCallback inCallback;
     lock.unlock();
     std::copy(bytes.begin(), bytes.end(), static_cast<std::byte*>(buffer->mAudioData));
@@ -243,9 +222,9 @@ OSStatus AudioQueueAllocateBuffer(AudioQueueRef /*inAQ*/, std::uint32_t inBuffer
                                   AudioQueueBufferRef* outBuffer) {
     return perform("allocate", [&] {
         currentQueue->allocatedSizes.push_back(inBufferByteSize);
-        currentQueue->buffers.push_back(
-            std::make_unique<test::ScriptedAudioQueue::Memory>(inBufferByteSize));
-        *outBuffer = &currentQueue->buffers.back()->buffer;
+        auto& bytes = currentQueue->bufferBytes.emplace_back(inBufferByteSize);
+        *outBuffer =
+            &currentQueue->buffers.emplace_back(AudioQueueBuffer{inBufferByteSize, bytes.data()});
         return noErr;
     });
 }
@@ -327,7 +306,7 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID 
 
 OSStatus AudioQueueGetProperty(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID, void* outData,
                                std::uint32_t* ioDataSize) {
-    return perform(test::nameOf(inID),
+    return perform("get " + fourCharText(inID),
                    [&] { return test::writeProperty(inID, outData, ioDataSize); });
 }
 

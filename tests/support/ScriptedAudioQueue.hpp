@@ -6,7 +6,6 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -65,8 +64,8 @@ struct ScriptedAudioQueue {
 
     std::size_t count(const std::string& call) const;
 
-    /// Hands the buffer at `index` of those enqueued back: played, or empty.
-    void handBack(std::size_t index = 0);
+    /// Hands the first buffer back: played, or empty.
+    void handBack();
     void handBackAll();
     /// Fills the first buffer and hands it back.
     void capture(std::span<const std::byte> bytes,
@@ -79,8 +78,8 @@ struct ScriptedAudioQueue {
     /// Waits for a state of the queue; false when it does not come.
     bool waitUntil(const std::function<bool(ScriptedAudioQueue&)>& condition);
 
-    struct Memory;
-    std::vector<std::unique_ptr<Memory>> buffers;
+    std::deque<std::vector<std::byte>> bufferBytes;
+    std::deque<AudioQueueBuffer> buffers;
     std::mutex mutex;
     std::condition_variable changed;
     bool deviceHasEnded = false;
