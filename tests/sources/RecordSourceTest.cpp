@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <future>
 #include <limits>
 #include <thread>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "tests/support/DiagnosticsLines.hpp"
+#include "tests/support/ExpectThrown.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
@@ -20,22 +20,16 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-OSStatus statusThrownBy(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const AudioQueueError& error) {
-        return error.status();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return noErr;
-}
-
 class RecordSourceTest : public testing::Test {
  protected:
     RecordSourceTest() { resetAudioQueue(); }
+    void TearDown() override { scriptedQueue().onCall = nullptr; }
 
-    /// A source with one target, whose calls and completions gather in `events_`.
+    /// A new source with one target, whose calls and completions gather in `events_`.
     void make(const AudioStreamBasicDescription& format = pcmFormat(16000, 1)) {
+        source_.reset();
+        resetAudioQueue();
+        events_.clear();
         source_ = makeNode<RecordSource>(format);
         target_ = makeNode<RecordingSink>(source_);
         target_->onCall = [this](const std::string& call) { events_.push_back(call); };
@@ -44,6 +38,18 @@ class RecordSourceTest : public testing::Test {
 
     std::function<void()> completion(const std::string& name = "completion") {
         return [this, name] { events_.push_back(name); };
+    }
+
+    /// A new source, which records.
+    void makeRecording() {
+        make();
+        source_->record();
+    }
+
+    /// The device goes away.
+    static void loseDevice() {
+        scriptedQueue().isRunning = false;
+        scriptedQueue().handBackAll();
     }
 
     DiagnosticsLines lines_;
@@ -82,10 +88,10 @@ TEST_F(RecordSourceTest, throwsTheStatusOfAQueueAndZeroForABuffer) {
     const auto makeSource = [] { makeNode<RecordSource>(pcmFormat(16000, 1)); };
     auto& queue = scriptedQueue();
     queue.failures["newInput"] = kAudioFormatUnsupportedDataFormatError;
-    EXPECT_EQ(statusThrownBy(makeSource), kAudioFormatUnsupportedDataFormatError);
+    expectThrown(AudioQueueError::failure(kAudioFormatUnsupportedDataFormatError), makeSource);
     EXPECT_EQ(queue.calls, Calls{"newInput"});
     queue.failures = {{"allocate", kAudioQueueErr_NoMemory}};
-    EXPECT_EQ(statusThrownBy(makeSource), 0);
+    expectThrown(AudioQueueError::failure(noErr), makeSource);
     EXPECT_EQ(queue.calls.back(), "dispose");
     queue.failures = {{"enqueue", kAudioQueueErr_InvalidBuffer}};
     makeSource();
@@ -113,7 +119,8 @@ TEST_F(RecordSourceTest, sizesItsBuffersForHalfASecondOfPackets) {
 TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
     make();
     scriptedQueue().failures["start"] = kAudioQueueErr_InvalidDevice;
-    EXPECT_EQ(statusThrownBy([&] { source_->record(); }), kAudioQueueErr_InvalidDevice);
+    expectThrown(AudioQueueError::failure(kAudioQueueErr_InvalidDevice),
+                 [&] { source_->record(); });
     EXPECT_EQ(events_, Calls{});
     scriptedQueue().failures.clear();
     scriptedQueue().onCall = [&](const std::string& call) { events_.push_back("queue " + call); };
@@ -125,8 +132,7 @@ TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
 }
 
 TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
-    make();
-    source_->record();
+    makeRecording();
     auto& queue = scriptedQueue();
     const auto first = queue.enqueued;
     queue.capture(testBytes(1001));
@@ -147,8 +153,7 @@ TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
 }
 
 TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
-    make();
-    source_->record();
+    makeRecording();
     lines_.take();
     source_->stop(completion());
     EXPECT_EQ(scriptedQueue().calls.back(), "stop");
@@ -170,20 +175,17 @@ TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
 }
 
 TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
-    make();
-    source_->record();
+    makeRecording();
     source_->stop(completion("first"));
     scriptedQueue().failures["stop"] = kAudioQueueErr_DisposalPending;
-    EXPECT_EQ(statusThrownBy([&] { source_->stop(completion("failed")); }),
-              kAudioQueueErr_DisposalPending);
+    expectThrown(AudioQueueError::failure(kAudioQueueErr_DisposalPending),
+                 [&] { source_->stop(completion("failed")); });
     scriptedQueue().failures.clear();
     source_->stop(completion("second"));
     scriptedQueue().handBackAll();
     EXPECT_EQ(events_, (Calls{"start", "end", "second"}));
 
-    events_.clear();
-    make();
-    source_->record();
+    makeRecording();
     source_->stop(completion());
     source_->stop();
     scriptedQueue().handBackAll();
@@ -191,34 +193,23 @@ TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
 }
 
 TEST_F(RecordSourceTest, losesNoCompletionThatComesAfterTheFlowEnd) {
-    make();
-    source_->record();
-    // The buffers come back inside the stop of the queue, on its thread or this one.
-    const auto handBackAtStop = [](const std::string& call) {
-        if (call == "stop") {
-            scriptedQueue().handBackAll();
-        }
-    };
-    scriptedQueue().onCall = handBackAtStop;
-    source_->stop(completion());
-    EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
-
-    events_.clear();
-    make();
-    source_->record();
-    scriptedQueue().onCall = [&](const std::string& call) {
-        std::thread(handBackAtStop, call).join();
-    };
-    source_->stop(completion());
-    EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
-    scriptedQueue().onCall = nullptr;
+    // The buffers come back inside the stop of the queue, on this thread or another.
+    for (const bool onItsThread : {false, true}) {
+        makeRecording();
+        scriptedQueue().onCall = [=](const std::string& call) {
+            if (call == "stop") {
+                std::async(onItsThread ? std::launch::async : std::launch::deferred, [] {
+                    scriptedQueue().handBackAll();
+                }).get();
+            }
+        };
+        source_->stop(completion());
+        EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
+    }
 
     // The device goes away, and the application stops when it sees that.
-    events_.clear();
-    make();
-    source_->record();
-    scriptedQueue().isRunning = false;
-    scriptedQueue().handBackAll();
+    makeRecording();
+    loseDevice();
     EXPECT_EQ(events_, (Calls{"start", "end"}));
     source_->stop(completion());
     EXPECT_EQ(events_.back(), "completion");
@@ -227,9 +218,7 @@ TEST_F(RecordSourceTest, losesNoCompletionThatComesAfterTheFlowEnd) {
 
 TEST_F(RecordSourceTest, canBeStoppedByATarget) {
     for (const bool buffersComeBackInside : {false, true}) {
-        events_.clear();
-        make();
-        source_->record();
+        makeRecording();
         scriptedQueue().onCall = [=](const std::string& call) {
             if (call == "stop" && buffersComeBackInside) {
                 scriptedQueue().handBackAll();
@@ -245,13 +234,11 @@ TEST_F(RecordSourceTest, canBeStoppedByATarget) {
         scriptedQueue().handBackAll();
         EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
         EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
-        scriptedQueue().onCall = nullptr;
     }
 }
 
 TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
-    make();
-    source_->record();
+    makeRecording();
     // The queue runs when it is asked, and another thread has stopped it when it gets the buffer.
     scriptedQueue().onCall = [&](const std::string& call) {
         if (call == "get aqrn") {
@@ -266,49 +253,38 @@ TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
     EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
 }
 
-TEST_F(RecordSourceTest, mayBeDroppedByItsOwnCompletion) {
-    make();
-    source_->record();
-    const std::weak_ptr<RecordSource> watch = source_;
-    source_->stop([&] { source_.reset(); });
-    scriptedQueue().handBackAll();
-    EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
-
-    make();
-    scriptedQueue().isRunning = false;
-    scriptedQueue().handBackAll();
-    source_->stop([&] { source_.reset(); });
-    EXPECT_EQ(source_, nullptr);
-    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
-}
-
-TEST_F(RecordSourceTest, mayBeDroppedByATarget) {
-    for (const std::string call : {"start", "audio", "end"}) {
+TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletion) {
+    for (const std::string place : {"start", "audio", "end", "completion", "late completion"}) {
+        SCOPED_TRACE(place);
         make();
         const std::weak_ptr<RecordSource> watch = source_;
-        target_->onCall = [&](const std::string& made) {
-            if (made == call) {
+        const auto dropAt = [&, watch](const std::string& call) {
+            if (call == place) {
                 source_.reset();
-                EXPECT_FALSE(watch.expired()) << call;
+                EXPECT_FALSE(watch.expired());
             }
         };
+        target_->onCall = dropAt;
         source_->record();
-        if (call != "start") {
+        if (place != "start") {
             scriptedQueue().capture(testBytes(100));
         }
-        if (call == "end") {
-            scriptedQueue().isRunning = false;
+        if (place == "completion") {
+            source_->stop([&] { dropAt(place); });
             scriptedQueue().handBackAll();
+        } else if (place == "end" || place == "late completion") {
+            loseDevice();
         }
-        EXPECT_TRUE(watch.expired()) << call;
-        EXPECT_EQ(scriptedQueue().calls.back(), "dispose") << call;
+        if (place == "late completion") {
+            source_->stop([&] { dropAt(place); });
+        }
+        EXPECT_TRUE(watch.expired());
+        EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
     }
 }
 
 TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
-    make();
-    source_->record();
+    makeRecording();
     scriptedQueue().onCall = [](const std::string& call) {
         if (call == "dispose") {  // which waits for the callback
             std::thread([] { scriptedQueue().capture(testBytes(100)); }).join();
@@ -319,60 +295,42 @@ TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
     EXPECT_EQ(scriptedQueue().calls, (Calls{"start", "dispose"}));
 }
 
-TEST_F(RecordSourceTest, holdsTheFirstBufferUntilTheFlowHasStarted) {
+// The device fills a buffer before the targets know that the flow starts, and a second `record` has
+// them called on its thread while the queue's thread calls them.
+TEST_F(RecordSourceTest, makesOneCallAtATimeAndTheFlowStartFirst) {
+    constexpr std::size_t kRecordCount = 1000;
     make();
     std::promise<void> comes;
     std::thread device;
     scriptedQueue().onCall = [&](const std::string& call) {
-        if (call == "start") {
+        if (call == "start" && !device.joinable()) {
             device = std::thread([&] {
                 comes.set_value();
-                scriptedQueue().capture(testBytes(100));
+                while (scriptedQueue().waitForBuffer()) {
+                    scriptedQueue().capture(testBytes(100));
+                }
             });
         }
     };
     target_->onCall = [&](const std::string& call) {
-        events_.push_back(call + " begins");
-        if (call == "start") {
+        events_.push_back(call);
+        if (events_.size() == 1) {
             EXPECT_EQ(comes.get_future().wait_for(kWaitLimit), std::future_status::ready);
         }
-        events_.push_back(call + " ends");
-    };
-    source_->record();
-    device.join();
-    scriptedQueue().onCall = nullptr;
-    EXPECT_EQ(events_, (Calls{"start begins", "start ends", "audio begins", "audio ends"}));
-}
-
-// A second `record` has the targets called on its thread while the queue's thread calls them.
-TEST_F(RecordSourceTest, makesOneCallAtATime) {
-    make();
-    bool isInCall = false;
-    std::size_t startCount = 0;
-    bool ranIntoEachOther = false;
-    target_->onCall = [&](const std::string& call) {
-        ranIntoEachOther = ranIntoEachOther || isInCall;
-        isInCall = true;
-        if (call == "start") {
-            ++startCount;
-        }
         std::this_thread::yield();
-        isInCall = false;
+        events_.push_back(call + " is over");
     };
-    source_->record();
-    std::thread device([] {
-        while (scriptedQueue().waitForBuffer()) {
-            scriptedQueue().capture(testBytes(100));
-        }
-    });
-    for (int i = 0; i < 1000; ++i) {
+    for (std::size_t i = 0; i < kRecordCount; ++i) {
         source_->record();
     }
     source_->stop();
     scriptedQueue().endDevice();
     device.join();
-    EXPECT_EQ(startCount, 1001U);
-    EXPECT_FALSE(ranIntoEachOther);
+    EXPECT_EQ(events_.front(), "start");
+    EXPECT_EQ(std::count(events_.begin(), events_.end(), "start"), kRecordCount);
+    for (std::size_t i = 0; i + 1 < events_.size(); i += 2) {
+        ASSERT_EQ(events_[i + 1], events_[i] + " is over");
+    }
 }
 
 TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
@@ -389,8 +347,7 @@ TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
 }
 
 TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
-    make();
-    source_->record();
+    makeRecording();
     auto& failures = scriptedQueue().failures;
     failures = {{"get aqrn", -1}, {"time", -1}, {"size of aqmc", -1}};
     EXPECT_DEATH(source_->isRecording(), "^Fatal error: : file RecordSource, line 174\n");
@@ -415,8 +372,6 @@ TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
 // A queue's thread that fills buffers as fast as it gets them, and a stop at some moment.
 TEST_F(RecordSourceTest, endsEveryFlowOnceHoweverTheStopMeetsTheBuffers) {
     for (std::size_t round = 0; round < 300; ++round) {
-        resetAudioQueue();
-        events_.clear();
         make(pcmFormat(200, 1));  // buffers of 200 bytes
         std::promise<void> wanted;
         std::promise<void> ended;
