@@ -4,7 +4,7 @@
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/OpusLoop.hpp"
 #include "tests/support/TestAudio.hpp"
-#include "tests/support/WrappedOpus.hpp"
+#include "tests/support/WrappedCodecs.hpp"
 
 namespace zav::test {
 namespace {
@@ -92,12 +92,12 @@ TEST_F(OpusDecoderTest, saysWhyItStops) {
     twice.insert(twice.begin() + 1, std::byte{2});
     EXPECT_DEATH(pushPacket(twice), "^Fatal error: Encoding failed: ");
     const auto makeWithRefusal = [&] {
-        opusRefusals().create = -7;
+        wrappedCodecs().opusCreate = -7;
         makeNode<OpusDecoder>(source_);
     };
     EXPECT_DEATH(makeWithRefusal(), "^Fatal error: Creating opus codec failed: file");
     const auto pushWithRefusal = [&] {
-        opusRefusals().decode = -6;
+        wrappedCodecs().opusDecode = -6;
         pushPacket(corrupt);
     };
     EXPECT_DEATH(pushWithRefusal(),

@@ -7,7 +7,7 @@
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/OpusLoop.hpp"
 #include "tests/support/TestAudio.hpp"
-#include "tests/support/WrappedOpus.hpp"
+#include "tests/support/WrappedCodecs.hpp"
 
 namespace zav::test {
 namespace {
@@ -146,13 +146,13 @@ TEST_F(OpusEncoderTest, saysWhyItStops) {
     };
     for (const auto& [result, message] : messages) {
         const auto pushWithRefusal = [&, refusal = result] {
-            opusRefusals().encode = refusal;
+            wrappedCodecs().opusEncode = refusal;
             push(pcm_);
         };
         EXPECT_DEATH(pushWithRefusal(), "^Fatal error: " + message + ": file OpusEncoder.cpp");
     }
     const auto makeWithRefusal = [&] {
-        opusRefusals().create = -7;
+        wrappedCodecs().opusCreate = -7;
         makeNode<OpusEncoder>(source_);
     };
     EXPECT_DEATH(makeWithRefusal(), "^Fatal error: Creating opus codec failed: file");

@@ -4,7 +4,7 @@
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
-#include "tests/support/WrappedSbc.hpp"
+#include "tests/support/WrappedCodecs.hpp"
 
 namespace zav::test {
 namespace {
@@ -97,7 +97,7 @@ TEST_F(SBCEncoderTest, dropsSavedBytesAtFlowEndButNotAtFlowStart) {
 
 TEST_F(SBCEncoderTest, stopsWhenTheCodecRefuses) {
     const auto pushWithRefusal = [&](int refusedCall) {
-        refuseSbcEncode(refusedCall);
+        wrappedCodecs().sbcEncodeToRefuse = refusedCall;
         push(pcm_.first(3 * kCodeSize));
     };
     EXPECT_DEATH(pushWithRefusal(2), "^Fatal error: Encoding failed: file SBCCoding, line 349\n");
