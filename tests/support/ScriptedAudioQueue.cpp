@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "tests/support/WaitFor.hpp"
@@ -88,23 +87,6 @@ AudioQueueBufferRef takeFirst() {
     return buffer;
 }
 
-/// Marks this thread as the one of a callback that begins now. With the queue's lock.
-class InCallback {
- public:
-    InCallback() : outer_(currentQueue->callback) {
-        currentQueue->callback = {std::this_thread::get_id(), currentQueue->stopCount};
-    }
-    ~InCallback() {
-        const std::lock_guard lock(currentQueue->mutex);
-        currentQueue->callback = outer_;
-    }
-    InCallback(const InCallback&) = delete;
-    InCallback& operator=(const InCallback&) = delete;
-
- private:
-    const ScriptedAudioQueue::Callback outer_;
-};
-
 }  // namespace
 
 std::size_t ScriptedAudioQueue::count(const std::string& call) const {
@@ -119,7 +101,6 @@ void ScriptedAudioQueue::handBack() {
     std::unique_lock lock(mutex);
     const bool isPlayed = isRunning && !isPaused && returningCount == 0;
     const AudioQueueBufferRef buffer = takeFirst();
-    const InCallback inCallback;
     if (isPlayed) {
         const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
         played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
@@ -139,7 +120,6 @@ void ScriptedAudioQueue::capture(std::span<const std::byte> bytes,
                                  std::span<const AudioStreamPacketDescription> descriptions) {
     std::unique_lock lock(mutex);
     const AudioQueueBufferRef buffer = takeFirst();
-    const InCallback inCallback;
     lock.unlock();
     std::copy(bytes.begin(), bytes.end(), static_cast<std::byte*>(buffer->mAudioData));
     buffer->mAudioDataByteSize = static_cast<std::uint32_t>(bytes.size());
@@ -236,9 +216,9 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
         const auto* const bytes = static_cast<const std::byte*>(inBuffer->mAudioData);
         currentQueue->enqueues.push_back(
             {{bytes, bytes + inBuffer->mAudioDataByteSize}, inNumPacketDescs, inPacketDescs});
-        const auto& callback = currentQueue->callback;
-        const bool comesTooLate = callback.thread == std::this_thread::get_id() &&
-                                  callback.stopCount != currentQueue->stopCount;
+        // A recording node enqueues nothing but what a callback has given it.
+        const bool comesTooLate =
+            currentQueue->hasStopped && currentQueue->inputCallback != nullptr;
         if (comesTooLate) {
             const auto end = static_cast<std::ptrdiff_t>(currentQueue->returningCount++);
             currentQueue->enqueued.insert(currentQueue->enqueued.begin() + end, inBuffer);
@@ -252,7 +232,7 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
 OSStatus AudioQueueStart(AudioQueueRef /*inAQ*/, const AudioTimeStamp* inStartTime) {
     return perform(inStartTime == nullptr ? "start" : "start later", [] {
         currentQueue->isRunning = true;
-        currentQueue->isPaused = currentQueue->isStopping = false;
+        currentQueue->isPaused = currentQueue->isStopping = currentQueue->hasStopped = false;
         return noErr;
     });
 }
@@ -269,10 +249,7 @@ OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
         if (inImmediate || !currentQueue->isRunning || currentQueue->enqueued.empty()) {
             currentQueue->isRunning = currentQueue->isPaused = currentQueue->isStopping = false;
             currentQueue->returningCount = currentQueue->enqueued.size();
-            ++currentQueue->stopCount;
-            if (currentQueue->callback.thread == std::this_thread::get_id()) {
-                currentQueue->callback.stopCount = currentQueue->stopCount;
-            }
+            currentQueue->hasStopped = true;
         } else {
             currentQueue->isStopping = true;
         }

@@ -10,7 +10,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
@@ -40,8 +39,8 @@ struct ScriptedAudioQueue {
     /// An asynchronous stop ends when the last buffer has come back.
     bool isStopping = false;
     std::deque<AudioQueueBufferRef> enqueued;
-    /// How many of those, the first ones, a stop has given back; also what a callback enqueues that
-    /// began before another thread's stop.
+    /// How many of those, the first ones, a stop has given back; also what a callback that captured
+    /// enqueues behind another thread's stop.
     std::size_t returningCount = 0;
     /// The bytes of the buffers that came back while the queue ran and was not paused.
     std::vector<std::byte> played;
@@ -83,12 +82,7 @@ struct ScriptedAudioQueue {
     std::mutex mutex;
     std::condition_variable changed;
     bool deviceHasEnded = false;
-    struct Callback {
-        std::thread::id thread;
-        std::size_t stopCount = 0;  ///< when it began, or has stopped the queue itself
-    };
-    Callback callback;  ///< the one that is running
-    std::size_t stopCount = 0;
+    bool hasStopped = false;  ///< at once, and not started again
 };
 
 /// The one queue of the running test. `resetAudioQueue` makes it new.
