@@ -97,9 +97,7 @@ chmod 644 private/old.sbc
 chmod 755 private .
 if [ "$(id -u)" = 0 ]; then
     # From here, in case nobody else may enter the folder that it was built in.
-    mkdir program
-    cp "$ZAV" program
-    cp -L "$(ldd "$ZAV" | awk '/libZAVAudioStreaming/ { print $3 }')" program
+    copy_tool program
     chmod -R a+rX program
     unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups
         env LD_LIBRARY_PATH="$work/program" "$work/program/zav")

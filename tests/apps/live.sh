@@ -4,8 +4,6 @@
 #
 #     sound-server pulseaudio|pipewire tests/apps/live.sh SERVER_NAME
 support=$(realpath "$(dirname "$0")/../support")
-# shellcheck source=../support/shell.sh
-source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 log=$work/log
@@ -162,7 +160,7 @@ plays_like_ffmpeg() { # FILE SINK
 }
 plays() { # TYPE SINK: in a folder of its own, since some do so at once
     mkdir "$1"
-    cd "$1"
+    cd "$1" || exit
     raw_of "../coded.$1" >decoded.raw
     in_some_try plays_like_ffmpeg "../coded.$1" "$2"
 }
