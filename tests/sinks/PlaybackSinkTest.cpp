@@ -36,9 +36,10 @@ class PlaybackSinkTest : public PushingTest {
     PlaybackSinkTest() { make(); }
     void TearDown() override { scriptedQueue().onCall = nullptr; }
 
-    void make(const AudioStreamBasicDescription& format = pcmFormat(16000, 1)) {
+    void make(const AudioStreamBasicDescription& format = pcmFormat(16000, 1),
+              const std::shared_ptr<PeripheralSource>& source = makeNode<PeripheralSource>()) {
         sink_.reset();
-        source_ = makeNode<PeripheralSource>();
+        source_ = source;
         source_->setOutDataFormat(format);
         resetAudioQueue();
         sink_ = makeNode<PlaybackSink>(source_);
@@ -312,6 +313,33 @@ TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
     scriptedQueue().handBackAll();
     EXPECT_EQ(sink_->idleBufferCount(), 1U);
     EXPECT_EQ(events(), Events{});
+}
+
+/// Its format is asked for when the sink has enqueued a buffer and looks whether to go on.
+class SourceThatIsAsked : public PeripheralSource {
+ public:
+    using PeripheralSource::PeripheralSource;
+    AudioStreamBasicDescription outDataFormat() const override {
+        if (const auto hook = std::exchange(onQuestion, nullptr)) {
+            hook();
+        }
+        return PeripheralSource::outDataFormat();
+    }
+    mutable std::function<void()> onQuestion;
+};
+
+TEST_F(PlaybackSinkTest, staysPausedWhenWhatItEnqueuedHasBeenPlayedMeanwhile) {
+    const auto source = makeNode<SourceThatIsAsked>();
+    make(pcmFormat(16000, 1), source);
+    sink_->setQueueBufferSize(kBufferSize);
+    sink_->play();
+    events();
+    source->onQuestion = [] { scriptedQueue().handBackAll(); };
+    push(kBufferSize);
+    EXPECT_EQ(events(), (Events{"enqueue", didEnqueue(kBufferSize), kExhausted, "pause", kPaused}));
+    EXPECT_TRUE(sink_->paused());
+    push(kBufferSize);
+    EXPECT_FALSE(sink_->paused());
 }
 
 TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {

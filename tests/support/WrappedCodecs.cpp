@@ -18,8 +18,6 @@ OpusEncoder* __real_opus_encoder_create(opus_int32 rate, int channels, int appli
 OpusDecoder* __real_opus_decoder_create(opus_int32 rate, int channels, int* error);
 opus_int32 __real_opus_encode(OpusEncoder* encoder, const opus_int16* pcm, int frameSize,
                               unsigned char* packet, opus_int32 room);
-int __real_opus_decode(OpusDecoder* decoder, const unsigned char* packet, opus_int32 size,
-                       opus_int16* pcm, int frameSize, int fec);
 int __real_sbc_init(sbc_t* sbc, unsigned long flags);
 void __real_sbc_finish(sbc_t* sbc);
 ssize_t __real_sbc_encode(sbc_t* sbc, const void* input, size_t inputSize, void* output,
@@ -46,12 +44,6 @@ opus_int32 __wrap_opus_encode(OpusEncoder* encoder, const opus_int16* pcm, int f
                               unsigned char* packet, opus_int32 room) {
     const auto refusal = wrappedCodecs().opusEncode;
     return refusal ? *refusal : __real_opus_encode(encoder, pcm, frameSize, packet, room);
-}
-
-int __wrap_opus_decode(OpusDecoder* decoder, const unsigned char* packet, opus_int32 size,
-                       opus_int16* pcm, int frameSize, int fec) {
-    const auto refusal = wrappedCodecs().opusDecode;
-    return refusal ? *refusal : __real_opus_decode(decoder, packet, size, pcm, frameSize, fec);
 }
 
 int __wrap_sbc_init(sbc_t* sbc, unsigned long flags) {

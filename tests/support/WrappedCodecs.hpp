@@ -9,7 +9,6 @@ struct WrappedCodecs {
     /// Results that libopus gives instead of its own while they are set.
     std::optional<int> opusCreate;  ///< the error of making an encoder or decoder
     std::optional<int> opusEncode;
-    std::optional<int> opusDecode;
 
     /// libsbc refuses the n-th frame to be encoded from now on, counted from 1.
     int sbcEncodeToRefuse = 0;
