@@ -60,7 +60,7 @@ TEST_F(FileSourceTest, opensForReadingWithoutAHintAndCloses) {
 TEST_F(FileSourceTest, throwsTheStatusOfAFileThatDoesNotOpen) {
     scriptedFile().failures["open"] = kAudioFileUnsupportedFileTypeError;
     expectThrown(AudioFileError::open(kAudioFileUnsupportedFileTypeError), [&] { open(); });
-    EXPECT_EQ(scriptedFile().count("close"), 0U);
+    EXPECT_EQ(scriptedFile().calls, Calls{"open"});
     scriptedFile().failures.clear();
     scriptedFile().givesNoID = true;
     EXPECT_DEATH(open(), "Fatal error: ");

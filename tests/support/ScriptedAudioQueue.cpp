@@ -34,29 +34,20 @@ OSStatus perform(const std::string& call, Effect effect) {
     return status;
 }
 
-template <class Value>
-OSStatus writeValue(const Value& value, void* outData, std::uint32_t* ioDataSize) {
-    if (*ioDataSize < sizeof(value)) {
-        return kAudioQueueErr_InvalidPropertySize;
-    }
-    std::memcpy(outData, &value, sizeof(value));
-    *ioDataSize = sizeof(value);
-    return noErr;
-}
-
-OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t* ioDataSize) {
+OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t size) {
+    const auto write = [&](const auto& value) {
+        std::memcpy(outData, &value, sizeof(value));
+        return noErr;
+    };
     switch (property) {
         case kAudioQueueProperty_IsRunning:
-            return writeValue(std::uint32_t{currentQueue->isRunning}, outData, ioDataSize);
+            return write(std::uint32_t{currentQueue->isRunning});
         case kAudioQueueProperty_MaximumOutputPacketSize:
-            return writeValue(currentQueue->maximumPacketSize, outData, ioDataSize);
+            return write(currentQueue->maximumPacketSize);
         case kAudioQueueProperty_StreamDescription:
-            currentQueue->roomForStreamDescription = *ioDataSize;
-            if (!currentQueue->streamDescription) {
-                return kAudioQueueErr_InvalidPropertySize;
-            }
-            std::memcpy(outData, &*currentQueue->streamDescription, sizeof(currentQueue->format));
-            return noErr;
+            currentQueue->roomForStreamDescription = size;
+            return currentQueue->streamDescription ? write(*currentQueue->streamDescription)
+                                                   : kAudioQueueErr_InvalidPropertySize;
         case kAudioQueueProperty_MagicCookie:
             std::copy(currentQueue->magicCookie.begin(), currentQueue->magicCookie.end(),
                       static_cast<std::byte*>(outData));
@@ -284,7 +275,7 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID 
 OSStatus AudioQueueGetProperty(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID, void* outData,
                                std::uint32_t* ioDataSize) {
     return perform("get " + fourCharText(inID),
-                   [&] { return test::writeProperty(inID, outData, ioDataSize); });
+                   [&] { return test::writeProperty(inID, outData, *ioDataSize); });
 }
 
 }  // namespace zav
