@@ -97,9 +97,7 @@ refused 1 "zav: in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 
     "$ZAV" info --packets in.wav
 
 # Without the module everything else works.
-mkdir program
-cp "$ZAV" program
-cp -L "$(ldd "$ZAV" | awk '/libZAVAudioStreaming/ { print $3 }')" program
+copy_tool program
 without=(env LD_LIBRARY_PATH="$work/program" "$work/program/zav")
 module=' (compressed files need libZAVAudioStreamingFFmpeg.so beside the library, and FFmpeg'\''s libraries: Debian'\''s packages libavformat59 and libavcodec59)'
 refused 1 "zav: song.mp3: not an audio file of a known type; one that 'zav info --help' lists$module" "${without[@]}" info song.mp3

@@ -97,9 +97,7 @@ chmod 644 private/old.sbc
 chmod 755 private .
 if [ "$(id -u)" = 0 ]; then
     # From here, in case nobody else may enter the folder that it was built in.
-    mkdir program
-    cp "$ZAV" program
-    cp -L "$(ldd "$ZAV" | awk '/libZAVAudioStreaming/ { print $3 }')" program
+    copy_tool program
     chmod -R a+rX program
     unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups
         env LD_LIBRARY_PATH="$work/program" "$work/program/zav")
@@ -147,35 +145,27 @@ head -c 44 speech.wav >endless.wav
 printf '\377\377\377\177' | dd of=endless.wav bs=1 seek=40 conv=notrunc status=none
 truncate -s 2G endless.wav
 before=$(ls -A)
+ends_by_term() { # WHAT: the last program in the background, once it is at work
+    local code=0
+    for _ in $(seq 1000); do
+        if compgen -G '.zav-*' >/dev/null; then break; fi
+        sleep 0.01
+    done
+    # What was to be ignored stays ignored, as under nohup.
+    [ "$1" != 'hung up' ] || kill -HUP $!
+    kill -TERM $!
+    wait $! || code=$?
+    [ $code = 143 ] || fail "$1: exit $code"
+    nothing_new "$before"
+    checks=$((checks + 1))
+}
 "$ZAV" encode --bitpool 2 endless.wav interrupted.sbc &
-encoder=$!
-for _ in $(seq 1000); do # until it is at work
-    if compgen -G '.zav-*' >/dev/null; then break; fi
-    sleep 0.01
-done
-kill -TERM $encoder
-code=0
-wait $encoder || code=$?
-[ $code = 143 ] || fail "interrupted: exit $code"
-nothing_new "$before"
-checks=$((checks + 1))
-
-# What was to be ignored stays ignored, as under nohup.
+ends_by_term interrupted
 (
     trap '' HUP
     exec "$ZAV" encode --bitpool 2 endless.wav interrupted.sbc
 ) &
-encoder=$!
-for _ in $(seq 1000); do
-    if compgen -G '.zav-*' >/dev/null; then break; fi
-    sleep 0.01
-done
-kill -HUP $encoder
-kill -TERM $encoder
-code=0
-wait $encoder || code=$?
-[ $code = 143 ] || fail "hung up: exit $code"
-checks=$((checks + 1))
+ends_by_term 'hung up'
 
 # An existing file is replaced with its permissions, a link by what it points to.
 chmod 640 out.sbc

@@ -4,8 +4,6 @@
 #
 #     sound-server pulseaudio|pipewire tests/apps/live.sh SERVER_NAME
 support=$(realpath "$(dirname "$0")/../support")
-# shellcheck source=../support/shell.sh
-source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 log=$work/log
@@ -17,8 +15,15 @@ interruptible=(env --default-signal=INT)
 sox -D "$SPEECH" -r 48000 speech.wav trim 1 2
 sox -D speech.wav -t raw speech.raw
 
-raw_of() { # FILE: as ffmpeg decodes it, 16 bits, 48000 Hz, mono
-    ffmpeg -nostdin -v error -i "$1" -f s16le -ar 48000 -ac 1 -
+# raw_of FILE: as ffmpeg decodes it, 16 bits, 48000 Hz, mono; the library's own containers, which it
+# does not know, as what they hold.
+raw_of() {
+    local file=$1
+    case $1 in
+        *.zsbc) file=$1.sbc && "$ZAV" copy "$1" "$file" ;;
+        *.zopus) file=$1.wav && "$ZAV" decode "$1" "$file" ;;
+    esac
+    ffmpeg -nostdin -v error -i "$file" -f s16le -ar 48000 -ac 1 -
 }
 
 # without_silence FILE FRAME_SIZE: from the first frame that is not silent to the last one, in text.
@@ -126,11 +131,7 @@ records_all_types() {
     done
     processes=()
     for type in "${types[@]}"; do
-        case $type in
-            zsbc) "$ZAV" copy said.zsbc said.copy.sbc && raw_of said.copy.sbc >said.raw ;;
-            zopus) "$ZAV" decode said.zopus said.copy.wav && raw_of said.copy.wav >said.raw ;;
-            *) raw_of "said.$type" >said.raw ;;
-        esac
+        raw_of "said.$type" >said.raw
         case $type in
             flac | caf | au) is_spoken said.raw ;;
             *) is_heard speech.raw said.raw 95 ;;
@@ -143,17 +144,12 @@ records_all_types() {
 in_some_try records_all_types
 
 # --- play: every encoding, against ffmpeg's decoding.
-ffmpeg -nostdin -v error -i speech.wav -c:a libmp3lame coded.mp3
-ffmpeg -nostdin -v error -i speech.wav -c:a ac3 coded.ac3
-ffmpeg -nostdin -v error -i speech.wav -c:a alac coded.m4a
-ffmpeg -nostdin -v error -i speech.wav -c:a aac coded.aac
-ffmpeg -nostdin -v error -i speech.wav -c:a flac coded.flac
-ffmpeg -nostdin -v error -i speech.wav -c:a libvorbis coded.ogg
-ffmpeg -nostdin -v error -i speech.wav -c:a libopus coded.opus
-ffmpeg -nostdin -v error -i speech.wav -c:a pcm_mulaw coded.wav
-"$ZAV" encode speech.wav coded.sbc
-"$ZAV" encode speech.wav coded.zsbc
-"$ZAV" encode speech.wav coded.zopus
+for coded in mp3:libmp3lame ac3:ac3 m4a:alac aac:aac flac:flac ogg:libvorbis opus:libopus wav:pcm_mulaw; do
+    ffmpeg -nostdin -v error -i speech.wav -c:a "${coded#*:}" "coded.${coded%:*}"
+done
+for type in sbc zsbc zopus; do
+    "$ZAV" encode speech.wav "coded.$type"
+done
 plays_like_ffmpeg() { # FILE SINK
     listen_to_speaker heard.raw "$2"
     PULSE_SINK=$2 "$ZAV" play "$1" || return 1
@@ -164,12 +160,8 @@ plays_like_ffmpeg() { # FILE SINK
 }
 plays() { # TYPE SINK: in a folder of its own, since some do so at once
     mkdir "$1"
-    cd "$1"
-    case $1 in
-        zsbc) raw_of ../coded.sbc >decoded.raw ;;
-        zopus) "$ZAV" decode ../coded.zopus decoded.wav && raw_of decoded.wav >decoded.raw ;;
-        *) raw_of "../coded.$1" >decoded.raw ;;
-    esac
+    cd "$1" || exit
+    raw_of "../coded.$1" >decoded.raw
     # It is the decoding that counts here: a busy machine may make gaps.
     tries=6 in_some_try plays_like_ffmpeg "../coded.$1" "$2"
 }

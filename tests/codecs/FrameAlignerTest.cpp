@@ -1,124 +1,81 @@
 #include "ZAVAudioStreaming/codecs/FrameAligner.hpp"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
 #include <random>
 
-#include "ZAVAudioStreaming/codecs/OpusEncoder.hpp"
-#include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
-#include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/DiagnosticsLines.hpp"
+#include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "tests/support/Formats.hpp"
-#include "tests/support/OpusLoop.hpp"
-#include "tests/support/RecordingSink.hpp"
-#include "tests/support/SbcLoop.hpp"
+#include "tests/support/NodeTest.hpp"
 #include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 namespace {
 
-using Configuration = SBCCoding::SBCConfiguration;
 using AtFlowEnd = FrameAligner::AtFlowEnd;
 
-class FrameAlignerTest : public testing::Test {
- protected:
-    FrameAlignerTest() { source_->setOutDataFormat(pcmFormat(16000, 1)); }
-
-    void make(std::size_t bytesPerChunk, AtFlowEnd atFlowEnd = AtFlowEnd::dropRest) {
-        aligner_ = makeNode<FrameAligner>(source_, bytesPerChunk, atFlowEnd);
-        sink_ = makeNode<RecordingSink>(aligner_);
-    }
-
-    std::vector<std::size_t> passedSizes() const {
-        std::vector<std::size_t> sizes;
-        for (const auto& chunk : sink_->chunks) {
-            sizes.push_back(chunk.bytes.size());
-        }
-        return sizes;
-    }
-
-    std::shared_ptr<PeripheralSource> source_ = makeNode<PeripheralSource>();
-    std::shared_ptr<FrameAligner> aligner_;
-    std::shared_ptr<RecordingSink> sink_;
-};
+class FrameAlignerTest : public NodeTest<FrameAligner> {};
 
 TEST_F(FrameAlignerTest, passesWholePiecesOnAsOneChunk) {
-    make(256);
+    make(pcmFormat(16000, 1), 256U);
     const Bytes pcm = testBytes(2000);
-    std::size_t pushedSize = 0;
-    const auto push = [&](std::size_t size) {
-        aligner_->receiveAudio(&pcm[pushedSize], size, 12345, nullptr);
-        pushedSize += size;
+    std::span<const std::byte> rest(pcm);
+    const auto pushNext = [&](std::size_t size) {
+        push(rest.first(size));
+        rest = rest.subspan(size);
     };
-    push(100);
-    push(0);
-    push(155);
+    pushNext(100);
+    pushNext(0);
+    pushNext(155);
     EXPECT_TRUE(sink_->calls.empty());
-    push(1);    // 256
-    push(700);  // 512 of 700
-    EXPECT_EQ(aligner_->heldByteCount(), 188U);
-    push(100);  // 256 of 288
-    push(736);  // all of 768
-    EXPECT_EQ(passedSizes(), (std::vector<std::size_t>{256, 512, 256, 768}));
-    EXPECT_EQ(sink_->chunks[1].packetNum, 256U);
-    EXPECT_FALSE(sink_->chunks[1].hasDescriptions);
-    EXPECT_EQ(aligner_->heldByteCount(), 0U);
-    EXPECT_EQ(sink_->allBytes(), Bytes(pcm.begin(), pcm.begin() + 1792));
-}
+    pushNext(1);    // 256
+    pushNext(700);  // 512 of 700
+    EXPECT_EQ(node_->heldByteCount(), 188U);
+    pushNext(100);  // 256 of 288
+    pushNext(736);  // all of 768
+    EXPECT_EQ(node_->heldByteCount(), 0U);
 
-TEST_F(FrameAlignerTest, copiesNoAlignedChunk) {
-    class Address : public PeripheralSink {
-     public:
-        using PeripheralSink::PeripheralSink;
-        void receiveAudio(const void* bytes, std::uint64_t, std::uint64_t,
-                          const AudioStreamPacketDescription*) override {
-            received = bytes;
-        }
-        const void* received = nullptr;
-    };
-    make(256);
-    const auto address = makeNode<Address>(aligner_);
-    const Bytes pcm(600);
-    aligner_->receiveAudio(&pcm[1], 512, 0, nullptr);
-    EXPECT_EQ(address->received, &pcm[1]);
-    aligner_->receiveAudio(&pcm[2], 512 + 10, 0, nullptr);
-    EXPECT_EQ(address->received, &pcm[2]);
+    const std::vector<std::size_t> sizes = {256, 512, 256, 768};
+    ASSERT_EQ(sink_->chunks.size(), sizes.size());
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+        EXPECT_EQ(sink_->chunks[i].bytes.size(), sizes[i]);
+        EXPECT_EQ(sink_->chunks[i].packetNum, sizes[i] / 2);
+        EXPECT_FALSE(sink_->chunks[i].hasDescriptions);
+    }
+    EXPECT_EQ(sink_->allBytes(), Bytes(pcm.begin(), pcm.begin() + 1792));
+
+    // What is aligned is not copied.
+    push(std::span(pcm).subspan(1, 512));
+    EXPECT_EQ(sink_->chunks.back().address, &pcm[1]);
+    push(std::span(pcm).subspan(2, 512 + 10));
+    EXPECT_EQ(sink_->chunks.back().address, &pcm[2]);
 }
 
 TEST_F(FrameAlignerTest, dropsOrPadsTheRestAtFlowEnd) {
     const Bytes pcm = testBytes(300);
     for (const auto atFlowEnd : {AtFlowEnd::dropRest, AtFlowEnd::padWithSilence}) {
-        make(256, atFlowEnd);
-        aligner_->onAudioStreamFlowStart();
-        aligner_->receiveAudio(pcm.data(), pcm.size(), 0, nullptr);
-        aligner_->onAudioStreamFlowEnd();
-        EXPECT_EQ(aligner_->heldByteCount(), 0U);
+        make(pcmFormat(16000, 1), 256U, atFlowEnd);
+        start();
+        push(pcm);
+        end();
+        EXPECT_EQ(node_->heldByteCount(), 0U);
         Bytes expected(pcm.begin(), pcm.begin() + 256);
+        std::vector<std::string> calls = {"start", "audio", "end", "end"};
         if (atFlowEnd == AtFlowEnd::padWithSilence) {
             expected = pcm;
             expected.resize(512);
+            calls.insert(calls.begin() + 1, "audio");
         }
         EXPECT_EQ(sink_->allBytes(), expected);
-        EXPECT_EQ(sink_->calls.front(), "start");
-        EXPECT_EQ(sink_->calls.back(), "end");
-
-        // Nothing is left to pad.
-        sink_->calls.clear();
-        aligner_->onAudioStreamFlowEnd();
-        EXPECT_EQ(sink_->calls, std::vector<std::string>{"end"});
+        end();  // nothing is left to pad
+        EXPECT_EQ(sink_->calls, calls);
     }
 }
 
 TEST_F(FrameAlignerTest, padsWithTheSilenceOfTheFormat) {
     // What 12 bytes look like of which the first one was received, in the middle of a frame or not.
     const auto padded = [&](std::uint32_t channels, std::uint32_t bits, std::uint32_t flags) {
-        source_->setOutDataFormat(pcmFormat(16000, channels, bits, flags));
-        make(12, AtFlowEnd::padWithSilence);
-        aligner_->receiveAudio("\x11", 1, 0, nullptr);
-        aligner_->onAudioStreamFlowEnd();
+        make(pcmFormat(16000, channels, bits, flags), 12U, AtFlowEnd::padWithSilence);
+        push(Bytes{std::byte{0x11}});
+        end();
         std::string text;
         for (const std::byte byte : sink_->allBytes()) {
             text += byte == std::byte{0x80} ? '8' : byte == std::byte{0} ? '0' : 'x';
@@ -135,112 +92,46 @@ TEST_F(FrameAlignerTest, padsWithTheSilenceOfTheFormat) {
 }
 
 TEST_F(FrameAlignerTest, refusesWhatItCannotAlign) {
-    const auto makeOn = [&](const AudioStreamBasicDescription& format, std::size_t bytesPerChunk) {
-        source_->setOutDataFormat(format);
-        makeNode<FrameAligner>(source_, bytesPerChunk);
-    };
     auto twelveBits = pcmFormat(16000, 2, 16, 0);
     twelveBits.mBitsPerChannel = 12;
     auto aLaw = pcmFormat(8000, 1, 8);
     aLaw.mFormatID = kAudioFormatALaw;
-    EXPECT_THROW(makeOn({}, 256), AudioStreamError);
-    EXPECT_THROW(makeOn(opusFormat(16000, 1), 256), AudioStreamError);
-    EXPECT_THROW(makeOn(aLaw, 256), AudioStreamError);
-    EXPECT_THROW(makeOn(twelveBits, 256), AudioStreamError);
-    EXPECT_THROW(makeOn(pcmFormat(16000, 0), 256), AudioStreamError);
-    EXPECT_THROW(makeOn(pcmFormat(16000, 2), 0), AudioStreamError);
-    EXPECT_THROW(makeOn(pcmFormat(16000, 2), 258), AudioStreamError);
-    EXPECT_TRUE(source_->downstreams().empty());
+    expectRefused<FrameAligner>({{}, opusFormat(16000, 1), aLaw, twelveBits, pcmFormat(16000, 0)},
+                                256U);
+    expectRefused<FrameAligner>({pcmFormat(16000, 2)}, 0U);
+    expectRefused<FrameAligner>({pcmFormat(16000, 2)}, 258U);
 }
 
-TEST_F(FrameAlignerTest, knowsTheFramesOfTheEncoders) {
-    Configuration stereo;
+TEST_F(FrameAlignerTest, knowsTheFramesOfTheEncodersAndTheFormatsAroundIt) {
+    SBCCoding::SBCConfiguration stereo;
     stereo.mode = SBCCoding::ChannelMode::stereo;
     stereo.subband = SBCCoding::Subband::_4;
     EXPECT_EQ(FrameAligner::bytesPerSbcFrame(stereo), 16U * 4U * 2U * 2U);
     EXPECT_EQ(FrameAligner::bytesPerOpusPacket(pcmFormat(8000, 1)), 960U);
     EXPECT_EQ(FrameAligner::bytesPerOpusPacket(pcmFormat(48000, 2)), 11520U);
 
-    make(256);
-    EXPECT_EQ(aligner_->outDataFormat(), pcmFormat(16000, 1));
-    EXPECT_EQ(aligner_->inDataFormat(), pcmFormat(16000, 1));
-    EXPECT_EQ(aligner_->upstream(), source_);
+    make(pcmFormat(16000, 1), 256U);
     source_->setOutDataFormat(pcmFormat(48000, 1));
-    EXPECT_EQ(aligner_->outDataFormat(), pcmFormat(48000, 1));
+    EXPECT_EQ(node_->outDataFormat(), pcmFormat(48000, 1));
+    EXPECT_EQ(node_->inDataFormat(), pcmFormat(48000, 1));
+    EXPECT_EQ(node_->upstream(), source_);
 }
 
-/// Encoders on what a microphone delivers, with and without an aligner between.
-class AlignedEncoderTest : public FrameAlignerTest {
- protected:
-    using Cut = std::function<std::size_t()>;
-
-    /// Pushes the audio in chunks whose sizes `nextSize` tells.
-    void push(const Cut& nextSize) {
-        for (std::size_t pushed = 0; pushed < pcm_.size();) {
-            const std::size_t size = std::min(nextSize(), pcm_.size() - pushed);
-            source_->downstreams().receiveAudio(&pcm_[pushed], size, size / 2, nullptr);
-            pushed += size;
-        }
-        source_->downstreams().onAudioStreamFlowEnd();
-    }
-
-    static std::size_t halfSecond() { return 16000; }
-
-    static Cut randomCut(unsigned seed) {
-        return [random = std::mt19937(seed)]() mutable { return random() % 5000 + 1; };
-    }
-
-    Bytes sbcFrames(bool isAligned, const Cut& nextSize) {
-        source_ = makeNode<PeripheralSource>();
-        source_->setOutDataFormat(pcmFormat(16000, 1));
-        const auto configuration = std::make_shared<Configuration>();
-        std::shared_ptr<AudioStreamOutputable> upstream = source_;
-        if (isAligned) {
-            upstream =
-                makeNode<FrameAligner>(source_, FrameAligner::bytesPerSbcFrame(*configuration));
-        }
-        const auto sink = makeNode<RecordingSink>(makeNode<SBCEncoder>(upstream, configuration));
-        push(nextSize);
-        return sink->allBytes();
-    }
-
-    std::vector<Bytes> opusPackets(bool isAligned, const Cut& nextSize) {
-        source_ = makeNode<PeripheralSource>();
-        source_->setOutDataFormat(pcmFormat(16000, 1));
-        std::shared_ptr<AudioStreamOutputable> upstream = source_;
-        if (isAligned) {
-            upstream = makeNode<FrameAligner>(
-                source_, FrameAligner::bytesPerOpusPacket(source_->outDataFormat()));
-        }
-        const auto encoder = makeNode<OpusEncoder>(upstream);
-        const auto sink = makeNode<RecordingSink>(encoder);
-        push(nextSize);
-        std::vector<Bytes> packets;
-        for (const auto& chunk : sink->chunks) {
-            packets.push_back(chunk.bytes);
-        }
-        return packets;
-    }
-
-    DiagnosticsLines lines_;
-    const Bytes pcm_ = testPcm(16000 * 8);  // 8 s
-};
-
-TEST_F(AlignedEncoderTest, encodesEveryByteOnce) {
-    const Bytes sbc = SbcLoop(Configuration()).encode(pcm_);
-    const auto opus = opusLoopEncode(pcm_, 16000, 1);
-    EXPECT_TRUE(sbcFrames(true, halfSecond) == sbc);
-    EXPECT_TRUE(opusPackets(true, halfSecond) == opus);
+TEST_F(FrameAlignerTest, passesEveryByteOnceInWholePiecesHoweverTheyAreCut) {
+    const Bytes pcm = testBytes(256 * 1000);
     for (unsigned seed = 1; seed <= 20; ++seed) {
-        EXPECT_TRUE(sbcFrames(true, randomCut(seed)) == sbc) << "seed " << seed;
+        make(pcmFormat(16000, 1), 256U);
+        std::mt19937 random(seed);
+        for (std::span<const std::byte> rest(pcm); !rest.empty();) {
+            const std::size_t size = std::min<std::size_t>(random() % 5000 + 1, rest.size());
+            push(rest.first(size));
+            rest = rest.subspan(size);
+        }
+        EXPECT_TRUE(sink_->allBytes() == pcm) << "seed " << seed;
+        for (const auto& chunk : sink_->chunks) {
+            ASSERT_EQ(chunk.bytes.size() % 256, 0U) << "seed " << seed;
+        }
     }
-    for (unsigned seed = 1; seed <= 3; ++seed) {
-        EXPECT_TRUE(opusPackets(true, randomCut(seed)) == opus) << "seed " << seed;
-    }
-
-    // Without an aligner the encoders repeat what they saved.
-    EXPECT_GT(sbcFrames(false, halfSecond).size(), sbc.size());
-    EXPECT_GT(opusPackets(false, halfSecond).size(), opus.size());
 }
 
 }  // namespace

@@ -38,43 +38,27 @@ TEST(FanOut, callsEveryTargetInTheOrderOfAdding) {
     EXPECT_TRUE(second->chunks[0].hasDescriptions);
 }
 
-TEST(FanOut, withoutTargetsDoesNothing) {
-    const auto source = makeNode<PeripheralSource>();
-    source->downstreams().onAudioStreamFlowStart();
-    source->downstreams().receiveAudio("abc", 3, 1, nullptr);
-    source->downstreams().onAudioStreamFlowEnd();
-    EXPECT_EQ(source->downstreams().begin(), source->downstreams().end());
-}
-
 TEST(FanOut, aTargetAddedDuringAWalkIsCalledOnlyInTheNextOne) {
     const auto source = makeNode<PeripheralSource>();
+    source->downstreams().onAudioStreamFlowStart();  // to nobody
     const auto adder = makeNode<RecordingSink>(source);
-    std::vector<std::shared_ptr<RecordingSink>> added;
+    std::shared_ptr<RecordingSink> added;
     adder->onCall = [&](const std::string&) {
         // Many, so that a list that moved its memory would be noticed.
         for (int i = 0; i < 100; ++i) {
-            added.push_back(makeNode<RecordingSink>(source));
+            added = makeNode<RecordingSink>(source);
         }
-        adder->onCall = nullptr;
     };
-
     source->downstreams().onAudioStreamFlowStart();
-    EXPECT_TRUE(added.back()->calls.empty());
-    source->downstreams().onAudioStreamFlowEnd();
-    EXPECT_EQ(added.back()->calls, Calls{"end"});
-}
-
-TEST(FanOut, anApplicationsOwnLoopKeepsTheSameRule) {
-    const auto source = makeNode<PeripheralSource>();
-    const auto adder = makeNode<RecordingSink>(source);
-    adder->onCall = [&](const std::string&) { makeNode<RecordingSink>(source); };
+    EXPECT_TRUE(added->calls.empty());
+    // An application's own loop keeps the same rule.
     int called = 0;
     for (const auto& target : source->downstreams()) {
-        target->onAudioStreamFlowStart();
+        target->onAudioStreamFlowEnd();
         ++called;
     }
-    EXPECT_EQ(called, 1);
-    EXPECT_EQ(source->downstreams().size(), 2U);
+    EXPECT_EQ(called, 101);
+    EXPECT_EQ(source->downstreams().size(), 201U);
 }
 
 TEST(Linking, theUpstreamHoldsItsTargetsAndNotTheOtherWayRound) {
@@ -108,18 +92,13 @@ TEST(Linking, nullIsRefusedAtOnce) {
     EXPECT_DEATH(source->addStreamTarget(nullptr), "Fatal error: A stream target must not be null");
 }
 
-TEST(PeripheralNodes, theSinkFollowsTheSourcesFormat) {
+TEST(PeripheralNodes, theSinkFollowsTheSourcesFormatAndTakesAnyCalls) {
     const auto source = makeNode<PeripheralSource>();
     const auto sink = makeNode<PeripheralSink>(source);
     EXPECT_EQ(sink->inDataFormat(), AudioStreamBasicDescription{});
     source->setOutDataFormat(pcmFormat(44100, 2));
     EXPECT_EQ(sink->inDataFormat(), pcmFormat(44100, 2));
     EXPECT_EQ(sink->upstream(), source);
-}
-
-TEST(PeripheralNodes, aPlainSinkTakesAnyCalls) {
-    const auto source = makeNode<PeripheralSource>();
-    makeNode<PeripheralSink>(source);
     source->downstreams().receiveAudio(nullptr, 0, 0, nullptr);
     source->downstreams().onAudioStreamFlowEnd();
     source->downstreams().onAudioStreamFlowStart();

@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
 # What sbcenc made is heard, all of it.
-# shellcheck source=../support/shell.sh
-source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

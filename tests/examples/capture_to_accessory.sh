@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
 # What the microphone hears comes out as SBC frames, every sample once.
-# shellcheck source=../support/shell.sh
-source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

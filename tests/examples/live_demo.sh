@@ -2,8 +2,6 @@
 # The live demo's figures are true, and nothing of it stays behind, also when it is interrupted.
 #
 #     live_demo.sh SERVER ORIGIN    what the demo has to say of its sound server
-# shellcheck source=../support/shell.sh
-source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

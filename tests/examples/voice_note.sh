@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
 # A voice note is an M4A file that others play.
-# shellcheck source=../support/shell.sh
-source "$(dirname "$0")/../support/shell.sh"
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

@@ -10,6 +10,7 @@
 #include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
 #include "ZAVAudioStreaming/sources/ZAVSbcFileSource.hpp"
+#include "tests/support/ExpectThrown.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -19,91 +20,72 @@ namespace zav::test {
 namespace {
 
 using Calls = std::vector<std::string>;
+using Descriptions = std::vector<AudioStreamPacketDescription>;
 
-template <class Part>
-void append(Bytes& bytes, const Part& part) {
-    bytes.insert(bytes.end(), part.begin(), part.end());
-}
+template <class Source>
+class ContainerSourceTest : public testing::Test {
+ protected:
+    template <class Part>
+    void append(const Part& part) {
+        file_.insert(file_.end(), part.begin(), part.end());
+    }
 
-class ZAVOpusFileSourceTest : public testing::Test {
+    void open() {
+        writeFile(path_, file_);
+        source_ = makeNode<Source>(path_);
+        sink_ = makeNode<RecordingSink>(source_);
+    }
+
+    const TemporaryFolder folder_;
+    const std::filesystem::path path_ = folder_ / "container";
+    Bytes file_;
+    std::shared_ptr<Source> source_;
+    std::shared_ptr<RecordingSink> sink_;
+};
+
+class ZAVOpusFileSourceTest : public ContainerSourceTest<ZAVOpusFileSource> {
  protected:
     /// A 16 kHz mono file whose n-th packet is `lengths[n]` bytes.
-    void write(const std::vector<std::uint32_t>& lengths) {
+    void fill(const std::vector<std::uint32_t>& lengths) {
         OpusFileHeader header;
         header.sampleRate = 16000;
         header.channels = 1;
         file_.clear();
-        append(file_, header.toBytes());
+        append(header.toBytes());
         for (const std::uint32_t length : lengths) {
-            append(file_, OpusRecordHeader{length}.toBytes());
-            append(file_, testBytes(length, length));
+            append(OpusRecordHeader{length}.toBytes());
+            append(testBytes(length, length));
         }
-        writeFile(path_, file_);
-    }
-
-    void open() {
-        source_ = makeNode<ZAVOpusFileSource>(path_);
-        sink_ = makeNode<RecordingSink>(source_);
     }
 
     void expectNoMoreData(std::int64_t count) {
-        try {
-            source_->readPackets(count);
-            ADD_FAILURE();
-        } catch (const AudioFileError& error) {
-            EXPECT_EQ(error, AudioFileError::noMoreData());
-        }
+        expectThrown(AudioFileError::noMoreData(), [&] { source_->readPackets(count); });
     }
-
-    const TemporaryFolder folder_;
-    const std::filesystem::path path_ = folder_ / "stream.zopus";
-    Bytes file_;
-    std::shared_ptr<ZAVOpusFileSource> source_;
-    std::shared_ptr<RecordingSink> sink_;
 };
 
 TEST_F(ZAVOpusFileSourceTest, deliversPacketsWithTheirDescriptions) {
-    write({10, 0, 30, 40, 50});
+    fill({10, 0, 30, 40, 50});
     open();
     EXPECT_EQ(source_->outDataFormat(), opusFormat(16000, 1));
     source_->readPackets(2);
     source_->readPackets(2);
     source_->readPackets(2);
     expectNoMoreData(2);
+    expectNoMoreData(1);
     EXPECT_EQ(sink_->calls, (Calls{"start", "audio", "audio", "audio", "end"}));
     ASSERT_EQ(sink_->chunks.size(), 3U);
     EXPECT_EQ(sink_->chunks[0].packetNum, 2U);
-    EXPECT_EQ(sink_->chunks[0].descriptions,
-              (std::vector<AudioStreamPacketDescription>{{0, 0, 10}, {10, 0, 0}}));
-    EXPECT_EQ(sink_->chunks[1].descriptions,
-              (std::vector<AudioStreamPacketDescription>{{0, 0, 30}, {30, 0, 40}}));
-    Bytes expected;
+    EXPECT_EQ(sink_->chunks[0].descriptions, (Descriptions{{0, 0, 10}, {10, 0, 0}}));
+    EXPECT_EQ(sink_->chunks[1].descriptions, (Descriptions{{0, 0, 30}, {30, 0, 40}}));
+    file_.clear();
     for (const std::uint32_t length : {10U, 30U, 40U, 50U}) {
-        append(expected, testBytes(length, length));
+        append(testBytes(length, length));
     }
-    EXPECT_EQ(sink_->allBytes(), expected);
+    EXPECT_EQ(sink_->allBytes(), file_);
 }
 
-TEST_F(ZAVOpusFileSourceTest, endsWithoutAFlowEndWhenTheCountsComeOutEven) {
-    write({10, 20, 30, 40});
-    open();
-    source_->readPackets(2);
-    source_->readPackets(2);
-    expectNoMoreData(2);
-    expectNoMoreData(1);
-    EXPECT_EQ(sink_->calls, (Calls{"start", "audio", "audio"}));
-}
-
-TEST_F(ZAVOpusFileSourceTest, deliversAnEmptyPacketAlone) {
-    write({0});
-    open();
-    source_->readPackets(1);
-    EXPECT_EQ(sink_->chunks[0].descriptions,
-              (std::vector<AudioStreamPacketDescription>{{0, 0, 0}}));
-}
-
-TEST_F(ZAVOpusFileSourceTest, answersAReadOfNothing) {
-    write({10});
+TEST_F(ZAVOpusFileSourceTest, answersAReadOfNothingAndDeliversAnEmptyPacketAlone) {
+    fill({0});
     open();
     source_->readPackets(0);
     source_->readPackets(1);
@@ -111,21 +93,21 @@ TEST_F(ZAVOpusFileSourceTest, answersAReadOfNothing) {
     EXPECT_EQ(sink_->calls, (Calls{"start", "audio", "start", "audio", "audio"}));
     EXPECT_TRUE(sink_->chunks[0].hasDescriptions);
     EXPECT_EQ(sink_->chunks[0].packetNum, 0U);
+    EXPECT_EQ(sink_->chunks[1].descriptions, (Descriptions{{0, 0, 0}}));
 
-    write({});
+    fill({});
     open();
     expectNoMoreData(1);
     EXPECT_EQ(sink_->calls, (Calls{"start"}));
 }
 
 TEST_F(ZAVOpusFileSourceTest, looksAtNothingButItsFields) {
-    write({10, 20});
+    fill({10, 20});
     file_[20] = std::byte{0xAA};
     file_[40] = std::byte{0xAA};
     file_[32 + 3] = std::byte{0xFF};  // a rate that nobody has
     file_[37] = std::byte{0xFF};
     file_[48 + 4] = std::byte{0};  // behind the first packet's length
-    writeFile(path_, file_);
     open();
     EXPECT_EQ(source_->outDataFormat(), opusFormat(0xFF003E80, 0xFF01));
     // More than could ever be there: only what is there takes memory.
@@ -135,24 +117,14 @@ TEST_F(ZAVOpusFileSourceTest, looksAtNothingButItsFields) {
 }
 
 TEST_F(ZAVOpusFileSourceTest, refusesOtherFiles) {
-    const auto expectInvalid = [&] {
-        writeFile(path_, file_);
-        try {
-            open();
-            ADD_FAILURE();
-        } catch (const AudioFileError& error) {
-            EXPECT_EQ(error, AudioFileError::invalidFormat());
-        }
-    };
     for (std::size_t i = 0; i < 16; ++i) {
-        write({10});
+        fill({10});
         file_[i] ^= std::byte{1};
-        expectInvalid();
+        expectThrown(AudioFileError::invalidFormat(), [&] { open(); });
     }
     file_.clear();
-    append(file_, SbcFileHeader().toBytes());
-    expectInvalid();
-
+    append(SbcFileHeader().toBytes());
+    expectThrown(AudioFileError::invalidFormat(), [&] { open(); });
     try {
         makeNode<ZAVOpusFileSource>(folder_ / "nothing");
         ADD_FAILURE();
@@ -161,11 +133,51 @@ TEST_F(ZAVOpusFileSourceTest, refusesOtherFiles) {
     }
 }
 
+// What a cut file must come to, worked out from the layout alone.
+TEST_F(ZAVOpusFileSourceTest, endsWellWhereverTheFileIsCut) {
+    const std::vector<std::uint32_t> lengths = {5, 0, 9, 3};
+    fill(lengths);
+    const Bytes whole = file_;
+    ASSERT_EQ(whole.size(), 48 + 4 * 8 + 17U);
+    const auto readAll = [&] {
+        for (;;) {
+            source_->readPackets(3);
+        }
+    };
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+        SCOPED_TRACE("cut behind " + std::to_string(cut));
+        file_.assign(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(cut));
+        if (cut < 48) {
+            expectThrown(AudioFileError::invalidFormat(), [&] { open(); });
+            continue;
+        }
+        open();
+        std::size_t end = 48;
+        std::uint64_t packets = 0;
+        while (packets < lengths.size() && end + 8 + lengths[packets] <= cut) {
+            end += 8 + lengths[packets++];
+        }
+        if (cut - end >= 8) {
+            EXPECT_DEATH(readAll(),
+                         "^Fatal error: Reading the packet length field from opus file failed: "
+                         "file");
+            continue;
+        }
+        expectThrown(AudioFileError::noMoreData(), readAll);
+        std::uint64_t delivered = 0;
+        for (const auto& chunk : sink_->chunks) {
+            delivered += chunk.packetNum;
+        }
+        EXPECT_EQ(delivered, packets);
+        // A multiple of what is asked for ends without a flow end.
+        EXPECT_EQ(sink_->calls.back() == "end", packets % 3 != 0);
+    }
+}
+
 TEST_F(ZAVOpusFileSourceTest, stopsAtOnceForALengthOfGigabytes) {
-    write({10});
-    append(file_, OpusRecordHeader{0xFFFFFFFF}.toBytes());
-    append(file_, testBytes(100));
-    writeFile(path_, file_);
+    fill({10});
+    append(OpusRecordHeader{0xFFFFFFFF}.toBytes());
+    append(testBytes(100));
     open();
     const auto readWithLittleMemory = [&] {
     // Not under the sanitizers, whose own memory does not fit.
@@ -196,7 +208,7 @@ class OpenedSbcFileSource : public ZAVSbcFileSource {
     }
 };
 
-class ZAVSbcFileSourceTest : public testing::Test {
+class ZAVSbcFileSourceTest : public ContainerSourceTest<OpenedSbcFileSource> {
  protected:
     ZAVSbcFileSourceTest() {
         header_.sampleRate = 16000;
@@ -206,43 +218,37 @@ class ZAVSbcFileSourceTest : public testing::Test {
         header_.bitpool = 32;
     }
 
-    void open(std::size_t bodySize = 0) {
-        Bytes file;
-        append(file, header_.toBytes());
-        append(file, testBytes(bodySize));
-        writeFile(path_, file);
-        source_ = makeNode<OpenedSbcFileSource>(path_);
-        sink_ = makeNode<RecordingSink>(source_);
+    void openWith(std::size_t bodySize) {
+        file_.clear();
+        append(header_.toBytes());
+        append(testBytes(bodySize));
+        open();
     }
 
-    const TemporaryFolder folder_;
-    const std::filesystem::path path_ = folder_ / "stream.zsbc";
     SbcFileHeader header_;
-    std::shared_ptr<ZAVSbcFileSource> source_;
-    std::shared_ptr<RecordingSink> sink_;
 };
 
 TEST_F(ZAVSbcFileSourceTest, refusesEveryFile) {
-    Bytes file;
-    append(file, header_.toBytes());
-    append(file, testBytes(72));
-    // As the sink writes it, and with each byte that could be meant by a letter.
-    for (int value = 0; value <= 256; ++value) {
+    const auto expectInvalid = [&](const Bytes& file) {
         writeFile(path_, file);
-        try {
-            makeNode<ZAVSbcFileSource>(path_);
-            ADD_FAILURE();
-        } catch (const AudioFileError& error) {
-            EXPECT_EQ(error, AudioFileError::invalidFormat());
-        }
-        std::fill_n(file.begin(), 6, static_cast<std::byte>(value));
-        file[6] = static_cast<std::byte>(value);
+        expectThrown(AudioFileError::invalidFormat(), [&] { makeNode<ZAVSbcFileSource>(path_); });
+    };
+    append(header_.toBytes());
+    append(testBytes(72));
+    // As the sink writes it, wherever it is cut, and with each byte that could be meant by a
+    // letter.
+    for (std::size_t cut = 0; cut <= file_.size(); ++cut) {
+        expectInvalid(Bytes(file_.begin(), file_.begin() + static_cast<std::ptrdiff_t>(cut)));
+    }
+    for (int value = 0; value < 256; ++value) {
+        std::fill_n(file_.begin(), 7, static_cast<std::byte>(value));
+        expectInvalid(file_);
     }
     EXPECT_THROW(makeNode<ZAVSbcFileSource>(folder_ / "nothing"), std::system_error);
 }
 
 TEST_F(ZAVSbcFileSourceTest, worksOutItsFormatFromTheHeader) {
-    open();
+    openWith(0);
     auto expected = sbcFormat(16000, 1, 0x00200B00, 72);
     expected.mFramesPerPacket = 2;  // 256 bytes of PCM through 128
     EXPECT_EQ(source_->outDataFormat(), expected);
@@ -254,25 +260,26 @@ TEST_F(ZAVSbcFileSourceTest, worksOutItsFormatFromTheHeader) {
     header_.endianness = 1;
     header_.allocation = 1;
     header_.bitpool = 20;
-    open();
+    openWith(0);
     // 4 + 4 x 2 / 2 + 8 x 20 / 8 bytes; 4 x 8 x 2 x 2 = 128 bytes of PCM through 2, through 128.
     expected = sbcFormat(48000, 2, 0x00140502, 28);
     expected.mFramesPerPacket = 0;
     EXPECT_EQ(source_->outDataFormat(), expected);
 
     header_.channels = 5;  // reads as stereo, and is announced as it stands
-    open();
+    openWith(0);
     EXPECT_EQ(source_->outDataFormat().mBytesPerPacket, 28U);
     EXPECT_EQ(source_->outDataFormat().mChannelsPerFrame, 5U);
 }
 
 TEST_F(ZAVSbcFileSourceTest, deliversFramesAndThePartOfOneWithTheLastChunk) {
-    open(3 * 72 + 10);
+    openWith(3 * 72 + 10);
+    EXPECT_EQ(source_->readPackets(0), 0);
     EXPECT_EQ(source_->readPackets(2), 2);
-    EXPECT_EQ(source_->readPackets(2), 1);
+    EXPECT_EQ(source_->readPackets(std::int64_t{1} << 40U), 1);
+    EXPECT_EQ(source_->readPackets(std::int64_t{1} << 40U), 0);
     EXPECT_EQ(source_->readPackets(2), 0);
-    EXPECT_EQ(source_->readPackets(2), 0);
-    EXPECT_EQ(sink_->calls, (Calls{"start", "audio", "audio", "end", "end"}));
+    EXPECT_EQ(sink_->calls, (Calls{"start", "end", "start", "audio", "audio", "end", "end"}));
     EXPECT_EQ(sink_->chunks[1].bytes.size(), 82U);
     EXPECT_EQ(sink_->chunks[1].packetNum, 1U);
     EXPECT_FALSE(sink_->chunks[1].hasDescriptions);
@@ -282,7 +289,7 @@ TEST_F(ZAVSbcFileSourceTest, deliversFramesAndThePartOfOneWithTheLastChunk) {
 TEST_F(ZAVSbcFileSourceTest, endsWellWhereverTheFileIsCut) {
     constexpr std::size_t kFrame = 72;
     for (std::size_t body = 0; body <= 3 * kFrame; ++body) {
-        open(body);
+        openWith(body);
         std::size_t frames = 0;
         while (const auto count = source_->readPackets(2)) {
             frames += static_cast<std::size_t>(count);
@@ -295,28 +302,20 @@ TEST_F(ZAVSbcFileSourceTest, endsWellWhereverTheFileIsCut) {
     }
 }
 
-TEST_F(ZAVSbcFileSourceTest, dropsAPartOfAFrameThatComesAlone) {
-    open(2 * 72 + 10);
-    EXPECT_EQ(source_->readPackets(0), 0);
-    EXPECT_EQ(source_->readPackets(2), 2);
-    EXPECT_EQ(source_->readPackets(std::int64_t{1} << 40U), 0);
-    EXPECT_EQ(sink_->calls, (Calls{"start", "end", "start", "audio", "end"}));
-}
-
 TEST_F(ZAVSbcFileSourceTest, stopsTheProcessForParametersThatSbcDoesNotHave) {
-    open();
+    openWith(0);
     EXPECT_DEATH(source_->readPackets(-1), "^Fatal error: Not enough bits");
     EXPECT_DEATH(source_->readPackets(std::int64_t{1} << 62U), "^Fatal error: Arithmetic overflow");
     constexpr auto kMostBytes = std::numeric_limits<std::int64_t>::max();
     EXPECT_DEATH(source_->readPackets(kMostBytes / 72 + 1), "^Fatal error: Arithmetic overflow");
     header_.channels = 0;
-    EXPECT_DEATH(open(), "^Fatal error: Division by zero");
+    EXPECT_DEATH(openWith(0), "^Fatal error: Division by zero");
     header_.channels = 1;
     header_.blocks = 4;
-    EXPECT_DEATH(open(), "^Fatal error: The block count code .*ZAVSbcFileSource.cpp");
+    EXPECT_DEATH(openWith(0), "^Fatal error: The block count code .*ZAVSbcFileSource.cpp");
     header_.blocks = 3;
     header_.sampleRate = 22050;
-    EXPECT_DEATH(open(), "^Fatal error: The sample rate .*ZAVSbcFileSource.cpp");
+    EXPECT_DEATH(openWith(0), "^Fatal error: The sample rate .*ZAVSbcFileSource.cpp");
 }
 
 }  // namespace

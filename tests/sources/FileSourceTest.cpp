@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
+#include "tests/support/ExpectThrown.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/ScriptedAudioFile.hpp"
@@ -34,7 +35,7 @@ class FileSourceTest : public testing::Test {
     std::shared_ptr<RecordingSink> sink_;
 };
 
-TEST_F(FileSourceTest, opensForReadingWithoutAHint) {
+TEST_F(FileSourceTest, opensForReadingWithoutAHintAndCloses) {
     open();
     EXPECT_EQ(scriptedFile().path, "folder/file.wav");
     EXPECT_EQ(scriptedFile().permissions, kAudioFileReadPermission);
@@ -43,32 +44,23 @@ TEST_F(FileSourceTest, opensForReadingWithoutAHint) {
     scriptedFile().format = pcmFormat(8000, 1);
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(8000, 1));
     EXPECT_EQ(source_->packetSizeUpperBound(), 8U);
-    source_.reset();
-    EXPECT_EQ(scriptedFile().count("close"), 1U);
-}
 
-TEST_F(FileSourceTest, closesTheFileBeforeItReleasesItsTargets) {
+    // The file is closed before the targets are released.
     class Watcher : public PeripheralSink {
      public:
         using PeripheralSink::PeripheralSink;
         ~Watcher() override { scriptedFile().calls.emplace_back("target released"); }
     };
-    {
-        const auto source = makeNode<FileSource>("file.wav");
-        makeNode<Watcher>(source);
-    }
-    EXPECT_EQ(scriptedFile().calls, (Calls{"open", "close", "target released"}));
+    makeNode<Watcher>(source_);
+    scriptedFile().calls.clear();
+    source_.reset();
+    EXPECT_EQ(scriptedFile().calls, (Calls{"close", "target released"}));
 }
 
 TEST_F(FileSourceTest, throwsTheStatusOfAFileThatDoesNotOpen) {
     scriptedFile().failures["open"] = kAudioFileUnsupportedFileTypeError;
-    try {
-        open();
-        FAIL();
-    } catch (const AudioFileError& error) {
-        EXPECT_EQ(error, AudioFileError::open(kAudioFileUnsupportedFileTypeError));
-    }
-    EXPECT_EQ(scriptedFile().count("close"), 0U);
+    expectThrown(AudioFileError::open(kAudioFileUnsupportedFileTypeError), [&] { open(); });
+    EXPECT_EQ(scriptedFile().calls, Calls{"open"});
     scriptedFile().failures.clear();
     scriptedFile().givesNoID = true;
     EXPECT_DEATH(open(), "Fatal error: ");
@@ -111,27 +103,18 @@ TEST_F(FileSourceTest, staysWhereItIsWhenAReadFails) {
     open();
     source_->readPackets(3);
     scriptedFile().failures["read"] = kAudioFileIOError;
-    try {
-        source_->readPackets(3);
-        FAIL();
-    } catch (const AudioFileError& error) {
-        EXPECT_EQ(error, AudioFileError::read(kAudioFileIOError));
-    }
+    expectThrown(AudioFileError::read(kAudioFileIOError), [&] { source_->readPackets(3); });
     EXPECT_EQ(sink_->calls, (Calls{"start", "audio"}));
     scriptedFile().failures.clear();
     source_->readPackets(7);
     EXPECT_EQ(sink_->allBytes(), scriptedFile().audio);
 }
 
-TEST_F(FileSourceTest, stopsTheProcessAtImpossibleCounts) {
+TEST_F(FileSourceTest, stopsTheProcessAtImpossibleCountsAndWhenAPropertyHasNoSize) {
     open();
     EXPECT_DEATH(source_->readPackets(-1), "Fatal error: .*FileSource.cpp");
     EXPECT_DEATH(source_->readPackets(std::int64_t{1} << 32U), "Fatal error: .*FileSource.cpp");
     EXPECT_DEATH(source_->readPackets(0x20000000), "Fatal error: Arithmetic overflow");
-}
-
-TEST_F(FileSourceTest, stopsTheProcessWhenAPropertyHasNoSize) {
-    open();
     for (const auto property :
          {kAudioFilePropertyDataFormat, kAudioFilePropertyPacketSizeUpperBound,
           kAudioFilePropertyAudioDataPacketCount}) {

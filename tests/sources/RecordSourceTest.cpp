@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <future>
 #include <limits>
 #include <thread>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "tests/support/DiagnosticsLines.hpp"
+#include "tests/support/ExpectThrown.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/RecordingSink.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
@@ -20,22 +20,16 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-OSStatus statusThrownBy(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const AudioQueueError& error) {
-        return error.status();
-    }
-    ADD_FAILURE() << "nothing was thrown";
-    return noErr;
-}
-
 class RecordSourceTest : public testing::Test {
  protected:
     RecordSourceTest() { resetAudioQueue(); }
+    void TearDown() override { scriptedQueue().onCall = nullptr; }
 
-    /// A source with one target, whose calls and completions gather in `events_`.
+    /// A new source with one target, whose calls and completions gather in `events_`.
     void make(const AudioStreamBasicDescription& format = pcmFormat(16000, 1)) {
+        source_.reset();
+        resetAudioQueue();
+        events_.clear();
         source_ = makeNode<RecordSource>(format);
         target_ = makeNode<RecordingSink>(source_);
         target_->onCall = [this](const std::string& call) { events_.push_back(call); };
@@ -44,6 +38,18 @@ class RecordSourceTest : public testing::Test {
 
     std::function<void()> completion(const std::string& name = "completion") {
         return [this, name] { events_.push_back(name); };
+    }
+
+    /// A new source, which records.
+    void makeRecording() {
+        make();
+        source_->record();
+    }
+
+    /// The device goes away.
+    static void loseDevice() {
+        scriptedQueue().isRunning = false;
+        scriptedQueue().handBackAll();
     }
 
     DiagnosticsLines lines_;
@@ -82,10 +88,10 @@ TEST_F(RecordSourceTest, throwsTheStatusOfAQueueAndZeroForABuffer) {
     const auto makeSource = [] { makeNode<RecordSource>(pcmFormat(16000, 1)); };
     auto& queue = scriptedQueue();
     queue.failures["newInput"] = kAudioFormatUnsupportedDataFormatError;
-    EXPECT_EQ(statusThrownBy(makeSource), kAudioFormatUnsupportedDataFormatError);
+    expectThrown(AudioQueueError::failure(kAudioFormatUnsupportedDataFormatError), makeSource);
     EXPECT_EQ(queue.calls, Calls{"newInput"});
     queue.failures = {{"allocate", kAudioQueueErr_NoMemory}};
-    EXPECT_EQ(statusThrownBy(makeSource), 0);
+    expectThrown(AudioQueueError::failure(noErr), makeSource);
     EXPECT_EQ(queue.calls.back(), "dispose");
     queue.failures = {{"enqueue", kAudioQueueErr_InvalidBuffer}};
     makeSource();
@@ -113,7 +119,8 @@ TEST_F(RecordSourceTest, sizesItsBuffersForHalfASecondOfPackets) {
 TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
     make();
     scriptedQueue().failures["start"] = kAudioQueueErr_InvalidDevice;
-    EXPECT_EQ(statusThrownBy([&] { source_->record(); }), kAudioQueueErr_InvalidDevice);
+    expectThrown(AudioQueueError::failure(kAudioQueueErr_InvalidDevice),
+                 [&] { source_->record(); });
     EXPECT_EQ(events_, Calls{});
     scriptedQueue().failures.clear();
     scriptedQueue().onCall = [&](const std::string& call) { events_.push_back("queue " + call); };
@@ -125,8 +132,7 @@ TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
 }
 
 TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
-    make();
-    source_->record();
+    makeRecording();
     auto& queue = scriptedQueue();
     const auto first = queue.enqueued;
     queue.capture(testBytes(1001));
@@ -147,8 +153,7 @@ TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
 }
 
 TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
-    make();
-    source_->record();
+    makeRecording();
     lines_.take();
     source_->stop(completion());
     EXPECT_EQ(scriptedQueue().calls.back(), "stop");
@@ -170,88 +175,65 @@ TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
 }
 
 TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
-    make();
-    source_->record();
+    makeRecording();
     source_->stop(completion("first"));
     scriptedQueue().failures["stop"] = kAudioQueueErr_DisposalPending;
-    EXPECT_EQ(statusThrownBy([&] { source_->stop(completion("failed")); }),
-              kAudioQueueErr_DisposalPending);
+    expectThrown(AudioQueueError::failure(kAudioQueueErr_DisposalPending),
+                 [&] { source_->stop(completion("failed")); });
     scriptedQueue().failures.clear();
     source_->stop(completion("second"));
     scriptedQueue().handBackAll();
     EXPECT_EQ(events_, (Calls{"start", "end", "second"}));
 
-    events_.clear();
-    make();
-    source_->record();
+    makeRecording();
     source_->stop(completion());
     source_->stop();
     scriptedQueue().handBackAll();
     EXPECT_EQ(events_, (Calls{"start", "end"}));
 }
 
-TEST_F(RecordSourceTest, losesNoCompletionThatComesAfterTheFlowEnd) {
-    make();
-    source_->record();
-    // The buffers come back inside the stop of the queue, on its thread or this one.
-    const auto handBackAtStop = [](const std::string& call) {
-        if (call == "stop") {
-            scriptedQueue().handBackAll();
+TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeBack) {
+    enum class ComeBack { afterTheStop, insideIt, insideItOnAnotherThread };
+    const auto stop = [&](bool isATarget, ComeBack comeBack) {
+        makeRecording();
+        scriptedQueue().onCall = [=](const std::string& call) {
+            if (call == "stop" && comeBack == ComeBack::insideIt) {
+                scriptedQueue().handBackAll();
+            } else if (call == "stop" && comeBack == ComeBack::insideItOnAnotherThread) {
+                std::thread([] { scriptedQueue().handBackAll(); }).join();
+            }
+        };
+        target_->onCall = [=, this](const std::string& call) {
+            events_.push_back(call);
+            if (call == "audio" && isATarget) {
+                source_->stop(completion());
+            }
+        };
+        scriptedQueue().capture(testBytes(100));
+        if (!isATarget) {
+            source_->stop(completion());
         }
+        scriptedQueue().handBackAll();
+        EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
+        EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
     };
-    scriptedQueue().onCall = handBackAtStop;
-    source_->stop(completion());
-    EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
-
-    events_.clear();
-    make();
-    source_->record();
-    scriptedQueue().onCall = [&](const std::string& call) {
-        std::thread(handBackAtStop, call).join();
-    };
-    source_->stop(completion());
-    EXPECT_EQ(events_, (Calls{"start", "end", "completion"}));
-    scriptedQueue().onCall = nullptr;
+    stop(true, ComeBack::afterTheStop);
+    stop(true, ComeBack::insideIt);
+    stop(false, ComeBack::afterTheStop);
+    stop(false, ComeBack::insideIt);
+    stop(false, ComeBack::insideItOnAnotherThread);
 
     // The device goes away, and the application stops when it sees that.
-    events_.clear();
-    make();
-    source_->record();
-    scriptedQueue().isRunning = false;
-    scriptedQueue().handBackAll();
+    makeRecording();
+    loseDevice();
     EXPECT_EQ(events_, (Calls{"start", "end"}));
     source_->stop(completion());
     EXPECT_EQ(events_.back(), "completion");
     source_->stop();
 }
 
-TEST_F(RecordSourceTest, canBeStoppedByATarget) {
-    for (const bool buffersComeBackInside : {false, true}) {
-        events_.clear();
-        make();
-        source_->record();
-        scriptedQueue().onCall = [=](const std::string& call) {
-            if (call == "stop" && buffersComeBackInside) {
-                scriptedQueue().handBackAll();
-            }
-        };
-        target_->onCall = [&](const std::string& call) {
-            events_.push_back(call);
-            if (call == "audio") {
-                source_->stop(completion());
-            }
-        };
-        scriptedQueue().capture(testBytes(100));
-        scriptedQueue().handBackAll();
-        EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
-        EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
-        scriptedQueue().onCall = nullptr;
-    }
-}
-
 TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
-    make();
-    source_->record();
+    makeRecording();
     // The queue runs when it is asked, and another thread has stopped it when it gets the buffer.
     scriptedQueue().onCall = [&](const std::string& call) {
         if (call == "get aqrn") {
@@ -266,49 +248,38 @@ TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
     EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
 }
 
-TEST_F(RecordSourceTest, mayBeDroppedByItsOwnCompletion) {
-    make();
-    source_->record();
-    const std::weak_ptr<RecordSource> watch = source_;
-    source_->stop([&] { source_.reset(); });
-    scriptedQueue().handBackAll();
-    EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
-
-    make();
-    scriptedQueue().isRunning = false;
-    scriptedQueue().handBackAll();
-    source_->stop([&] { source_.reset(); });
-    EXPECT_EQ(source_, nullptr);
-    EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
-}
-
-TEST_F(RecordSourceTest, mayBeDroppedByATarget) {
-    for (const std::string call : {"start", "audio", "end"}) {
+TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletion) {
+    for (const std::string place : {"start", "audio", "end", "completion", "late completion"}) {
+        SCOPED_TRACE(place);
         make();
         const std::weak_ptr<RecordSource> watch = source_;
-        target_->onCall = [&](const std::string& made) {
-            if (made == call) {
+        const auto dropAt = [&, watch](const std::string& call) {
+            if (call == place) {
                 source_.reset();
-                EXPECT_FALSE(watch.expired()) << call;
+                EXPECT_FALSE(watch.expired());
             }
         };
+        target_->onCall = dropAt;
         source_->record();
-        if (call != "start") {
+        if (place != "start") {
             scriptedQueue().capture(testBytes(100));
         }
-        if (call == "end") {
-            scriptedQueue().isRunning = false;
+        if (place == "completion") {
+            source_->stop([&] { dropAt(place); });
             scriptedQueue().handBackAll();
+        } else if (place == "end" || place == "late completion") {
+            loseDevice();
         }
-        EXPECT_TRUE(watch.expired()) << call;
-        EXPECT_EQ(scriptedQueue().calls.back(), "dispose") << call;
+        if (place == "late completion") {
+            source_->stop([&] { dropAt(place); });
+        }
+        EXPECT_TRUE(watch.expired());
+        EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
     }
 }
 
 TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
-    make();
-    source_->record();
+    makeRecording();
     scriptedQueue().onCall = [](const std::string& call) {
         if (call == "dispose") {  // which waits for the callback
             std::thread([] { scriptedQueue().capture(testBytes(100)); }).join();
@@ -317,62 +288,6 @@ TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
     source_.reset();
     EXPECT_EQ(events_, Calls{"start"});
     EXPECT_EQ(scriptedQueue().calls, (Calls{"start", "dispose"}));
-}
-
-TEST_F(RecordSourceTest, holdsTheFirstBufferUntilTheFlowHasStarted) {
-    make();
-    std::promise<void> comes;
-    std::thread device;
-    scriptedQueue().onCall = [&](const std::string& call) {
-        if (call == "start") {
-            device = std::thread([&] {
-                comes.set_value();
-                scriptedQueue().capture(testBytes(100));
-            });
-        }
-    };
-    target_->onCall = [&](const std::string& call) {
-        events_.push_back(call + " begins");
-        if (call == "start") {
-            EXPECT_EQ(comes.get_future().wait_for(kWaitLimit), std::future_status::ready);
-        }
-        events_.push_back(call + " ends");
-    };
-    source_->record();
-    device.join();
-    scriptedQueue().onCall = nullptr;
-    EXPECT_EQ(events_, (Calls{"start begins", "start ends", "audio begins", "audio ends"}));
-}
-
-// A second `record` has the targets called on its thread while the queue's thread calls them.
-TEST_F(RecordSourceTest, makesOneCallAtATime) {
-    make();
-    bool isInCall = false;
-    std::size_t startCount = 0;
-    bool ranIntoEachOther = false;
-    target_->onCall = [&](const std::string& call) {
-        ranIntoEachOther = ranIntoEachOther || isInCall;
-        isInCall = true;
-        if (call == "start") {
-            ++startCount;
-        }
-        std::this_thread::yield();
-        isInCall = false;
-    };
-    source_->record();
-    std::thread device([] {
-        while (scriptedQueue().waitForBuffer()) {
-            scriptedQueue().capture(testBytes(100));
-        }
-    });
-    for (int i = 0; i < 1000; ++i) {
-        source_->record();
-    }
-    source_->stop();
-    scriptedQueue().endDevice();
-    device.join();
-    EXPECT_EQ(startCount, 1001U);
-    EXPECT_FALSE(ranIntoEachOther);
 }
 
 TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
@@ -389,8 +304,7 @@ TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
 }
 
 TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
-    make();
-    source_->record();
+    makeRecording();
     auto& failures = scriptedQueue().failures;
     failures = {{"get aqrn", -1}, {"time", -1}, {"size of aqmc", -1}};
     EXPECT_DEATH(source_->isRecording(), "^Fatal error: : file RecordSource, line 174\n");
@@ -412,43 +326,55 @@ TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
     EXPECT_DEATH(scriptedQueue().capture(testBytes(10)), "^Fatal error: Division by zero");
 }
 
-// A queue's thread that fills buffers as fast as it gets them, and a stop at some moment.
-TEST_F(RecordSourceTest, endsEveryFlowOnceHoweverTheStopMeetsTheBuffers) {
+// A queue's thread that fills buffers as fast as it gets them, a second `record` that has the
+// targets called on this thread meanwhile, and a stop at some moment.
+TEST_F(RecordSourceTest, makesOneCallAtATimeAndEndsEveryFlowOnceHoweverThreadsMeet) {
     for (std::size_t round = 0; round < 300; ++round) {
-        resetAudioQueue();
-        events_.clear();
+        SCOPED_TRACE("round " + std::to_string(round));
         make(pcmFormat(200, 1));  // buffers of 200 bytes
+        std::promise<void> comes;
         std::promise<void> wanted;
         std::promise<void> ended;
         target_->onCall = [&](const std::string& call) {
             events_.push_back(call);
-            if (target_->chunks.size() == round % 7 && call != "end") {
+            if (events_.size() == 1) {
+                EXPECT_EQ(comes.get_future().wait_for(kWaitLimit), std::future_status::ready);
+            }
+            if (call == "audio" && target_->chunks.size() == round % 7) {
                 wanted.set_value();
             }
+            std::this_thread::yield();
+            events_.push_back(call + " is over");
         };
         std::uint32_t seed = 0;
         std::thread device([&] {
             while (scriptedQueue().waitForBuffer()) {
+                if (seed == 0) {
+                    comes.set_value();
+                }
                 scriptedQueue().capture(testBytes(200, ++seed));
             }
         });
         source_->record();
-        EXPECT_EQ(wanted.get_future().wait_for(kWaitLimit), std::future_status::ready);
-        source_->stop([&] {
-            events_.emplace_back("completion");
-            ended.set_value();
-        });
+        source_->record();
+        source_->record();
+        if (round % 7 > 0) {
+            EXPECT_EQ(wanted.get_future().wait_for(kWaitLimit), std::future_status::ready);
+        }
+        source_->stop([&] { ended.set_value(); });
         const auto endStatus = ended.get_future().wait_for(kWaitLimit);
         scriptedQueue().endDevice();
         device.join();
         ASSERT_EQ(endStatus, std::future_status::ready);
 
         EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
-        Calls expected(target_->chunks.size() + 3, "audio");
-        expected.front() = "start";
-        expected[expected.size() - 2] = "end";
-        expected.back() = "completion";
-        ASSERT_EQ(events_, expected);
+        EXPECT_EQ(events_.front(), "start");
+        EXPECT_EQ(events_.back(), "end is over");
+        EXPECT_EQ(std::count(events_.begin(), events_.end(), "start"), 3);
+        EXPECT_EQ(std::count(events_.begin(), events_.end(), "end"), 1);
+        for (std::size_t i = 0; i + 1 < events_.size(); i += 2) {
+            ASSERT_EQ(events_[i + 1], events_[i] + " is over");
+        }
         ASSERT_EQ(target_->chunks.size(), seed);
         for (std::uint32_t i = 0; i < seed; ++i) {
             ASSERT_EQ(target_->chunks[i].bytes, testBytes(200, i + 1));

@@ -22,6 +22,7 @@ class RecordingSink : public PeripheralSink {
         std::uint64_t packetNum;
         bool hasDescriptions;
         std::vector<AudioStreamPacketDescription> descriptions;
+        const void* address;  ///< where the bytes were
     };
 
     void onAudioStreamFlowStart() override { note("start"); }
@@ -29,7 +30,7 @@ class RecordingSink : public PeripheralSink {
                       const AudioStreamPacketDescription* packetDescriptions) override {
         const auto* const first = static_cast<const std::byte*>(bytes);
         chunks.push_back(
-            {Bytes(first, first + size), packetNum, packetDescriptions != nullptr, {}});
+            {Bytes(first, first + size), packetNum, packetDescriptions != nullptr, {}, bytes});
         if (packetDescriptions != nullptr) {
             chunks.back().descriptions.assign(packetDescriptions, packetDescriptions + packetNum);
         }

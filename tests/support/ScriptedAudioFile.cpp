@@ -45,10 +45,6 @@ std::vector<std::byte> valueOf(AudioFilePropertyID property) {
 
 }  // namespace
 
-std::size_t ScriptedAudioFile::count(const std::string& call) const {
-    return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
-}
-
 ScriptedAudioFile& scriptedFile() {
     return *current;
 }

@@ -41,8 +41,6 @@ struct ScriptedAudioFile {
     std::vector<std::byte> cookie;
     /// Packets that a write reports; 0: as many as it was given.
     std::uint32_t packetsReported = 0;
-
-    std::size_t count(const std::string& call) const;
 };
 
 /// The one file of the running test. `resetAudioFile` makes it new.

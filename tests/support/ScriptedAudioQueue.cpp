@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "tests/support/WaitFor.hpp"
@@ -16,18 +15,6 @@ namespace test {
 namespace {
 
 OpaqueAudioQueue theQueue;
-
-}  // namespace
-
-struct ScriptedAudioQueue::Memory {
-    explicit Memory(std::uint32_t size) : bytes(size), buffer{size, bytes.data()} {}
-
-    std::vector<std::byte> bytes;
-    AudioQueueBuffer buffer;
-};
-
-namespace {
-
 std::unique_ptr<ScriptedAudioQueue> currentQueue = std::make_unique<ScriptedAudioQueue>();
 
 /// Notes a call and, unless it is to fail, does what it does.
@@ -47,34 +34,20 @@ OSStatus perform(const std::string& call, Effect effect) {
     return status;
 }
 
-std::string nameOf(AudioQueuePropertyID property) {
-    return "get " + fourCharText(property);
-}
-
-template <class Value>
-OSStatus writeValue(const Value& value, void* outData, std::uint32_t* ioDataSize) {
-    if (*ioDataSize < sizeof(value)) {
-        return kAudioQueueErr_InvalidPropertySize;
-    }
-    std::memcpy(outData, &value, sizeof(value));
-    *ioDataSize = sizeof(value);
-    return noErr;
-}
-
-OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t* ioDataSize) {
+OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t size) {
+    const auto write = [&](const auto& value) {
+        std::memcpy(outData, &value, sizeof(value));
+        return noErr;
+    };
     switch (property) {
         case kAudioQueueProperty_IsRunning:
-            return writeValue(std::uint32_t{currentQueue->isRunning}, outData, ioDataSize);
+            return write(std::uint32_t{currentQueue->isRunning});
         case kAudioQueueProperty_MaximumOutputPacketSize:
-            return writeValue(currentQueue->maximumPacketSize, outData, ioDataSize);
+            return write(currentQueue->maximumPacketSize);
         case kAudioQueueProperty_StreamDescription:
-            currentQueue->roomForStreamDescription = *ioDataSize;
-            if (!currentQueue->streamDescription) {
-                return kAudioQueueErr_InvalidPropertySize;
-            }
-            std::memcpy(outData, &*currentQueue->streamDescription,
-                        sizeof(AudioStreamBasicDescription));
-            return noErr;
+            currentQueue->roomForStreamDescription = size;
+            return currentQueue->streamDescription ? write(*currentQueue->streamDescription)
+                                                   : kAudioQueueErr_InvalidPropertySize;
         case kAudioQueueProperty_MagicCookie:
             std::copy(currentQueue->magicCookie.begin(), currentQueue->magicCookie.end(),
                       static_cast<std::byte*>(outData));
@@ -91,11 +64,10 @@ class UnusedDispatchQueue : public DispatchQueue {
     }
 };
 
-/// Takes a buffer out of the queue. Under its lock.
-AudioQueueBufferRef take(std::size_t index) {
-    const AudioQueueBufferRef buffer = currentQueue->enqueued.at(index);
-    currentQueue->enqueued.erase(currentQueue->enqueued.begin() +
-                                 static_cast<std::ptrdiff_t>(index));
+/// Takes the first buffer out of the queue. Under its lock.
+AudioQueueBufferRef takeFirst() {
+    const AudioQueueBufferRef buffer = currentQueue->enqueued.at(0);
+    currentQueue->enqueued.pop_front();
     if (currentQueue->returningCount > 0) {
         --currentQueue->returningCount;
     }
@@ -106,41 +78,20 @@ AudioQueueBufferRef take(std::size_t index) {
     return buffer;
 }
 
-/// Marks this thread as the one of a callback that begins now. With the queue's lock.
-class InCallback {
- public:
-    InCallback() : outer_(currentQueue->callback) {
-        currentQueue->callback = {std::this_thread::get_id(), currentQueue->stopCount};
-    }
-    ~InCallback() {
-        const std::lock_guard lock(currentQueue->mutex);
-        currentQueue->callback = outer_;
-    }
-    InCallback(const InCallback&) = delete;
-    InCallback& operator=(const InCallback&) = delete;
-
- private:
-    const ScriptedAudioQueue::Callback outer_;
-};
-
 }  // namespace
 
 std::size_t ScriptedAudioQueue::count(const std::string& call) const {
     return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
 }
 
-void ScriptedAudioQueue::handBack(std::size_t index) {
-    std::unique_lock lock(mutex);
-    const bool isPlayed = isRunning && !isPaused && returningCount == 0;
-    const AudioQueueBufferRef buffer = take(index);
-    const InCallback inCallback;
+void ScriptedAudioQueue::handBack() {
     if (inputCallback != nullptr) {
-        buffer->mAudioDataByteSize = 0;
-        lock.unlock();
-        const AudioTimeStamp startTime;
-        inputCallback(userData, &theQueue, buffer, &startTime, 0, nullptr);
+        capture({});
         return;
     }
+    std::unique_lock lock(mutex);
+    const bool isPlayed = isRunning && !isPaused && returningCount == 0;
+    const AudioQueueBufferRef buffer = takeFirst();
     if (isPlayed) {
         const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
         played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
@@ -159,8 +110,7 @@ void ScriptedAudioQueue::handBackAll() {
 void ScriptedAudioQueue::capture(std::span<const std::byte> bytes,
                                  std::span<const AudioStreamPacketDescription> descriptions) {
     std::unique_lock lock(mutex);
-    const AudioQueueBufferRef buffer = take(0);
-    const InCallback inCallback;
+    const AudioQueueBufferRef buffer = takeFirst();
     lock.unlock();
     std::copy(bytes.begin(), bytes.end(), static_cast<std::byte*>(buffer->mAudioData));
     buffer->mAudioDataByteSize = static_cast<std::uint32_t>(bytes.size());
@@ -243,9 +193,9 @@ OSStatus AudioQueueAllocateBuffer(AudioQueueRef /*inAQ*/, std::uint32_t inBuffer
                                   AudioQueueBufferRef* outBuffer) {
     return perform("allocate", [&] {
         currentQueue->allocatedSizes.push_back(inBufferByteSize);
-        currentQueue->buffers.push_back(
-            std::make_unique<test::ScriptedAudioQueue::Memory>(inBufferByteSize));
-        *outBuffer = &currentQueue->buffers.back()->buffer;
+        auto& bytes = currentQueue->bufferBytes.emplace_back(inBufferByteSize);
+        *outBuffer =
+            &currentQueue->buffers.emplace_back(AudioQueueBuffer{inBufferByteSize, bytes.data()});
         return noErr;
     });
 }
@@ -257,9 +207,9 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
         const auto* const bytes = static_cast<const std::byte*>(inBuffer->mAudioData);
         currentQueue->enqueues.push_back(
             {{bytes, bytes + inBuffer->mAudioDataByteSize}, inNumPacketDescs, inPacketDescs});
-        const auto& callback = currentQueue->callback;
-        const bool comesTooLate = callback.thread == std::this_thread::get_id() &&
-                                  callback.stopCount != currentQueue->stopCount;
+        // A recording node enqueues nothing but what a callback has given it.
+        const bool comesTooLate =
+            currentQueue->hasStopped && currentQueue->inputCallback != nullptr;
         if (comesTooLate) {
             const auto end = static_cast<std::ptrdiff_t>(currentQueue->returningCount++);
             currentQueue->enqueued.insert(currentQueue->enqueued.begin() + end, inBuffer);
@@ -273,7 +223,7 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inB
 OSStatus AudioQueueStart(AudioQueueRef /*inAQ*/, const AudioTimeStamp* inStartTime) {
     return perform(inStartTime == nullptr ? "start" : "start later", [] {
         currentQueue->isRunning = true;
-        currentQueue->isPaused = currentQueue->isStopping = false;
+        currentQueue->isPaused = currentQueue->isStopping = currentQueue->hasStopped = false;
         return noErr;
     });
 }
@@ -290,10 +240,7 @@ OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
         if (inImmediate || !currentQueue->isRunning || currentQueue->enqueued.empty()) {
             currentQueue->isRunning = currentQueue->isPaused = currentQueue->isStopping = false;
             currentQueue->returningCount = currentQueue->enqueued.size();
-            ++currentQueue->stopCount;
-            if (currentQueue->callback.thread == std::this_thread::get_id()) {
-                currentQueue->callback.stopCount = currentQueue->stopCount;
-            }
+            currentQueue->hasStopped = true;
         } else {
             currentQueue->isStopping = true;
         }
@@ -327,8 +274,8 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID 
 
 OSStatus AudioQueueGetProperty(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID, void* outData,
                                std::uint32_t* ioDataSize) {
-    return perform(test::nameOf(inID),
-                   [&] { return test::writeProperty(inID, outData, ioDataSize); });
+    return perform("get " + fourCharText(inID),
+                   [&] { return test::writeProperty(inID, outData, *ioDataSize); });
 }
 
 }  // namespace zav

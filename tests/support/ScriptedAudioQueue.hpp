@@ -6,12 +6,10 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
@@ -41,8 +39,8 @@ struct ScriptedAudioQueue {
     /// An asynchronous stop ends when the last buffer has come back.
     bool isStopping = false;
     std::deque<AudioQueueBufferRef> enqueued;
-    /// How many of those, the first ones, a stop has given back; also what a callback enqueues that
-    /// began before another thread's stop.
+    /// How many of those, the first ones, a stop has given back; also what a callback that captured
+    /// enqueues behind another thread's stop.
     std::size_t returningCount = 0;
     /// The bytes of the buffers that came back while the queue ran and was not paused.
     std::vector<std::byte> played;
@@ -65,8 +63,8 @@ struct ScriptedAudioQueue {
 
     std::size_t count(const std::string& call) const;
 
-    /// Hands the buffer at `index` of those enqueued back: played, or empty.
-    void handBack(std::size_t index = 0);
+    /// Hands the first buffer back: played, or empty.
+    void handBack();
     void handBackAll();
     /// Fills the first buffer and hands it back.
     void capture(std::span<const std::byte> bytes,
@@ -79,17 +77,12 @@ struct ScriptedAudioQueue {
     /// Waits for a state of the queue; false when it does not come.
     bool waitUntil(const std::function<bool(ScriptedAudioQueue&)>& condition);
 
-    struct Memory;
-    std::vector<std::unique_ptr<Memory>> buffers;
+    std::deque<std::vector<std::byte>> bufferBytes;
+    std::deque<AudioQueueBuffer> buffers;
     std::mutex mutex;
     std::condition_variable changed;
     bool deviceHasEnded = false;
-    struct Callback {
-        std::thread::id thread;
-        std::size_t stopCount = 0;  ///< when it began, or has stopped the queue itself
-    };
-    Callback callback;  ///< the one that is running
-    std::size_t stopCount = 0;
+    bool hasStopped = false;  ///< at once, and not started again
 };
 
 /// The one queue of the running test. `resetAudioQueue` makes it new.

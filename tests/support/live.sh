@@ -1,5 +1,7 @@
-# shellcheck shell=bash disable=SC2154
-# Sourced by tests that run beside a sound server of their own (`sound-server`), after shell.sh.
+# shellcheck shell=bash
+# Sourced by tests that run beside a sound server of their own (`sound-server`).
+# shellcheck source=shell.sh
+source "$(dirname "${BASH_SOURCE[0]}")/shell.sh"
 
 processes=()
 end_processes() {

@@ -35,6 +35,13 @@ refused() {
 # terminal COMMAND...: what it prints on a terminal.
 terminal() { script -qec "$*" /dev/null </dev/null; }
 
+# copy_tool FOLDER: the tool and its library alone, in a new folder.
+copy_tool() {
+    mkdir "$1"
+    cp "$ZAV" "$1"
+    cp -L "$(ldd "$ZAV" | awk '/libZAVAudioStreaming/ { print $3 }')" "$1"
+}
+
 # raw FILE: the audio bytes of a file as ffmpeg finds them, undecoded.
 raw() {
     ffmpeg -nostdin -v error -i "$1" -map 0:a -c copy -f data -
