@@ -17,8 +17,9 @@
 
 #include "tests/support/Commands.hpp"
 #include "tests/support/Formats.hpp"
-#include "tests/support/ProbedDevice.hpp"
 #include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/RealTimeProbe.hpp"
+#include "tests/support/TestAudio.hpp"
 #include "tests/support/VirtualDevice.hpp"
 
 namespace zav::test {
@@ -29,14 +30,6 @@ using Bytes = std::vector<std::byte>;
 constexpr std::uint32_t kFloat = kAudioFormatFlagIsFloat;
 constexpr std::uint32_t kSigned = kAudioFormatFlagIsSignedInteger;
 constexpr std::uint32_t kBig = kAudioFormatFlagIsBigEndian;
-
-Bytes bytesOf(std::initializer_list<int> values) {
-    Bytes bytes;
-    for (const int value : values) {
-        bytes.push_back(static_cast<std::byte>(value));
-    }
-    return bytes;
-}
 
 template <class Value>
 Bytes bytesOfValue(Value value, bool isBigEndian = false) {
@@ -54,7 +47,8 @@ AudioStreamBasicDescription in32(std::uint32_t flags) {
     return format;
 }
 
-AudioStreamBasicDescription withID(AudioStreamBasicDescription format, std::uint32_t formatID) {
+AudioStreamBasicDescription lawFormat(std::uint32_t formatID) {
+    auto format = pcmFormat(48000, 1, 8, 0);
     format.mFormatID = formatID;
     return format;
 }
@@ -67,57 +61,58 @@ struct PcmCase {
     Bytes atDevice;
 };
 
-const std::vector<PcmCase>& pcmCases() {
-    static const std::vector<PcmCase> cases = {
-        {"signed 8", pcmFormat(48000, 1, 8, kSigned), bytesOf({0x81}), bytesOf({0x01})},
-        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesOf({0x81}), bytesOf({0x81})},
-        {"unsigned 16", pcmFormat(48000, 1, 16, 0), bytesOf({0x34, 0x92}), bytesOf({0x34, 0x12})},
-        {"unsigned 16 big", pcmFormat(48000, 1, 16, kBig), bytesOf({0x92, 0x34}),
-         bytesOf({0x12, 0x34})},
-        {"signed 16 big", pcmFormat(48000, 1, 16, kSigned | kBig), bytesOf({0x12, 0x34}),
-         bytesOf({0x12, 0x34})},
-        {"signed 24", pcmFormat(48000, 1, 24), bytesOf({1, 2, 0x83}), bytesOf({1, 2, 0x83})},
-        {"unsigned 24", pcmFormat(48000, 1, 24, 0), bytesOf({1, 2, 0x83}), bytesOf({1, 2, 0x03})},
-        {"signed 24 low in 32", in32(kSigned), bytesOf({1, 2, 0x83, 0xff}), bytesOf({1, 2, 0x83})},
-        {"signed 24 low in 32 big", in32(kSigned | kBig), bytesOf({0, 0x73, 2, 1}),
-         bytesOf({0x73, 2, 1})},
-        {"unsigned 24 low in 32", in32(0), bytesOf({1, 2, 0x83, 0}), bytesOf({1, 2, 0x03})},
-        {"signed 24 high in 32", in32(kSigned | kAudioFormatFlagIsAlignedHigh),
-         bytesOf({0, 1, 2, 0x83}), bytesOf({0, 1, 2, 0x83})},
-        {"signed 32", pcmFormat(48000, 1, 32), bytesOf({1, 2, 3, 4}), bytesOf({1, 2, 3, 4})},
-        {"unsigned 32 big", pcmFormat(48000, 1, 32, kBig), bytesOf({0x81, 2, 3, 4}),
-         bytesOf({0x01, 2, 3, 4})},
-        {"float", pcmFormat(48000, 1, 32, kFloat), bytesOfValue(0.25F), bytesOfValue(0.25F)},
-        {"float 64", pcmFormat(48000, 1, 64, kFloat), bytesOfValue(0.25), bytesOfValue(0.25F)},
-        {"float 64 big", pcmFormat(48000, 1, 64, kFloat | kBig), bytesOfValue(-0.75, true),
-         bytesOfValue(-0.75F, true)},
-        {"A-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatALaw), bytesOf({0x55}),
-         bytesOf({0x55})},
-        {"mu-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatULaw), bytesOf({0x55}),
-         bytesOf({0x55})},
-    };
-    return cases;
-}
-
-Bytes repeated(const Bytes& sample, std::size_t count) {
+Bytes repeated(const Bytes& samples, std::size_t size) {
     Bytes bytes;
-    for (std::size_t i = 0; i < count; ++i) {
-        bytes.insert(bytes.end(), sample.begin(), sample.end());
+    while (bytes.size() < size) {
+        bytes.insert(bytes.end(), samples.begin(), samples.end());
     }
     return bytes;
 }
 
+/// A microphone that says these samples over and over.
+void sayRepeatedly(VirtualDevice& device, const Bytes& samples) {
+    device.setSpeaking([samples](std::span<std::byte> captured) {
+        std::copy_n(repeated(samples, captured.size()).begin(), captured.size(), captured.begin());
+    });
+}
+
 TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
     constexpr std::size_t kFrameCount = 480;
-    for (const PcmCase& pcm : pcmCases()) {
+    const std::vector<PcmCase> cases = {
+        {"signed 8", pcmFormat(48000, 1, 8, kSigned), bytesFrom({0x81}), bytesFrom({0x01})},
+        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesFrom({0x81}), bytesFrom({0x81})},
+        {"unsigned 16", pcmFormat(48000, 1, 16, 0), bytesFrom({0x34, 0x92}),
+         bytesFrom({0x34, 0x12})},
+        {"unsigned 16 big", pcmFormat(48000, 1, 16, kBig), bytesFrom({0x92, 0x34}),
+         bytesFrom({0x12, 0x34})},
+        {"signed 16 big", pcmFormat(48000, 1, 16, kSigned | kBig), bytesFrom({0x12, 0x34}),
+         bytesFrom({0x12, 0x34})},
+        {"signed 24", pcmFormat(48000, 1, 24), bytesFrom({1, 2, 0x83}), bytesFrom({1, 2, 0x83})},
+        {"unsigned 24", pcmFormat(48000, 1, 24, 0), bytesFrom({1, 2, 0x83}),
+         bytesFrom({1, 2, 0x03})},
+        {"signed 24 low in 32", in32(kSigned), bytesFrom({1, 2, 0x83, 0xff}),
+         bytesFrom({1, 2, 0x83})},
+        {"signed 24 low in 32 big", in32(kSigned | kBig), bytesFrom({0, 0x73, 2, 1}),
+         bytesFrom({0x73, 2, 1})},
+        {"unsigned 24 low in 32", in32(0), bytesFrom({1, 2, 0x83, 0}), bytesFrom({1, 2, 0x03})},
+        {"signed 24 high in 32", in32(kSigned | kAudioFormatFlagIsAlignedHigh),
+         bytesFrom({0, 1, 2, 0x83}), bytesFrom({0, 1, 2, 0x83})},
+        {"signed 32", pcmFormat(48000, 1, 32), bytesFrom({1, 2, 3, 4}), bytesFrom({1, 2, 3, 4})},
+        {"unsigned 32 big", pcmFormat(48000, 1, 32, kBig), bytesFrom({0x81, 2, 3, 4}),
+         bytesFrom({0x01, 2, 3, 4})},
+        {"float", pcmFormat(48000, 1, 32, kFloat), bytesOfValue(0.25F), bytesOfValue(0.25F)},
+        {"float 64", pcmFormat(48000, 1, 64, kFloat), bytesOfValue(0.25), bytesOfValue(0.25F)},
+        {"float 64 big", pcmFormat(48000, 1, 64, kFloat | kBig), bytesOfValue(-0.75, true),
+         bytesOfValue(-0.75F, true)},
+        {"A-law", lawFormat(kAudioFormatALaw), bytesFrom({0x55}), bytesFrom({0x55})},
+        {"mu-law", lawFormat(kAudioFormatULaw), bytesFrom({0x55}), bytesFrom({0x55})},
+    };
+    for (const PcmCase& pcm : cases) {
         SCOPED_TRACE(pcm.name);
         VirtualDevice device;
-        device.setSpeaking([&](std::span<std::byte> captured) {
-            const Bytes said = repeated(pcm.atDevice, captured.size() / pcm.atDevice.size());
-            std::copy(said.begin(), said.end(), captured.begin());
-        });
+        sayRepeatedly(device, pcm.atDevice);
         OutputUnderTest output(pcm.format);
-        const Bytes audio = repeated(pcm.inStream, kFrameCount);
+        const Bytes audio = repeated(pcm.inStream, kFrameCount * pcm.inStream.size());
         // The second buffer begins inside a frame.
         output.enqueue(audio.data(), 1);
         output.enqueue(audio.data() + 1, audio.size() - 1);
@@ -127,7 +122,7 @@ TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
         ASSERT_EQ(input.start(), noErr);
         device.advance(0.1, settleQueues);
         EXPECT_EQ(output.returnCount(), 2U);
-        EXPECT_EQ(device.heard(), repeated(pcm.atDevice, kFrameCount));
+        EXPECT_EQ(device.heard(), repeated(pcm.atDevice, kFrameCount * pcm.atDevice.size()));
         EXPECT_EQ(input.captured(), audio);
     }
 }
@@ -141,11 +136,6 @@ struct LevelCase {
     Bytes loud;
 };
 
-Bytes both(Bytes first, const Bytes& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 LevelCase integerCase(const char* name, std::uint32_t bits, std::uint32_t flags = 0) {
     const auto bytes = [&](std::int32_t value) {
         Bytes sample = bytesOfValue(value);
@@ -158,18 +148,19 @@ LevelCase integerCase(const char* name, std::uint32_t bits, std::uint32_t flags 
     const std::int32_t highest = std::numeric_limits<std::int32_t>::max() >> (32 - bits);
     const std::int32_t quiet = -highest / 4 - 1;
     return {name, pcmFormat(48000, 1, bits, kSigned | flags), bytes(quiet),
-            -static_cast<double>(quiet) / highest, both(bytes(highest), bytes(-highest - 1))};
+            -static_cast<double>(quiet) / highest, joined({bytes(highest), bytes(-highest - 1)})};
 }
 
 LevelCase floatCase(const char* name, std::uint32_t flags = 0) {
     const bool isBig = flags != 0;
     return {name, pcmFormat(48000, 1, 32, kFloat | flags), bytesOfValue(-0.25F, isBig), 0.25,
-            both(bytesOfValue(1.0F, isBig), bytesOfValue(-1.5F, isBig))};
+            joined({bytesOfValue(1.0F, isBig), bytesOfValue(-1.5F, isBig)})};
 }
 
 TEST(AudioQueue, tellsHowLoudItsAudioIs) {
     const std::vector<LevelCase> cases = {
-        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesOf({0x60}), 32.0 / 127, bytesOf({0xFF, 0})},
+        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesFrom({0x60}), 32.0 / 127,
+         bytesFrom({0xFF, 0})},
         integerCase("signed 16", 16),
         integerCase("signed 16 big", 16, kBig),
         integerCase("signed 24", 24),
@@ -178,20 +169,13 @@ TEST(AudioQueue, tellsHowLoudItsAudioIs) {
         integerCase("signed 32 big", 32, kBig),
         floatCase("float"),
         floatCase("float big", kBig),
-        {"A-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatALaw), bytesOf({0xBA}), 0.5,
-         bytesOf({0xAA, 0x2A})},
-        {"mu-law", withID(pcmFormat(48000, 1, 8, 0), kAudioFormatULaw), bytesOf({0x90}),
-         15996.0 / 32124, bytesOf({0x80, 0x00})},
+        {"A-law", lawFormat(kAudioFormatALaw), bytesFrom({0xBA}), 0.5, bytesFrom({0xAA, 0x2A})},
+        {"mu-law", lawFormat(kAudioFormatULaw), bytesFrom({0x90}), 15996.0 / 32124,
+         bytesFrom({0x80, 0x00})},
     };
     for (const LevelCase& kind : cases) {
         SCOPED_TRACE(kind.name);
         VirtualDevice device;
-        const auto say = [&](const Bytes& samples) {
-            device.setSpeaking([samples](std::span<std::byte> captured) {
-                const Bytes said = repeated(samples, captured.size() / samples.size());
-                std::copy(said.begin(), said.end(), captured.begin());
-            });
-        };
         OutputUnderTest output(kind.format);
         InputUnderTest input(kind.format);
         input.recycle();
@@ -199,43 +183,43 @@ TEST(AudioQueue, tellsHowLoudItsAudioIs) {
         const std::array<const QueueUnderTest*, 2> queues = {&output, &input};
         // A step of the device's clock is 240 frames.
         const auto pass = [&](const Bytes& samples) {
-            say(samples);
-            output.enqueue(repeated(samples, 240 * kind.quiet.size() / samples.size()));
+            sayRepeatedly(device, samples);
+            output.enqueue(repeated(samples, 240 * kind.quiet.size()));
             device.advance(0.005, settleQueues);
+        };
+        const auto expectLevels = [&](double peak, std::uint64_t clippedSampleCount) {
+            for (const auto* const queue : queues) {
+                const AudioQueueLevel level = queue->level();
+                EXPECT_DOUBLE_EQ(level.peak, peak);
+                EXPECT_EQ(level.clippedSampleCount, clippedSampleCount);
+            }
+        };
+        const auto expectLevelSize = [&] {
+            for (const auto* const queue : queues) {
+                std::uint32_t size = 0;
+                EXPECT_EQ(AudioQueueGetPropertySize(queue->get(), kAudioQueueProperty_Level, &size),
+                          noErr);
+                EXPECT_EQ(size, sizeof(AudioQueueLevel));
+                AudioQueueLevel level;
+                --size;
+                EXPECT_EQ(
+                    AudioQueueGetProperty(queue->get(), kAudioQueueProperty_Level, &level, &size),
+                    kAudioQueueErr_InvalidPropertySize);
+            }
         };
         ASSERT_EQ(output.start(), noErr);
         ASSERT_EQ(input.start(), noErr);
         // Nobody has asked, so nothing is measured; to ask for its size is not to ask.
-        std::uint32_t size = 0;
-        for (const auto* const queue : queues) {
-            EXPECT_EQ(AudioQueueGetPropertySize(queue->get(), kAudioQueueProperty_Level, &size),
-                      noErr);
-            EXPECT_EQ(size, sizeof(AudioQueueLevel));
-        }
+        expectLevelSize();
         pass(kind.loud);
-        for (const auto* const queue : queues) {
-            const AudioQueueLevel level = queue->level();
-            EXPECT_EQ(level.peak, 0);
-            EXPECT_EQ(level.clippedSampleCount, 0U);
-        }
+        expectLevels(0, 0);
         pass(kind.quiet);
-        for (const auto* const queue : queues) {
-            AudioQueueLevel level;
-            size = sizeof(level) - 1;
-            EXPECT_EQ(AudioQueueGetProperty(queue->get(), kAudioQueueProperty_Level, &level, &size),
-                      kAudioQueueErr_InvalidPropertySize);
-            level = queue->level();
-            EXPECT_NEAR(level.peak, kind.quietPeak, 1e-9);
-            EXPECT_EQ(level.clippedSampleCount, 0U);
-        }
+        expectLevelSize();
+        expectLevels(kind.quietPeak, 0);
         pass(kind.loud);
         pass(kind.quiet);
-        for (const auto* const queue : queues) {
-            EXPECT_EQ(queue->level().peak, 1);
-            const AudioQueueLevel sinceThen = queue->level();
-            EXPECT_EQ(sinceThen.peak, 0);
-            EXPECT_EQ(sinceThen.clippedSampleCount, 240U);
-        }
+        expectLevels(1, 240);
+        expectLevels(0, 240);
         // The counts of a run can be read until the next one begins.
         device.advance(0.005, settleQueues);
         EXPECT_EQ(output.interruptionCount(), 1U);
@@ -247,9 +231,7 @@ TEST(AudioQueue, tellsHowLoudItsAudioIs) {
         EXPECT_EQ(output.interruptionCount(), 1U);
         ASSERT_EQ(output.start(), noErr);
         ASSERT_EQ(input.start(), noErr);
-        for (const auto* const queue : queues) {
-            EXPECT_EQ(queue->level().clippedSampleCount, 0U);
-        }
+        expectLevels(0, 0);
         EXPECT_EQ(output.interruptionCount(), 0U);
     }
 }
@@ -275,7 +257,7 @@ TEST(AudioQueue, refusesFormatsWhenItIsMade) {
         change([](auto& format) { format.mFormatFlags |= kAudioFormatFlagIsNonInterleaved; }),
         pcmFormat(48000, 1, 16, kFloat),
         sbcFormat(16000, 1, 0, 60),
-        withID(pcmFormat(48000, 1), fourCharCode("what")),
+        change([](auto& format) { format.mFormatID = fourCharCode("what"); }),
     };
     for (const AudioStreamBasicDescription& format : formats) {
         AudioQueueRef queue = nullptr;
@@ -342,17 +324,9 @@ TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
     EXPECT_EQ(AudioQueueGetPropertySize(input.get(), kAudioQueueProperty_MagicCookie, &size),
               noErr);
     EXPECT_EQ(size, 0U);
-    AudioStreamBasicDescription described;
-    size = sizeof(described);
-    EXPECT_EQ(AudioQueueGetProperty(input.get(), kAudioQueueProperty_StreamDescription, &described,
-                                    &size),
-              noErr);
-    EXPECT_EQ(described, format);
-    size = sizeof(value);
-    EXPECT_EQ(AudioQueueGetProperty(input.get(), kAudioQueueProperty_MaximumOutputPacketSize,
-                                    &value, &size),
-              noErr);
-    EXPECT_EQ(value, 4U);
+    EXPECT_EQ(input.property<AudioStreamBasicDescription>(kAudioQueueProperty_StreamDescription),
+              format);
+    EXPECT_EQ(input.property<std::uint32_t>(kAudioQueueProperty_MaximumOutputPacketSize), 4U);
 }
 
 TEST(AudioQueue, aStartThatFailsLosesNothing) {
@@ -395,7 +369,6 @@ TEST(AudioQueue, runsUntilItsDeviceIsClosed) {
 
 TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
     VirtualDevice device;
-    const ProbedDevice probed(device);
     // That the counters count.
     RealTimeProbe::reset();
     {
@@ -446,17 +419,13 @@ TEST(AudioQueue, usesTheDispatchQueueThatItWasGiven) {
             work_.push_back(std::move(work));
         }
         void run() {
-            for (std::vector<std::function<void()>> now;; now.clear()) {
-                {
-                    const std::lock_guard lock(mutex_);
-                    now.swap(work_);
-                }
-                if (now.empty()) {
-                    return;
-                }
-                for (const auto& work : now) {
-                    work();
-                }
+            std::vector<std::function<void()>> now;
+            {
+                const std::lock_guard lock(mutex_);
+                now.swap(work_);
+            }
+            for (const auto& work : now) {
+                work();
             }
         }
 
@@ -550,28 +519,13 @@ TEST(AudioQueue, aStopTakesWhatTheDeviceHoldsBackForALateCallback) {
 
 #ifdef ZAV_HAS_FFMPEG
 
-/// Two seconds of tone in a stream of frames, by ffmpeg.
-Bytes encodedTone(const std::string& options) {
-    const std::string output =
-        outputOf("ffmpeg -nostdin -v error -f lavfi -i sine=r=48000:d=2 -ac 2 " + options + " -");
-    const auto bytes = std::as_bytes(std::span(output));
-    return {bytes.begin(), bytes.end()};
-}
-
-AudioStreamBasicDescription encodedFormat(std::uint32_t formatID) {
-    AudioStreamBasicDescription format;
-    format.mFormatID = formatID;
-    format.mSampleRate = 48000;
-    format.mChannelsPerFrame = 2;
-    return format;
-}
-
 TEST(AudioQueue, playsWhatItsDecoderHoldsAtAStopAlsoWhenItPausedForWantOfAudio) {
     enum class Pause { none, beforeStop, afterStop };
+    const Bytes bytes = bytesOutputOf(
+        "ffmpeg -nostdin -v error -f lavfi -i sine=r=48000:d=2 -ac 2 -c:a ac3 -f ac3 -");
     for (const Pause pause : {Pause::none, Pause::beforeStop, Pause::afterStop}) {
         VirtualDevice device;
-        OutputUnderTest queue(encodedFormat(kAudioFormatAC3));
-        const Bytes bytes = encodedTone("-c:a ac3 -f ac3");
+        OutputUnderTest queue(compressedFormat(kAudioFormatAC3, 48000, 2));
         for (std::size_t at = 0; at < bytes.size(); at += 5000) {
             queue.enqueue(&bytes[at], std::min<std::size_t>(5000, bytes.size() - at));
         }
@@ -632,8 +586,8 @@ TEST(AudioQueue, losesNothingOfWhatIsDecodedWhenTheStreamGoesOnAfterAStop) {
 
 TEST(AudioQueue, tellsOfCookiesWhatIsWrongWithThem) {
     VirtualDevice device;
-    OutputUnderTest aac(encodedFormat(kAudioFormatMPEG4AAC));
-    OutputUnderTest ac3(encodedFormat(kAudioFormatAC3));
+    OutputUnderTest aac(compressedFormat(kAudioFormatMPEG4AAC, 48000, 2));
+    OutputUnderTest ac3(compressedFormat(kAudioFormatAC3, 48000, 2));
     const std::uint32_t junk = 0xFFFFFFFF;
     EXPECT_EQ(AudioQueueSetProperty(aac.get(), kAudioQueueProperty_MagicCookie, &junk, 4),
               kAudioQueueErr_InvalidPropertyValue);
@@ -643,7 +597,7 @@ TEST(AudioQueue, tellsOfCookiesWhatIsWrongWithThem) {
 
 TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
     VirtualDevice device;
-    InputUnderTest queue(encodedFormat(kAudioFormatFLAC));
+    InputUnderTest queue(compressedFormat(kAudioFormatFLAC, 48000, 2));
     std::atomic<bool> isOver = false;
     // The encoder is made anew at every stop.
     std::thread reader([&] {
@@ -652,18 +606,10 @@ TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
             EXPECT_EQ(
                 AudioQueueGetPropertySize(queue.get(), kAudioQueueProperty_MagicCookie, &size),
                 noErr);
-            std::uint32_t packetSize = 0;
-            size = sizeof(packetSize);
-            EXPECT_EQ(
-                AudioQueueGetProperty(queue.get(), kAudioQueueProperty_MaximumOutputPacketSize,
-                                      &packetSize, &size),
-                noErr);
-            EXPECT_GT(packetSize, 0U);
-            AudioStreamBasicDescription format;
-            size = sizeof(format);
-            EXPECT_EQ(AudioQueueGetProperty(queue.get(), kAudioQueueProperty_StreamDescription,
-                                            &format, &size),
-                      noErr);
+            EXPECT_GT(queue.property<std::uint32_t>(kAudioQueueProperty_MaximumOutputPacketSize),
+                      0U);
+            const auto format =
+                queue.property<AudioStreamBasicDescription>(kAudioQueueProperty_StreamDescription);
             EXPECT_GT(format.mFramesPerPacket, 0U);
         }
     });
@@ -713,81 +659,49 @@ TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
             isHeardInOrder = isHeardInOrder && std::memcmp(audio.data() + i, &heard, 2) == 0;
         }
     });
-    std::int16_t said = 1;
-    device.setSpeaking([&](std::span<std::byte> captured) {
-        for (std::size_t i = 0; i < captured.size(); i += 2, ++said) {
-            std::memcpy(captured.data() + i, &said, 2);
-        }
-    });
-
+    sayCounting(device);
     // What is captured is played: 0.5 s of delay, as in an application.
-    const AudioStreamBasicDescription format = pcmFormat(kSpeechRate, 1);
-    AudioQueueRef output = nullptr;
-    AudioQueueRef input = nullptr;
     std::mutex mutex;
     std::vector<AudioQueueBufferRef> idle;
-    ASSERT_EQ(AudioQueueNewOutputWithDispatchQueue(
-                  &output, &format, 0,
-                  &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated),
-                  [&](AudioQueueRef, AudioQueueBufferRef buffer) {
-                      const std::lock_guard lock(mutex);
-                      idle.push_back(buffer);
-                  }),
-              noErr);
-    const std::function<void(AudioQueueBufferRef)> play = [&](AudioQueueBufferRef captured) {
-        AudioQueueBufferRef buffer = nullptr;
-        {
-            const std::lock_guard lock(mutex);
-            if (!idle.empty()) {
+    OutputUnderTest output(pcmFormat(kSpeechRate, 1));
+    output.onReturn = [&](AudioQueueBufferRef buffer) {
+        const std::lock_guard lock(mutex);
+        idle.push_back(buffer);
+        output.forget();
+    };
+    InputUnderTest input(pcmFormat(kSpeechRate, 1));
+    input.onReturn = [&](AudioQueueBufferRef captured) {
+        if (captured->mAudioDataByteSize > 0) {
+            AudioQueueBufferRef buffer = nullptr;
+            {
+                const std::lock_guard lock(mutex);
+                if (idle.empty()) {
+                    idle.push_back(output.allocate(16000));
+                }
                 buffer = idle.back();
                 idle.pop_back();
             }
+            std::memcpy(buffer->mAudioData, captured->mAudioData, captured->mAudioDataByteSize);
+            buffer->mAudioDataByteSize = captured->mAudioDataByteSize;
+            EXPECT_EQ(AudioQueueEnqueueBuffer(output.get(), buffer, 0, nullptr), noErr);
         }
-        if (buffer == nullptr) {
-            ASSERT_EQ(AudioQueueAllocateBuffer(output, 16000, &buffer), noErr);
-        }
-        std::memcpy(buffer->mAudioData, captured->mAudioData, captured->mAudioDataByteSize);
-        buffer->mAudioDataByteSize = captured->mAudioDataByteSize;
-        ASSERT_EQ(AudioQueueEnqueueBuffer(output, buffer, 0, nullptr), noErr);
+        EXPECT_EQ(AudioQueueEnqueueBuffer(input.get(), captured, 0, nullptr), noErr);
+        input.forget();
     };
-    const auto callback = [](void* userData, AudioQueueRef queue, AudioQueueBufferRef buffer,
-                             const AudioTimeStamp*, std::uint32_t,
-                             const AudioStreamPacketDescription*) {
-        if (buffer->mAudioDataByteSize > 0) {
-            (*static_cast<const std::function<void(AudioQueueBufferRef)>*>(userData))(buffer);
-        }
-        EXPECT_EQ(AudioQueueEnqueueBuffer(queue, buffer, 0, nullptr), noErr);
-    };
-    ASSERT_EQ(
-        AudioQueueNewInput(&format, callback, const_cast<void*>(static_cast<const void*>(&play)),
-                           nullptr, nullptr, 0, &input),
-        noErr);
-    for (int i = 0; i < 3; ++i) {
-        AudioQueueBufferRef buffer = nullptr;
-        ASSERT_EQ(AudioQueueAllocateBuffer(input, 16000, &buffer), noErr);
-        ASSERT_EQ(AudioQueueEnqueueBuffer(input, buffer, 0, nullptr), noErr);
-    }
-    ASSERT_EQ(AudioQueueStart(input, nullptr), noErr);
-    const auto advance = [&](double seconds) {
-        device.advance(seconds, [&] { settle({input, output}); });
-    };
-    advance(1.02);
-    ASSERT_EQ(AudioQueueStart(output, nullptr), noErr);
-    advance(3600);
+    input.enqueue(3, 16000);
+    ASSERT_EQ(input.start(), noErr);
+    device.advance(1.02, settleQueues);
+    ASSERT_EQ(output.start(), noErr);
+    device.advance(3600, settleQueues);
     const std::size_t memoryAfterAnHour = mallinfo2().uordblks;
-    advance((kHours - 1) * 3600);
+    device.advance((kHours - 1) * 3600, settleQueues);
 
-    AudioTimeStamp now;
-    ASSERT_EQ(AudioQueueGetCurrentTime(input, nullptr, &now, nullptr), noErr);
-    EXPECT_NEAR(now.mSampleTime, (kHours * 3600 + 1.02) * kSpeechRate, 1);
-    ASSERT_EQ(AudioQueueGetCurrentTime(output, nullptr, &now, nullptr), noErr);
-    EXPECT_NEAR(now.mSampleTime, kHours * 3600 * kSpeechRate, 1);
-    EXPECT_EQ(heardBytes, 2 * static_cast<std::uint64_t>(now.mSampleTime));
+    EXPECT_NEAR(input.currentFrame(), (kHours * 3600 + 1.02) * kSpeechRate, 1);
+    EXPECT_NEAR(output.currentFrame(), kHours * 3600 * kSpeechRate, 1);
+    EXPECT_EQ(heardBytes, 2 * static_cast<std::uint64_t>(output.currentFrame()));
     EXPECT_TRUE(isHeardInOrder);
     EXPECT_LE(idle.size(), 4U);
     EXPECT_LT(mallinfo2().uordblks, memoryAfterAnHour + 65536);
-    ASSERT_EQ(AudioQueueDispose(input, true), noErr);
-    ASSERT_EQ(AudioQueueDispose(output, true), noErr);
 }
 
 }  // namespace

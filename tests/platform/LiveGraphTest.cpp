@@ -18,21 +18,12 @@
 #include "tests/support/Formats.hpp"
 #include "tests/support/QueueUnderTest.hpp"
 #include "tests/support/RecordingSink.hpp"
-#include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
 #include "tests/support/VirtualDevice.hpp"
+#include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
 namespace {
-
-/// Says these bytes once, then silence.
-std::function<void(std::span<std::byte>)> saying(const Bytes& audio) {
-    return [&audio, said = std::size_t{0}](std::span<std::byte> captured) mutable {
-        const std::size_t size = std::min(captured.size(), audio.size() - said);
-        std::copy_n(audio.begin() + static_cast<std::ptrdiff_t>(said), size, captured.begin());
-        said += size;
-    };
-}
 
 class LiveGraph : public ::testing::Test {
  protected:
@@ -44,37 +35,6 @@ class LiveGraph : public ::testing::Test {
     DiagnosticsLines lines_;
     VirtualDevice device_;
 };
-
-TEST_F(LiveGraph, aMinuteOfSpeechIsEncodedOnceByteForByte) {
-    constexpr std::size_t kSpeechRate = 16000;
-    constexpr std::size_t kSeconds = 60;
-    const Bytes audio = testPcm(kSpeechRate * kSeconds);
-    device_.setSpeaking(saying(audio));
-    auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
-    const auto source = makeNode<RecordSource>(pcmFormat(kSpeechRate, 1));
-    ASSERT_EQ(source->queueBufferSize(), 16000U);
-    const auto aligner =
-        makeNode<FrameAligner>(source, FrameAligner::bytesPerSbcFrame(*configuration));
-    const auto encoder = makeNode<SBCEncoder>(aligner, configuration);
-    const auto sink = makeNode<RecordingSink>(encoder);
-
-    source->record();
-    pass(kSeconds + 1, {source->audioQueueRef()});
-    EXPECT_NEAR(source->timeStamp(), kSeconds + 1, 1e-9);
-    std::atomic<bool> isComplete = false;
-    source->stop([&] { isComplete = true; });
-    settle({source->audioQueueRef()});
-    EXPECT_TRUE(isComplete);
-    EXPECT_FALSE(source->isRecording());
-    EXPECT_EQ(sink->calls.front(), "start");
-    EXPECT_EQ(sink->calls.back(), "end");
-
-    Bytes encoded = sink->allBytes();
-    const Bytes wanted = SbcLoop(*configuration).encode(audio);
-    ASSERT_GE(encoded.size(), wanted.size());
-    encoded.resize(wanted.size());
-    EXPECT_EQ(encoded, wanted);
-}
 
 TEST_F(LiveGraph, whatIsPushedIsHeardExactlyAlsoAcrossSelfPauses) {
     std::mt19937 random(1);
@@ -207,7 +167,8 @@ TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
     }
     isOver = true;
     clock.join();
-    EXPECT_EQ(device_.openStreamCount(), 0U);
+    // A sink may be at its end in the handler, which held it last.
+    EXPECT_TRUE(waitFor([&] { return device_.openStreamCount() == 0; }));
 }
 
 }  // namespace

@@ -15,25 +15,18 @@ TEST(MissingModule, leavesPcmAndSbcAndRefusesTheRest) {
     const TemporaryFolder folder;
     OpenFile file;
     for (const char* const start : {"OggS", "fLaC", "ID3\4", "caff"}) {
-        std::vector<std::byte> bytes;
-        for (int i = 0; i < 4; ++i) {
-            bytes.push_back(static_cast<std::byte>(start[i]));
-        }
-        bytes.resize(100);
-        writeFile(folder / "file", bytes);
-        EXPECT_NE(tryOpen(folder / "file", file), noErr);
+        const std::string text = start + std::string(96, '\0');
+        writeFile(folder / "file", std::as_bytes(std::span(text)));
+        EXPECT_NE(tryOpen(folder / "file", file), noErr) << start;
     }
     writeFile(folder / "flac", std::as_bytes(std::span("fLaC")));
     EXPECT_EQ(tryOpen(folder / "flac", file), kAudioFileUnsupportedFileTypeError);
 
-    AudioStreamBasicDescription format;
-    format.mSampleRate = 44100;
-    format.mChannelsPerFrame = 2;
-    format.mFormatID = kAudioFormatMPEGLayer3;
-    EXPECT_EQ(tryCreate(folder / "mp3", kAudioFileMP3Type, format, file),
+    EXPECT_EQ(tryCreate(folder / "mp3", kAudioFileMP3Type,
+                        compressedFormat(kAudioFormatMPEGLayer3, 44100, 2), file),
               kAudioFileUnsupportedFileTypeError);
-    format.mFormatID = kAudioFormatALAC;
-    EXPECT_EQ(tryCreate(folder / "alac", kAudioFileCAFType, format, file),
+    EXPECT_EQ(tryCreate(folder / "alac", kAudioFileCAFType,
+                        compressedFormat(kAudioFormatALAC, 44100, 2), file),
               kAudioFileUnsupportedDataFormatError);
     EXPECT_FALSE(std::filesystem::exists(folder / "mp3"));
     EXPECT_FALSE(std::filesystem::exists(folder / "alac"));

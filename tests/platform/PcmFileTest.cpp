@@ -23,42 +23,27 @@ class PcmFile : public testing::Test {
     const std::filesystem::path path_ = folder_ / "file";
 };
 
-/// Runs `check` for every type and every encoding that it takes.
-template <class Check>
-void forEachKind(Check check) {
-    for (const PcmFileCase& fileCase : pcmFileCases()) {
-        for (const Encoding& encoding : allEncodings()) {
-            if (fileCase.takes(encoding)) {
-                SCOPED_TRACE(fourCharText(fileCase.type) + " " + encoding.name);
-                check(fileCase.type, encoding);
-            }
-        }
-    }
-}
-
 TEST_F(PcmFile, givesBackEveryByteInEveryKindOfFile) {
-    forEachKind([&](AudioFileTypeID type, const Encoding& encoding) {
+    forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
         for (const std::uint32_t channels : {1U, 2U, 3U}) {
             const auto format = encoding.format(22050, channels);
             const Bytes audio = testBytes(std::size_t{1001} * format.mBytesPerFrame);
             {
-                const OpenFile file = create(path_, type, format);
+                const OpenFile file = create(path_, fileCase.type, format);
                 const std::size_t cut = std::size_t{300} * format.mBytesPerFrame;
                 EXPECT_EQ(write(file, 0, std::span(audio).subspan(0, cut)), noErr);
                 EXPECT_EQ(write(file, 300, std::span(audio).subspan(cut)), noErr);
                 EXPECT_EQ(packetCount(file), 1001U);
             }
             const OpenFile file = open(path_);
-            EXPECT_EQ(property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat),
-                      format);
-            EXPECT_EQ(property<AudioFileTypeID>(file, kAudioFilePropertyFileFormat), type);
+            EXPECT_EQ(formatOf(file), format);
+            EXPECT_EQ(typeOf(file), fileCase.type);
             EXPECT_EQ(packetCount(file), 1001U);
             EXPECT_EQ(property<std::uint64_t>(file, kAudioFilePropertyAudioDataByteCount),
                       audio.size());
             EXPECT_EQ(property<std::uint32_t>(file, kAudioFilePropertyMaximumPacketSize),
                       format.mBytesPerFrame);
-            EXPECT_DOUBLE_EQ(property<double>(file, kAudioFilePropertyEstimatedDuration),
-                             1001 / 22050.0);
+            EXPECT_DOUBLE_EQ(durationOf(file), 1001 / 22050.0);
             EXPECT_EQ(readAll(file), audio);
             // Backwards, over the end, and at the end.
             const auto tail = std::span(audio).last(std::size_t{2} * format.mBytesPerFrame);
@@ -115,13 +100,13 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
 }
 
 TEST_F(PcmFile, leavesSilenceBeforeAPacketBeyondTheEnd) {
-    forEachKind([&](AudioFileTypeID type, const Encoding& encoding) {
+    forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
         const auto format = encoding.format(8000, 2);
         // More than one step of filling, and not a multiple of it.
         constexpr std::uint32_t kGap = 50001;
         const Bytes audio = testBytes(std::size_t{10} * format.mBytesPerFrame);
         {
-            const OpenFile file = create(path_, type, format);
+            const OpenFile file = create(path_, fileCase.type, format);
             EXPECT_EQ(write(file, kGap, audio), noErr);
         }
         const OpenFile file = open(path_);
@@ -140,20 +125,15 @@ TEST_F(PcmFile, leavesSilenceBeforeAPacketBeyondTheEnd) {
 }
 
 TEST_F(PcmFile, overwritesWhatIsThereAndGoesOnAtTheEnd) {
-    const auto format = pcmFormat(8000, 1);
     {
-        const OpenFile file = create(path_, kAudioFileWAVEType, format);
+        const OpenFile file = create(path_, kAudioFileWAVEType, pcmFormat(8000, 1));
         EXPECT_EQ(write(file, 0, Bytes(20, std::byte{1})), noErr);
         EXPECT_EQ(write(file, 8, Bytes(8, std::byte{2})), noErr);
         EXPECT_EQ(write(file, 1, Bytes(2, std::byte{3})), noErr);
         EXPECT_EQ(packetCount(file), 12U);
     }
-    const Bytes all = readAll(open(path_));
-    ASSERT_EQ(all.size(), 24U);
-    EXPECT_EQ(all[1], std::byte{1});
-    EXPECT_EQ(all[2], std::byte{3});
-    EXPECT_EQ(all[15], std::byte{1});
-    EXPECT_EQ(all[23], std::byte{2});
+    EXPECT_EQ(readAll(open(path_)),
+              bytesFrom({1, 1, 3, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2}));
 }
 
 TEST_F(PcmFile, countsPacketsByBytes) {
@@ -205,7 +185,7 @@ class KilledWriter : public PcmFile, public testing::WithParamInterface<int> {};
 
 TEST_P(KilledWriter, leavesAFileThatIsReadableUpToTheLastSecond) {
     constexpr std::uint32_t kRate = 8000;
-    forEachKind([&](AudioFileTypeID type, const Encoding& encoding) {
+    forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
         const auto format = encoding.format(kRate, 4);
         const std::size_t chunkSize = std::size_t{100} * format.mBytesPerFrame;
         // 4.4 seconds, of any volume: behind an old header, quiet audio looks like many small
@@ -217,8 +197,8 @@ TEST_P(KilledWriter, leavesAFileThatIsReadableUpToTheLastSecond) {
         const pid_t writer = ::fork();
         if (writer == 0) {
             AudioFileID file = nullptr;
-            bool isGood = AudioFileCreateWithURL(path_, type, &format, kAudioFileFlags_EraseFile,
-                                                 &file) == noErr;
+            bool isGood = AudioFileCreateWithURL(path_, fileCase.type, &format,
+                                                 kAudioFileFlags_EraseFile, &file) == noErr;
             for (std::size_t i = 0; isGood && i < 355; ++i) {
                 std::uint32_t packets = 100;
                 isGood = AudioFileWritePackets(file, false, static_cast<std::uint32_t>(chunkSize),
@@ -258,62 +238,42 @@ TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
             EXPECT_EQ(cookieSize, 0U);
             EXPECT_EQ(isWritable, 1U);
             // The second one replaces the first, and stays when the header is written again.
-            EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
-                      noErr);
-            EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData,
-                                           static_cast<std::uint32_t>(size), cookie.data()),
-                      noErr);
+            EXPECT_EQ(setCookie(file, testBytes(3)), noErr);
+            EXPECT_EQ(setCookie(file, cookie), noErr);
             EXPECT_EQ(write(file, 50000, audio), noErr);
         }
         const OpenFile file = open(path_);
-        Bytes found(size);
-        auto foundSize = static_cast<std::uint32_t>(size);
-        EXPECT_EQ(AudioFileGetProperty(file.get(), kAudioFilePropertyMagicCookieData, &foundSize,
-                                       found.data()),
-                  noErr);
-        EXPECT_EQ(found, cookie);
+        EXPECT_EQ(cookieOf(file), cookie);
         EXPECT_EQ(packetCount(file), 100000U);
         EXPECT_EQ(read(file, 50000, 50000), audio);
-        EXPECT_EQ(AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
-                  kAudioFilePermissionsError);
+        EXPECT_EQ(setCookie(file, cookie), kAudioFilePermissionsError);
     }
-    for (const PcmFileCase& fileCase : pcmFileCases()) {
-        if (fileCase.type != kAudioFileCAFType) {
-            const OpenFile other = create(path_, fileCase.type, formatFor(fileCase, 8000, 1));
-            EXPECT_EQ(
-                AudioFileSetProperty(other.get(), kAudioFilePropertyMagicCookieData, 3, "abc"),
-                kAudioFileUnsupportedPropertyError)
-                << fourCharText(fileCase.type);
-        }
-    }
+    forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
+        const OpenFile file = create(path_, fileCase.type, encoding.format(8000, 1));
+        EXPECT_EQ(setCookie(file, testBytes(3)),
+                  fileCase.type == kAudioFileCAFType ? noErr : kAudioFileUnsupportedPropertyError);
+    });
 }
 
-TEST_F(PcmFile, withZerosBehindItsAudioIsReadToTheEndOfTheAudio) {
-    const auto format = pcmFormat(8000, 1);
+TEST_F(PcmFile, thatAnotherProgramLeftUnfinishedIsReadToTheEndOfItsAudio) {
     const Bytes audio = testBytes(2000);
-    EXPECT_EQ(write(create(path_, kAudioFileWAVEType, format), 0, audio), noErr);
-    Bytes padded = readFile(path_);
-    padded.resize(padded.size() + 100000);
-    writeFile(path_, padded);
-    EXPECT_EQ(readAll(open(path_)), audio);
-}
-
-TEST_F(PcmFile, ofUnknownLengthIsReadToItsEnd) {
-    // As programs leave it that write into a pipe: all bits set where the size of the audio stands.
-    struct Unknown {
+    struct Case {
         AudioFileTypeID type;
-        std::size_t offset;
-        std::size_t size;
+        std::size_t sizeOffset;  // where the size of the audio stands
+        std::size_t sizeLength;  // 0: it is right
+        std::size_t padding;     // zeros behind the audio
     };
-    for (const Unknown& unknown :
-         {Unknown{kAudioFileWAVEType, 40, 4}, Unknown{kAudioFileCAFType, 4084, 8}}) {
-        const Bytes audio = testBytes(2000);
-        EXPECT_EQ(write(create(path_, unknown.type, pcmFormat(8000, 1)), 0, audio), noErr);
+    for (const Case& test :
+         {Case{kAudioFileWAVEType, 0, 0, 100000},
+          // Of a program that writes into a pipe: all bits are set.
+          Case{kAudioFileWAVEType, 40, 4, 0}, Case{kAudioFileCAFType, 4084, 8, 0}}) {
+        EXPECT_EQ(write(create(path_, test.type, pcmFormat(8000, 1)), 0, audio), noErr);
         Bytes bytes = readFile(path_);
-        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(unknown.offset), unknown.size,
+        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(test.sizeOffset), test.sizeLength,
                     std::byte{0xFF});
+        bytes.resize(bytes.size() + test.padding);
         writeFile(path_, bytes);
-        EXPECT_EQ(readAll(open(path_)), audio) << fourCharText(unknown.type);
+        EXPECT_EQ(readAll(open(path_)), audio) << fourCharText(test.type) << " " << test.sizeOffset;
     }
 }
 

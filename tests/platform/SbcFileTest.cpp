@@ -1,15 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
-#include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
-#include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
-#include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "ZAVAudioStreaming/sinks/FileSink.hpp"
-#include "ZAVAudioStreaming/sources/FileSource.hpp"
 #include "tests/support/AudioFileAccess.hpp"
 #include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestAudio.hpp"
@@ -17,10 +9,10 @@
 namespace zav::test {
 namespace {
 
-using Configuration = SBCCoding::SBCConfiguration;
+using Bytes = std::vector<std::byte>;
 
 Bytes framesWithBitpool(std::uint8_t bitpool, std::size_t frameCount) {
-    Configuration configuration;
+    SBCCoding::SBCConfiguration configuration;
     configuration.bitpool = bitpool;
     return SbcLoop(configuration).encode(testPcm(128 * frameCount));
 }
@@ -34,11 +26,10 @@ class SbcFile : public testing::Test {
 TEST_F(SbcFile, isDescribedByItsFirstFrame) {
     writeFile(path_, framesWithBitpool(32, 1000));
     const OpenFile file = open(path_);
-    EXPECT_EQ(property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat),
-              sbcFormat(16000, 1, 0x00200B00, 72));
-    EXPECT_EQ(property<AudioFileTypeID>(file, kAudioFilePropertyFileFormat), kAudioFileSBCType);
+    EXPECT_EQ(formatOf(file), sbcFormat(16000, 1, 0x00200B00, 72));
+    EXPECT_EQ(typeOf(file), kAudioFileSBCType);
     EXPECT_EQ(packetCount(file), 1000U);
-    EXPECT_EQ(property<double>(file, kAudioFilePropertyEstimatedDuration), 8.0);
+    EXPECT_EQ(durationOf(file), 8.0);
     std::uint32_t size = 0;
     EXPECT_EQ(
         AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData, &size, nullptr),
@@ -46,11 +37,9 @@ TEST_F(SbcFile, isDescribedByItsFirstFrame) {
 }
 
 TEST_F(SbcFile, readsFramesOfDifferentLengths) {
-    Bytes all = framesWithBitpool(32, 900);           // 72 bytes each, over more than one window
-    const Bytes longer = framesWithBitpool(64, 500);  // 136
-    const Bytes shorter = framesWithBitpool(8, 2);    // 24
-    all.insert(all.end(), longer.begin(), longer.end());
-    all.insert(all.end(), shorter.begin(), shorter.end());
+    const Bytes longer = framesWithBitpool(64, 500);              // 136 bytes each
+    const Bytes all = joined({framesWithBitpool(32, 900),         // 72, over more than one window
+                              longer, framesWithBitpool(8, 2)});  // 24
     writeFile(path_, all);
 
     const OpenFile file = open(path_);
@@ -117,64 +106,10 @@ TEST_F(SbcFile, isWrittenFrameByFrameWithoutGaps) {
         EXPECT_EQ(packetCount(file), 12U);
         EXPECT_EQ(property<std::uint32_t>(file, kAudioFilePropertyMaximumPacketSize), 136U);
     }
-    Bytes all = frames;
-    all.insert(all.end(), longer.begin(), longer.end());
-    EXPECT_EQ(readFile(path_), all);
+    EXPECT_EQ(readFile(path_), joined({frames, longer}));
     OpenFile file;
     EXPECT_EQ(tryCreate(path_, kAudioFileSBCType, pcmFormat(16000, 1), file),
               kAudioFileUnsupportedDataFormatError);
-}
-
-TEST_F(SbcFile, cannotTakeASecondFlowWhosePacketsAreNumberedOn) {
-    const Bytes frames = framesWithBitpool(32, 3);
-    const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(sbcFormat(16000, 1, 0x200B00, 72));
-    makeNode<FileSink>(source, path_, kAudioFileSBCType);
-    const auto flow = [&] {
-        source->downstreams().onAudioStreamFlowStart();
-        source->downstreams().receiveAudio(frames.data(), frames.size(), 3, nullptr);
-        source->downstreams().onAudioStreamFlowEnd();
-    };
-    flow();
-    EXPECT_EQ(readFile(path_), frames);
-    EXPECT_DEATH(flow(), "^Fatal error: Writing packets to file failed: 1885563711: ");  // 'pck?'
-}
-
-TEST_F(SbcFile, goesThroughTheNodesAndBack) {
-    const Bytes pcm = testPcm(128 * 50);
-    const auto microphone = makeNode<PeripheralSource>();
-    microphone->setOutDataFormat(pcmFormat(16000, 1));
-    const auto encoder = makeNode<SBCEncoder>(microphone, std::make_shared<Configuration>());
-    const auto fileSink = makeNode<FileSink>(encoder, path_, kAudioFileSBCType);
-    microphone->downstreams().onAudioStreamFlowStart();
-    microphone->downstreams().receiveAudio(pcm.data(), pcm.size(), 128 * 50, nullptr);
-    EXPECT_DOUBLE_EQ(fileSink->estimatedDuration(), 0.4);
-    microphone->downstreams().onAudioStreamFlowEnd();
-
-    const auto source = makeNode<FileSource>(path_);
-    EXPECT_EQ(source->outDataFormat(), encoder->outDataFormat());
-    const auto decoder = makeNode<SBCDecoder>(source);
-    const auto wave = makeNode<FileSink>(decoder, folder_ / "wave", kAudioFileWAVEType);
-    while (source->readPackets(7) > 0) {
-    }
-    EXPECT_EQ(source->progress(), 1.0F);
-    EXPECT_EQ(readAll(open(folder_ / "wave")),
-              SbcLoop(Configuration()).decode(framesWithBitpool(32, 50)));
-}
-
-TEST_F(SbcFile, twoFlowsIntoOnePcmFileLeaveSilenceBeforeTheSecond) {
-    const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(8000, 1));
-    makeNode<FileSink>(source, path_, kAudioFileWAVEType);
-    for (const char letter : {'a', 'b'}) {
-        const Bytes chunk(20, std::byte(letter));
-        source->downstreams().onAudioStreamFlowStart();
-        source->downstreams().receiveAudio(chunk.data(), chunk.size(), 10, nullptr);
-        source->downstreams().onAudioStreamFlowEnd();
-    }
-    Bytes expected(20);
-    expected.resize(40, std::byte{'b'});
-    EXPECT_EQ(readAll(open(path_)), expected);
 }
 
 }  // namespace

@@ -49,12 +49,59 @@ inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
     return file;
 }
 
+/// Opens a file that may be broken. One that is refused is refused for being that.
+inline OpenFile openIfSound(const std::filesystem::path& path) {
+    OpenFile file;
+    const OSStatus status = tryOpen(path, file);
+    EXPECT_TRUE(status == noErr || status == kAudioFileUnsupportedFileTypeError ||
+                status == kAudioFileUnsupportedDataFormatError ||
+                status == kAudioFileInvalidFileError)
+        << statusText(status);
+    return file;
+}
+
+/// Closes a written file; how finishing it went.
+inline OSStatus close(OpenFile& file) {
+    return AudioFileClose(file.release());
+}
+
 template <class Value>
 Value property(const OpenFile& file, AudioFilePropertyID id) {
     Value value{};
     std::uint32_t size = sizeof(value);
     EXPECT_EQ(AudioFileGetProperty(file.get(), id, &size, &value), noErr) << fourCharText(id);
     return value;
+}
+
+inline AudioStreamBasicDescription formatOf(const OpenFile& file) {
+    return property<AudioStreamBasicDescription>(file, kAudioFilePropertyDataFormat);
+}
+
+inline AudioFileTypeID typeOf(const OpenFile& file) {
+    return property<AudioFileTypeID>(file, kAudioFilePropertyFileFormat);
+}
+
+inline double durationOf(const OpenFile& file) {
+    return property<double>(file, kAudioFilePropertyEstimatedDuration);
+}
+
+/// Empty where the file has none.
+inline std::vector<std::byte> cookieOf(const OpenFile& file) {
+    std::uint32_t size = 0;
+    if (AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData, &size, nullptr) !=
+        noErr) {
+        return {};
+    }
+    std::vector<std::byte> cookie(size);
+    EXPECT_EQ(
+        AudioFileGetProperty(file.get(), kAudioFilePropertyMagicCookieData, &size, cookie.data()),
+        noErr);
+    return cookie;
+}
+
+inline OSStatus setCookie(const OpenFile& file, std::span<const std::byte> cookie) {
+    return AudioFileSetProperty(file.get(), kAudioFilePropertyMagicCookieData,
+                                static_cast<std::uint32_t>(cookie.size()), cookie.data());
 }
 
 inline std::uint64_t packetCount(const OpenFile& file) {

@@ -4,9 +4,12 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
-#include <memory>
+#include <filesystem>
+#include <span>
 #include <string>
+#include <vector>
 
 /// Other people's programs, run by the shell.
 namespace zav::test {
@@ -26,6 +29,16 @@ inline std::string outputOf(const std::string& command) {
     }
     EXPECT_EQ(::pclose(pipe), 0) << command << "\n" << output.substr(0, 2000);
     return output;
+}
+
+inline std::vector<std::byte> bytesOutputOf(const std::string& command) {
+    const std::string output = outputOf(command);
+    const auto bytes = std::as_bytes(std::span(output));
+    return {bytes.begin(), bytes.end()};
+}
+
+inline std::string quoted(const std::filesystem::path& path) {
+    return "'" + path.string() + "'";
 }
 
 }  // namespace zav::test

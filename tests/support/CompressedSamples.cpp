@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 
+#include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
 #include "tests/support/Commands.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -15,27 +16,22 @@ std::string ffmpegTo(const std::string& options) {
     return "ffmpeg -nostdin -v error -y -f s16le -ar 44100 -ac 2 -i $IN " + options + " $OUT";
 }
 
-void append(std::vector<std::byte>& bytes, const std::string& text) {
-    for (const char letter : text) {
-        bytes.push_back(static_cast<std::byte>(letter));
-    }
+std::vector<std::byte> text(const std::string& letters) {
+    const auto bytes = std::as_bytes(std::span(letters));
+    return {bytes.begin(), bytes.end()};
 }
 
-void appendBigEndian(std::vector<std::byte>& bytes, std::uint64_t value, int size) {
-    while (size-- > 0) {
-        bytes.push_back(static_cast<std::byte>(value >> (8 * size)));
-    }
+std::vector<std::byte> bigEndian(std::uint64_t value, std::size_t size) {
+    std::vector<std::byte> bytes(size);
+    putBigEndian(bytes, value);
+    return bytes;
 }
 
 /// Frames of 12.2 kbit/s. No packaged program encodes AMR.
 std::vector<std::byte> makeAmr() {
-    constexpr std::byte kFrameHeader{0x3C};
-    std::vector<std::byte> bytes;
-    append(bytes, "#!AMR\n");
+    auto bytes = text("#!AMR\n");
     for (std::uint32_t frame = 0; frame < 140; ++frame) {
-        bytes.push_back(kFrameHeader);
-        const auto content = testBytes(31, frame + 1);
-        bytes.insert(bytes.end(), content.begin(), content.end());
+        bytes = joined({bytes, bytesFrom({0x3C}), testBytes(31, frame + 1)});
     }
     return bytes;
 }
@@ -46,53 +42,28 @@ std::vector<std::byte> makeAacInCaf(std::span<const std::byte> adts) {
     std::vector<std::byte> audio;
     std::vector<std::byte> sizes;
     std::uint64_t count = 0;
-    for (std::size_t at = 0; at + kHeader <= adts.size(); ++count) {
-        const auto byteAt = [&](std::size_t i) {
-            return std::to_integer<std::size_t>(adts[at + i]);
-        };
-        const std::size_t length = (byteAt(3) & 3U) << 11U | byteAt(4) << 3U | byteAt(5) >> 5U;
-        const auto packet = adts.subspan(at + kHeader, length - kHeader);
+    for (; adts.size() >= kHeader; ++count) {
+        const std::size_t length = bigEndianAt(adts.subspan(3, 3)) >> 5U & 0x1FFFU;
+        const auto packet = adts.subspan(kHeader, length - kHeader);
         audio.insert(audio.end(), packet.begin(), packet.end());
-        appendBigEndian(sizes, 0x80U | packet.size() >> 7U, 1);
-        appendBigEndian(sizes, packet.size() & 0x7FU, 1);
-        at += length;
+        const std::size_t size = packet.size();
+        sizes = joined({sizes, bigEndian((size << 1U & 0x7F00U) | 0x8000U | (size & 0x7FU), 2)});
+        adts = adts.subspan(length);
     }
-    std::vector<std::byte> bytes;
-    append(bytes, "caff");
-    appendBigEndian(bytes, 0x00010000, 4);
-    append(bytes, "desc");
-    appendBigEndian(bytes, 32, 8);
-    appendBigEndian(bytes, 0x40E5888000000000, 8);  // 44100
-    append(bytes, "aac ");
-    appendBigEndian(bytes, 0, 4);
-    appendBigEndian(bytes, 0, 4);
-    appendBigEndian(bytes, 1024, 4);
-    appendBigEndian(bytes, 2, 4);
-    appendBigEndian(bytes, 0, 4);
-    append(bytes, "kuki");
-    appendBigEndian(bytes, 36, 8);
+    constexpr std::uint64_t k44100 = 0x40E5888000000000;
+    const auto description =
+        joined({text("desc"), bigEndian(32, 8), bigEndian(k44100, 8), text("aac "), bigEndian(0, 8),
+                bigEndian(1024, 4), bigEndian(2, 4), bigEndian(0, 4)});
     // ES descriptor, decoder configuration, AudioSpecificConfig 12 10; sizes in four bytes, as
     // libavformat insists.
-    appendBigEndian(bytes, 0x0380808022, 5);
-    appendBigEndian(bytes, 0, 3);
-    appendBigEndian(bytes, 0x0480808014, 5);
-    appendBigEndian(bytes, 0x4015, 2);
-    appendBigEndian(bytes, 0, 8);
-    appendBigEndian(bytes, 0, 3);
-    appendBigEndian(bytes, 0x0580808002, 5);
-    appendBigEndian(bytes, 0x1210, 2);
-    appendBigEndian(bytes, 0x060102, 3);
-    append(bytes, "pakt");
-    appendBigEndian(bytes, 24 + sizes.size(), 8);
-    appendBigEndian(bytes, count, 8);
-    appendBigEndian(bytes, count * 1024, 8);
-    appendBigEndian(bytes, 0, 8);
-    bytes.insert(bytes.end(), sizes.begin(), sizes.end());
-    append(bytes, "data");
-    appendBigEndian(bytes, audio.size() + 4, 8);
-    appendBigEndian(bytes, 0, 4);
-    bytes.insert(bytes.end(), audio.begin(), audio.end());
-    return bytes;
+    const auto cookie =
+        joined({text("kuki"), bigEndian(36, 8), bigEndian(0x0380808022, 5), bigEndian(0, 3),
+                bigEndian(0x0480808014, 5), bigEndian(0x4015, 2), bigEndian(0, 11),
+                bigEndian(0x0580808002, 5), bigEndian(0x1210, 2), bigEndian(0x060102, 3)});
+    const auto table = joined({text("pakt"), bigEndian(24 + sizes.size(), 8), bigEndian(count, 8),
+                               bigEndian(count * 1024, 8), bigEndian(0, 8), sizes});
+    return joined({text("caff"), bigEndian(0x00010000, 4), description, cookie, table, text("data"),
+                   bigEndian(audio.size() + 4, 8), bigEndian(0, 4), audio});
 }
 
 }  // namespace

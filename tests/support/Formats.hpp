@@ -35,13 +35,23 @@ inline AudioStreamBasicDescription sbcFormat(double rate, std::uint32_t channels
     return format;
 }
 
-/// An Opus stream's format.
-inline AudioStreamBasicDescription opusFormat(double rate, std::uint32_t channels) {
+/// A compressed stream's format, other than SBC's.
+inline AudioStreamBasicDescription compressedFormat(std::uint32_t formatID, double rate,
+                                                    std::uint32_t channels,
+                                                    std::uint32_t framesPerPacket = 0,
+                                                    std::uint32_t flags = 0) {
     AudioStreamBasicDescription format;
     format.mSampleRate = rate;
-    format.mFormatID = kAudioFormatOpus;
+    format.mFormatID = formatID;
+    format.mFormatFlags = flags;
+    format.mFramesPerPacket = framesPerPacket;
     format.mChannelsPerFrame = channels;
     return format;
+}
+
+/// An Opus stream's format.
+inline AudioStreamBasicDescription opusFormat(double rate, std::uint32_t channels) {
+    return compressedFormat(kAudioFormatOpus, rate, channels);
 }
 
 }  // namespace zav::test

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -52,25 +55,9 @@ struct PcmFileCase {
     std::vector<std::string> encodings;
 
     bool takes(const Encoding& encoding) const {
-        for (const std::string& name : encodings) {
-            if (name == encoding.name) {
-                return true;
-            }
-        }
-        return false;
+        return std::find(encodings.begin(), encodings.end(), encoding.name) != encodings.end();
     }
 };
-
-/// Any format that the type takes.
-inline AudioStreamBasicDescription formatFor(const PcmFileCase& fileCase, double rate,
-                                             std::uint32_t channels) {
-    for (const Encoding& encoding : allEncodings()) {
-        if (fileCase.takes(encoding)) {
-            return encoding.format(rate, channels);
-        }
-    }
-    return {};
-}
 
 inline std::vector<PcmFileCase> pcmFileCases() {
     const std::vector<std::string> little = {"u8",    "s16le", "s24le", "s32le",
@@ -87,6 +74,19 @@ inline std::vector<PcmFileCase> pcmFileCases() {
           "f64le", "alaw", "ulaw"}},
         {kAudioFileNextType, {"s8", "s16be", "s24be", "s32be", "f32be", "f64be", "alaw", "ulaw"}},
     };
+}
+
+/// Runs `check` for every type and every encoding that it takes.
+template <class Check>
+void forEachKind(Check check) {
+    for (const PcmFileCase& fileCase : pcmFileCases()) {
+        for (const Encoding& encoding : allEncodings()) {
+            if (fileCase.takes(encoding)) {
+                SCOPED_TRACE(fourCharText(fileCase.type) + " " + encoding.name);
+                check(fileCase, encoding);
+            }
+        }
+    }
 }
 
 }  // namespace zav::test

@@ -111,6 +111,31 @@ AudioQueueBufferRef QueueUnderTest::allocate(std::uint32_t byteCount) {
     return buffer;
 }
 
+void QueueUnderTest::enqueueFull(AudioQueueBufferRef buffer) {
+    buffer->mAudioDataByteSize = buffer->mAudioDataBytesCapacity;
+    EXPECT_EQ(AudioQueueEnqueueBuffer(queue_, buffer, 0, nullptr), noErr);
+}
+
+std::vector<AudioQueueBufferRef> QueueUnderTest::enqueueNew(std::size_t bufferCount,
+                                                            std::uint32_t byteCount) {
+    std::vector<AudioQueueBufferRef> buffers;
+    while (buffers.size() < bufferCount) {
+        buffers.push_back(allocate(byteCount));
+        std::memset(buffers.back()->mAudioData, 0, byteCount);
+        enqueueFull(buffers.back());
+    }
+    return buffers;
+}
+
+void QueueUnderTest::enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount) {
+    if (again_.empty()) {
+        again_ = enqueueNew(bufferCount, byteCount);
+    } else {
+        std::for_each(again_.begin(), again_.end(),
+                      [this](AudioQueueBufferRef buffer) { enqueueFull(buffer); });
+    }
+}
+
 std::vector<QueueUnderTest::Return> QueueUnderTest::returns() const {
     const std::lock_guard lock(mutex_);
     return returns_;
@@ -174,22 +199,8 @@ OutputUnderTest::OutputUnderTest(const AudioStreamBasicDescription& format,
 AudioQueueBufferRef OutputUnderTest::enqueue(const void* bytes, std::size_t byteCount) {
     AudioQueueBufferRef const buffer = allocate(static_cast<std::uint32_t>(byteCount));
     std::memcpy(buffer->mAudioData, bytes, byteCount);
-    buffer->mAudioDataByteSize = static_cast<std::uint32_t>(byteCount);
-    EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffer, 0, nullptr), noErr);
+    enqueueFull(buffer);
     return buffer;
-}
-
-void OutputUnderTest::enqueueAgain(const std::vector<std::int16_t>& samples) {
-    const auto byteCount = static_cast<std::uint32_t>(samples.size() * sizeof(std::int16_t));
-    if (again_.size() < 2) {
-        again_.push_back(allocate(byteCount));
-    } else {
-        std::swap(again_.front(), again_.back());
-    }
-    AudioQueueBufferRef const buffer = again_.back();
-    std::memcpy(buffer->mAudioData, samples.data(), byteCount);
-    buffer->mAudioDataByteSize = byteCount;
-    EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffer, 0, nullptr), noErr);
 }
 
 InputUnderTest::InputUnderTest(const AudioStreamBasicDescription& format) {
@@ -203,23 +214,6 @@ InputUnderTest::InputUnderTest(const AudioStreamBasicDescription& format) {
     AudioQueueRef queue = nullptr;
     EXPECT_EQ(AudioQueueNewInput(&format, callback, this, nullptr, nullptr, 0, &queue), noErr);
     take(queue);
-}
-
-std::vector<AudioQueueBufferRef> InputUnderTest::enqueue(std::size_t bufferCount,
-                                                         std::uint32_t byteCount) {
-    std::vector<AudioQueueBufferRef> buffers;
-    while (buffers.size() < bufferCount) {
-        buffers.push_back(allocate(byteCount));
-        EXPECT_EQ(AudioQueueEnqueueBuffer(get(), buffers.back(), 0, nullptr), noErr);
-    }
-    return buffers;
-}
-
-void InputUnderTest::enqueueAgain(std::uint32_t byteCount) {
-    if (again_ == nullptr) {
-        again_ = allocate(byteCount);
-    }
-    EXPECT_EQ(AudioQueueEnqueueBuffer(get(), again_, 0, nullptr), noErr);
 }
 
 void InputUnderTest::recycle() {

@@ -30,7 +30,7 @@ class QueueUnderTest {
         std::vector<AudioStreamPacketDescription> descriptions;
     };
 
-    ~QueueUnderTest();
+    virtual ~QueueUnderTest();
 
     AudioQueueRef get() const { return queue_; }
     OSStatus start();
@@ -38,6 +38,12 @@ class QueueUnderTest {
     OSStatus pause();
     void dispose(bool isImmediate = true);
 
+    template <class Value>
+    Value property(AudioQueuePropertyID property) const {
+        Value value{};
+        EXPECT_EQ(readAudioQueueProperty(queue_, property, value), noErr);
+        return value;
+    }
     bool isRunning() const { return isRunning(queue_); }
     double currentFrame() const;
     std::uint32_t interruptionCount() const {
@@ -49,6 +55,10 @@ class QueueUnderTest {
     AudioQueueLevel level() const { return property<AudioQueueLevel>(kAudioQueueProperty_Level); }
 
     AudioQueueBufferRef allocate(std::uint32_t byteCount);
+    /// Allocates buffers, of silence if the queue plays, and enqueues them.
+    std::vector<AudioQueueBufferRef> enqueueNew(std::size_t bufferCount, std::uint32_t byteCount);
+    /// The same with the buffers of the first call at every call, which has to be like the first.
+    void enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount);
     std::vector<Return> returns() const;
     std::size_t returnCount() const;
     std::set<std::thread::id> callbackThreads() const;
@@ -65,19 +75,15 @@ class QueueUnderTest {
               std::vector<AudioStreamPacketDescription> descriptions);
 
     void take(AudioQueueRef queue);
+    void enqueueFull(AudioQueueBufferRef buffer);
 
     bool isInput_ = false;
 
  private:
-    template <class Value>
-    Value property(AudioQueuePropertyID property) const {
-        Value value{};
-        EXPECT_EQ(readAudioQueueProperty(queue_, property, value), noErr);
-        return value;
-    }
     static bool isRunning(AudioQueueRef queue);
 
     AudioQueueRef queue_ = nullptr;
+    std::vector<AudioQueueBufferRef> again_;
     mutable std::mutex mutex_;
     std::vector<Return> returns_;
     std::set<std::thread::id> threads_;
@@ -93,7 +99,6 @@ class OutputUnderTest : public QueueUnderTest {
  public:
     explicit OutputUnderTest(const AudioStreamBasicDescription& format,
                              DispatchQueueRef dispatchQueue = nullptr);
-    ~OutputUnderTest() = default;
 
     /// Allocates a buffer with these bytes, and enqueues it.
     AudioQueueBufferRef enqueue(const void* bytes, std::size_t byteCount);
@@ -101,27 +106,18 @@ class OutputUnderTest : public QueueUnderTest {
     AudioQueueBufferRef enqueue(const std::vector<Sample>& samples) {
         return enqueue(samples.data(), samples.size() * sizeof(Sample));
     }
-    /// Enqueues one of two buffers of the first call's size, in turn.
-    void enqueueAgain(const std::vector<std::int16_t>& samples);
-
- private:
-    std::vector<AudioQueueBufferRef> again_;
 };
 
 class InputUnderTest : public QueueUnderTest {
  public:
     explicit InputUnderTest(const AudioStreamBasicDescription& format);
 
-    /// Enqueues one buffer, the same at every call.
-    void enqueueAgain(std::uint32_t byteCount);
-    /// Allocates buffers and enqueues them.
-    std::vector<AudioQueueBufferRef> enqueue(std::size_t bufferCount, std::uint32_t byteCount);
+    std::vector<AudioQueueBufferRef> enqueue(std::size_t bufferCount, std::uint32_t byteCount) {
+        return enqueueNew(bufferCount, byteCount);
+    }
     /// Enqueues every buffer again when it comes back while the queue runs.
     void recycle();
     std::vector<std::byte> captured() const;
-
- private:
-    AudioQueueBufferRef again_ = nullptr;
 };
 
 }  // namespace zav::test

@@ -42,4 +42,12 @@ inline std::vector<std::byte> bytesFrom(std::initializer_list<unsigned> values) 
     return bytes;
 }
 
+inline std::vector<std::byte> joined(std::initializer_list<std::vector<std::byte>> pieces) {
+    std::vector<std::byte> bytes;
+    for (const auto& piece : pieces) {
+        bytes.insert(bytes.end(), piece.begin(), piece.end());
+    }
+    return bytes;
+}
+
 }  // namespace zav::test

@@ -4,12 +4,20 @@
 #include <cmath>
 #include <utility>
 
+#include "RealTimeProbe.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
 
 namespace zav::test {
 namespace {
 
 constexpr double kStepInSeconds = 0.005;
+
+/// Calls a queue as the device's thread does.
+template <class Call>
+auto onDeviceThread(Call call) {
+    const RealTimeProbe probe;
+    return call();
+}
 
 }  // namespace
 
@@ -27,9 +35,15 @@ class VirtualDevice::Stream {
         step(static_cast<std::size_t>(whole));
     }
     virtual void step(std::size_t frameCount) = 0;
-    virtual void gone() = 0;
+    void gone() {
+        if (!std::exchange(isGone_, true)) {
+            onDeviceThread([this] { tellOfEnd(); });
+        }
+    }
 
  protected:
+    virtual void tellOfEnd() = 0;
+
     VirtualDevice& device_;
     double rate_;
     std::size_t bytesPerFrame_;
@@ -85,20 +99,19 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         played_ += size / bytesPerFrame_;
         const bool isDry = size < frameCount * bytesPerFrame_;
         if (isDry && !std::exchange(isDry_, true)) {
-            client_.ranDry();
+            onDeviceThread([this] { client_.ranDry(); });
         }
         pull();
-        if (client_.mark() <= played_) {
-            client_.played(played_);
-        }
-    }
-    void gone() override {
-        if (!std::exchange(isGone_, true)) {
-            client_.deviceGone();
-        }
+        onDeviceThread([this] {
+            if (client_.mark() <= played_) {
+                client_.played(played_);
+            }
+        });
     }
 
  private:
+    void tellOfEnd() override { client_.deviceGone(); }
+
     void pull() {
         const auto latency = static_cast<std::size_t>(rate_ * kLatencyInSeconds) * bytesPerFrame_;
         if (isGone_ || pulled_.size() >= latency) {
@@ -106,7 +119,8 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         }
         const std::size_t before = pulled_.size();
         pulled_.resize(latency);
-        const std::size_t size = client_.pull(std::span(pulled_).subspan(before));
+        const std::size_t size =
+            onDeviceThread([&] { return client_.pull(std::span(pulled_).subspan(before)); });
         pulled_.resize(before + size);
         isDry_ = isDry_ && size == 0;
     }
@@ -145,16 +159,13 @@ class VirtualDevice::Capture : public CaptureStream, public Stream {
         }
         push();
     }
-    void gone() override {
-        if (!std::exchange(isGone_, true)) {
-            client_.deviceGone();
-        }
-    }
 
  private:
+    void tellOfEnd() override { client_.deviceGone(); }
+
     void push() {
         if (!held_.empty() && !isFinished_) {
-            const std::size_t taken = client_.push(held_);
+            const std::size_t taken = onDeviceThread([this] { return client_.push(held_); });
             held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(taken));
         }
     }
@@ -221,33 +232,28 @@ std::size_t VirtualDevice::openStreamCount() const {
     return streams_.size();
 }
 
-OSStatus VirtualDevice::openingStatus() const {
-    return isPluggedIn_ ? openingStatus_ : kAudioQueueErr_InvalidDevice;
+template <class Made, class Client, class MadeStream>
+OSStatus VirtualDevice::open(const AudioStreamBasicDescription& format, Client& client,
+                             std::unique_ptr<MadeStream>& stream) {
+    auto made = std::make_unique<Made>(*this, format, client);
+    const std::lock_guard lock(mutex_);
+    const OSStatus status = isPluggedIn_ ? openingStatus_ : kAudioQueueErr_InvalidDevice;
+    if (status == noErr) {
+        streams_.push_back(made.get());
+        stream = std::move(made);
+    }
+    return status;
 }
 
 OSStatus VirtualDevice::openPlayback(const AudioStreamBasicDescription& format,
                                      PlaybackClient& client,
                                      std::unique_ptr<PlaybackStream>& stream) {
-    auto made = std::make_unique<Playback>(*this, format, client);
-    const std::lock_guard lock(mutex_);
-    const OSStatus status = openingStatus();
-    if (status == noErr) {
-        streams_.push_back(made.get());
-        stream = std::move(made);
-    }
-    return status;
+    return open<Playback>(format, client, stream);
 }
 
 OSStatus VirtualDevice::openCapture(const AudioStreamBasicDescription& format,
                                     CaptureClient& client, std::unique_ptr<CaptureStream>& stream) {
-    auto made = std::make_unique<Capture>(*this, format, client);
-    const std::lock_guard lock(mutex_);
-    const OSStatus status = openingStatus();
-    if (status == noErr) {
-        streams_.push_back(made.get());
-        stream = std::move(made);
-    }
-    return status;
+    return open<Capture>(format, client, stream);
 }
 
 void VirtualDevice::setOnClosing(std::function<void()> onClosing) {

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -15,7 +14,7 @@ namespace zav::test {
 
 /// A device whose clock a test moves by hand: nothing sounds and nothing is captured but in
 /// `advance`, on the thread that calls it, which plays the device thread's part. It hears what is
-/// played and speaks into what is captured.
+/// played and speaks into what is captured. Its calls of queues are under a `RealTimeProbe`.
 class VirtualDevice : public AudioDevice {
  public:
     /// What a stream pulls ahead of what it plays.
@@ -55,7 +54,9 @@ class VirtualDevice : public AudioDevice {
     class Playback;
     class Capture;
 
-    OSStatus openingStatus() const;
+    template <class Made, class Client, class MadeStream>
+    OSStatus open(const AudioStreamBasicDescription& format, Client& client,
+                  std::unique_ptr<MadeStream>& stream);
     void remove(Stream& stream);
 
     mutable std::mutex mutex_;

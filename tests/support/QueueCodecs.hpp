@@ -1,27 +1,54 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+#include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
+#include "tests/support/Formats.hpp"
 
-/// PCM without a header, on its way to other programs and back, and compared.
+/// What the tests of queues' decoders and encoders share.
 namespace zav::test {
 
-inline std::vector<std::byte> bytesOf(const std::string& text) {
-    const auto bytes = std::as_bytes(std::span(text));
-    return {bytes.begin(), bytes.end()};
+/// The status that a call throws, 0 when it throws none.
+template <class Call>
+OSStatus statusOf(Call call) {
+    try {
+        call();
+    } catch (const AudioFileFailure& failure) {
+        return failure.status();
+    }
+    return noErr;
 }
 
-inline std::string quoted(const std::filesystem::path& path) {
-    return "'" + path.string() + "'";
+/// Decoders or encoders of these formats are made, but not for the rates and channels that none
+/// takes, nor for the formats in `refused`.
+template <class Make>
+void expectRefusals(Make make, std::initializer_list<std::uint32_t> formatIDs,
+                    std::vector<AudioStreamBasicDescription> refused) {
+    for (const std::uint32_t formatID : formatIDs) {
+        EXPECT_EQ(statusOf([&] { make(compressedFormat(formatID, 48000, 2)); }), noErr)
+            << fourCharText(formatID);
+        for (const double rate : {0.0, -8000.0, 7999.0, 44100.5, 192001.0, 1e300, std::nan("")}) {
+            refused.push_back(compressedFormat(formatID, rate, 2));
+        }
+        for (const std::uint32_t channels : {0U, 9U, 0xFFFFFFFFU}) {
+            refused.push_back(compressedFormat(formatID, 48000, channels));
+        }
+    }
+    for (const AudioStreamBasicDescription& format : refused) {
+        EXPECT_EQ(statusOf([&] { make(format); }), kAudioFileUnsupportedDataFormatError)
+            << fourCharText(format.mFormatID) << " " << format.mSampleRate << " "
+            << format.mChannelsPerFrame << " " << format.mFramesPerPacket;
+    }
 }
 
 /// ffmpeg's name for PCM without a header.
