@@ -18,6 +18,7 @@
 #include "tests/support/Formats.hpp"
 #include "tests/support/QueueUnderTest.hpp"
 #include "tests/support/RecordingSink.hpp"
+#include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
 #include "tests/support/VirtualDevice.hpp"
 #include "tests/support/WaitFor.hpp"
@@ -35,6 +36,33 @@ class LiveGraph : public ::testing::Test {
     DiagnosticsLines lines_;
     VirtualDevice device_;
 };
+
+TEST_F(LiveGraph, whatIsSaidIsEncodedOnceByteForByte) {
+    constexpr std::size_t kSeconds = 60;
+    const Bytes audio = testPcm(16000 * kSeconds);
+    device_.setSpeaking([&, said = std::size_t{0}](std::span<std::byte> captured) mutable {
+        const std::size_t size = std::min(captured.size(), audio.size() - said);
+        std::copy_n(&audio[said], size, captured.begin());
+        said = (said + size) % audio.size();
+    });
+    const auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
+    const auto source = makeNode<RecordSource>(pcmFormat(16000, 1));
+    const auto aligner =
+        makeNode<FrameAligner>(source, FrameAligner::bytesPerSbcFrame(*configuration));
+    const auto encoder = makeNode<SBCEncoder>(aligner, configuration);
+    const auto sink = makeNode<RecordingSink>(encoder);
+    source->record();
+    pass(kSeconds + 1, {source->audioQueueRef()});
+    source->stop();
+    settle({source->audioQueueRef()});
+    EXPECT_EQ(sink->calls.back(), "end");
+
+    Bytes encoded = sink->allBytes();
+    const Bytes wanted = SbcLoop(*configuration).encode(audio);
+    ASSERT_GE(encoded.size(), wanted.size());
+    encoded.resize(wanted.size());
+    EXPECT_EQ(encoded, wanted);
+}
 
 TEST_F(LiveGraph, whatIsPushedIsHeardExactlyAlsoAcrossSelfPauses) {
     std::mt19937 random(1);
