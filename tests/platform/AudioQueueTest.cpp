@@ -519,10 +519,14 @@ TEST(AudioQueue, aStopTakesWhatTheDeviceHoldsBackForALateCallback) {
 
 #ifdef ZAV_HAS_FFMPEG
 
+Bytes twoSecondsOfAc3() {
+    return bytesOutputOf(
+        "ffmpeg -nostdin -v error -f lavfi -i sine=r=48000:d=2 -ac 2 -c:a ac3 -b:a 192k -f ac3 -");
+}
+
 TEST(AudioQueue, playsWhatItsDecoderHoldsAtAStopAlsoWhenItPausedForWantOfAudio) {
     enum class Pause { none, beforeStop, afterStop };
-    const Bytes bytes = bytesOutputOf(
-        "ffmpeg -nostdin -v error -f lavfi -i sine=r=48000:d=2 -ac 2 -c:a ac3 -f ac3 -");
+    const Bytes bytes = twoSecondsOfAc3();
     for (const Pause pause : {Pause::none, Pause::beforeStop, Pause::afterStop}) {
         VirtualDevice device;
         OutputUnderTest queue(compressedFormat(kAudioFormatAC3, 48000, 2));
@@ -558,7 +562,7 @@ TEST(AudioQueue, losesNothingOfWhatIsDecodedWhenTheStreamGoesOnAfterAStop) {
         // Called off while a frame is begun.
         VirtualDevice device;
         OutputUnderTest queue(pcmFormat(48000, 1, 64, kFloat));
-        const Bytes stream = repeated(bytesOfValue(0.25), 960);
+        const Bytes stream = repeated(bytesOfValue(0.25), 960 * sizeof(double));
         queue.enqueue(stream.data(), 1003);
         ASSERT_EQ(queue.start(), noErr);
         ASSERT_EQ(queue.stop(false), noErr);
@@ -567,12 +571,12 @@ TEST(AudioQueue, losesNothingOfWhatIsDecodedWhenTheStreamGoesOnAfterAStop) {
         ASSERT_EQ(queue.stop(false), noErr);
         device.advance(0.1, settleQueues);
         EXPECT_FALSE(queue.isRunning());
-        EXPECT_EQ(device.heard(), repeated(bytesOfValue(0.25F), 960));
+        EXPECT_EQ(device.heard(), repeated(bytesOfValue(0.25F), 960 * sizeof(float)));
     }
     // Enqueued before the stop is over.
     VirtualDevice device;
-    OutputUnderTest queue(encodedFormat(kAudioFormatAC3));
-    const Bytes stream = encodedTone("-c:a ac3 -b:a 192k -f ac3");
+    OutputUnderTest queue(compressedFormat(kAudioFormatAC3, 48000, 2));
+    const Bytes stream = twoSecondsOfAc3();
     constexpr std::size_t kPacketBytes = 768;
     queue.enqueue(stream.data(), 10 * kPacketBytes);
     ASSERT_EQ(queue.start(), noErr);

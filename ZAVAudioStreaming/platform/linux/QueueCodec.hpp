@@ -77,7 +77,7 @@ class QueueEncoder {
     virtual void encode(std::span<const std::byte> pcm, EncodedPackets& packets) = 0;
 
     /// Capture ends here: appends what is left, the last packet filled up with silence where the
-    /// codec cannot make a short one. A new stream can follow.
+    /// codec cannot make one so short. A new stream can follow.
     virtual void finish(EncodedPackets& packets) = 0;
 };
 

@@ -276,8 +276,19 @@ void FfmpegEncoder::append(const AVPacket& packet, EncodedPackets& packets) cons
     packets.bytes.insert(packets.bytes.end(), bytes.begin(), bytes.end());
 }
 
+/// libavcodec (5.1) ends the process when it writes a packet of very few frames for several groups
+/// of channels: it reckons room for the heads of one group.
+void FfmpegEncoder::lengthenRemainder() {
+    constexpr std::uint32_t kChannelsInGroup = 2;
+    constexpr std::size_t kSafeFrameCount = 16;
+    if (context_->codec_id == AV_CODEC_ID_ALAC && pcmFormat_.mChannelsPerFrame > kChannelsInGroup) {
+        remainder_.resize(std::max(remainder_.size(), kSafeFrameCount * pcmFormat_.mBytesPerFrame));
+    }
+}
+
 void FfmpegEncoder::finish(EncodedPackets& packets) {
     if (!remainder_.empty()) {
+        lengthenRemainder();
         encodePacket(remainder_, packets);
         remainder_.clear();
     }

@@ -41,6 +41,7 @@ class FfmpegEncoder : public QueueEncoder {
  private:
     void open();
     void encodePacket(std::span<const std::byte> pcm, EncodedPackets& packets);
+    void lengthenRemainder();
     void send(const AVFrame* frame, EncodedPackets& packets);
     void takeCookie(const AVPacket& packet);
     void append(const AVPacket& packet, EncodedPackets& packets) const;
