@@ -76,17 +76,21 @@ noise() { # FRAMES NAME
 }
 noise 144000 long
 noise 48001 second
+sox -D second.wav second.aiff  # with the high bytes first
 noise 100 short
-plays_exactly() { # NAME [OPTION...]
+sox -R -n -b 16 -r 48000 -c 1 mono.wav synth 30000s whitenoise vol 0.5
+sox -D mono.wav -t raw mono.raw remix 1 1
+plays_exactly() { # NAME.TYPE [OPTION...]
     listen_to_speaker heard.raw
-    "$ZAV" play "${@:2}" "$1.wav" || return 1
+    "$ZAV" play "${@:2}" "$1" || return 1
     until_silent_behind heard.raw
     stop_last TERM || true
-    cmp -s <(without_silence heard.raw 4) <(without_silence "$1.raw" 4)
+    cmp -s <(without_silence heard.raw 4) <(without_silence "${1%.*}.raw" 4)
 }
-in_some_try plays_exactly long
-in_some_try plays_exactly second --delay 0.6
-in_some_try plays_exactly short
+in_some_try plays_exactly long.wav
+in_some_try plays_exactly second.aiff --delay 0.6
+in_some_try plays_exactly short.wav
+in_some_try plays_exactly mono.wav
 
 # --- record: what is played into the microphone.
 record() { # FILE [OPTION...]: in the background, until there is audio

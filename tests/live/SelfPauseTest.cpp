@@ -26,20 +26,20 @@ class SelfPause : public testing::TestWithParam<const char*> {
 
 TEST_P(SelfPause, isHeardAsSilenceAndNothingElse) {
     constexpr std::uint32_t kBytesPerFrame = 4;
-    constexpr int kBurstCount = 12;
+    constexpr int kBurstCount = 8;
     DiagnosticsLines lines;
     SpeakerRecorder recorder;
     const auto source = makeNode<PeripheralSource>();
     source->setOutDataFormat(pcmFormat(48000, 2));
     const auto sink = makeNode<PlaybackSink>(source);
-    sink->setQueueBufferSize(2400 * kBytesPerFrame);
-    sink->autoPlay(0.1);
+    sink->setQueueBufferSize(480 * kBytesPerFrame);
+    sink->autoPlay(0.05);
 
     std::minstd_rand random(1);
     std::size_t sampleCount = 0;
     source->downstreams().onAudioStreamFlowStart();
     for (int burst = 0; burst < kBurstCount; ++burst) {
-        const std::size_t frameCount = 6000 + random() % 9000;
+        const std::size_t frameCount = 3000 + random() % 4000;
         const auto samples = rampSamples(2 * frameCount, sampleCount);
         sampleCount += samples.size();
         source->downstreams().receiveAudio(samples.data(), frameCount * kBytesPerFrame, frameCount,

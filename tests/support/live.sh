@@ -61,7 +61,7 @@ tone_in_hz=1130
 # The microphone hears the tone from now on.
 tone_in_microphone() {
     sox -n -r 48000 -c 1 -b 16 tone.wav synth 120 sine "$tone_in_hz" gain -6
-    in_background paplay --device=mic --latency-msec=100 tone.wav
+    in_background paplay --device=mic tone.wav
     in_background parec --device=mic.monitor --raw --latency-msec=20 >microphone.raw
     has_tone() { [ -n "$(head -c 1000000 microphone.raw | tr -d '\0' | head -c 1000 | tr '\0' x)" ]; }
     until_true has_tone
