@@ -23,8 +23,8 @@ namespace zav {
 /// Nothing plays until `play`, or until `autoPlay` has let enough audio gather. A queue that runs
 /// dry is paused, and goes on with the next buffer that it is given. At flow end what is left is
 /// played and the queue stops by itself. When the device goes away the queue stops as well: chunks
-/// then gather in memory until the application plays again. A sink that was `paused` at a stop needs
-/// no call: its next buffer starts the queue.
+/// then gather in memory until the application plays again. A sink that was `paused` at a stop
+/// needs no call: its next buffer starts the queue.
 ///
 /// Every buffer is enqueued with the packet descriptions of the chunk that filled it up, unchanged.
 /// For packets of varying size, push chunks that fill one buffer each; packets of constant size do

@@ -202,14 +202,16 @@ void PulsePlayback::stoodStill() {
 void PulsePlayback::writeSilence() {
     const pa_buffer_attr* const sizes = pa_stream_get_buffer_attr(stream());
     if (endsInSilence()) {
-        if ((silence_.end - silence_.begin) * frameBytes() >= sizes->tlength) {
+        if ((lastSilence_.end - lastSilence_.begin) * frameBytes() >= sizes->tlength) {
             return;
         }
-    } else if (silence_.end > serverPosition()) {
-        // Positions are told with one piece in mind.
+    } else if (silenceBefore_.end > serverPosition()) {
+        // It sounds still, and will be over soon: the server has taken it for certain.
         return;
     } else {
-        silence_ = {written_, written_, silence_.before + silence_.end - silence_.begin};
+        olderSilence_ += silenceBefore_.end - silenceBefore_.begin;
+        silenceBefore_ = lastSilence_;
+        lastSilence_ = {written_, written_};
     }
     // No server works in blocks that are longer.
     std::size_t leftBytes = sizes->tlength;
@@ -223,7 +225,7 @@ void PulsePlayback::writeSilence() {
         std::fill_n(static_cast<std::byte*>(memory), bytes, format().silence);
         pa_stream_write(stream(), memory, bytes, nullptr, 0, PA_SEEK_RELATIVE);
         written_ += bytes / frameBytes();
-        silence_.end = written_;
+        lastSilence_.end = written_;
         leftBytes -= bytes;
     }
 }
@@ -306,8 +308,10 @@ std::uint64_t PulsePlayback::serverPosition() const {
 }
 
 std::uint64_t PulsePlayback::clientFrame(std::uint64_t position) const {
-    const std::uint64_t silent =
-        silence_.before + std::clamp(position, silence_.begin, silence_.end) - silence_.begin;
+    std::uint64_t silent = olderSilence_;
+    for (const Silence& silence : {silenceBefore_, lastSilence_}) {
+        silent += std::clamp(position, silence.begin, silence.end) - silence.begin;
+    }
     return position - std::min(position, silent);
 }
 

@@ -42,11 +42,10 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t framesPlayed() override;
 
  private:
-    /// Positions in what was written, in frames: the client's audio and one piece of silence.
+    /// Positions in what was written, in frames: the client's audio and pieces of silence.
     struct Silence {
         std::uint64_t begin = 0;
         std::uint64_t end = 0;
-        std::uint64_t before = 0;  ///< frames of silence before this piece
     };
 
     void opened() override;
@@ -78,8 +77,8 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
 
     std::uint64_t serverPosition() const;
     std::uint64_t clientFrame(std::uint64_t position) const;
-    bool endsInSilence() const { return silence_.end == written_; }
-    std::uint64_t audioEnd() const { return endsInSilence() ? silence_.begin : written_; }
+    bool endsInSilence() const { return lastSilence_.end == written_; }
+    std::uint64_t audioEnd() const { return endsInSilence() ? lastSilence_.begin : written_; }
 
     PlaybackClient& client_;
     /// Not null when the client's samples are of 8 bits, and those that are written of 16.
@@ -92,8 +91,12 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     bool isDry_ = true;     ///< the server says that it stands still
 
     std::uint64_t written_ = 0;
-    Silence silence_;
-    std::uint64_t pulled_ = 0;  ///< the client's frames, as are those below
+    // Of a piece of silence the server leaves what is no whole block, until something follows: the
+    // one before may be needed as well to tell positions by.
+    Silence lastSilence_;
+    Silence silenceBefore_;
+    std::uint64_t olderSilence_ = 0;  ///< frames in all pieces before those
+    std::uint64_t pulled_ = 0;        ///< the client's frames, as are those below
     std::uint64_t played_ = 0;
     std::uint64_t drySaidAt_ = 0;    ///< where it last ran dry
     std::uint64_t drySaidWith_ = 0;  ///< frames pulled by then
