@@ -29,9 +29,11 @@ namespace {
 
 using Clock = MainThread::Clock;
 
-/// A buffer has room for a second and goes to the queue with half of one.
-constexpr double kChunkInSeconds = 0.5;
+/// With every buffer that has been played three threads wake: not more often than need be.
+constexpr double kChunkInSeconds = 1;
 constexpr double kQueuedInSeconds = 2;
+/// It goes to the queue when it is half full.
+constexpr double kBufferInSeconds = 2 * kChunkInSeconds;
 
 /// What the queue is to play: PCM of the library's decoders, or the file's own stream.
 Decoding streamOf(const Input& input, const std::filesystem::path& path) {
@@ -55,16 +57,17 @@ double bytesPerSecond(const zav::AudioStreamBasicDescription& format) {
                : format.mSampleRate / format.mFramesPerPacket * format.mBytesPerPacket;
 }
 
-/// Bytes of a queue buffer, so that it holds about a second and at least two packets.
+/// Bytes of a queue buffer, so that it has room for two chunks and at least two packets.
 std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, const Input& input,
                             const std::filesystem::path& path) {
     constexpr double kSmallest = 4096;
     constexpr double kLargestOfUnknown = 1 << 20;
-    double size = bytesPerSecond(format);
+    double size = kBufferInSeconds * bytesPerSecond(format);
     if (size == 0) {
         const double seconds = std::max(input.durationInSeconds(), 1.0);
-        size = std::min(static_cast<double>(std::filesystem::file_size(path)) / seconds,
-                        kLargestOfUnknown);
+        size = std::min(
+            kBufferInSeconds * static_cast<double>(std::filesystem::file_size(path)) / seconds,
+            kLargestOfUnknown);
     }
     // Whole frames: no more than half a buffer is ever asked for at once.
     const std::uint32_t bytesPerFrame = std::max(1U, format.mBytesPerFrame);
@@ -72,7 +75,7 @@ std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, cons
     return std::max(whole - whole % (2 * bytesPerFrame), 2 * input.packetSizeUpperBound());
 }
 
-/// Packets that are about half a second of the file; one at a time where packets cannot be told
+/// Packets that are about a chunk of the file; one at a time where packets cannot be told
 /// apart.
 std::int64_t packetsPerChunk(const Input& input) {
     const zav::AudioStreamBasicDescription format = input.format();
@@ -134,9 +137,9 @@ class Player {
     void play() {
         start();
         while (MainThread::endingSignal() == 0 && sink_->isPlaying()) {
-            MainThread::sleepUntil(Clock::now() + untilNextLook());
             feed();
             showStatus();
+            MainThread::sleepUntil(Clock::now() + untilNextLook());
         }
         if (MainThread::endingSignal() != 0) {
             sink_->stop();
@@ -218,10 +221,11 @@ class Player {
 
     [[noreturn]] void reportLoss() const {
         // A queue that was to start by itself says nothing when it cannot.
-        zav::AudioDeviceList list;
-        if (const zav::OSStatus status = zav::listAudioDevices(list);
-            status != zav::noErr && sink_->timeStamp() == 0) {
-            throw SoundServerFailure(status);
+        if (sink_->timeStamp() == 0) {
+            zav::AudioDeviceList list;
+            if (const zav::OSStatus status = zav::listAudioDevices(list); status != zav::noErr) {
+                throw SoundServerFailure(status);
+            }
         }
         throw Failure(options_.input, "the sound server or its device went away after " +
                                           secondsText(sink_->timeStamp()) + "; one that stays");

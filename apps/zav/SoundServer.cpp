@@ -1,5 +1,6 @@
 #include "SoundServer.hpp"
 
+#include <ZAVAudioStreaming/platform/AudioDevices.hpp>
 #include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <array>
 #include <cmath>
@@ -28,8 +29,13 @@ std::string placeInWords() {
 
 std::string serverProblem(zav::OSStatus status) {
     const std::string place = placeInWords();
+    zav::AudioDeviceList list;
     switch (status) {
         case zav::kAudioQueueErr_InvalidDevice:
+            if (zav::listAudioDevices(list) == zav::noErr) {
+                return "the sound server has no such device" + place +
+                       "; one that 'zav devices' lists";
+            }
             return "no sound server or no device" + place +
                    "; PulseAudio or PipeWire (pipewire-pulse), running" +
                    (place.empty() ? ", or PULSE_SERVER set to one" : "");

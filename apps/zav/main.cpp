@@ -5,10 +5,12 @@
 #include <ZAVAudioStreaming/core/Diagnostics.hpp>
 #include <ZAVAudioStreaming/core/Version.hpp>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "CopyCommand.hpp"
@@ -19,6 +21,7 @@
 #include "InfoCommand.hpp"
 #include "PlayCommand.hpp"
 #include "RecordCommand.hpp"
+#include "StatusLine.hpp"
 #include "Stream.hpp"
 
 namespace {
@@ -74,6 +77,19 @@ CLI::Validator inRange(double least, double most) {
                 std::ostringstream message;
                 message << "Value " << text << " not in range " << least << " to " << most;
                 return message.str();
+            },
+            ""};
+}
+
+CLI::Validator wholeInRange(int least, int most) {
+    return {[least, most](const std::string& text) {
+                int number = 0;
+                const char* const end = text.data() + text.size();
+                const auto [parsedEnd, error] = std::from_chars(text.data(), end, number);
+                return error == std::errc() && parsedEnd == end && number >= least && number <= most
+                           ? std::string()
+                           : text + " is no whole number of " + std::to_string(least) + " to " +
+                                 std::to_string(most);
             },
             ""};
 }
@@ -176,7 +192,7 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
         ->check(inRange(0.001, 100000))
         ->type_name("N");
     verb->add_option("--rate", options.rate, "Sample rate in Hz, 48000 if not given")
-        ->check(CLI::Range(1, 1000000).description(""))
+        ->check(wholeInRange(8000, 192000))
         ->type_name("N");
     verb->add_option("--channels", options.channels, "1 if not given")
         ->check(CLI::Range(1, 8).description(""))
@@ -197,7 +213,8 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
         "from the start, in place of one that was: if zav is killed, what was recorded up\n"
         "to the last two seconds can be read (not of compressed CAF). Compressed files\n"
         "end with a whole packet and may last a little longer than asked; that of SBC and\n"
-        ".zopus is filled up with silence.\n"
+        ".zopus is filled up with silence. 'zav play' and 'zav decode' read SBC of mono\n"
+        "and plain stereo, not of dual and joint.\n"
         "'zav devices' shows which input is used.\n"
         "Examples: zav record note.m4a\n"
         "          zav record --seconds 10 --rate 16000 speech.wav");
@@ -207,8 +224,9 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
 CLI::App* addPlay(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("play", "Play an audio file");
     verb->add_option("--delay", line.play.delayInSeconds,
-                     "Start when so many seconds of PCM wait in the queue\n"
-                     "(compressed: a first buffer); at once if not given")
+                     "Start when so many seconds of PCM wait in the queue,\n"
+                     "which a file fills at once (compressed: a first\n"
+                     "buffer); if not given, nothing is waited for")
         ->check(inRange(0, 60))
         ->type_name("N");
     addFile(*verb, "INPUT", line.play.input,
@@ -260,6 +278,7 @@ std::string versionText() {
 }
 
 void showDiagnostics(std::string_view text) {
+    StatusLine::wipe();
     std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
 }
 

@@ -68,6 +68,10 @@ grep -q '^\* mic.monitor .*mono, 48000 Hz$' devices.txt || fail "$(cat devices.t
 grep -qi "^Server .*$1" devices.txt || fail "$(cat devices.txt)"
 "$ZAV" devices --json | grep -q '"name": "mic.monitor"' || fail "devices --json"
 checks=$((checks + 4))
+if [ "$1" = pulseaudio ]; then # PipeWire plays on its default then
+    PULSE_SINK=nosuch refused 1 "zav: the sound server has no such device at PULSE_SERVER=$PULSE_SERVER, PULSE_SINK=nosuch; one that 'zav devices' lists" \
+        "$ZAV" play "$SPEECH"
+fi
 
 # --- play: every sample once. In noise each of them is known by its neighbours.
 noise() { # FRAMES NAME
