@@ -30,5 +30,5 @@ benchmark:
 
 lint:
 	@scripts/install-dependencies build demo test lint
-	@scripts/build dev -DZAV_BUILD_TESTS=ON
-	@scripts/lint build/dev
+	@cmake --preset dev -B build/lint -DZAV_BUILD_TESTS=OFF
+	@scripts/lint build/lint
