@@ -216,8 +216,8 @@ ZAV_EXPORT OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate);
 /// Otherwise the queue is stopped asynchronously first (a paused one at once), its callbacks go on,
 /// and it frees itself after the last one.
 ///
-/// Errors: -66685 another call is disposing of it; -108 no memory to decode the end: nothing has
-/// changed.
+/// Errors: -66685 another call is disposing of it; -108 no memory to decode the end, which is
+/// lost; the queue goes on.
 ZAV_EXPORT OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate);
 
 /// How far the queue is: an output queue's frames played, an input queue's frames captured, since
