@@ -34,13 +34,6 @@ zav::AudioStreamBasicDescription sbcFormat(zav::SBCCoding::SBCConfiguration& sbc
             .mChannelsPerFrame = 1};
 }
 
-bool hasPlayedAll(const zav::PlaybackSink& sink) {
-    std::uint32_t hasPlayedAll = 0;
-    return zav::readAudioQueueProperty(sink.audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll,
-                                       hasPlayedAll) == zav::noErr &&
-           hasPlayedAll != 0;
-}
-
 void play() {
     zav::SBCCoding::SBCConfiguration configuration;
     const auto source = zav::makeNode<zav::PeripheralSource>();
@@ -69,7 +62,7 @@ void play() {
     while (sink->isPlaying()) {  // the rest
         std::this_thread::sleep_for(20ms);
     }
-    if (!hasPlayedAll(*sink)) {  // also when it could not start
+    if (!sink->hasPlayedAll()) {  // also when it could not start
         throw std::runtime_error(kLost);
     }
     if (std::ferror(stdin) != 0) {

@@ -20,13 +20,6 @@ using namespace std::chrono_literals;
 constexpr std::size_t kBuffersAhead = 3;  // of half a second, unless a size is set
 constexpr auto kLost = "the sound server went away";
 
-bool hasPlayedAll(const zav::PlaybackSink& sink) {
-    std::uint32_t hasPlayedAll = 0;
-    return zav::readAudioQueueProperty(sink.audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll,
-                                       hasPlayedAll) == zav::noErr &&
-           hasPlayedAll != 0;
-}
-
 void play(const char* path) {
     const auto source = zav::makeNode<zav::FileSource>(path);
     // A file source describes no packets. The queue finds those of MP3 by itself.
@@ -53,7 +46,7 @@ void play(const char* path) {
     while (sink->isPlaying()) {  // the rest
         std::this_thread::sleep_for(20ms);
     }
-    if (!hasPlayedAll(*sink)) {
+    if (!sink->hasPlayedAll()) {
         throw std::runtime_error(kLost);
     }
 }

@@ -88,6 +88,15 @@ bool PlaybackSink::isPlaying() const {
     return isRunning != 0;
 }
 
+bool PlaybackSink::hasPlayedAll() const {
+    std::uint32_t hasPlayedAll = 0;
+    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_HasPlayedAll, hasPlayedAll) !=
+        noErr) {
+        fatalError("The audio queue does not tell whether it has played all");
+    }
+    return hasPlayedAll != 0;
+}
+
 double PlaybackSink::timeStamp() const {
     AudioTimeStamp now;
     if (AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr) != noErr) {

@@ -211,13 +211,7 @@ class Player {
             std::chrono::duration<double>(seconds));
     }
 
-    bool wasAllPlayed() const {
-        std::uint32_t hasPlayedAll = 0;
-        // Every queue that plays has it.
-        static_cast<void>(zav::readAudioQueueProperty(
-            sink_->audioQueueRef(), zav::kAudioQueueProperty_HasPlayedAll, hasPlayedAll));
-        return isFinished_ && hasPlayedAll != 0;
-    }
+    bool wasAllPlayed() const { return isFinished_ && sink_->hasPlayedAll(); }
 
     [[noreturn]] void reportLoss() const {
         // A queue that was to start by itself says nothing when it cannot.

@@ -87,6 +87,7 @@ TEST_F(LiveGraph, whatIsPushedIsHeardExactlyAlsoAcrossSelfPauses) {
     source->downstreams().onAudioStreamFlowEnd();
     pass(3, {sink->audioQueueRef()});
     EXPECT_FALSE(sink->isPlaying());
+    EXPECT_TRUE(sink->hasPlayedAll());
     EXPECT_EQ(device_.heard(), audio);
     const auto lines = lines_.take();
     EXPECT_GT(std::count(lines.begin(), lines.end(), "Resume playing"), 3);
@@ -141,6 +142,7 @@ TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {
         settle(queues);
         EXPECT_FALSE(source->isRecording());
         EXPECT_FALSE(sink->isPlaying());
+        EXPECT_FALSE(sink->hasPlayedAll());
         EXPECT_EQ(ends->calls.back(), "end");
         EXPECT_EQ(source->idleQueueBufferCount(), 3U);
         EXPECT_EQ(sink->idleBufferCount(), sink->allocatedBufferCount());

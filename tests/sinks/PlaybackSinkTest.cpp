@@ -244,6 +244,7 @@ TEST_F(PlaybackSinkTest, playsAndStops) {
 
     scriptedQueue().failures = {{"get aqrn", -1}, {"time", -1}, {"allocate", -1}};
     EXPECT_DEATH(sink_->isPlaying(), "^Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(sink_->hasPlayedAll(), "^Fatal error: The audio queue does not tell");
     EXPECT_DEATH(sink_->autoPlay(1), "^Fatal error: The audio queue does not tell");
     EXPECT_DEATH(end(), "^Fatal error: The audio queue does not tell");
     EXPECT_DEATH(sink_->timeStamp(), "^Fatal error: The audio queue does not tell");
