@@ -68,8 +68,10 @@ std::string nameOfType(zav::AudioFileTypeID id) {
 std::string extensionsOfTypes(bool (*isWanted)(const FileType&)) {
     std::vector<std::string> extensions;
     for (const FileType& type : fileTypes()) {
-        if (isWanted(type)) {
-            extensions.push_back("." + std::string(type.extensions.front()));
+        for (const std::string_view extension : type.extensions) {
+            if (isWanted(type)) {
+                extensions.push_back("." + std::string(extension));
+            }
         }
     }
     return listed(extensions);

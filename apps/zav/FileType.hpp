@@ -37,7 +37,7 @@ std::string_view nodeNameOf(const FileType& type);
 
 /// "WAVE", "raw SBC", ...; the four characters of a type that is not in the list.
 std::string nameOfType(zav::AudioFileTypeID id);
-/// ".wav, .rf64, ... or .sbc", of the types that `isWanted` says yes to.
+/// ".wav, .wave, ... or .sbc", of the types that `isWanted` says yes to.
 std::string extensionsOfTypes(bool (*isWanted)(const FileType&));
 
 /// The type that a file's name asks for, by its extension; null when that is unknown.

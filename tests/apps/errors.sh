@@ -187,9 +187,9 @@ refused 2 "zav: --bitpool 200; 2 to 128 for mono with 8 subbands" \
 refused 2 "zav: --bitpool 65; 2 to 64 for mono with 4 subbands" \
     "$ZAV" encode --bitpool 65 --subbands 4 speech.wav out.sbc
 refused 2 "zav: out.wav: not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus or .zopus" "$ZAV" encode speech.wav out.wav
-refused 2 "zav: out.mp3: not a name for PCM audio; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf or .au" \
+refused 2 "zav: out.mp3: not a name for PCM audio; a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au or .snd" \
     "$ZAV" decode speech.sbc out.mp3
-refused 2 "zav: out: a name of unknown type; a name with .wav, .rf64, .w64, .aiff, .aifc, .caf, .au, .mp3, .aac, .m4a, .mp4, .flac, .ogg, .ac3, .amr, .sbc, .zsbc or .zopus" \
+refused 2 "zav: out: a name of unknown type; a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au, .snd, .mp3, .aac, .adts, .m4a, .mp4, .flac, .ogg, .oga, .opus, .ac3, .amr, .sbc, .zsbc or .zopus" \
     "$ZAV" copy speech.wav out
 for arguments in "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
     "encode --mode surround speech.wav out.sbc" "info --xml speech.wav" "info a b"; do
