@@ -30,5 +30,5 @@ benchmark:
 
 lint:
 	@scripts/install-dependencies build demo test lint
-	@cmake --preset dev -B build/lint -DZAV_BUILD_TESTS=OFF
+	@cmake --preset dev -B build/lint -DZAV_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=ON
 	@scripts/lint build/lint
