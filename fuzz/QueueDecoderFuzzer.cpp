@@ -108,13 +108,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::unique_ptr<zav::QueueDecoder> decoder;
     try {
         decoder = zav::ffmpegModule()->makeQueueDecoder(takeFormat(input));
-    } catch (const zav::AudioFileFailure&) {
+    } catch (const zav::StatusFailure&) {
         return 0;
     }
     if (const auto cookie = input.take(input.number(2)); !cookie.empty()) {
         try {
             decoder->setMagicCookie(cookie);
-        } catch (const zav::AudioFileFailure&) {
+        } catch (const zav::StatusFailure&) {
             // As good as none.
         }
     }

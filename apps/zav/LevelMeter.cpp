@@ -22,9 +22,10 @@ double decibels(double level) {
     return level > 0 ? std::max(20 * std::log10(level), kLowestInDecibels) : kLowestInDecibels;
 }
 
-std::string decibelText(const char* form, double level) {
+std::string peakText(double level) {
+    const double tenths = std::round(10 * decibels(level)) / 10;
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), form, decibels(level));
+    std::snprintf(text.data(), text.size(), "peak %.1f dB", tenths + 0.0);  // no -0.0
     return text.data();
 }
 
@@ -45,12 +46,12 @@ std::vector<std::string> LevelMeter::fields() {
     const auto filled = static_cast<std::size_t>(
         std::lround(kBarWidth * (1 - decibels(shown_) / kLowestInDecibels)));
     return {"[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]",
-            decibelText("peak %.0f dB", peak_), countText(clipCount_, "clip")};
+            peakText(peak_), countText(clipCount_, "clip")};
 }
 
 std::string LevelMeter::summary() {
     look();
-    return decibelText("peak %.1f dB, ", peak_) + countText(clipCount_, "clip");
+    return peakText(peak_) + ", " + countText(clipCount_, "clip");
 }
 
 }  // namespace zavtool

@@ -214,7 +214,7 @@ sox -D -n -b 16 -r 48000 -c 2 softly.wav synth 1 square 100 vol 0.5
 sox -D -n -b 16 -r 48000 -c 1 roaring.wav synth 60 square 100
 ffmpeg -nostdin -v error -i softly.wav -c:a alac softly.m4a
 shows 'softly\.wav: 1\.00 s, peak -6\.0 dB, 0 clips, [0-9]+ underruns?' "$ZAV" play softly.wav
-shows '0:00\.[0-9] / 0:01\.0  \[#########-\]  peak -6 dB  0 clips  0 underruns  [0-9.]+ s queued' "$ZAV" play softly.m4a
+shows '0:00\.[0-9] / 0:01\.0  \[#########-\]  peak -6\.0 dB  0 clips  0 underruns  [0-9.]+ s queued' "$ZAV" play softly.m4a
 in_background paplay --device=mic roaring.wav
 is_playing() { pactl list sink-inputs short | grep -q .; }
 until_true is_playing

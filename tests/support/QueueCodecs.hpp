@@ -23,7 +23,7 @@ template <class Call>
 OSStatus statusOf(Call call) {
     try {
         call();
-    } catch (const AudioFileFailure& failure) {
+    } catch (const StatusFailure& failure) {
         return failure.status();
     }
     return noErr;

@@ -60,7 +60,7 @@ template <class Call>
 OSStatus statusOf(Call call) noexcept {
     try {
         return call();
-    } catch (const AudioFileFailure& failure) {
+    } catch (const StatusFailure& failure) {
         return failure.status();
     } catch (const std::system_error& error) {
         return statusOfErrno(error.code().value());
@@ -125,7 +125,7 @@ std::vector<AudioFileTypeID> globalInfo(AudioFilePropertyID property) {
         case kAudioFileGlobalInfo_WritableTypes:
             return writableAudioFileTypes();
         default:
-            throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+            throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
 }
 

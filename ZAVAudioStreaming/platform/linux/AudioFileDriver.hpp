@@ -2,29 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <span>
 
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
-#include "ZAVAudioStreaming/core/OSStatus.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 /// What stands behind an open audio file: one reader and one writer class for each family of file
 /// types. `AudioFile.cpp` checks arguments before it calls them and turns what they throw
-/// (`AudioFileFailure`, `std::system_error` of the file, `std::bad_alloc`) into a status.
+/// (`StatusFailure`, `std::system_error` of the file, `std::bad_alloc`) into a status.
 namespace zav {
-
-/// A status on its way to the caller of the service.
-class AudioFileFailure : public std::exception {
- public:
-    explicit AudioFileFailure(OSStatus status) : status_(status) {}
-
-    OSStatus status() const noexcept { return status_; }
-    const char* what() const noexcept override { return "audio file failure"; }
-
- private:
-    OSStatus status_;
-};
 
 /// What can be asked of a file, whether it is being read or written.
 class AudioFile {
@@ -82,7 +69,7 @@ class AudioFileWriter : public AudioFile {
 
     virtual bool takesMagicCookie() const { return false; }
     virtual void setMagicCookie(std::span<const std::byte> /*cookie*/) {
-        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+        throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
 
     /// Makes the file complete and closes it; the destructor alone abandons it as it is.

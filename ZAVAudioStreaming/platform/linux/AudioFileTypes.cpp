@@ -49,8 +49,8 @@ std::unique_ptr<AudioFileReader> openAudioFile(FileHandle file) {
             return reader;
         }
     }
-    throw AudioFileFailure(structure ? kAudioFileUnsupportedDataFormatError
-                                     : kAudioFileUnsupportedFileTypeError);
+    throw StatusFailure(structure ? kAudioFileUnsupportedDataFormatError
+                                  : kAudioFileUnsupportedFileTypeError);
 }
 
 std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& path,
@@ -72,8 +72,8 @@ std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& pa
             return writer;
         }
     }
-    throw AudioFileFailure(pcmType != nullptr ? kAudioFileUnsupportedDataFormatError
-                                              : kAudioFileUnsupportedFileTypeError);
+    throw StatusFailure(pcmType != nullptr ? kAudioFileUnsupportedDataFormatError
+                                           : kAudioFileUnsupportedFileTypeError);
 }
 
 std::vector<AudioFileTypeID> readableAudioFileTypes() {

@@ -7,9 +7,9 @@
 #include <system_error>
 #include <utility>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
 #include "ZAVAudioStreaming/platform/linux/InputQueue.hpp"
 #include "ZAVAudioStreaming/platform/linux/OutputQueue.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -19,7 +19,7 @@ template <class Call>
 OSStatus queueStatusOf(Call call) noexcept {
     try {
         return call();
-    } catch (const AudioFileFailure& failure) {
+    } catch (const StatusFailure& failure) {
         return failure.status();
     } catch (const std::bad_alloc&) {
         return kAudioQueueErr_NoMemory;
@@ -54,7 +54,7 @@ std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID prope
         case kAudioQueueProperty_HasPlayedAll:
             return bytesOf(std::uint32_t{queue.lastRunWasPlayedOut()});
         default:
-            throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
+            throw StatusFailure(kAudioQueueErr_InvalidProperty);
     }
 }
 

@@ -5,9 +5,9 @@
 #include <limits>
 #include <utility>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
 #include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
 #include "ZAVAudioStreaming/platform/linux/PcmConversion.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -25,7 +25,7 @@ std::unique_ptr<QueueEncoder> makeEncoder(const AudioStreamBasicDescription& for
     const FfmpegModule* const module =
         format.mFormatID == kAudioFormatLinearPCM ? nullptr : ffmpegModule();
     if (module == nullptr) {
-        throw AudioFileFailure(kAudioFormatUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFormatUnsupportedDataFormatError);
     }
     return module->makeQueueEncoder(format);
 }
@@ -57,7 +57,7 @@ double InputQueue::currentFrame() {
 }
 
 bool InputQueue::lastRunWasPlayedOut() {
-    throw AudioFileFailure(kAudioQueueErr_InvalidProperty);
+    throw StatusFailure(kAudioQueueErr_InvalidProperty);
 }
 
 AudioStreamBasicDescription InputQueue::streamFormat() {

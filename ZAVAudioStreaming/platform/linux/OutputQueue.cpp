@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
 #include "ZAVAudioStreaming/platform/linux/PcmConversion.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -17,7 +18,7 @@ std::unique_ptr<QueueDecoder> makeDecoder(const AudioStreamBasicDescription& for
     const FfmpegModule* const module =
         format.mFormatID == kAudioFormatLinearPCM ? nullptr : ffmpegModule();
     if (module == nullptr) {
-        throw AudioFileFailure(kAudioFormatUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFormatUnsupportedDataFormatError);
     }
     return module->makeQueueDecoder(format);
 }
@@ -86,7 +87,7 @@ OSStatus OutputQueue::setMagicCookie(std::span<const std::byte> cookie) {
     }
     try {
         decoder_->setMagicCookie(cookie);
-    } catch (const AudioFileFailure& failure) {
+    } catch (const StatusFailure& failure) {
         // The words of a file for it.
         return failure.status() == kAudioFileUnsupportedPropertyError
                    ? kAudioQueueErr_InvalidProperty

@@ -6,7 +6,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -199,7 +200,7 @@ class PcmDecoder : public QueueDecoder {
     AudioStreamBasicDescription pcmFormat() const override { return devicePcm(stream_); }
     std::uint32_t maximumPacketSize() const override { return stream_.mBytesPerPacket; }
     void setMagicCookie(std::span<const std::byte> /*cookie*/) override {
-        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+        throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
 
     void decode(std::span<const std::byte> bytes,

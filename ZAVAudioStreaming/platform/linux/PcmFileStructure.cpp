@@ -9,9 +9,10 @@
 #include <span>
 #include <string_view>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
 #include "ZAVAudioStreaming/platform/linux/PcmFileTypes.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -71,7 +72,7 @@ constexpr std::uint64_t kUnknown64BitSize = 0xFFFFFFFFFFFFFFFF;
 constexpr int kMostChunks = 4096;
 
 [[noreturn]] void refuseFile() {
-    throw AudioFileFailure(kAudioFileInvalidFileError);
+    throw StatusFailure(kAudioFileInvalidFileError);
 }
 
 std::uint64_t integerAt(std::span<const std::byte> bytes, bool isBigEndian) {
@@ -182,7 +183,7 @@ void requireWholeRate(const FileHandle& file, std::uint64_t format, AudioFileTyp
         isWhole = exponent < 63 && bits << (exponent + 1) == 0;
     }
     if (!isWhole) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
 }
 

@@ -5,7 +5,8 @@
 #include <cmath>
 #include <limits>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -26,7 +27,7 @@ constexpr std::array<PcmFileType, 7> kPcmFileTypes = {{
 }};
 
 [[noreturn]] void refuseFormat() {
-    throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+    throw StatusFailure(kAudioFileUnsupportedDataFormatError);
 }
 
 int integerSubtype(const PcmFileType& type, const AudioStreamBasicDescription& format) {

@@ -8,7 +8,7 @@
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 
 /// What stands between a queue's stream and the PCM of its device, when the two are not the same.
-/// Throws std::bad_alloc, and `AudioFileFailure` where that is said.
+/// Throws std::bad_alloc, and `StatusFailure` where that is said.
 ///
 /// Threads: one at a time.
 namespace zav {

@@ -73,7 +73,7 @@ PacketRun SbcFileReader::readPackets(std::uint64_t firstPacket, PacketRun room,
     const std::uint64_t frameCount = index().frameCount;
     if (firstPacket >= frameCount) {
         if (index_.isDamaged && room.packetCount > 0) {
-            throw AudioFileFailure(kAudioFileInvalidFileError);
+            throw StatusFailure(kAudioFileInvalidFileError);
         }
         return {};
     }
@@ -83,7 +83,7 @@ PacketRun SbcFileReader::readPackets(std::uint64_t firstPacket, PacketRun room,
     const auto byteCount = static_cast<std::uint32_t>(offsetOf(end) - start);
     if (file_.readAt(start, buffer, byteCount) < byteCount) {
         // The file became shorter since it was indexed.
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw StatusFailure(kAudioFileInvalidFileError);
     }
     if (descriptions != nullptr) {
         for (std::uint64_t frame = firstPacket; frame < end; ++frame) {

@@ -10,7 +10,7 @@ void requireSbcFormat(const AudioStreamBasicDescription& format) {
     const bool isOneOrTwoChannels = format.mChannelsPerFrame == 1 || format.mChannelsPerFrame == 2;
     if (format.mFormatID != kAudioFormatSbc || format.mSampleRate <= 0 || !isOneOrTwoChannels ||
         format.mBytesPerPacket == 0 || format.mFramesPerPacket == 0) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
 }
 
@@ -31,7 +31,7 @@ std::uint32_t SbcFileWriter::countFrames(const std::byte* frames, std::uint32_t 
         const std::uint32_t rest = byteCount - offset;
         const auto length = rest < kSbcHeaderSize ? std::nullopt : sbcFrameLength(frames + offset);
         if (!length || *length > rest) {
-            throw AudioFileFailure(kAudioFileParameterError);
+            throw StatusFailure(kAudioFileParameterError);
         }
         longestFrame_ = std::max(longestFrame_, *length);
         offset += *length;
@@ -43,7 +43,7 @@ std::uint32_t SbcFileWriter::writePackets(std::uint64_t firstPacket, PacketRun r
                                           const AudioStreamPacketDescription* /*descriptions*/,
                                           const void* buffer) {
     if (firstPacket != frameCount_) {
-        throw AudioFileFailure(kAudioFileInvalidPacketOffsetError);
+        throw StatusFailure(kAudioFileInvalidPacketOffsetError);
     }
     const auto* const bytes = static_cast<const std::byte*>(buffer);
     const std::uint32_t packetCount =

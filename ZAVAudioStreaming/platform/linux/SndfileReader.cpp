@@ -16,7 +16,7 @@ SndfileReader::OpenFile SndfileReader::open(FileHandle file, const PcmFileStruct
     opened.frameCount = static_cast<std::uint64_t>(std::max<sf_count_t>(info.frames, 0));
     const std::uint64_t frameSize = opened.dataFormat.mBytesPerFrame;
     if (info.samplerate < 1 || frameSize == 0) {
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw StatusFailure(kAudioFileInvalidFileError);
     }
     // A header can promise more than the file holds, and libsndfile counts W64's padding as audio.
     opened.frameCount =

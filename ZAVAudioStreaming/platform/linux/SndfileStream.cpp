@@ -5,7 +5,8 @@
 #include <cstring>
 #include <utility>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 
@@ -90,9 +91,9 @@ void SndfileStream::open(int mode, SF_INFO& info) {
     sndfile_ = sf_open_virtual(&callbacks, mode, &info, this);
     if (sndfile_ == nullptr) {
         throwFileError();
-        throw AudioFileFailure(sf_error(nullptr) == SF_ERR_UNSUPPORTED_ENCODING
-                                   ? kAudioFileUnsupportedDataFormatError
-                                   : kAudioFileInvalidFileError);
+        throw StatusFailure(sf_error(nullptr) == SF_ERR_UNSUPPORTED_ENCODING
+                                ? kAudioFileUnsupportedDataFormatError
+                                : kAudioFileInvalidFileError);
     }
 }
 
@@ -105,7 +106,7 @@ bool SndfileStream::isBigEndian() {
 void SndfileStream::seek(std::uint64_t frame) {
     if (sf_seek(sndfile_, static_cast<sf_count_t>(frame), SEEK_SET) < 0) {
         throwFileError();
-        throw AudioFileFailure(kAudioFilePositionError);
+        throw StatusFailure(kAudioFilePositionError);
     }
 }
 

@@ -47,11 +47,11 @@ std::uint32_t SndfileWriter::writePackets(std::uint64_t firstPacket, PacketRun r
                                           const AudioStreamPacketDescription* /*descriptions*/,
                                           const void* buffer) {
     if (run.byteCount % frameSize() != 0) {
-        throw AudioFileFailure(kAudioFileParameterError);
+        throw StatusFailure(kAudioFileParameterError);
     }
     const std::uint32_t frameCount = run.byteCount / frameSize();
     if (frameCount > mostFrames_ || firstPacket > mostFrames_ - frameCount) {
-        throw AudioFileFailure(kAudioFileDoesNotAllow64BitDataSizeError);
+        throw StatusFailure(kAudioFileDoesNotAllow64BitDataSizeError);
     }
     if (firstPacket > frameCount_) {
         fillWithSilence(firstPacket);
@@ -106,13 +106,13 @@ void SndfileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
     frameCount_ = std::max(frameCount_, position_);
     if (written < wanted) {
         stream_.throwFileError();
-        throw AudioFileFailure(kAudioFileUnspecifiedError);
+        throw StatusFailure(kAudioFileUnspecifiedError);
     }
 }
 
 void SndfileWriter::setMagicCookie(std::span<const std::byte> cookie) {
     if (!takesMagicCookie()) {
-        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+        throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
     cookie_.assign(cookie.begin(), cookie.end());
     stream_.updateHeader();

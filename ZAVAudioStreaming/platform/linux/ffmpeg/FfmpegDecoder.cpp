@@ -6,8 +6,9 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/core/OpusPacket.hpp"
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegFileTypes.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/LargestPacket.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
@@ -60,7 +61,7 @@ bool hasRate(AVCodecID codec, double rate) {
 }
 
 [[noreturn]] void refuseFormat() {
-    throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+    throw StatusFailure(kAudioFileUnsupportedDataFormatError);
 }
 
 AVCodecID requireCodec(const AudioStreamBasicDescription& format) {
@@ -158,13 +159,13 @@ std::uint32_t FfmpegDecoder::maximumPacketSize() const {
 void FfmpegDecoder::setMagicCookie(std::span<const std::byte> cookie) {
     const AVCodecID codec = parameters_->codec_id;
     if (!hasMagicCookie(codec)) {
-        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+        throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
     const auto extradata = extradataOfCookie(codec, cookie);
     const auto config = cookieOfExtradata(codec, extradata);
     if (codec == AV_CODEC_ID_ALAC &&
         bigEndianAt(std::span(config).first(4)) > kMostFramesInPacket) {
-        throw AudioFileFailure(kAudioFileParameterError);
+        throw StatusFailure(kAudioFileParameterError);
     }
     CodecParameters parameters = makeCodecParameters();
     if (avcodec_parameters_copy(parameters.get(), parameters_.get()) < 0) {
@@ -173,7 +174,7 @@ void FfmpegDecoder::setMagicCookie(std::span<const std::byte> cookie) {
     setExtradata(*parameters, extradata);
     CodecContext context = openCodec(*parameters);
     if (context == nullptr) {
-        throw AudioFileFailure(kAudioFileParameterError);
+        throw StatusFailure(kAudioFileParameterError);
     }
     parameters_ = std::move(parameters);
     context_ = std::move(context);

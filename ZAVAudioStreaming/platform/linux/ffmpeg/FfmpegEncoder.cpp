@@ -11,7 +11,8 @@ extern "C" {
 #include <optional>
 #include <utility>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FfmpegFileTypes.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/LargestPacket.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
@@ -46,7 +47,7 @@ const Encoder& encoderOf(const AudioStreamBasicDescription& format) {
         std::find_if(kEncoders.begin(), kEncoders.end(),
                      [codec](const Encoder& encoder) { return encoder.codec == codec; });
     if (found == kEncoders.end()) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
     return *found;
 }
@@ -96,7 +97,7 @@ std::uint32_t largestOpusPacket(const AudioStreamBasicDescription& format) {
 }
 
 [[noreturn]] void refuseToEncode() {
-    throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+    throw StatusFailure(kAudioFileUnsupportedDataFormatError);
 }
 
 void setOpusDuration(AVCodecContext& context, const AudioStreamBasicDescription& format) {

@@ -69,13 +69,13 @@ void requireCafRate(const FileHandle& file, std::uint64_t start) {
     file.readAt(start + kOffset, bytes.data(), bytes.size());
     const auto rate = std::bit_cast<double>(bigEndianAt(bytes));
     if (!(rate >= 1 && rate <= std::numeric_limits<int>::max())) {
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw StatusFailure(kAudioFileInvalidFileError);
     }
 }
 
 [[noreturn]] void failWith(AvioFile& io, OSStatus status) {
     io.throwFileError();
-    throw AudioFileFailure(status);
+    throw StatusFailure(status);
 }
 
 FormatContext openInput(AvioFile& io, const AVInputFormat* format) {
@@ -191,7 +191,7 @@ std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file) {
     const AVCodecParameters& parameters = *opened.stream->codecpar;
     opened.dataFormat.mFormatID = formatOf(parameters.codec_id);
     if (opened.dataFormat.mFormatID == 0) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
     if (parameters.sample_rate <= 0 || parameters.ch_layout.nb_channels <= 0) {
         failWith(*opened.io, kAudioFileInvalidFileError);
@@ -245,7 +245,7 @@ void FfmpegReader::readBytes(std::uint64_t offset, void* buffer, std::size_t siz
                                  : file.readAt(offset, buffer, size);
     if (done < size) {
         // The file became shorter since its packets were counted.
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw StatusFailure(kAudioFileInvalidFileError);
     }
 }
 
@@ -254,7 +254,7 @@ PacketRun FfmpegReader::readPackets(std::uint64_t firstPacket, PacketRun room,
     const PacketTable& packets = table();
     if (firstPacket >= packets.size() && room.packetCount > 0 && scan_->pages.isChained()) {
         // More audio, with a header of its own: not the end of this file, but of what can be read.
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw StatusFailure(kAudioFileInvalidFileError);
     }
     auto* const out = static_cast<std::byte*>(buffer);
     PacketRun run;

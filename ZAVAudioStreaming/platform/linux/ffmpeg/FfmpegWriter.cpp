@@ -45,7 +45,7 @@ void requireFormat(AudioFileTypeID fileType, const AudioStreamBasicDescription& 
         !isRate || format.mChannelsPerFrame < 1 || format.mChannelsPerFrame > kMostChannels ||
         (codec == AV_CODEC_ID_OPUS && format.mChannelsPerFrame > kMostOpusChannels) ||
         (fileType == kAudioFileAAC_ADTSType && !adtsHas(format))) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
 }
 
@@ -111,7 +111,7 @@ std::uint32_t FfmpegWriter::writePackets(std::uint64_t firstPacket, PacketRun ru
                                          const AudioStreamPacketDescription* descriptions,
                                          const void* buffer) {
     if (firstPacket != packetCount_) {
-        throw AudioFileFailure(kAudioFileInvalidPacketOffsetError);
+        throw StatusFailure(kAudioFileInvalidPacketOffsetError);
     }
     const std::span bytes(static_cast<const std::byte*>(buffer), run.byteCount);
     if (descriptions != nullptr) {
@@ -121,7 +121,7 @@ std::uint32_t FfmpegWriter::writePackets(std::uint64_t firstPacket, PacketRun ru
                    place.mStartOffset <= std::int64_t{run.byteCount} - place.mDataByteSize;
         });
         if (!areInside) {
-            throw AudioFileFailure(kAudioFileParameterError);
+            throw StatusFailure(kAudioFileParameterError);
         }
         for (const AudioStreamPacketDescription& place : places) {
             writePacket(
@@ -133,7 +133,7 @@ std::uint32_t FfmpegWriter::writePackets(std::uint64_t firstPacket, PacketRun ru
     const std::uint32_t constantSize = dataFormat().mBytesPerPacket;
     const std::uint32_t size = constantSize != 0 ? constantSize : run.byteCount;
     if (run.byteCount % size != 0 || (constantSize == 0 && run.packetCount > 1)) {
-        throw AudioFileFailure(kAudioFileParameterError);
+        throw StatusFailure(kAudioFileParameterError);
     }
     for (std::uint32_t offset = 0; offset < run.byteCount; offset += size) {
         writePacket(bytes.subspan(offset, size), 0);
@@ -168,7 +168,7 @@ bool FfmpegWriter::hasEnough() const {
 
 void FfmpegWriter::hold(std::span<const std::byte> packet, std::uint32_t describedFrames) {
     if (packet.size() > kMostHeldBytes - heldBytes_) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
     held_.push_back({{packet.begin(), packet.end()}, describedFrames});
     heldBytes_ += packet.size();
@@ -179,7 +179,7 @@ void FfmpegWriter::start(bool hasPackets) {
     if (extradata_.empty() && codec_ == AV_CODEC_ID_AAC) {
         extradata_ = makeAudioSpecificConfig(rate_, format.mChannelsPerFrame);
         if (extradata_.empty()) {
-            throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+            throw StatusFailure(kAudioFileUnsupportedDataFormatError);
         }
     } else if (extradata_.empty() && codec_ == AV_CODEC_ID_OPUS) {
         extradata_ = makeOpusHead(format.mChannelsPerFrame, kOpusPreSkip,
@@ -258,13 +258,13 @@ void FfmpegWriter::check(int result) {
         throw std::bad_alloc();
     }
     if (result < 0) {
-        throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+        throw StatusFailure(kAudioFileUnsupportedDataFormatError);
     }
 }
 
 void FfmpegWriter::setMagicCookie(std::span<const std::byte> cookie) {
     if (!takesMagicCookie()) {
-        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+        throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
     std::vector<std::byte> extradata = extradataOfCookie(codec_, cookie);
     if (context_ != nullptr && extradata != extradata_) {
@@ -295,7 +295,7 @@ void FfmpegWriter::changeCookie(std::vector<std::byte> extradata) {
                          !std::equal(extradata.begin(), extradata.begin() + kAdtsFields,
                                      extradata_.begin())
                    : fileType() != kAudioFileFLACType) {
-        throw AudioFileFailure(kAudioFileUnsupportedPropertyError);
+        throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
     extradata_ = std::move(extradata);
 }
@@ -333,7 +333,7 @@ std::vector<std::byte> FfmpegWriter::streamInfoOf(std::uint64_t frameCount) cons
 void FfmpegWriter::finish() {
     if (context_ == nullptr) {
         if (!hasEnough()) {
-            throw AudioFileFailure(kAudioFileUnsupportedDataFormatError);
+            throw StatusFailure(kAudioFileUnsupportedDataFormatError);
         }
         start(false);
     }

@@ -5,8 +5,9 @@
 #include <optional>
 #include <string_view>
 
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 
 namespace zav {
 namespace {
@@ -20,7 +21,7 @@ constexpr std::size_t kStreamInfoSize = 34;
 constexpr std::size_t kFlacMarkerSize = 8;  // 'fLaC', then the header of STREAMINFO's block
 
 [[noreturn]] void refuseCookie() {
-    throw AudioFileFailure(kAudioFileParameterError);
+    throw StatusFailure(kAudioFileParameterError);
 }
 
 bool beginsWith(Bytes bytes, std::string_view text) {

@@ -9,7 +9,8 @@ extern "C" {
 #include <string_view>
 
 #include "ZAVAudioStreaming/core/OpusPacket.hpp"
-#include "ZAVAudioStreaming/platform/linux/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/linux/StatusFailure.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/FileWindow.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/platform/linux/ffmpeg/PacketDuration.hpp"
@@ -211,7 +212,7 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
     const int count = avformat_index_get_entries_count(&stream);
     const AVIndexEntry* const first = avformat_index_get_entry(&stream, 0);
     if (first == nullptr) {
-        throw AudioFileFailure(kAudioFileInvalidFileError);
+        throw StatusFailure(kAudioFileInvalidFileError);
     }
     // CAF's places count from the start of the audio.
     const std::int64_t start =
