@@ -93,7 +93,7 @@ void deviceAlone(benchmark::State& state) {
         }
         std::uint64_t mark() const noexcept override { return kNoMark; }
         void played(std::uint64_t) noexcept override {}
-        void ranDry() noexcept override {}
+        void ranDry(std::uint64_t) noexcept override {}
         void deviceGone() noexcept override {}
     };
     VirtualDevice device;

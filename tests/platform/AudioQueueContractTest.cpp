@@ -92,7 +92,6 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     EXPECT_EQ(buffersOf(queue.returns()), enqueued);
     EXPECT_FALSE(queue.returns().back().isQueueRunning);
     EXPECT_EQ(queue.currentFrame(), kRate / 2);
-    EXPECT_EQ(queue.interruptionCount(), 0U);
 }
 
 TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {

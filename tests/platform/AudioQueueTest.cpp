@@ -367,6 +367,23 @@ TEST(AudioQueue, runsUntilItsDeviceIsClosed) {
     device.setOnClosing({});
 }
 
+TEST(AudioQueue, countsInterruptionsAlsoOfAnEndButNotTheEnd) {
+    VirtualDevice device;
+    OutputUnderTest queue(pcmFormat(48000, 1));
+    const std::vector<std::int16_t> audio(9600, 1);
+    queue.enqueue(audio);
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    device.advance(0.15, settleQueues);
+    device.setStalling(true);
+    device.advance(0.02, settleQueues);
+    device.setStalling(false);
+    device.advance(0.1, settleQueues);
+    EXPECT_TRUE(queue.hasPlayedAll());
+    EXPECT_EQ(device.heard().size(), 2 * audio.size());
+    EXPECT_EQ(queue.interruptionCount(), 1U);
+}
+
 TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
     VirtualDevice device;
     // That the counters count.

@@ -47,7 +47,7 @@ class RampClient : public PlaybackClient {
         }
     }
 
-    void ranDry() noexcept override { ++dryCount; }
+    void ranDry(std::uint64_t /*frameCount*/) noexcept override { ++dryCount; }
 
     void deviceGone() noexcept override {
         isInOrder = isInOrder && !isGone;

@@ -88,7 +88,8 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         if (!isPlaying_ || isGone_) {
             return;
         }
-        const std::size_t size = std::min(frameCount * bytesPerFrame_, pulled_.size());
+        const std::size_t ready = device_.isStalling_ ? 0 : pulled_.size();
+        const std::size_t size = std::min(frameCount * bytesPerFrame_, ready);
         const std::span sounding(pulled_.data(), size);
         if (device_.receiver_) {
             device_.receiver_(sounding);
@@ -99,7 +100,7 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         played_ += size / bytesPerFrame_;
         const bool isDry = size < frameCount * bytesPerFrame_;
         if (isDry && !std::exchange(isDry_, true)) {
-            onDeviceThread([this] { client_.ranDry(); });
+            onDeviceThread([this] { client_.ranDry(played_); });
         }
         pull();
         onDeviceThread([this] {
@@ -225,6 +226,11 @@ void VirtualDevice::refuseOpening(OSStatus status) {
 void VirtualDevice::refuseStarting(OSStatus status) {
     const std::lock_guard lock(mutex_);
     startingStatus_ = status;
+}
+
+void VirtualDevice::setStalling(bool isStalling) {
+    const std::lock_guard lock(mutex_);
+    isStalling_ = isStalling;
 }
 
 std::size_t VirtualDevice::openStreamCount() const {

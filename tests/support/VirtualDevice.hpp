@@ -39,6 +39,9 @@ class VirtualDevice : public AudioDevice {
     void refuseOpening(OSStatus status);
     void refuseStarting(OSStatus status);
 
+    /// While it stalls it has nothing ready to be played, as on a machine that is too busy.
+    void setStalling(bool isStalling);
+
     /// Called when a stream closes, before it is gone: devices can take their time for it.
     void setOnClosing(std::function<void()> onClosing);
 
@@ -68,6 +71,7 @@ class VirtualDevice : public AudioDevice {
     OSStatus openingStatus_ = noErr;
     OSStatus startingStatus_ = noErr;
     bool isPluggedIn_ = true;
+    bool isStalling_ = false;
 };
 
 }  // namespace zav::test

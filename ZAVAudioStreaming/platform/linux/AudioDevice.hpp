@@ -41,10 +41,10 @@ class PlaybackClient {
     /// more than the device's own uncertainty (some milliseconds); at other times as it suits.
     virtual void played(std::uint64_t frameCount) noexcept = 0;
 
-    /// The device wanted audio for its next moment and there was none, while it was not paused.
-    /// Once each time that it runs dry, also at the end of a stream that nothing follows, unless
-    /// the stream is closed before. Not before the first frame.
-    virtual void ranDry() noexcept = 0;
+    /// The device wanted audio for its next moment and there was none, while it was not paused;
+    /// so many frames had been played. Once each time that it runs dry, also at the end of a stream
+    /// that nothing follows, unless the stream is closed before. Not before the first frame.
+    virtual void ranDry(std::uint64_t frameCount) noexcept = 0;
 
     /// The device is gone, or has not answered for seconds. No further call comes.
     virtual void deviceGone() noexcept = 0;

@@ -144,8 +144,9 @@ void PlaybackFeed::played(std::uint64_t frameCount) noexcept {
     }
 }
 
-void PlaybackFeed::ranDry() noexcept {
-    if (!isEnding_) {
+void PlaybackFeed::ranDry(std::uint64_t frameCount) noexcept {
+    const std::uint64_t endFrame = publishedBytes_ / bytesPerFrame_;
+    if (!isEnding_ || frameCount < endFrame) {
         ++interruptionCount_;
     }
 }

@@ -55,7 +55,7 @@ class PlaybackFeed final : public PlaybackClient {
     std::uint64_t playedFrames() const { return playedFrames_; }
     bool isDeviceGone() const { return isDeviceGone_; }
 
-    /// How often the device ran dry in this run. It always does at an end, which does not count.
+    /// How often the device ran dry in this run. It always does at the end, which does not count.
     std::uint32_t interruptionCount() const { return interruptionCount_; }
     AudioQueueLevel takeLevel() { return meter_.take(); }
     void setEnding(bool isEnding) { isEnding_ = isEnding; }
@@ -64,7 +64,7 @@ class PlaybackFeed final : public PlaybackClient {
     std::size_t pull(std::span<std::byte> room) noexcept override;
     std::uint64_t mark() const noexcept override;
     void played(std::uint64_t frameCount) noexcept override;
-    void ranDry() noexcept override;
+    void ranDry(std::uint64_t frameCount) noexcept override;
     void deviceGone() noexcept override;
 
  private:

@@ -245,7 +245,7 @@ void PulsePlayback::ranDry(std::uint64_t position) {
     if (isPlaying_ && drySaidAt_ != frame) {
         drySaidAt_ = frame;
         drySaidWith_ = pulled_;
-        client_.ranDry();
+        client_.ranDry(frame);
     }
 }
 
