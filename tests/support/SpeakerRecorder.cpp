@@ -4,9 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <iterator>
+#include <span>
 
 #include "tests/support/WaitFor.hpp"
 
@@ -39,13 +38,19 @@ const std::vector<std::int16_t>& SpeakerRecorder::heard() {
             return heard_;
         }
         readBytes_ += 2 * samples;
-        std::copy_if(piece.begin(), piece.begin() + samples, std::back_inserter(heard_),
-                     [](std::int16_t sample) { return sample != 0; });
+        for (const std::int16_t sample : std::span(piece).first(samples)) {
+            if (sample != 0) {
+                heard_.push_back(sample);
+            }
+            silentCount_ = sample == 0 ? silentCount_ + 1 : 0;
+        }
     }
 }
 
 const std::vector<std::int16_t>& SpeakerRecorder::waitForSamples(std::size_t count) {
-    waitFor([&] { return heard().size() >= count; });
+    constexpr std::size_t kSilentEnd = 4 * 2 * 48000;
+    silentCount_ = 0;
+    waitFor([&] { return heard().size() >= count || silentCount_ >= kSilentEnd; });
     return heard();
 }
 

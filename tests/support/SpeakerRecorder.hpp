@@ -22,7 +22,8 @@ class SpeakerRecorder {
     /// after and between. Reads only what is new: to be asked as often as one likes.
     const std::vector<std::int16_t>& heard();
 
-    /// Waits until so many samples were heard; what was.
+    /// Waits until so many samples were heard, or seconds of silence after all was played, behind
+    /// which nothing comes any more; what was.
     const std::vector<std::int16_t>& waitForSamples(std::size_t count);
 
  private:
@@ -30,6 +31,7 @@ class SpeakerRecorder {
     const int file_;
     ChildProcess parec_;
     std::size_t readBytes_ = 0;
+    std::size_t silentCount_ = 0;  // samples since the last one that was heard
     std::vector<std::int16_t> heard_;
 };
 
