@@ -13,7 +13,7 @@ class LevelMeter {
     /// Measured from now on. The queue outlives this.
     explicit LevelMeter(zav::AudioQueueRef queue) : queue_(queue) { look(); }
 
-    /// "[######----]", "peak -3 dB" and "0 clips", for a status line that is shown ten times a
+    /// "[######----]", "peak -3.0 dB" and "0 clips", for a status line that is shown ten times a
     /// second.
     std::vector<std::string> fields();
     /// "peak -3.0 dB, 0 clips", of all that was measured.
