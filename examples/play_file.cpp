@@ -25,7 +25,7 @@ void play(const char* path) {
     // A file source describes no packets. The queue finds those of MP3 by itself.
     const zav::AudioStreamBasicDescription format = source->outDataFormat();
     if (format.mBytesPerPacket == 0 && format.mFormatID != zav::kAudioFormatMPEGLayer3) {
-        throw std::runtime_error("packets of varying size, which have to be described");
+        throw std::runtime_error("neither PCM nor MP3, which is what this example plays");
     }
     const auto sink = zav::makeNode<zav::PlaybackSink>(source);
 

@@ -36,7 +36,7 @@
 /// default sink and source, unless the user's own settings name others.
 ///
 /// Formats: linear PCM of 8, 16, 24 and 32 bits, signed and unsigned, and floats of 32 and 64 bits,
-/// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and 8 to 192 kHz. A
+/// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and whole rates of 8 to 192 kHz. A
 /// module that is loaded on first need decodes AAC, MPEG layers 1 to 3, ALAC, FLAC, Opus, Vorbis,
 /// AC-3 and AMR for output queues and encodes AAC, ALAC, FLAC and Opus for input queues.
 ///
@@ -97,7 +97,8 @@ inline constexpr AudioQueuePropertyID kAudioQueueProperty_InterruptionCount = fo
 /// first reading begins the measuring and tells nothing yet. Our own code.
 inline constexpr AudioQueuePropertyID kAudioQueueProperty_Level = fourCharCode("zlvl");
 /// Whether an output queue has stopped with all played that was enqueued for its last run or since,
-/// 1 or 0: what tells an end from the loss of the device. std::uint32_t. Our own code.
+/// 1 or 0: what tells an end from the loss of the device, which in the middle of a stream is 0.
+/// std::uint32_t. Our own code.
 inline constexpr AudioQueuePropertyID kAudioQueueProperty_HasPlayedAll = fourCharCode("zall");
 
 /// The service's own statuses.
@@ -150,7 +151,8 @@ using AudioQueueOutputCallbackBlock =
 
 /// Allocates a buffer, which belongs to the queue.
 ///
-/// Errors: -66682 no bytes, -108 no memory, -66685 the queue is being disposed of.
+/// Errors: -66682 no bytes or a missing argument, -108 no memory, -66685 the queue is being
+/// disposed of.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioQueueAllocateBuffer(AudioQueueRef inAQ,
                                                            std::uint32_t inBufferByteSize,
                                                            AudioQueueBufferRef* outBuffer);
@@ -169,7 +171,8 @@ using AudioQueueOutputCallbackBlock =
 /// another thread has stopped the queue since the callback began comes back at once, an input
 /// buffer empty, and does not wait for a next run.
 ///
-/// Errors: -66687 not a buffer of this queue, or more bytes than it has room for; -66679 a buffer
+/// Errors: -66687 not a buffer of this queue, more bytes than it has room for, or an input buffer
+/// with no room for a frame or a packet of the largest size; -66679 a buffer
 /// that is enqueued already; -66686 an output buffer without bytes; -66682 descriptions of bytes
 /// that are not there, or of an input buffer; -108 no memory; -66685 the queue is being disposed
 /// of.
@@ -178,12 +181,13 @@ using AudioQueueOutputCallbackBlock =
     const AudioStreamPacketDescription* inPacketDescs);
 
 /// Starts a queue, or goes on after a pause, at once: `inStartTime` is null. Opens the device
-/// unless an output queue only paused. A start during an asynchronous stop calls that off. Starting
-/// a queue that runs and is not paused changes nothing.
+/// unless an output queue only paused. A start during an asynchronous stop calls that off, unless
+/// the queue is paused: then the stop goes on, too. Starting a queue that runs and is not paused
+/// changes nothing.
 ///
 /// Errors: -66680 no sound server or no device on it, -66681 the server does not answer or refuses,
-/// -66682 a start time, -108 no memory, -66685 the queue is being disposed of. The queue is as it
-/// was.
+/// -66682 a start time, -108 no memory, -66685 the queue is being disposed of. The queue keeps its
+/// buffers and what is in them; its time and its counts may have begun anew.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioQueueStart(AudioQueueRef inAQ,
                                                   const AudioTimeStamp* inStartTime);
 
@@ -232,7 +236,7 @@ ZAV_EXPORT OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate);
 
 /// Size in bytes of a property's value.
 ///
-/// Errors: -66684 a property that the queue does not have.
+/// Errors: -66684 a property that the queue does not have, -66682 a missing argument.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ,
                                                             AudioQueuePropertyID inID,
                                                             std::uint32_t* outDataSize);
@@ -240,7 +244,8 @@ ZAV_EXPORT OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate);
 /// Copies a property's value; `*ioDataSize` is the room in bytes on entry, the value's size on
 /// return.
 ///
-/// Errors: -66684 a property that the queue does not have, -66683 too little room.
+/// Errors: -66684 a property that the queue does not have, -66683 too little room, -66682 a missing
+/// argument.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioQueueGetProperty(AudioQueueRef inAQ,
                                                         AudioQueuePropertyID inID, void* outData,
                                                         std::uint32_t* ioDataSize);
@@ -248,7 +253,7 @@ ZAV_EXPORT OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate);
 /// Sets a property: the magic cookie of an output queue, before its first buffer is enqueued.
 ///
 /// Errors: -66684 a property that cannot be set on this queue, -66675 bytes that are no cookie of
-/// its format.
+/// its format, -66682 a missing argument.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioQueueSetProperty(AudioQueueRef inAQ,
                                                         AudioQueuePropertyID inID,
                                                         const void* inData,

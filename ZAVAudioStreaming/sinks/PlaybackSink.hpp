@@ -64,8 +64,8 @@ class ZAV_EXPORT PlaybackSink : public AudioStreamInputable {
     /// Whether the queue runs, also while it is paused. One that does not tell is a fatal stop.
     bool isPlaying() const;
     /// Whether the queue has stopped with all played that it was given for its last run or since:
-    /// what tells the end of a flow from the loss of the device. A queue that does not tell is a
-    /// fatal stop.
+    /// what tells the end of a flow from the loss of the device, also when that goes while the sink
+    /// is paused. A queue that does not tell is a fatal stop.
     bool hasPlayedAll() const;
     /// Seconds played so far. A queue that does not tell is a fatal stop.
     double timeStamp() const;

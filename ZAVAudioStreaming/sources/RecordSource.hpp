@@ -55,6 +55,8 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     /// until now, flow end is announced on the queue's thread, and then `completion` runs, there
     /// too. A stop before that puts its own completion, or none, in place of this one. After the
     /// flow end, which also comes when the device goes away, `completion` runs inside the call.
+    /// A source that is dropped before its flow has ended announces nothing and drops the
+    /// completion: let that hold the source. One that never recorded announces a flow end, too.
     ///
     /// Errors: throws `AudioQueueError::failure` with the queue's status; the completion is dropped
     /// and an earlier one stays. `completion` throws nothing.

@@ -380,6 +380,8 @@ TEST(AudioQueue, countsInterruptionsAlsoOfAnEndButNotTheEnd) {
     device.setStalling(false);
     device.advance(0.1, settleQueues);
     EXPECT_TRUE(queue.hasPlayedAll());
+    queue.enqueue(audio);
+    EXPECT_FALSE(queue.hasPlayedAll());
     EXPECT_EQ(device.heard().size(), 2 * audio.size());
     EXPECT_EQ(queue.interruptionCount(), 1U);
 }

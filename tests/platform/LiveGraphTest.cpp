@@ -150,6 +150,22 @@ TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {
     }
 }
 
+TEST_F(LiveGraph, aDeviceThatGoesWhileTheSinkIsPausedIsNoEnd) {
+    const auto source = makeNode<PeripheralSource>();
+    source->setOutDataFormat(pcmFormat(16000, 1));
+    const auto sink = makeNode<PlaybackSink>(source);
+    const Bytes chunk(sink->queueBufferSize());
+    source->downstreams().receiveAudio(chunk.data(), chunk.size(), chunk.size() / 2, nullptr);
+    sink->play();
+    pass(2, {sink->audioQueueRef()});
+    EXPECT_TRUE(sink->paused());
+    device_.unplug();
+    settle({sink->audioQueueRef()});
+    EXPECT_FALSE(sink->isPlaying());
+    EXPECT_FALSE(sink->hasPlayedAll());
+    device_.plugIn();
+}
+
 TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
     std::atomic<bool> isOver = false;
     std::thread clock([&] {

@@ -140,7 +140,8 @@ void OutputQueue::closeDevice() {
         const std::lock_guard lock(state());
         if (stream_ != nullptr) {
             endedAtFrame_ = playedFrames();
-            wasPlayedOut_ = feed_.isPlayedOut();
+            // A device that goes in the middle of a stream may have played all that was there.
+            wasPlayedOut_ = isPlayedOut() && (isStopping() || !feed_.isDeviceGone());
         }
         stream = std::move(stream_);
     }
