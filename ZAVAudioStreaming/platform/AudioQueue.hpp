@@ -36,9 +36,10 @@
 /// default sink and source, unless the user's own settings name others.
 ///
 /// Formats: linear PCM of 8, 16, 24 and 32 bits, signed and unsigned, and floats of 32 and 64 bits,
-/// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and whole rates of 8 to 192 kHz. A
-/// module that is loaded on first need decodes AAC, MPEG layers 1 to 3, ALAC, FLAC, Opus, Vorbis,
-/// AC-3 and AMR for output queues and encodes AAC, ALAC, FLAC and Opus for input queues.
+/// in both byte orders, interleaved; A-law and mu-law; all with 1 to 8 channels and whole rates of
+/// 8 to 192 kHz. A module that is loaded on first need decodes AAC, MPEG layers 1 to 3, ALAC, FLAC,
+/// Opus, Vorbis, AC-3 and AMR for output queues and encodes AAC, ALAC, FLAC and Opus for input
+/// queues.
 ///
 /// Every function answers with a status, 0 for success, and throws nothing. Out-parameters are
 /// untouched by a call that fails. A handle that was disposed of must not be used again.

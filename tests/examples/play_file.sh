@@ -23,7 +23,7 @@ in_some_try plays_every_sample
 lame --silent music.wav music.mp3
 "$EXAMPLES/play_file" music.mp3
 ffmpeg -nostdin -v error -i music.wav music.m4a
-refused 1 'music.m4a: packets of varying size, which have to be described' "$EXAMPLES/play_file" music.m4a
+refused 1 'music.m4a: neither PCM nor MP3, which is what this example plays' "$EXAMPLES/play_file" music.m4a
 export PULSE_SERVER=unix:/nonexistent
 refused 1 'music.wav: AudioQueueError.failure(-66680)' "$EXAMPLES/play_file" music.wav
 done_with play_file
