@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cstdlib>
+#include <new>
 
 using zav::test::RealTimeProbe;
 
@@ -19,16 +20,6 @@ void __wrap_free(void* memory) {
     RealTimeProbe::countAllocation();
     __real_free(memory);
 }
-void* __real__Znwm(std::size_t size);
-void* __wrap__Znwm(std::size_t size) {
-    RealTimeProbe::countAllocation();
-    return __real__Znwm(size);
-}
-void __real__ZdlPvm(void* memory, std::size_t size);
-void __wrap__ZdlPvm(void* memory, std::size_t size) {
-    RealTimeProbe::countAllocation();
-    __real__ZdlPvm(memory, size);
-}
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     RealTimeProbe::countLock();
@@ -36,3 +27,26 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 }
 }
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
+
+// Those for arrays would come down to the others by themselves, but not under the sanitizers.
+void* operator new(std::size_t size) {
+    if (void* const memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}

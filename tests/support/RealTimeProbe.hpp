@@ -6,7 +6,8 @@ namespace zav::test {
 
 /// While one lives, its thread does what a device's thread does for a queue; counts the calls that
 /// such code must not make. Counted are those of the program and the library in it, where they are
-/// linked to RealTimeProbe.cpp: by the linker's option --wrap, see tests/CMakeLists.txt.
+/// linked to RealTimeProbe.cpp: by the linker's option --wrap, see tests/CMakeLists.txt, and by its
+/// operator new.
 class RealTimeProbe {
  public:
     RealTimeProbe() {
