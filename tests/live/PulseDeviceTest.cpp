@@ -11,10 +11,10 @@
 
 #include "ZAVAudioStreaming/platform/AudioDevices.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
-#include "tests/support/AllocationCount.hpp"
 #include "tests/support/Commands.hpp"
 #include "tests/support/DeviceClients.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/RealTimeProbe.hpp"
 #include "tests/support/SoundServer.hpp"
 #include "tests/support/SpeakerRecorder.hpp"
 #include "tests/support/WaitFor.hpp"
@@ -146,7 +146,9 @@ class TimedClient final : public RampClient {
     using RampClient::RampClient;
 
     std::size_t pull(std::span<std::byte> room) noexcept override {
-        countsAllocations = std::this_thread::get_id() != testThread_;
+        if (std::this_thread::get_id() != testThread_) {
+            RealTimeProbe::watchThisThread();
+        }
         return RampClient::pull(room);
     }
     void played(std::uint64_t frameCount) noexcept override {
@@ -171,7 +173,7 @@ TEST_P(PulseDevice, saysWhenMarksAreReachedWithoutAllocating) {
     constexpr std::uint64_t kFrames = 72'000;
     TimedClient client(kFrames, 2'400);
     const auto stream = openPlayback(client);
-    allocationCount = 0;
+    RealTimeProbe::reset();
     client.started = std::chrono::steady_clock::now();
     EXPECT_EQ(stream->start(), noErr);
     stream->drain();
@@ -180,7 +182,7 @@ TEST_P(PulseDevice, saysWhenMarksAreReachedWithoutAllocating) {
     EXPECT_LT(client.mostAheadSeconds, 0.06);
     // A machine that is busy may take several marks at once.
     EXPECT_GT(client.saidCount, 10);
-    EXPECT_EQ(allocationCount, 0);
+    EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 }
 
 AudioStreamBasicDescription companded(std::uint32_t formatID) {
@@ -312,7 +314,9 @@ class CountingCollector final : public CollectingClient {
     using CollectingClient::CollectingClient;
 
     std::size_t push(std::span<const std::byte> captured) noexcept override {
-        countsAllocations = std::this_thread::get_id() != testThread_;
+        if (std::this_thread::get_id() != testThread_) {
+            RealTimeProbe::watchThisThread();
+        }
         return CollectingClient::push(captured);
     }
 
@@ -328,7 +332,7 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
         writeFile(folder / "ramp.raw", std::as_bytes(std::span(samples)));
     }
     CountingCollector client(2 * kSamples);
-    allocationCount = 0;
+    RealTimeProbe::reset();
     const auto stream = openCapture(client);
     client.room = 480;
     stream->roomAdded();
@@ -342,7 +346,7 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
         return client.keptCount >= kSamples;
     }));
     EXPECT_EQ(client.samples(), rampSamples(kSamples));
-    EXPECT_EQ(allocationCount, 0);
+    EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 
     client.room = 1'000'000'000;
     stream->finish();

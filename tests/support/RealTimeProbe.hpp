@@ -19,6 +19,9 @@ class RealTimeProbe {
     RealTimeProbe(const RealTimeProbe&) = delete;
     RealTimeProbe& operator=(const RealTimeProbe&) = delete;
 
+    /// As if one lived on this thread from now on.
+    static void watchThisThread() { probesOnThread_ = 1; }
+
     /// Since `reset`, on all threads.
     static int probedCallCount() { return probedCalls_; }
     static int allocationCount() { return allocations_; }
