@@ -28,12 +28,15 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 }
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
-// Those for arrays would come down to the others by themselves, but not under the sanitizers.
+// The other forms would come down to the first by themselves, but not under the sanitizers.
 void* operator new(std::size_t size) {
     if (void* const memory = std::malloc(size)) {
         return memory;
     }
     throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return std::malloc(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
@@ -43,6 +46,9 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 }
 void* operator new[](std::size_t size) {
     return operator new(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return std::malloc(size);
 }
 void operator delete[](void* memory) noexcept {
     std::free(memory);
