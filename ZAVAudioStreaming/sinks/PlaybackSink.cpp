@@ -245,7 +245,12 @@ void PlaybackSink::setPaused(bool paused) {
 
 /// Resumes what the sink has paused, or starts what has been scheduled.
 void PlaybackSink::startWhenDue() {
-    const AudioStreamBasicDescription format = inDataFormat();
+    // The upstream is only asked when its answer counts, and under no lock: its code may be the
+    // application's.
+    std::optional<AudioStreamBasicDescription> format;
+    if (delayPlaySchedule() && !paused()) {
+        format = inDataFormat();
+    }
     const std::lock_guard events(events_);
     if (paused_) {
         // All that was enqueued may have been played since, and the pause be newer than that.
@@ -259,9 +264,9 @@ void PlaybackSink::startWhenDue() {
     }
     // A stop comes before or after the start, not in between.
     const std::lock_guard lock(mutex_);
-    if (delayPlaySchedule_) {
+    if (delayPlaySchedule_ && format) {
         const std::uint32_t bytesPerSecond = checkedMultiply(
-            checkedTruncate<std::uint32_t>(format.mSampleRate), format.mBytesPerFrame);
+            checkedTruncate<std::uint32_t>(format->mSampleRate), format->mBytesPerFrame);
         if (*delayPlaySchedule_ * bytesPerSecond <= enqueuedByteCount()) {
             delayPlaySchedule_.reset();
             // Best effort: a queue that does not start keeps its audio, and `isPlaying` tells.

@@ -305,6 +305,12 @@ TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
     EXPECT_EQ(events(), (Events{kExhausted, "pause", "Pause Audio Queue result: -66681"}));
     EXPECT_TRUE(sink_->paused());
 
+    // Nothing of the upstream is needed for that.
+    source_.reset();
+    const Bytes last(kBufferSize);
+    sink_->receiveAudio(last.data(), last.size(), 1, nullptr);
+    EXPECT_FALSE(sink_->paused());
+
     // What a stop gives back is no reason to pause.
     make();
     sink_->play();
@@ -333,7 +339,8 @@ TEST_F(PlaybackSinkTest, staysPausedWhenWhatItEnqueuedHasBeenPlayedMeanwhile) {
     const auto source = makeNode<SourceThatIsAsked>();
     make(pcmFormat(16000, 1), source);
     sink_->setQueueBufferSize(kBufferSize);
-    sink_->play();
+    sink_->autoPlay(10);  // the sink asks for the format before it looks at the queue
+    ASSERT_EQ(AudioQueueStart(sink_->audioQueueRef(), nullptr), noErr);
     events();
     source->onQuestion = [] { scriptedQueue().handBackAll(); };
     push(kBufferSize);

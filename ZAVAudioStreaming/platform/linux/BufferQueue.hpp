@@ -87,7 +87,7 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     // State lock held:
     /// Whether a buffer can be enqueued with these descriptions. One to be filled is emptied.
     virtual OSStatus prepare(AudioQueueBuffer& buffer,
-                             std::span<const AudioStreamPacketDescription> descriptions) const = 0;
+                             std::span<const AudioStreamPacketDescription> descriptions) = 0;
     /// `entry` is the last of `enqueued`, and leaves it again if this throws.
     virtual void accept(Entry& entry,
                         std::span<const AudioStreamPacketDescription> descriptions) = 0;

@@ -143,7 +143,7 @@ void InputQueue::closeDevice() {
 }
 
 OSStatus InputQueue::prepare(AudioQueueBuffer& buffer,
-                             std::span<const AudioStreamPacketDescription> descriptions) const {
+                             std::span<const AudioStreamPacketDescription> descriptions) {
     if (!descriptions.empty()) {
         return kAudioQueueErr_InvalidParameter;
     }

@@ -148,18 +148,20 @@ void OutputQueue::closeDevice() {
 }
 
 OSStatus OutputQueue::prepare(AudioQueueBuffer& buffer,
-                              std::span<const AudioStreamPacketDescription> descriptions) const {
+                              std::span<const AudioStreamPacketDescription> descriptions) {
     if (buffer.mAudioDataByteSize == 0) {
         return kAudioQueueErr_BufferEmpty;
     }
-    return liesIn(buffer.mAudioDataByteSize, descriptions) ? noErr
-                                                           : kAudioQueueErr_InvalidParameter;
+    if (!liesIn(buffer.mAudioDataByteSize, descriptions)) {
+        return kAudioQueueErr_InvalidParameter;
+    }
+    wasPlayedOut_ = false;
+    return noErr;
 }
 
 void OutputQueue::accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) {
     const std::span bytes(static_cast<const std::byte*>(entry.buffer->mAudioData),
                           entry.buffer->mAudioDataByteSize);
-    wasPlayedOut_ = false;
     if (decoder_ == nullptr) {
         entry.endFrame = feed_.append(bytes);
     } else {

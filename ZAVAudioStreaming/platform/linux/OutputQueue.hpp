@@ -36,7 +36,7 @@ class OutputQueue : public BufferQueue {
     OSStatus pauseDevice() override;
     void closeDevice() override;
     OSStatus prepare(AudioQueueBuffer& buffer,
-                     std::span<const AudioStreamPacketDescription> descriptions) const override;
+                     std::span<const AudioStreamPacketDescription> descriptions) override;
     void accept(Entry& entry, std::span<const AudioStreamPacketDescription> descriptions) override;
     void collect() override;
     void endRun() override;
