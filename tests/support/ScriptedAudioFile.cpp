@@ -1,8 +1,6 @@
 #include "tests/support/ScriptedAudioFile.hpp"
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
 
 namespace zav {
 
@@ -11,83 +9,52 @@ struct OpaqueAudioFileID {};
 namespace test {
 namespace {
 
-std::unique_ptr<ScriptedAudioFile> current = std::make_unique<ScriptedAudioFile>();
+ScriptedAudioFile current;
 OpaqueAudioFileID theFile;
 
-OSStatus note(const std::string& call) {
-    current->calls.push_back(call);
-    const auto failure = current->failures.find(call);
-    return failure == current->failures.end() ? noErr : failure->second;
-}
-
-std::uint64_t packetCount() {
-    return current->audio.size() / current->packetSize;
-}
-
-std::vector<std::byte> valueOf(AudioFilePropertyID property) {
-    const auto bytesOf = [](const auto& value) {
-        const auto* const first = reinterpret_cast<const std::byte*>(&value);
-        return std::vector<std::byte>(first, first + sizeof(value));
-    };
-    switch (property) {
-        case kAudioFilePropertyDataFormat:
-            return bytesOf(current->format);
-        case kAudioFilePropertyPacketSizeUpperBound:
-            return bytesOf(current->packetSize);
-        case kAudioFilePropertyAudioDataPacketCount:
-            return bytesOf(packetCount());
-        case kAudioFilePropertyEstimatedDuration:
-            return bytesOf(static_cast<double>(current->written.size()));
-        default:
-            return {};
+OSStatus give(AudioFileID* outAudioFile, OSStatus status) {
+    if (status == noErr && !current.givesNoID) {
+        *outAudioFile = &theFile;
     }
+    return status;
 }
 
 }  // namespace
 
 ScriptedAudioFile& scriptedFile() {
-    return *current;
+    return current;
 }
 
 void resetAudioFile() {
-    current = std::make_unique<ScriptedAudioFile>();
+    current = {};
 }
 
 }  // namespace test
 
 using test::current;
-using test::note;
-using test::theFile;
 
 OSStatus AudioFileOpenURL(const std::filesystem::path& inFileRef,
                           AudioFilePermissions inPermissions, AudioFileTypeID inFileTypeHint,
                           AudioFileID* outAudioFile) {
-    current->path = inFileRef;
-    current->permissions = inPermissions;
-    current->typeHint = inFileTypeHint;
-    const OSStatus status = note("open");
-    if (status == noErr && !current->givesNoID) {
-        *outAudioFile = &theFile;
-    }
-    return status;
+    const std::string hint = inFileTypeHint == 0 ? "" : " as " + fourCharText(inFileTypeHint);
+    return test::give(
+        outAudioFile,
+        current.note("open", (inPermissions == kAudioFileReadPermission ? " to read " : " ") +
+                                 inFileRef.string() + hint));
 }
 
 OSStatus AudioFileCreateWithURL(const std::filesystem::path& inFileRef, AudioFileTypeID inFileType,
                                 const AudioStreamBasicDescription* inFormat, AudioFileFlags inFlags,
                                 AudioFileID* outAudioFile) {
-    current->path = inFileRef;
-    current->createdType = inFileType;
-    current->createdFormat = *inFormat;
-    current->flags = inFlags;
-    const OSStatus status = note("create");
-    if (status == noErr) {
-        *outAudioFile = &theFile;
-    }
-    return status;
+    current.createdFormat = *inFormat;
+    return test::give(
+        outAudioFile,
+        current.note("create", (inFlags == kAudioFileFlags_EraseFile ? " anew " : " ") +
+                                   inFileRef.string() + " as " + fourCharText(inFileType)));
 }
 
 OSStatus AudioFileClose(AudioFileID /*inAudioFile*/) {
-    return note("close");
+    return current.note("close");
 }
 
 OSStatus AudioFileReadPacketData(AudioFileID /*inAudioFile*/, bool /*inUseCache*/,
@@ -95,19 +62,21 @@ OSStatus AudioFileReadPacketData(AudioFileID /*inAudioFile*/, bool /*inUseCache*
                                  AudioStreamPacketDescription* outPacketDescriptions,
                                  std::int64_t inStartingPacket, std::uint32_t* ioNumPackets,
                                  void* outBuffer) {
-    current->readByteBudget = *ioNumBytes;
-    current->descriptions = outPacketDescriptions;
-    if (const OSStatus status = note("read"); status != noErr) {
-        return status;
+    current.descriptions = outPacketDescriptions;
+    const OSStatus status =
+        current.note("read", " " + std::to_string(*ioNumPackets) + " packets into " +
+                                 std::to_string(*ioNumBytes) + " bytes");
+    if (status == noErr) {
+        const auto rest = std::span(current.audio)
+                              .subspan(static_cast<std::size_t>(inStartingPacket) *
+                                       test::ScriptedAudioFile::kPacketSize);
+        const auto part =
+            rest.first(std::min(rest.size(), *ioNumPackets * test::ScriptedAudioFile::kPacketSize));
+        *ioNumBytes = static_cast<std::uint32_t>(part.size());
+        *ioNumPackets = *ioNumBytes / test::ScriptedAudioFile::kPacketSize;
+        std::ranges::copy(part, static_cast<std::byte*>(outBuffer));
     }
-    const auto start = static_cast<std::uint64_t>(inStartingPacket);
-    const std::uint64_t rest = test::packetCount() - std::min(start, test::packetCount());
-    *ioNumPackets = static_cast<std::uint32_t>(std::min<std::uint64_t>(*ioNumPackets, rest));
-    *ioNumBytes = *ioNumPackets * current->packetSize;
-    if (*ioNumBytes > 0) {
-        std::memcpy(outBuffer, &current->audio[start * current->packetSize], *ioNumBytes);
-    }
-    return noErr;
+    return status;
 }
 
 OSStatus AudioFileWritePackets(AudioFileID /*inAudioFile*/, bool /*inUseCache*/,
@@ -115,41 +84,32 @@ OSStatus AudioFileWritePackets(AudioFileID /*inAudioFile*/, bool /*inUseCache*/,
                                const AudioStreamPacketDescription* inPacketDescriptions,
                                std::int64_t inStartingPacket, std::uint32_t* ioNumPackets,
                                const void* inBuffer) {
-    current->descriptions = inPacketDescriptions;
-    current->writeIndices.push_back(inStartingPacket);
-    current->writePacketCounts.push_back(*ioNumPackets);
+    current.descriptions = inPacketDescriptions;
     const auto* const bytes = static_cast<const std::byte*>(inBuffer);
-    current->written.insert(current->written.end(), bytes, bytes + inNumBytes);
-    if (current->packetsReported != 0) {
-        *ioNumPackets = current->packetsReported;
+    current.written.insert(current.written.end(), bytes, bytes + inNumBytes);
+    const std::uint32_t given = *ioNumPackets;
+    if (current.packetsReported != 0) {
+        *ioNumPackets = current.packetsReported;
     }
-    return note("write");
+    return current.note("write",
+                        " " + std::to_string(given) + " at " + std::to_string(inStartingPacket));
 }
 
 OSStatus AudioFileGetPropertyInfo(AudioFileID /*inAudioFile*/, AudioFilePropertyID inPropertyID,
                                   std::uint32_t* outDataSize, std::uint32_t* /*isWritable*/) {
-    if (const auto failure = current->propertyFailures.find(inPropertyID);
-        failure != current->propertyFailures.end()) {
-        return failure->second;
-    }
-    *outDataSize = static_cast<std::uint32_t>(test::valueOf(inPropertyID).size());
-    return noErr;
+    return current.propertySize(inPropertyID, *outDataSize);
 }
 
 OSStatus AudioFileGetProperty(AudioFileID /*inAudioFile*/, AudioFilePropertyID inPropertyID,
-                              std::uint32_t* ioDataSize, void* outPropertyData) {
-    if (const OSStatus status = note("get"); status != noErr) {
-        return status;
-    }
-    std::memcpy(outPropertyData, test::valueOf(inPropertyID).data(), *ioDataSize);
-    return noErr;
+                              std::uint32_t* /*ioDataSize*/, void* outPropertyData) {
+    return current.readProperty(inPropertyID, outPropertyData);
 }
 
-OSStatus AudioFileSetProperty(AudioFileID /*inAudioFile*/, AudioFilePropertyID /*inPropertyID*/,
+OSStatus AudioFileSetProperty(AudioFileID /*inAudioFile*/, AudioFilePropertyID inPropertyID,
                               std::uint32_t inDataSize, const void* inPropertyData) {
     const auto* const bytes = static_cast<const std::byte*>(inPropertyData);
-    current->cookie.assign(bytes, bytes + inDataSize);
-    return note("set");
+    current.properties[inPropertyID] = {bytes, bytes + inDataSize};
+    return current.note("set");
 }
 
 }  // namespace zav
