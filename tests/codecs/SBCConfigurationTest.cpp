@@ -1,9 +1,7 @@
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 
-#include "tests/support/Formats.hpp"
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/SbcLoop.hpp"
-#include "tests/support/TestAudio.hpp"
 #include "tests/support/WrappedCodecs.hpp"
 
 namespace zav::test {
@@ -106,18 +104,16 @@ class SBCCodingTest : public NodeTest<SBCCoding> {
 
 TEST_F(SBCCodingTest, takesTheRateTheChannelsAndTheByteOrderOfItsConfigurationOnly) {
     constexpr std::uint32_t kBig = kAudioFormatFlagIsBigEndian;
-    EXPECT_TRUE(suits(Mode::mono, Endian::little, 32000, 1));
-    EXPECT_TRUE(suits(Mode::stereo, Endian::little, 32000, 2));
-    EXPECT_TRUE(suits(Mode::jointStereo, Endian::little, 32000, 2));
-    EXPECT_TRUE(suits(Mode::dual, Endian::little, 32000, 2));
-    EXPECT_TRUE(suits(Mode::mono, Endian::big, 32000, 1, kBig));
-    EXPECT_FALSE(suits(Mode::mono, Endian::little, 16000, 1));
-    EXPECT_FALSE(suits(Mode::mono, Endian::little, 22050, 1));
-    EXPECT_FALSE(suits(Mode::mono, Endian::little, 32000.5, 1));
-    EXPECT_FALSE(suits(Mode::mono, Endian::little, 32000, 2));
-    EXPECT_FALSE(suits(Mode::stereo, Endian::little, 32000, 1));
-    EXPECT_FALSE(suits(Mode::mono, Endian::little, 32000, 0));
-    EXPECT_FALSE(suits(Mode::stereo, Endian::little, 32000, 3));
+    for (const auto mode : {Mode::mono, Mode::dual, Mode::stereo, Mode::jointStereo}) {
+        for (const std::uint32_t channels : {0U, 1U, 2U, 3U}) {
+            const bool areItsOwn = channels == (mode == Mode::mono ? 1 : 2);
+            EXPECT_EQ(suits(mode, Endian::little, 32000, channels), areItsOwn) << channels;
+            EXPECT_EQ(suits(mode, Endian::big, 32000, channels, kBig), areItsOwn) << channels;
+        }
+    }
+    for (const double rate : {16000.0, 22050.0, 32000.5}) {
+        EXPECT_FALSE(suits(Mode::mono, Endian::little, rate, 1)) << rate;
+    }
     EXPECT_FALSE(suits(Mode::mono, Endian::little, 32000, 1, kBig));
     EXPECT_FALSE(suits(Mode::mono, Endian::big, 32000, 1));
 }
@@ -130,7 +126,7 @@ TEST_F(SBCCodingTest, passesTheFlowOnAndDropsTheAudio) {
     start();
     push(testBytes(4));
     end();
-    EXPECT_EQ(sink_->calls, (std::vector<std::string>{"start", "end"}));
+    EXPECT_EQ(sink_->calls, (Calls{"start", "end"}));
 }
 
 }  // namespace

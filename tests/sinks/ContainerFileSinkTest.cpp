@@ -9,11 +9,8 @@
 #include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 namespace {
@@ -142,12 +139,8 @@ TEST_F(ContainerFileSinkTest, writesALaterFlowOverTheFirstWithoutShorteningIt) {
 
 TEST_F(ContainerFileSinkTest, refusesUnsuitableUpstreamsBeforeItTouchesTheFile) {
     // Also what an Opus encoder makes at 12 and 24 kHz, and what an SBC encoder makes at any rate.
-    expectRefused<ZAVOpusFileSink>({{},
-                                    opusFormat(12000, 1),
-                                    opusFormat(24000, 1),
-                                    opusFormat(16000, 0),
-                                    opusFormat(16000, 3),
-                                    pcmFormat(8000, 1)},
+    expectRefused<ZAVOpusFileSink>({opusFormat(12000, 1), opusFormat(24000, 1),
+                                    opusFormat(16000, 0), opusFormat(16000, 3), pcmFormat(8000, 1)},
                                    path_);
     expectRefused<ZAVSbcFileSink>(
         {sbcFormat(44100, 2, 0, 100), sbcContainerFormat(22050), sbcContainerFormat(8000),

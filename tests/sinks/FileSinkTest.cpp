@@ -1,14 +1,10 @@
 #include "ZAVAudioStreaming/sinks/FileSink.hpp"
 
-#include "tests/support/Formats.hpp"
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/ScriptedAudioFile.hpp"
-#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 namespace {
-
-using Calls = std::vector<std::string>;
 
 class FileSinkTest : public PushingTest {
  protected:

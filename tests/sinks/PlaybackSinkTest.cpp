@@ -6,11 +6,8 @@
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "tests/support/DiagnosticsLines.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/NodeTest.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
-#include "tests/support/TestAudio.hpp"
 #include "tests/support/WaitFor.hpp"
 
 namespace zav::test {

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
 
 #include <limits>
@@ -10,16 +8,12 @@
 #include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
 #include "ZAVAudioStreaming/sources/ZAVSbcFileSource.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
+#include "tests/support/NodeTest.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 namespace {
 
-using Calls = std::vector<std::string>;
 using Descriptions = std::vector<AudioStreamPacketDescription>;
 
 template <class Source>

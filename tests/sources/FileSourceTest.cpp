@@ -1,20 +1,13 @@
 #include "ZAVAudioStreaming/sources/FileSource.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
+#include "tests/support/NodeTest.hpp"
 #include "tests/support/ScriptedAudioFile.hpp"
-#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 namespace {
-
-using Calls = std::vector<std::string>;
 
 /// A file of ten packets of 8 bytes.
 class FileSourceTest : public testing::Test {

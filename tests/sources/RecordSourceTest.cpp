@@ -1,24 +1,17 @@
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <limits>
 #include <thread>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "tests/support/DiagnosticsLines.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
+#include "tests/support/NodeTest.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
-#include "tests/support/TestAudio.hpp"
 #include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
 namespace {
-
-using Calls = std::vector<std::string>;
 
 class RecordSourceTest : public testing::Test {
  protected:

@@ -11,6 +11,7 @@
 namespace zav::test {
 
 using Bytes = std::vector<std::byte>;
+using Calls = std::vector<std::string>;
 
 /// Keeps everything that it is sent.
 class RecordingSink : public PeripheralSink {
