@@ -56,7 +56,8 @@ raw() {
     ffmpeg -nostdin -v error -i "$1" -map 0:a -c copy -f data -
 }
 
+# done_with WHAT: everything passed, some of it by the functions above.
 done_with() {
     [ "$checks" -gt 0 ] || fail "nothing was checked"
-    printf '%s: %d checks\n' "$1" "$checks"
+    printf '%s: passed\n' "$1"
 }
