@@ -157,38 +157,20 @@ done
 for type in sbc zsbc zopus; do
     "$ZAV" encode speech.wav "coded.$type"
 done
-plays_like_ffmpeg() { # FILE SINK
-    listen_to_speaker heard.raw "$2"
-    PULSE_SINK=$2 "$ZAV" play "$1" || return 1
+plays_like_ffmpeg() { # FILE
+    listen_to_speaker heard.raw
+    "$ZAV" play "$1" || return 1
     until_silent_behind heard.raw
     stop_last TERM || true
     sox -D -t raw -e signed -b 16 -r 48000 -c 2 heard.raw -c 1 -t raw heard.mono.raw
     # It is the decoding that counts here.
     is_heard decoded.raw heard.mono.raw 99 || { touch gaps.txt && false; }
 }
-plays() { # TYPE SINK: in a folder of its own, since some do so at once
-    mkdir "$1"
-    cd "$1" || exit
-    raw_of "../coded.$1" >decoded.raw
-    in_some_try plays_like_ffmpeg "../coded.$1" "$2"
-}
 types=(mp3 ac3 m4a aac flac ogg opus wav sbc zsbc zopus)
 [ -z "${QUICK:-}" ] || types=(mp3 m4a zsbc zopus)
-sinks=(speaker)
-if [ "$1" = pulseaudio ]; then # where some at once do not disturb each other
-    sinks+=(speaker2 speaker3 speaker4)
-fi
-for sink in "${sinks[@]:1}"; do
-    pactl load-module module-null-sink "sink_name=$sink" rate=48000 channels=2 norewinds=1 >>"$log"
-done
-players=()
-for i in "${!types[@]}"; do
-    [ "$i" -lt ${#sinks[@]} ] || wait "${players[i - ${#sinks[@]}]}" || exit 1
-    (plays "${types[i]}" "${sinks[i % ${#sinks[@]}]}") &
-    players+=($!)
-done
-for player in "${players[@]:(-${#sinks[@]})}"; do
-    wait "$player" || exit 1
+for type in "${types[@]}"; do
+    raw_of "coded.$type" >decoded.raw
+    in_some_try plays_like_ffmpeg "coded.$type"
 done
 
 # --- a disk that is full: what was recorded before is there.

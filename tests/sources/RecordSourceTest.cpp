@@ -180,14 +180,11 @@ TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
 }
 
 TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeBack) {
-    enum class ComeBack { afterTheStop, insideIt, insideItOnAnotherThread };
-    const auto stop = [&](bool isATarget, ComeBack comeBack) {
+    const auto stop = [&](bool isATarget, const std::function<void()>& duringTheStop) {
         makeRecording();
         scriptedQueue().onCall = [=](const std::string& call) {
-            if (call == "stop" && comeBack == ComeBack::insideIt) {
-                scriptedQueue().handBackAll();
-            } else if (call == "stop" && comeBack == ComeBack::insideItOnAnotherThread) {
-                std::thread([] { scriptedQueue().handBackAll(); }).join();
+            if (call == "stop") {
+                duringTheStop();
             }
         };
         target_->onCall = [=, this](const std::string& call) {
@@ -204,11 +201,12 @@ TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeB
         EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
         EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
     };
-    stop(true, ComeBack::afterTheStop);
-    stop(true, ComeBack::insideIt);
-    stop(false, ComeBack::afterTheStop);
-    stop(false, ComeBack::insideIt);
-    stop(false, ComeBack::insideItOnAnotherThread);
+    const auto handBackAll = [] { scriptedQueue().handBackAll(); };
+    stop(true, [] {});
+    stop(true, handBackAll);
+    stop(false, [] {});
+    stop(false, handBackAll);
+    stop(false, [&] { std::thread(handBackAll).join(); });
 
     // The device goes away, and the application stops when it sees that.
     makeRecording();

@@ -47,6 +47,15 @@ class RecordingSink : public PeripheralSink {
         return all;
     }
 
+    /// Of each chunk.
+    std::vector<std::uint64_t> packetCounts() const {
+        std::vector<std::uint64_t> counts;
+        for (const Chunk& chunk : chunks) {
+            counts.push_back(chunk.packetNum);
+        }
+        return counts;
+    }
+
     std::vector<std::string> calls;
     std::vector<Chunk> chunks;
     std::function<void(const std::string&)> onCall;

@@ -47,10 +47,10 @@ in_some_try() {
     fail "$* $(cat why.txt 2>>"$work/log" || true)"
 }
 
-# listen_to_speaker FILE [SINK]: records what is played, raw, 16 bits, 48000 Hz, stereo, from now on.
+# listen_to_speaker FILE: records what is played, raw, 16 bits, 48000 Hz, stereo, from now on.
 listen_to_speaker() {
     : >"$1"
-    in_background parec --device="${2:-speaker}.monitor" --raw --format=s16le --rate=48000 --channels=2 \
+    in_background parec --device=speaker.monitor --raw --format=s16le --rate=48000 --channels=2 \
         --latency-msec=20 >"$1"
     until_true test -s "$1"
 }
