@@ -26,13 +26,6 @@ raw_of() {
     ffmpeg -nostdin -v error -i "$file" -f s16le -ar 48000 -ac 1 -
 }
 
-# without_silence FILE FRAME_SIZE: from the first frame that is not silent to the last one, in text.
-without_silence() {
-    od -An -v -t x1 -w"$2" "$1" | awk '/[1-9a-f]/ { for (; held > 0; --held) print silence
-                                                    print; begun = 1; next }
-                                       begun { silence = $0; ++held }'
-}
-
 # is_heard FILE HEARD LIKENESS: the mono recording says what the mono file says, somewhat later; the
 # likeness is their correlation then, in per cent. Raw, 16 bits, 48000 Hz.
 is_heard() {
@@ -42,23 +35,6 @@ is_heard() {
     sox -M left.wav right.wav compared.wav
     "$EXAMPLES/compare_channels" compared.wav >why.txt 2>&1
     awk -v limit="$3" '/^likeness/ { found = $2 >= limit } END { exit !found }' why.txt
-}
-
-grows_by() { # FILE SIZE BYTES
-    [ "$(stat -c %s "$1")" -gt $(($2 + $3)) ]
-}
-
-# Silence in the recording, behind what was heard, so that all of it is there.
-until_silent_behind() { # FILE
-    until_true grows_by "$1" "$(stat -c %s "$1")" 100000
-}
-
-stop_last() { # SIGNAL: ends the last process in the background; its exit code.
-    local pid=${processes[-1]} code=0
-    kill -"$1" "$pid"
-    unset 'processes[-1]'
-    wait "$pid" || code=$?
-    return $code
 }
 
 # --- devices
@@ -84,11 +60,8 @@ noise 100 short
 sox -R -n -b 16 -r 48000 -c 1 mono.wav synth 30000s whitenoise vol 0.5
 sox -D mono.wav -t raw mono.raw remix 1 1
 plays_exactly() { # NAME.TYPE [OPTION...]
-    listen_to_speaker heard.raw
-    terminal "$ZAV" play "${@:2}" "$1" >told.txt || return 1
+    hear terminal "$ZAV" play "${@:2}" "$1" >told.txt || return 1
     tail -n 1 told.txt | grep -q ', 0 underruns' || touch gaps.txt
-    until_silent_behind heard.raw
-    stop_last TERM || true
     cmp -s <(without_silence heard.raw 4) <(without_silence "${1%.*}.raw" 4)
 }
 in_some_try plays_exactly long.wav
@@ -158,10 +131,7 @@ for type in sbc zsbc zopus; do
     "$ZAV" encode speech.wav "coded.$type"
 done
 plays_like_ffmpeg() { # FILE
-    listen_to_speaker heard.raw
-    "$ZAV" play "$1" || return 1
-    until_silent_behind heard.raw
-    stop_last TERM || true
+    hear "$ZAV" play "$1" || return 1
     sox -D -t raw -e signed -b 16 -r 48000 -c 2 heard.raw -c 1 -t raw heard.mono.raw
     # It is the decoding that counts here.
     is_heard decoded.raw heard.mono.raw 99 || { touch gaps.txt && false; }

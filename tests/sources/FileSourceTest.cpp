@@ -45,7 +45,7 @@ TEST_F(FileSourceTest, opensForReadingWithoutAHintAndCloses) {
     };
     makeNode<Watcher>(source_);
     source_.reset();
-    EXPECT_EQ(file_.calls, (Calls{"open to read folder/file.wav", "close", "target released"}));
+    EXPECT_EQ(file_.calls, (Calls{"open folder/file.wav", "close", "target released"}));
 }
 
 TEST_F(FileSourceTest, throwsTheStatusOfAFileThatDoesNotOpen) {
@@ -61,7 +61,7 @@ TEST_F(FileSourceTest, pushesTheFileInTheChunksThatAreAskedFor) {
     open();
     EXPECT_EQ(source_->progress(), 0.0F);
     EXPECT_EQ(source_->readPackets(4), 4);
-    EXPECT_EQ(file_.calls.back(), "read 4 packets into 32 bytes");
+    EXPECT_EQ(file_.calls.back(), "read 4 packets into 32");
     EXPECT_EQ(source_->readPackets(4), 4);
     EXPECT_FLOAT_EQ(source_->progress(), 0.8F);
     EXPECT_EQ(source_->readPackets(4), 2);

@@ -12,9 +12,9 @@ namespace {
 ScriptedAudioFile current;
 OpaqueAudioFileID theFile;
 
-OSStatus give(AudioFileID* outAudioFile, OSStatus status) {
+OSStatus give(AudioFileID* file, OSStatus status) {
     if (status == noErr && !current.givesNoID) {
-        *outAudioFile = &theFile;
+        *file = &theFile;
     }
     return status;
 }
@@ -33,82 +33,69 @@ void resetAudioFile() {
 
 using test::current;
 
-OSStatus AudioFileOpenURL(const std::filesystem::path& inFileRef,
-                          AudioFilePermissions inPermissions, AudioFileTypeID inFileTypeHint,
-                          AudioFileID* outAudioFile) {
-    const std::string hint = inFileTypeHint == 0 ? "" : " as " + fourCharText(inFileTypeHint);
-    return test::give(
-        outAudioFile,
-        current.note("open", (inPermissions == kAudioFileReadPermission ? " to read " : " ") +
-                                 inFileRef.string() + hint));
+OSStatus AudioFileOpenURL(const std::filesystem::path& path, AudioFilePermissions permissions,
+                          AudioFileTypeID hint, AudioFileID* file) {
+    const bool isPlain = permissions == kAudioFileReadPermission && hint == 0;
+    return test::give(file, current.note("open", (isPlain ? " " : " otherwise ") + path.string()));
 }
 
-OSStatus AudioFileCreateWithURL(const std::filesystem::path& inFileRef, AudioFileTypeID inFileType,
-                                const AudioStreamBasicDescription* inFormat, AudioFileFlags inFlags,
-                                AudioFileID* outAudioFile) {
-    current.createdFormat = *inFormat;
-    return test::give(
-        outAudioFile,
-        current.note("create", (inFlags == kAudioFileFlags_EraseFile ? " anew " : " ") +
-                                   inFileRef.string() + " as " + fourCharText(inFileType)));
+OSStatus AudioFileCreateWithURL(const std::filesystem::path& path, AudioFileTypeID type,
+                                const AudioStreamBasicDescription* format, AudioFileFlags flags,
+                                AudioFileID* file) {
+    current.createdFormat = *format;
+    const std::string where = flags == kAudioFileFlags_EraseFile ? " anew " : " ";
+    return test::give(file,
+                      current.note("create", where + path.string() + " as " + fourCharText(type)));
 }
 
-OSStatus AudioFileClose(AudioFileID /*inAudioFile*/) {
+OSStatus AudioFileClose(AudioFileID) {
     return current.note("close");
 }
 
-OSStatus AudioFileReadPacketData(AudioFileID /*inAudioFile*/, bool /*inUseCache*/,
-                                 std::uint32_t* ioNumBytes,
-                                 AudioStreamPacketDescription* outPacketDescriptions,
-                                 std::int64_t inStartingPacket, std::uint32_t* ioNumPackets,
-                                 void* outBuffer) {
-    current.descriptions = outPacketDescriptions;
-    const OSStatus status =
-        current.note("read", " " + std::to_string(*ioNumPackets) + " packets into " +
-                                 std::to_string(*ioNumBytes) + " bytes");
+OSStatus AudioFileReadPacketData(AudioFileID, bool, std::uint32_t* size,
+                                 AudioStreamPacketDescription* descriptions, std::int64_t start,
+                                 std::uint32_t* packetCount, void* buffer) {
+    constexpr std::uint32_t kPacketSize = test::ScriptedAudioFile::kPacketSize;
+    current.descriptions = descriptions;
+    const OSStatus status = current.note(
+        "read", " " + std::to_string(*packetCount) + " packets into " + std::to_string(*size));
     if (status == noErr) {
-        const auto rest = std::span(current.audio)
-                              .subspan(static_cast<std::size_t>(inStartingPacket) *
-                                       test::ScriptedAudioFile::kPacketSize);
+        const auto rest =
+            std::span(current.audio).subspan(static_cast<std::size_t>(start) * kPacketSize);
         const auto part =
-            rest.first(std::min(rest.size(), *ioNumPackets * test::ScriptedAudioFile::kPacketSize));
-        *ioNumBytes = static_cast<std::uint32_t>(part.size());
-        *ioNumPackets = *ioNumBytes / test::ScriptedAudioFile::kPacketSize;
-        std::ranges::copy(part, static_cast<std::byte*>(outBuffer));
+            rest.first(std::min(rest.size(), std::size_t{*packetCount} * kPacketSize));
+        *size = static_cast<std::uint32_t>(part.size());
+        *packetCount = *size / kPacketSize;
+        std::ranges::copy(part, static_cast<std::byte*>(buffer));
     }
     return status;
 }
 
-OSStatus AudioFileWritePackets(AudioFileID /*inAudioFile*/, bool /*inUseCache*/,
-                               std::uint32_t inNumBytes,
-                               const AudioStreamPacketDescription* inPacketDescriptions,
-                               std::int64_t inStartingPacket, std::uint32_t* ioNumPackets,
-                               const void* inBuffer) {
-    current.descriptions = inPacketDescriptions;
-    const auto* const bytes = static_cast<const std::byte*>(inBuffer);
-    current.written.insert(current.written.end(), bytes, bytes + inNumBytes);
-    const std::uint32_t given = *ioNumPackets;
-    if (current.packetsReported != 0) {
-        *ioNumPackets = current.packetsReported;
-    }
-    return current.note("write",
-                        " " + std::to_string(given) + " at " + std::to_string(inStartingPacket));
+OSStatus AudioFileWritePackets(AudioFileID, bool, std::uint32_t size,
+                               const AudioStreamPacketDescription* descriptions, std::int64_t start,
+                               std::uint32_t* packetCount, const void* buffer) {
+    const auto* const bytes = static_cast<const std::byte*>(buffer);
+    current.descriptions = descriptions;
+    current.written.insert(current.written.end(), bytes, bytes + size);
+    const auto given = std::to_string(*packetCount);
+    *packetCount = current.packetsReported != 0 ? current.packetsReported : *packetCount;
+    return current.note("write", " " + given + " at " + std::to_string(start));
 }
 
-OSStatus AudioFileGetPropertyInfo(AudioFileID /*inAudioFile*/, AudioFilePropertyID inPropertyID,
-                                  std::uint32_t* outDataSize, std::uint32_t* /*isWritable*/) {
-    return current.propertySize(inPropertyID, *outDataSize);
+OSStatus AudioFileGetPropertyInfo(AudioFileID, AudioFilePropertyID id, std::uint32_t* size,
+                                  std::uint32_t* /*isWritable*/) {
+    return current.propertySize(id, *size);
 }
 
-OSStatus AudioFileGetProperty(AudioFileID /*inAudioFile*/, AudioFilePropertyID inPropertyID,
-                              std::uint32_t* /*ioDataSize*/, void* outPropertyData) {
-    return current.readProperty(inPropertyID, outPropertyData);
+OSStatus AudioFileGetProperty(AudioFileID, AudioFilePropertyID id, std::uint32_t* /*size*/,
+                              void* data) {
+    return current.readProperty(id, data);
 }
 
-OSStatus AudioFileSetProperty(AudioFileID /*inAudioFile*/, AudioFilePropertyID inPropertyID,
-                              std::uint32_t inDataSize, const void* inPropertyData) {
-    const auto* const bytes = static_cast<const std::byte*>(inPropertyData);
-    current.properties[inPropertyID] = {bytes, bytes + inDataSize};
+OSStatus AudioFileSetProperty(AudioFileID, AudioFilePropertyID id, std::uint32_t size,
+                              const void* data) {
+    const auto* const bytes = static_cast<const std::byte*>(data);
+    current.properties[id] = {bytes, bytes + size};
     return current.note("set");
 }
 

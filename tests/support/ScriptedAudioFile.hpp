@@ -11,7 +11,7 @@ namespace zav::test {
 
 /// The audio file service for tests of nodes, linked in place of the real one: a file in memory.
 struct ScriptedAudioFile : ScriptedCalls {
-    static constexpr std::size_t kPacketSize = 8;
+    static constexpr std::uint32_t kPacketSize = 8;
     /// What there is to be read.
     std::vector<std::byte> audio;
     bool givesNoID = false;

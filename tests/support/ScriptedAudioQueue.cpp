@@ -112,102 +112,96 @@ DispatchQueue& DispatchQueue::global(QualityOfService /*qos*/) {
     return queue;
 }
 
-OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
-                            AudioQueueInputCallback inCallbackProc, void* inUserData,
-                            AudioQueueRunLoopRef inCallbackRunLoop,
-                            AudioQueueRunLoopMode inCallbackRunLoopMode, std::uint32_t inFlags,
-                            AudioQueueRef* outAQ) {
-    const bool isPlain =
-        inCallbackRunLoop == nullptr && inCallbackRunLoopMode == nullptr && inFlags == 0;
+OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* format,
+                            AudioQueueInputCallback callback, void* userData,
+                            AudioQueueRunLoopRef runLoop, AudioQueueRunLoopMode mode,
+                            std::uint32_t flags, AudioQueueRef* outQueue) {
+    const bool isPlain = runLoop == nullptr && mode == nullptr && flags == 0;
     return perform("newInput", isPlain ? "" : " on a run loop", [&](auto& queue) {
-        queue.format = *inFormat;
-        queue.inputCallback = inCallbackProc;
-        queue.userData = inUserData;
-        *outAQ = &theQueue;
+        queue.format = *format;
+        queue.inputCallback = callback;
+        queue.userData = userData;
+        *outQueue = &theQueue;
     });
 }
 
-OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
-                                              const AudioStreamBasicDescription* inFormat,
-                                              std::uint32_t inFlags,
-                                              DispatchQueueRef inCallbackDispatchQueue,
-                                              AudioQueueOutputCallbackBlock inCallbackBlock) {
+OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outQueue,
+                                              const AudioStreamBasicDescription* format,
+                                              std::uint32_t flags, DispatchQueueRef dispatchQueue,
+                                              AudioQueueOutputCallbackBlock callback) {
     const auto& usual = DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated);
-    const bool isPlain = inFlags == 0 && inCallbackDispatchQueue == &usual;
+    const bool isPlain = flags == 0 && dispatchQueue == &usual;
     return perform("newOutput", isPlain ? "" : " elsewhere", [&](auto& queue) {
-        queue.format = *inFormat;
-        queue.outputCallback = std::move(inCallbackBlock);
-        *outAQ = &theQueue;
+        queue.format = *format;
+        queue.outputCallback = std::move(callback);
+        *outQueue = &theQueue;
     });
 }
 
-OSStatus AudioQueueAllocateBuffer(AudioQueueRef /*inAQ*/, std::uint32_t inBufferByteSize,
-                                  AudioQueueBufferRef* outBuffer) {
-    return perform("allocate", " " + std::to_string(inBufferByteSize), [&](auto& queue) {
-        auto& bytes = queue.bufferBytes.emplace_back(inBufferByteSize);
-        *outBuffer = &queue.buffers.emplace_back(AudioQueueBuffer{inBufferByteSize, bytes.data()});
+OSStatus AudioQueueAllocateBuffer(AudioQueueRef, std::uint32_t size, AudioQueueBufferRef* buffer) {
+    return perform("allocate", " " + std::to_string(size), [&](auto& queue) {
+        auto& bytes = queue.bufferBytes.emplace_back(size);
+        *buffer = &queue.buffers.emplace_back(AudioQueueBuffer{size, bytes.data()});
     });
 }
 
-OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inBuffer,
-                                 std::uint32_t inNumPacketDescs,
-                                 const AudioStreamPacketDescription* inPacketDescs) {
-    const std::string packets =
-        inNumPacketDescs == 0 ? "" : " " + std::to_string(inNumPacketDescs) + " packets";
+OSStatus AudioQueueEnqueueBuffer(AudioQueueRef, AudioQueueBufferRef buffer,
+                                 std::uint32_t packetCount,
+                                 const AudioStreamPacketDescription* descriptions) {
+    const auto packets = packetCount == 0 ? "" : " " + std::to_string(packetCount) + " packets";
     return perform("enqueue", packets, [&](auto& queue) {
-        queue.enqueued.push_back(inBuffer);
-        queue.descriptions.push_back(inPacketDescs);
+        queue.enqueued.push_back(buffer);
+        queue.descriptions.push_back(descriptions);
         // A recording node enqueues nothing but what a callback has given it.
         queue.returningCount += queue.hasStopped && queue.inputCallback != nullptr ? 1 : 0;
     });
 }
 
-OSStatus AudioQueueStart(AudioQueueRef /*inAQ*/, const AudioTimeStamp* inStartTime) {
-    return perform("start", inStartTime == nullptr ? "" : " later", [](auto& queue) {
+OSStatus AudioQueueStart(AudioQueueRef, const AudioTimeStamp* startTime) {
+    return perform("start", startTime == nullptr ? "" : " later", [](auto& queue) {
         queue.isRunning = true;
         queue.isPaused = queue.isStopping = queue.hasStopped = false;
     });
 }
 
-OSStatus AudioQueuePause(AudioQueueRef /*inAQ*/) {
+OSStatus AudioQueuePause(AudioQueueRef) {
     return perform("pause", "", [](auto& queue) { queue.isPaused = queue.isRunning; });
 }
 
-OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
-    return perform("stop", inImmediate ? "" : " when played", [&](auto& queue) {
+OSStatus AudioQueueStop(AudioQueueRef, bool isImmediate) {
+    return perform("stop", isImmediate ? "" : " when played", [&](auto& queue) {
         queue.isStopping = true;
-        if (inImmediate || !queue.isRunning || queue.enqueued.empty()) {
+        if (isImmediate || !queue.isRunning || queue.enqueued.empty()) {
             queue.halt();
         }
     });
 }
 
-OSStatus AudioQueueDispose(AudioQueueRef /*inAQ*/, bool inImmediate) {
-    return perform("dispose", inImmediate ? "" : " when played",
+OSStatus AudioQueueDispose(AudioQueueRef, bool isImmediate) {
+    return perform("dispose", isImmediate ? "" : " when played",
                    [](auto& queue) { queue.outputCallback = nullptr; });
 }
 
-OSStatus AudioQueueGetCurrentTime(AudioQueueRef /*inAQ*/, AudioQueueTimelineRef inTimeline,
-                                  AudioTimeStamp* outTimeStamp, bool* outTimelineDiscontinuity) {
-    const bool isPlain = inTimeline == nullptr && outTimelineDiscontinuity == nullptr;
+OSStatus AudioQueueGetCurrentTime(AudioQueueRef, AudioQueueTimelineRef timeline,
+                                  AudioTimeStamp* time, bool* hasDiscontinuity) {
+    const bool isPlain = timeline == nullptr && hasDiscontinuity == nullptr;
     return perform("time", isPlain ? "" : " of a timeline",
-                   [&](auto& queue) { outTimeStamp->mSampleTime = queue.sampleTime; });
+                   [&](auto& queue) { time->mSampleTime = queue.sampleTime; });
 }
 
-OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID,
-                                   std::uint32_t* outDataSize) {
-    return perform("size of " + fourCharText(inID), "",
-                   [&](auto& queue) { queue.propertySize(inID, *outDataSize); });
+OSStatus AudioQueueGetPropertySize(AudioQueueRef, AudioQueuePropertyID id, std::uint32_t* size) {
+    return perform("size of " + fourCharText(id), "",
+                   [&](auto& queue) { queue.propertySize(id, *size); });
 }
 
-OSStatus AudioQueueGetProperty(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID, void* outData,
-                               std::uint32_t* ioDataSize) {
+OSStatus AudioQueueGetProperty(AudioQueueRef, AudioQueuePropertyID id, void* data,
+                               std::uint32_t* size) {
     OSStatus answer = noErr;
-    const OSStatus status = perform(
-        "get " + fourCharText(inID), *ioDataSize == 0 ? " without room" : "", [&](auto& queue) {
-            queue.setProperty(kAudioQueueProperty_IsRunning, std::uint32_t{queue.isRunning});
-            answer = queue.readProperty(inID, outData);
-        });
+    const auto room = *size == 0 ? " without room" : "";
+    const OSStatus status = perform("get " + fourCharText(id), room, [&](auto& queue) {
+        queue.setProperty(kAudioQueueProperty_IsRunning, std::uint32_t{queue.isRunning});
+        answer = queue.readProperty(id, data);
+    });
     return status == noErr ? answer : status;
 }
 
