@@ -25,11 +25,8 @@ AudioStreamBasicDescription sbcContainerFormat(double rate = 44100, std::uint32_
 Bytes exampleOf(const std::string& page) {
     std::ifstream file(std::string(ZAV_DOCS) + "/" + page);
     Bytes bytes;
-    bool isExample = false;
     for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("```")) {
-            isExample = line == "```hex";
-        } else if (isExample) {
+        if (line.starts_with("000000")) {
             std::istringstream digits(line.substr(0, line.find('|')));
             std::string offset;
             digits >> offset;
