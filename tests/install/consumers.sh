@@ -63,10 +63,17 @@ cat >piece.cpp <<END
 #include <iostream>
 using Accessory = zav::PeripheralSink;
 void push(const zav::AudioStreamBasicDescription& format, const void* bytes, std::uint64_t size) {
-$(block cpp 2) }
-void record() { $(block cpp 3) }
-void play(const std::shared_ptr<zav::PeripheralSource>& received) { $(block cpp 4) }
-void read() { $(block cpp 5) }
+$(block cpp 2)
+}
+void record() {
+$(block cpp 3)
+}
+void play(const std::shared_ptr<zav::PeripheralSource>& received) {
+$(block cpp 4)
+}
+void read() {
+$(block cpp 5)
+}
 END
 g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp
 
