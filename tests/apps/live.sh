@@ -26,13 +26,6 @@ raw_of() {
     ffmpeg -nostdin -v error -i "$file" -f s16le -ar 48000 -ac 1 -
 }
 
-# without_silence FILE FRAME_SIZE: from the first frame that is not silent to the last one, in text.
-without_silence() {
-    od -An -v -t x1 -w"$2" "$1" | awk '/[1-9a-f]/ { for (; held > 0; --held) print silence
-                                                    print; begun = 1; next }
-                                       begun { silence = $0; ++held }'
-}
-
 # is_heard FILE HEARD LIKENESS: the mono recording says what the mono file says, somewhat later; the
 # likeness is their correlation then, in per cent. Raw, 16 bits, 48000 Hz.
 is_heard() {
@@ -44,30 +37,12 @@ is_heard() {
     awk -v limit="$3" '/^likeness/ { found = $2 >= limit } END { exit !found }' why.txt
 }
 
-grows_by() { # FILE SIZE BYTES
-    [ "$(stat -c %s "$1")" -gt $(($2 + $3)) ]
-}
-
-# Silence in the recording, behind what was heard, so that all of it is there.
-until_silent_behind() { # FILE
-    until_true grows_by "$1" "$(stat -c %s "$1")" 100000
-}
-
-stop_last() { # SIGNAL: ends the last process in the background; its exit code.
-    local pid=${processes[-1]} code=0
-    kill -"$1" "$pid"
-    unset 'processes[-1]'
-    wait "$pid" || code=$?
-    return $code
-}
-
 # --- devices
 "$ZAV" devices >devices.txt
 grep -q '^\* speaker .*stereo, 48000 Hz$' devices.txt || fail "$(cat devices.txt)"
 grep -q '^\* mic.monitor .*mono, 48000 Hz$' devices.txt || fail "$(cat devices.txt)"
 grep -qi "^Server .*$1" devices.txt || fail "$(cat devices.txt)"
 "$ZAV" devices --json | grep -q '"name": "mic.monitor"' || fail "devices --json"
-checks=$((checks + 4))
 if [ "$1" = pulseaudio ]; then # PipeWire plays on its default then
     PULSE_SINK=nosuch refused 1 "zav: the sound server has no such device at PULSE_SERVER=$PULSE_SERVER, PULSE_SINK=nosuch; one that 'zav devices' lists" \
         "$ZAV" play "$SPEECH"
@@ -85,11 +60,8 @@ noise 100 short
 sox -R -n -b 16 -r 48000 -c 1 mono.wav synth 30000s whitenoise vol 0.5
 sox -D mono.wav -t raw mono.raw remix 1 1
 plays_exactly() { # NAME.TYPE [OPTION...]
-    listen_to_speaker heard.raw
-    terminal "$ZAV" play "${@:2}" "$1" >told.txt || return 1
+    hear terminal "$ZAV" play "${@:2}" "$1" >told.txt || return 1
     tail -n 1 told.txt | grep -q ', 0 underruns' || touch gaps.txt
-    until_silent_behind heard.raw
-    stop_last TERM || true
     cmp -s <(without_silence heard.raw 4) <(without_silence "${1%.*}.raw" 4)
 }
 in_some_try plays_exactly long.wav
@@ -121,7 +93,6 @@ in_some_try records_exactly
 "$ZAV" record --seconds 1.3 --rate 16000 --channels 2 timed.wav
 [ "$(soxi -s timed.wav) $(soxi -r timed.wav) $(soxi -c timed.wav)" = "20800 16000 2" ] ||
     fail "record --seconds: $(soxi timed.wav)"
-checks=$((checks + 1))
 
 types=(flac caf au m4a mp4 aac opus sbc zsbc zopus)
 [ -z "${QUICK:-}" ] || types=(flac m4a zopus) # where every program takes long
@@ -159,40 +130,18 @@ done
 for type in sbc zsbc zopus; do
     "$ZAV" encode speech.wav "coded.$type"
 done
-plays_like_ffmpeg() { # FILE SINK
-    listen_to_speaker heard.raw "$2"
-    PULSE_SINK=$2 "$ZAV" play "$1" || return 1
-    until_silent_behind heard.raw
-    stop_last TERM || true
+plays_like_ffmpeg() { # FILE
+    hear "$ZAV" play "$1" || return 1
     sox -D -t raw -e signed -b 16 -r 48000 -c 2 heard.raw -c 1 -t raw heard.mono.raw
     # It is the decoding that counts here.
     is_heard decoded.raw heard.mono.raw 99 || { touch gaps.txt && false; }
 }
-plays() { # TYPE SINK: in a folder of its own, since some do so at once
-    mkdir "$1"
-    cd "$1" || exit
-    raw_of "../coded.$1" >decoded.raw
-    in_some_try plays_like_ffmpeg "../coded.$1" "$2"
-}
 types=(mp3 ac3 m4a aac flac ogg opus wav sbc zsbc zopus)
 [ -z "${QUICK:-}" ] || types=(mp3 m4a zsbc zopus)
-sinks=(speaker)
-if [ "$1" = pulseaudio ]; then # where some at once do not disturb each other
-    sinks+=(speaker2 speaker3 speaker4)
-fi
-for sink in "${sinks[@]:1}"; do
-    pactl load-module module-null-sink "sink_name=$sink" rate=48000 channels=2 norewinds=1 >>"$log"
+for type in "${types[@]}"; do
+    raw_of "coded.$type" >decoded.raw
+    in_some_try plays_like_ffmpeg "coded.$type"
 done
-players=()
-for i in "${!types[@]}"; do
-    [ "$i" -lt ${#sinks[@]} ] || wait "${players[i - ${#sinks[@]}]}" || exit 1
-    (plays "${types[i]}" "${sinks[i % ${#sinks[@]}]}") &
-    players+=($!)
-done
-for player in "${players[@]:(-${#sinks[@]})}"; do
-    wait "$player" || exit 1
-done
-checks=$((checks + ${#types[@]}))
 
 # --- a disk that is full: what was recorded before is there.
 said=$( (
@@ -202,14 +151,12 @@ said=$( (
 [ "$said" = 'zav: full.wav: the disk is full or the file too large for it; a disk with more room (what was recorded before is kept)' ] ||
     fail "a full disk: $said"
 [ "$(soxi -s full.wav)" -ge 32000 ] || fail "full.wav holds $(soxi -s full.wav) samples"
-checks=$((checks + 2))
 
 # --- levels on a terminal, also of what is not PCM in the file.
 shows() { # EXPRESSION COMMAND...
     local output
     output=$(terminal "${@:2}")
     printf '%s' "$output" | grep -qE "$1" || fail "${*:2}: $output"
-    checks=$((checks + 1))
 }
 sox -D -n -b 16 -r 48000 -c 2 softly.wav synth 1 square 100 vol 0.5
 sox -D -n -b 16 -r 48000 -c 1 roaring.wav synth 60 square 100
@@ -226,7 +173,6 @@ terminal "$ZAV" record --seconds 0.73 roaring.flac >summary.txt
 recorded=$(printf '%.2f' "$(soxi -D roaring.flac)")
 grep -qE "roaring\.flac: $recorded s, [0-9]+ KiB, peak -?0\.[01] dB, [1-9][0-9]* clips, [0-9]+ overruns?" \
     summary.txt || fail "$recorded s: $(cat summary.txt)"
-checks=$((checks + 1))
 stop_last TERM || true
 
 # --- ends
@@ -236,7 +182,6 @@ until_true is_playing
 code=0
 stop_last INT || code=$?
 [ $code = 130 ] || fail "play, ended by Ctrl-C: exit $code"
-checks=$((checks + 1))
 
 # A server that dies while the rest of a compressed file waits in the queue, and another one that
 # answers at once. (With 8 kbit/s all of the file is in the queue when it begins to play.)
@@ -264,7 +209,6 @@ grep -q "zav: slow.mp3: the sound server or its device went away after" "$log" |
 grep -q "zav: kept.wav: the sound server or its device went away; the" "$log" || fail "$(cat "$log")"
 grep -q "zav: endless.wav: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 [ "$(soxi -s kept.wav)" -gt 20000 ] || fail "what was kept: $(soxi kept.wav)"
-checks=$((checks + 7))
 
 nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; PulseAudio or PipeWire (pipewire-pulse), running"
 for arguments in "record none.wav" "play long.wav" "play --delay 1 long.wav" "play --delay 30 long.wav" devices; do

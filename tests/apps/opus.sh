@@ -78,7 +78,6 @@ printf '\375\000' | dd of=gain.mp4 bs=1 seek=$((offset + 12)) conv=notrunc statu
 rms() { sox "$1" -n stat 2>&1 | awk '/RMS.*amplitude/ { print $3 }'; }
 awk -v quiet="$(rms quiet.wav)" -v loud="$(rms loud.wav)" \
     'BEGIN { exit !(quiet / loud > 0.70 && quiet / loud < 0.71) }' || fail "gain of 3 dB"
-checks=$((checks + 1))
 
 # One stream after the other in one file: not silently half of it.
 cat opusenc.opus opusenc.opus >chained.opus
@@ -117,18 +116,17 @@ for mode in stereo joint dual; do
 done
 
 # Options that do not go together.
-refused 2 "zav: --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's" \
-    "$ZAV" encode --bitpool 30 in.wav out.opus
-refused 2 "zav: out.sbc: not a name for Opus packets; NAME.opus or .zopus" \
-    "$ZAV" encode --codec opus in.wav out.sbc
-refused 2 "zav: out.opus: not a name for SBC frames; NAME.sbc or .zsbc" \
-    "$ZAV" encode --codec sbc in.wav out.opus
+refused_all 2 <<'END'
+encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's
+encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; NAME.opus or .zopus
+encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; NAME.sbc or .zsbc
+END
 "$ZAV" encode --codec opus in.wav out.mp4
 [ "$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 out.mp4)" = opus ] || fail "Opus in MP4"
 sox -D in.wav in.aiff
-refused 1 "zav: in.aiff: 16-bit signed integer PCM, big-endian, mono, 48000 Hz; little-endian (to convert: sox in.aiff -e signed-integer -b 16 converted.wav)" \
-    "$ZAV" encode in.aiff out.opus
 sox -D in.wav short.wav trim 0 2879s
-refused 1 "zav: short.wav: 2879 sample frames; at least the 2880 of one Opus packet" \
-    "$ZAV" encode short.wav out.zopus
+refused_all 1 <<'END'
+encode in.aiff out.opus | in.aiff: 16-bit signed integer PCM, big-endian, mono, 48000 Hz; little-endian (to convert: sox in.aiff -e signed-integer -b 16 converted.wav)
+encode short.wav out.zopus | short.wav: 2879 sample frames; at least the 2880 of one Opus packet
+END
 done_with "opus"

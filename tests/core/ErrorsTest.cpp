@@ -5,6 +5,7 @@
 #include <limits>
 #include <unordered_set>
 
+#include "ZAVAudioStreaming/codecs/OpusCoding.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
@@ -19,6 +20,8 @@ namespace {
 TEST(Errors, areValuesThatTellTheirCaseAndStatus) {
     const std::unordered_set<AudioStreamError> seen{AudioStreamError::unacceptableData()};
     EXPECT_TRUE(seen.contains(AudioStreamError::unacceptableData()));
+    const std::unordered_set<OpusCoding::OpusError> seenOfOpus{OpusCoding::OpusError::opus()};
+    EXPECT_TRUE(seenOfOpus.contains(OpusCoding::OpusError::opus()));
     EXPECT_EQ(AudioFileError::open(-43), AudioFileError::open(-43));
     EXPECT_NE(AudioFileError::open(-43), AudioFileError::open(-54));
     EXPECT_NE(AudioFileError::open(-43), AudioFileError::read(-43));

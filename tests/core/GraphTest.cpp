@@ -1,19 +1,11 @@
 // Linking and fan-out: the rules that every node keeps.
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 
-#include "ZAVAudioStreaming/core/MakeNode.hpp"
-#include "ZAVAudioStreaming/core/PeripheralSink.hpp"
-#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
+#include "tests/support/NodeTest.hpp"
 
 namespace zav::test {
 namespace {
-
-using Calls = std::vector<std::string>;
 
 TEST(FanOut, callsEveryTargetInTheOrderOfAdding) {
     const auto source = makeNode<PeripheralSource>();

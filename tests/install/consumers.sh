@@ -57,25 +57,24 @@ bash -euc "$(grep 'pkg-config --cflags --libs' "$readme")"
 expect_frames ./streamer
 # Statically: the archive by its name, the libraries behind it by pkg-config.
 # The README's other pieces compile inside functions that have their names.
-{
-    echo '#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>'
-    echo '#include <future>'
-    echo '#include <iostream>'
-    echo 'using Accessory = zav::PeripheralSink;'
-    echo 'void push(const zav::AudioStreamBasicDescription& format, const void* bytes,'
-    echo '          std::uint64_t size) {'
-    block cpp 2
-    echo '}'
-    echo 'void record() {'
-    block cpp 3
-    echo '}'
-    echo 'void play(const std::shared_ptr<zav::PeripheralSource>& received) {'
-    block cpp 4
-    echo '}'
-    echo 'void read() {'
-    block cpp 5
-    echo '}'
-} >piece.cpp
+cat >piece.cpp <<END
+#include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
+#include <future>
+#include <iostream>
+using Accessory = zav::PeripheralSink;
+void push(const zav::AudioStreamBasicDescription& format, const void* bytes, std::uint64_t size) {
+$(block cpp 2)
+}
+void record() {
+$(block cpp 3)
+}
+void play(const std::shared_ptr<zav::PeripheralSource>& received) {
+$(block cpp 4)
+}
+void read() {
+$(block cpp 5)
+}
+END
 g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp
 
 read -ra compile_flags < <(pkg-config --cflags ZAVAudioStreaming)

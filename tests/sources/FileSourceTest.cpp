@@ -1,29 +1,23 @@
 #include "ZAVAudioStreaming/sources/FileSource.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
+#include "tests/support/NodeTest.hpp"
 #include "tests/support/ScriptedAudioFile.hpp"
-#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 namespace {
-
-using Calls = std::vector<std::string>;
 
 /// A file of ten packets of 8 bytes.
 class FileSourceTest : public testing::Test {
  protected:
     FileSourceTest() {
         resetAudioFile();
-        scriptedFile().format = pcmFormat(44100, 4);
-        scriptedFile().packetSize = 8;
-        scriptedFile().audio = testBytes(80);
+        file_.setProperty(kAudioFilePropertyDataFormat, pcmFormat(44100, 4));
+        file_.setProperty(kAudioFilePropertyPacketSizeUpperBound, 8U);
+        file_.setProperty(kAudioFilePropertyAudioDataPacketCount, std::uint64_t{10});
+        file_.audio = testBytes(80);
     }
 
     void open() {
@@ -31,17 +25,15 @@ class FileSourceTest : public testing::Test {
         sink_ = makeNode<RecordingSink>(source_);
     }
 
+    ScriptedAudioFile& file_ = scriptedFile();
     std::shared_ptr<FileSource> source_;
     std::shared_ptr<RecordingSink> sink_;
 };
 
 TEST_F(FileSourceTest, opensForReadingWithoutAHintAndCloses) {
     open();
-    EXPECT_EQ(scriptedFile().path, "folder/file.wav");
-    EXPECT_EQ(scriptedFile().permissions, kAudioFileReadPermission);
-    EXPECT_EQ(scriptedFile().typeHint, 0U);
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(44100, 4));
-    scriptedFile().format = pcmFormat(8000, 1);
+    file_.setProperty(kAudioFilePropertyDataFormat, pcmFormat(8000, 1));
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(8000, 1));
     EXPECT_EQ(source_->packetSizeUpperBound(), 8U);
 
@@ -49,20 +41,19 @@ TEST_F(FileSourceTest, opensForReadingWithoutAHintAndCloses) {
     class Watcher : public PeripheralSink {
      public:
         using PeripheralSink::PeripheralSink;
-        ~Watcher() override { scriptedFile().calls.emplace_back("target released"); }
+        ~Watcher() override { scriptedFile().note("target released"); }
     };
     makeNode<Watcher>(source_);
-    scriptedFile().calls.clear();
     source_.reset();
-    EXPECT_EQ(scriptedFile().calls, (Calls{"close", "target released"}));
+    EXPECT_EQ(file_.calls, (Calls{"open folder/file.wav", "close", "target released"}));
 }
 
 TEST_F(FileSourceTest, throwsTheStatusOfAFileThatDoesNotOpen) {
-    scriptedFile().failures["open"] = kAudioFileUnsupportedFileTypeError;
+    file_.failures["open"] = kAudioFileUnsupportedFileTypeError;
     expectThrown(AudioFileError::open(kAudioFileUnsupportedFileTypeError), [&] { open(); });
-    EXPECT_EQ(scriptedFile().calls, Calls{"open"});
-    scriptedFile().failures.clear();
-    scriptedFile().givesNoID = true;
+    EXPECT_EQ(file_.calls.size(), 1U);
+    file_.failures.clear();
+    file_.givesNoID = true;
     EXPECT_DEATH(open(), "Fatal error: ");
 }
 
@@ -70,7 +61,7 @@ TEST_F(FileSourceTest, pushesTheFileInTheChunksThatAreAskedFor) {
     open();
     EXPECT_EQ(source_->progress(), 0.0F);
     EXPECT_EQ(source_->readPackets(4), 4);
-    EXPECT_EQ(scriptedFile().readByteBudget, 32U);
+    EXPECT_EQ(file_.calls.back(), "read 4 packets into 32");
     EXPECT_EQ(source_->readPackets(4), 4);
     EXPECT_FLOAT_EQ(source_->progress(), 0.8F);
     EXPECT_EQ(source_->readPackets(4), 2);
@@ -78,10 +69,10 @@ TEST_F(FileSourceTest, pushesTheFileInTheChunksThatAreAskedFor) {
     EXPECT_EQ(source_->readPackets(4), 0);
     EXPECT_EQ(source_->readPackets(4), 0);
     EXPECT_EQ(sink_->calls, (Calls{"start", "audio", "audio", "audio", "end", "end"}));
-    EXPECT_EQ(sink_->allBytes(), scriptedFile().audio);
+    EXPECT_EQ(sink_->allBytes(), file_.audio);
     EXPECT_EQ(sink_->chunks[2].packetNum, 2U);
     EXPECT_FALSE(sink_->chunks[2].hasDescriptions);
-    EXPECT_EQ(scriptedFile().descriptions, nullptr);
+    EXPECT_EQ(file_.descriptions, nullptr);
 }
 
 TEST_F(FileSourceTest, announcesTheStartUntilAPacketWasRead) {
@@ -91,7 +82,8 @@ TEST_F(FileSourceTest, announcesTheStartUntilAPacketWasRead) {
     EXPECT_EQ(source_->readPackets(0), 0);
     EXPECT_EQ(sink_->calls, (Calls{"start", "end", "start", "audio", "end"}));
 
-    scriptedFile().audio.clear();
+    file_.audio.clear();
+    file_.setProperty(kAudioFilePropertyAudioDataPacketCount, std::uint64_t{0});
     open();
     source_->readPackets(5);
     source_->readPackets(5);
@@ -102,12 +94,12 @@ TEST_F(FileSourceTest, announcesTheStartUntilAPacketWasRead) {
 TEST_F(FileSourceTest, staysWhereItIsWhenAReadFails) {
     open();
     source_->readPackets(3);
-    scriptedFile().failures["read"] = kAudioFileIOError;
+    file_.failures["read"] = kAudioFileIOError;
     expectThrown(AudioFileError::read(kAudioFileIOError), [&] { source_->readPackets(3); });
     EXPECT_EQ(sink_->calls, (Calls{"start", "audio"}));
-    scriptedFile().failures.clear();
+    file_.failures.clear();
     source_->readPackets(7);
-    EXPECT_EQ(sink_->allBytes(), scriptedFile().audio);
+    EXPECT_EQ(sink_->allBytes(), file_.audio);
 }
 
 TEST_F(FileSourceTest, stopsTheProcessAtImpossibleCountsAndWhenAPropertyHasNoSize) {
@@ -115,11 +107,7 @@ TEST_F(FileSourceTest, stopsTheProcessAtImpossibleCountsAndWhenAPropertyHasNoSiz
     EXPECT_DEATH(source_->readPackets(-1), "Fatal error: .*FileSource.cpp");
     EXPECT_DEATH(source_->readPackets(std::int64_t{1} << 32U), "Fatal error: .*FileSource.cpp");
     EXPECT_DEATH(source_->readPackets(0x20000000), "Fatal error: Arithmetic overflow");
-    for (const auto property :
-         {kAudioFilePropertyDataFormat, kAudioFilePropertyPacketSizeUpperBound,
-          kAudioFilePropertyAudioDataPacketCount}) {
-        scriptedFile().propertyFailures[property] = kAudioFileUnsupportedPropertyError;
-    }
+    file_.properties.clear();
     EXPECT_DEATH(source_->outDataFormat(), "^Fatal error: : file FileSource.cpp");
     EXPECT_DEATH(source_->packetSizeUpperBound(), "^Fatal error: : file FileSource.cpp");
     EXPECT_DEATH(source_->progress(), "^Fatal error: : file FileSource.cpp");

@@ -1,24 +1,17 @@
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
 
-#include <gtest/gtest.h>
-
-#include <future>
+#include <atomic>
 #include <limits>
 #include <thread>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "tests/support/DiagnosticsLines.hpp"
-#include "tests/support/ExpectThrown.hpp"
-#include "tests/support/Formats.hpp"
-#include "tests/support/RecordingSink.hpp"
+#include "tests/support/NodeTest.hpp"
 #include "tests/support/ScriptedAudioQueue.hpp"
-#include "tests/support/TestAudio.hpp"
 #include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
 namespace {
-
-using Calls = std::vector<std::string>;
 
 class RecordSourceTest : public testing::Test {
  protected:
@@ -36,7 +29,7 @@ class RecordSourceTest : public testing::Test {
         scriptedQueue().calls.clear();
     }
 
-    std::function<void()> completion(const std::string& name = "completion") {
+    auto completion(const std::string& name = "completion") {
         return [this, name] { events_.push_back(name); };
     }
 
@@ -61,16 +54,10 @@ class RecordSourceTest : public testing::Test {
 TEST_F(RecordSourceTest, makesAQueueWithThreeBuffersAndDoesNotStartIt) {
     auto& queue = scriptedQueue();
     source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
-    EXPECT_EQ(queue.calls, (Calls{"newInput", "get aqft", "allocate", "enqueue", "allocate",
-                                  "enqueue", "allocate", "enqueue"}));
+    EXPECT_EQ(queue.calls, (Calls{"newInput", "get aqft without room", "allocate 16000", "enqueue",
+                                  "allocate 16000", "enqueue", "allocate 16000", "enqueue"}));
     EXPECT_EQ(queue.format, pcmFormat(16000, 1));
-    EXPECT_EQ(queue.userData, source_.get());
-    EXPECT_EQ(queue.roomForStreamDescription, 0U);
-    EXPECT_EQ(queue.allocatedSizes, std::vector<std::uint32_t>(3, 16000));
-    for (const auto& enqueue : queue.enqueues) {
-        EXPECT_EQ(enqueue.packetCount, 0U);
-        EXPECT_EQ(enqueue.descriptions, nullptr);
-    }
+    EXPECT_EQ(queue.descriptions, (decltype(queue.descriptions)(3)));
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(16000, 1));
     EXPECT_EQ(source_->idleQueueBufferCount(), 0U);
     EXPECT_NE(source_->audioQueueRef(), nullptr);
@@ -78,10 +65,10 @@ TEST_F(RecordSourceTest, makesAQueueWithThreeBuffersAndDoesNotStartIt) {
     EXPECT_EQ(lines_.take(), Calls{});
 
     // A queue that completes the format although it is given no room for that.
-    queue.streamDescription = pcmFormat(48000, 2);
+    queue.setProperty(kAudioQueueProperty_StreamDescription, pcmFormat(48000, 2));
     source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(48000, 2));
-    EXPECT_EQ(queue.allocatedSizes.back(), 96000U);
+    EXPECT_EQ(queue.calls.end()[-3], "allocate 96000");
 }
 
 TEST_F(RecordSourceTest, throwsTheStatusOfAQueueAndZeroForABuffer) {
@@ -95,7 +82,7 @@ TEST_F(RecordSourceTest, throwsTheStatusOfAQueueAndZeroForABuffer) {
     EXPECT_EQ(queue.calls.back(), "dispose");
     queue.failures = {{"enqueue", kAudioQueueErr_InvalidBuffer}};
     makeSource();
-    EXPECT_EQ(queue.count("enqueue"), 3U);
+    EXPECT_EQ(std::ranges::count(queue.calls, "enqueue"), 3);
 }
 
 TEST_F(RecordSourceTest, sizesItsBuffersForHalfASecondOfPackets) {
@@ -108,7 +95,7 @@ TEST_F(RecordSourceTest, sizesItsBuffersForHalfASecondOfPackets) {
     EXPECT_EQ(sizeFor(48000, 4), 96000U);
     EXPECT_EQ(sizeFor(327680, 2), 0x50000U);
     EXPECT_EQ(sizeFor(192000, 32), 0x50000U);
-    scriptedQueue().maximumPacketSize = 6;
+    scriptedQueue().setProperty(kAudioQueueProperty_MaximumOutputPacketSize, 6U);
     EXPECT_EQ(sizeFor(16000, 0), 48000U);
     EXPECT_DEATH(sizeFor(-16000, 2), "Fatal error: Not enough bits");
     EXPECT_DEATH(sizeFor(4294967296.0, 2), "Fatal error: Not enough bits");
@@ -135,7 +122,7 @@ TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
     makeRecording();
     auto& queue = scriptedQueue();
     const auto first = queue.enqueued;
-    queue.capture(testBytes(1001));
+    queue.handBack(testBytes(1001));
     EXPECT_EQ(target_->chunks.back().bytes, testBytes(1001));
     EXPECT_EQ(target_->chunks.back().packetNum, 500U);
     EXPECT_FALSE(target_->chunks.back().hasDescriptions);
@@ -143,7 +130,7 @@ TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
     EXPECT_EQ(queue.enqueued, (std::deque{first[1], first[2], first[0]}));
 
     const std::vector<AudioStreamPacketDescription> descriptions = {{0, 0, 3}, {3, 0, 7}};
-    queue.capture(testBytes(10), descriptions);
+    queue.handBack(testBytes(10), descriptions);
     EXPECT_EQ(target_->chunks.back().packetNum, 2U);
     EXPECT_EQ(target_->chunks.back().descriptions, descriptions);
 
@@ -157,7 +144,7 @@ TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
     lines_.take();
     source_->stop(completion());
     EXPECT_EQ(scriptedQueue().calls.back(), "stop");
-    scriptedQueue().capture(testBytes(100));
+    scriptedQueue().handBack(testBytes(100));
     scriptedQueue().handBack();
     EXPECT_EQ(source_->idleQueueBufferCount(), 2U);
     EXPECT_EQ(events_, (Calls{"start", "audio"}));
@@ -193,14 +180,11 @@ TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
 }
 
 TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeBack) {
-    enum class ComeBack { afterTheStop, insideIt, insideItOnAnotherThread };
-    const auto stop = [&](bool isATarget, ComeBack comeBack) {
+    const auto stop = [&](bool isATarget, const std::function<void()>& duringTheStop) {
         makeRecording();
         scriptedQueue().onCall = [=](const std::string& call) {
-            if (call == "stop" && comeBack == ComeBack::insideIt) {
-                scriptedQueue().handBackAll();
-            } else if (call == "stop" && comeBack == ComeBack::insideItOnAnotherThread) {
-                std::thread([] { scriptedQueue().handBackAll(); }).join();
+            if (call == "stop") {
+                duringTheStop();
             }
         };
         target_->onCall = [=, this](const std::string& call) {
@@ -209,7 +193,7 @@ TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeB
                 source_->stop(completion());
             }
         };
-        scriptedQueue().capture(testBytes(100));
+        scriptedQueue().handBack(testBytes(100));
         if (!isATarget) {
             source_->stop(completion());
         }
@@ -217,11 +201,12 @@ TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeB
         EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
         EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
     };
-    stop(true, ComeBack::afterTheStop);
-    stop(true, ComeBack::insideIt);
-    stop(false, ComeBack::afterTheStop);
-    stop(false, ComeBack::insideIt);
-    stop(false, ComeBack::insideItOnAnotherThread);
+    const auto handBackAll = [] { scriptedQueue().handBackAll(); };
+    stop(true, [] {});
+    stop(true, handBackAll);
+    stop(false, [] {});
+    stop(false, handBackAll);
+    stop(false, [&] { std::thread(handBackAll).join(); });
 
     // The device goes away, and the application stops when it sees that.
     makeRecording();
@@ -241,14 +226,14 @@ TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
             std::thread([&] { source_->stop(completion()); }).join();
         }
     };
-    scriptedQueue().capture(testBytes(100));
+    scriptedQueue().handBack(testBytes(100));
     while (scriptedQueue().returningCount > 0) {
         scriptedQueue().handBack();
     }
     EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
 }
 
-TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletion) {
+TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletionAndIgnoresBuffersFromThenOn) {
     for (const std::string place : {"start", "audio", "end", "completion", "late completion"}) {
         SCOPED_TRACE(place);
         make();
@@ -260,14 +245,19 @@ TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletion) {
             }
         };
         target_->onCall = dropAt;
+        scriptedQueue().onCall = [](const std::string& call) {
+            if (call == "dispose" && !scriptedQueue().enqueued.empty()) {  // waits for the callback
+                scriptedQueue().handBack(testBytes(100));
+            }
+        };
         source_->record();
         if (place != "start") {
-            scriptedQueue().capture(testBytes(100));
+            scriptedQueue().handBack(testBytes(100));
         }
         if (place == "completion") {
             source_->stop([&] { dropAt(place); });
-            scriptedQueue().handBackAll();
-        } else if (place == "end" || place == "late completion") {
+        }
+        if (source_ != nullptr) {
             loseDevice();
         }
         if (place == "late completion") {
@@ -275,19 +265,8 @@ TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletion) {
         }
         EXPECT_TRUE(watch.expired());
         EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
+        EXPECT_EQ(target_->chunks.size(), place == "start" ? 0U : 1U);
     }
-}
-
-TEST_F(RecordSourceTest, ignoresBuffersWhileItIsDestroyed) {
-    makeRecording();
-    scriptedQueue().onCall = [](const std::string& call) {
-        if (call == "dispose") {  // which waits for the callback
-            std::thread([] { scriptedQueue().capture(testBytes(100)); }).join();
-        }
-    };
-    source_.reset();
-    EXPECT_EQ(events_, Calls{"start"});
-    EXPECT_EQ(scriptedQueue().calls, (Calls{"start", "dispose"}));
 }
 
 TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
@@ -296,7 +275,7 @@ TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
     EXPECT_EQ(source_->timeStamp(), 0.5);
     EXPECT_EQ(scriptedQueue().calls.back(), "time");
     EXPECT_TRUE(source_->magicCookie().empty());
-    scriptedQueue().magicCookie = testBytes(39);
+    scriptedQueue().properties[kAudioQueueProperty_MagicCookie] = testBytes(39);
     EXPECT_EQ(source_->magicCookie(), testBytes(39));
     EXPECT_EQ(scriptedQueue().calls.back(), "get aqmc");
     scriptedQueue().failures["get aqmc"] = -1;
@@ -323,60 +302,50 @@ TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
     auto varying = pcmFormat(16000, 1);
     varying.mBytesPerPacket = 0;
     make(varying);
-    EXPECT_DEATH(scriptedQueue().capture(testBytes(10)), "^Fatal error: Division by zero");
+    EXPECT_DEATH(scriptedQueue().handBack(testBytes(10)), "^Fatal error: Division by zero");
 }
 
 // A queue's thread that fills buffers as fast as it gets them, a second `record` that has the
 // targets called on this thread meanwhile, and a stop at some moment.
 TEST_F(RecordSourceTest, makesOneCallAtATimeAndEndsEveryFlowOnceHoweverThreadsMeet) {
+    const auto await = [](auto condition) { return waitFor(condition, std::this_thread::yield); };
     for (std::size_t round = 0; round < 300; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         make(pcmFormat(200, 1));  // buffers of 200 bytes
-        std::promise<void> comes;
-        std::promise<void> wanted;
-        std::promise<void> ended;
+        std::atomic<std::uint32_t> capturedCount = 0;
+        std::atomic<std::size_t> receivedCount = 0;
+        std::atomic<bool> hasEnded = false;
         target_->onCall = [&](const std::string& call) {
             events_.push_back(call);
             if (events_.size() == 1) {
-                EXPECT_EQ(comes.get_future().wait_for(kWaitLimit), std::future_status::ready);
+                EXPECT_TRUE(await([&] { return capturedCount > 0; }));
             }
-            if (call == "audio" && target_->chunks.size() == round % 7) {
-                wanted.set_value();
-            }
+            receivedCount = target_->chunks.size();
             std::this_thread::yield();
             events_.push_back(call + " is over");
         };
-        std::uint32_t seed = 0;
-        std::thread device([&] {
-            while (scriptedQueue().waitForBuffer()) {
-                if (seed == 0) {
-                    comes.set_value();
-                }
-                scriptedQueue().capture(testBytes(200, ++seed));
-            }
+        auto device = scriptedQueue().startDevice([&] {
+            const std::uint32_t seed = ++capturedCount;
+            scriptedQueue().handBack(testBytes(200, seed));
         });
         source_->record();
         source_->record();
         source_->record();
-        if (round % 7 > 0) {
-            EXPECT_EQ(wanted.get_future().wait_for(kWaitLimit), std::future_status::ready);
-        }
-        source_->stop([&] { ended.set_value(); });
-        const auto endStatus = ended.get_future().wait_for(kWaitLimit);
-        scriptedQueue().endDevice();
-        device.join();
-        ASSERT_EQ(endStatus, std::future_status::ready);
+        EXPECT_TRUE(await([&] { return receivedCount >= round % 7; }));
+        source_->stop([&] { hasEnded = true; });
+        ASSERT_TRUE(await([&] { return hasEnded.load(); }));
+        device = {};
 
         EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
         EXPECT_EQ(events_.front(), "start");
         EXPECT_EQ(events_.back(), "end is over");
-        EXPECT_EQ(std::count(events_.begin(), events_.end(), "start"), 3);
-        EXPECT_EQ(std::count(events_.begin(), events_.end(), "end"), 1);
+        EXPECT_EQ(std::ranges::count(events_, "start"), 3);
+        EXPECT_EQ(std::ranges::count(events_, "end"), 1);
         for (std::size_t i = 0; i + 1 < events_.size(); i += 2) {
             ASSERT_EQ(events_[i + 1], events_[i] + " is over");
         }
-        ASSERT_EQ(target_->chunks.size(), seed);
-        for (std::uint32_t i = 0; i < seed; ++i) {
+        ASSERT_EQ(target_->chunks.size(), capturedCount);
+        for (std::uint32_t i = 0; i < capturedCount; ++i) {
             ASSERT_EQ(target_->chunks[i].bytes, testBytes(200, i + 1));
         }
     }

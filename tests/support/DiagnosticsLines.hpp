@@ -13,10 +13,10 @@ namespace zav::test {
 class DiagnosticsLines {
  public:
     DiagnosticsLines() {
-        state().lines.clear();
+        take();
         setDiagnosticsHandler([](std::string_view line) {
-            const std::lock_guard lock(state().mutex);
-            state().lines.emplace_back(line);
+            const std::lock_guard lock(mutex_);
+            lines_.emplace_back(line);
         });
     }
     ~DiagnosticsLines() { setDiagnosticsHandler(nullptr); }
@@ -26,19 +26,13 @@ class DiagnosticsLines {
 
     /// The lines since the last call.
     std::vector<std::string> take() {
-        const std::lock_guard lock(state().mutex);
-        return std::exchange(state().lines, {});
+        const std::lock_guard lock(mutex_);
+        return std::exchange(lines_, {});
     }
 
  private:
-    struct State {
-        std::mutex mutex;
-        std::vector<std::string> lines;
-    };
-    static State& state() {
-        static State state;
-        return state;
-    }
+    inline static std::mutex mutex_;
+    inline static std::vector<std::string> lines_;
 };
 
 }  // namespace zav::test

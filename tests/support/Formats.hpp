@@ -10,29 +10,25 @@ namespace zav::test {
 inline AudioStreamBasicDescription pcmFormat(
     double rate, std::uint32_t channels, std::uint32_t bits = 16,
     std::uint32_t flags = kAudioFormatFlagIsSignedInteger) {
-    AudioStreamBasicDescription format;
-    format.mSampleRate = rate;
-    format.mFormatID = kAudioFormatLinearPCM;
-    format.mFormatFlags = flags | kAudioFormatFlagIsPacked;
-    format.mBytesPerPacket = bits / 8 * channels;
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = bits / 8 * channels;
-    format.mChannelsPerFrame = channels;
-    format.mBitsPerChannel = bits;
-    return format;
+    return {.mSampleRate = rate,
+            .mFormatID = kAudioFormatLinearPCM,
+            .mFormatFlags = flags | kAudioFormatFlagIsPacked,
+            .mBytesPerPacket = bits / 8 * channels,
+            .mFramesPerPacket = 1,
+            .mBytesPerFrame = bits / 8 * channels,
+            .mChannelsPerFrame = channels,
+            .mBitsPerChannel = bits};
 }
 
 /// An SBC stream's format with the given flags and frame length.
 inline AudioStreamBasicDescription sbcFormat(double rate, std::uint32_t channels,
                                              std::uint32_t flags, std::uint32_t frameLength) {
-    AudioStreamBasicDescription format;
-    format.mSampleRate = rate;
-    format.mFormatID = kAudioFormatSbc;
-    format.mFormatFlags = flags;
-    format.mBytesPerPacket = frameLength;
-    format.mFramesPerPacket = 128;
-    format.mChannelsPerFrame = channels;
-    return format;
+    return {.mSampleRate = rate,
+            .mFormatID = kAudioFormatSbc,
+            .mFormatFlags = flags,
+            .mBytesPerPacket = frameLength,
+            .mFramesPerPacket = 128,
+            .mChannelsPerFrame = channels};
 }
 
 /// A compressed stream's format, other than SBC's.
@@ -40,13 +36,11 @@ inline AudioStreamBasicDescription compressedFormat(std::uint32_t formatID, doub
                                                     std::uint32_t channels,
                                                     std::uint32_t framesPerPacket = 0,
                                                     std::uint32_t flags = 0) {
-    AudioStreamBasicDescription format;
-    format.mSampleRate = rate;
-    format.mFormatID = formatID;
-    format.mFormatFlags = flags;
-    format.mFramesPerPacket = framesPerPacket;
-    format.mChannelsPerFrame = channels;
-    return format;
+    return {.mSampleRate = rate,
+            .mFormatID = formatID,
+            .mFormatFlags = flags,
+            .mFramesPerPacket = framesPerPacket,
+            .mChannelsPerFrame = channels};
 }
 
 /// An Opus stream's format.

@@ -12,7 +12,10 @@
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "tests/support/ExpectThrown.hpp"
+#include "tests/support/Formats.hpp"
 #include "tests/support/RecordingSink.hpp"
+#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 
@@ -48,14 +51,20 @@ class NodeTest : public PushingTest {
         }
     }
 
+    /// Of an encoder.
+    std::size_t savedSize() const {
+        return node_->partialFrameBytes() ? node_->partialFrameBytes()->size() : 0;
+    }
+
     std::shared_ptr<Node> node_;
     std::shared_ptr<RecordingSink> sink_;
 };
 
-/// Expects that no node of this kind can be made behind any of these formats.
+/// Expects that no node of this kind can be made behind any of these formats, nor behind none.
 template <class Node, class... Arguments>
-void expectRefused(const std::vector<AudioStreamBasicDescription>& formats,
+void expectRefused(std::vector<AudioStreamBasicDescription> formats,
                    const Arguments&... arguments) {
+    formats.emplace_back();
     const auto source = makeNode<PeripheralSource>();
     for (std::size_t i = 0; i < formats.size(); ++i) {
         source->setOutDataFormat(formats[i]);

@@ -11,6 +11,7 @@
 namespace zav::test {
 
 using Bytes = std::vector<std::byte>;
+using Calls = std::vector<std::string>;
 
 /// Keeps everything that it is sent.
 class RecordingSink : public PeripheralSink {
@@ -44,6 +45,15 @@ class RecordingSink : public PeripheralSink {
             all.insert(all.end(), chunk.bytes.begin(), chunk.bytes.end());
         }
         return all;
+    }
+
+    /// Of each chunk.
+    std::vector<std::uint64_t> packetCounts() const {
+        std::vector<std::uint64_t> counts;
+        for (const Chunk& chunk : chunks) {
+            counts.push_back(chunk.packetNum);
+        }
+        return counts;
     }
 
     std::vector<std::string> calls;

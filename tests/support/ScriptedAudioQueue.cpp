@@ -1,11 +1,8 @@
 #include "tests/support/ScriptedAudioQueue.hpp"
 
 #include <algorithm>
-#include <cstring>
-#include <stdexcept>
+#include <memory>
 #include <utility>
-
-#include "tests/support/WaitFor.hpp"
 
 namespace zav {
 
@@ -19,86 +16,57 @@ std::unique_ptr<ScriptedAudioQueue> currentQueue = std::make_unique<ScriptedAudi
 
 /// Notes a call and, unless it is to fail, does what it does.
 template <class Effect>
-OSStatus perform(const std::string& call, Effect effect) {
+OSStatus perform(const std::string& call, const std::string& arguments, Effect effect) {
+    ScriptedAudioQueue& queue = *currentQueue;
     OSStatus status = noErr;
     {
-        const std::lock_guard lock(currentQueue->mutex);
-        currentQueue->calls.push_back(call);
-        const auto failure = currentQueue->failures.find(call);
-        status = failure == currentQueue->failures.end() ? effect() : failure->second;
+        const std::lock_guard lock(queue.mutex);
+        status = queue.note(call, arguments);
+        if (status == noErr) {
+            effect(queue);
+        }
     }
-    currentQueue->changed.notify_all();
-    if (const auto hook = currentQueue->onCall) {
-        hook(call);
+    if (const auto hook = queue.onCall) {
+        hook(call + arguments);
     }
     return status;
 }
 
-OSStatus writeProperty(AudioQueuePropertyID property, void* outData, std::uint32_t size) {
-    const auto write = [&](const auto& value) {
-        std::memcpy(outData, &value, sizeof(value));
-        return noErr;
-    };
-    switch (property) {
-        case kAudioQueueProperty_IsRunning:
-            return write(std::uint32_t{currentQueue->isRunning});
-        case kAudioQueueProperty_MaximumOutputPacketSize:
-            return write(currentQueue->maximumPacketSize);
-        case kAudioQueueProperty_StreamDescription:
-            currentQueue->roomForStreamDescription = size;
-            return currentQueue->streamDescription ? write(*currentQueue->streamDescription)
-                                                   : kAudioQueueErr_InvalidPropertySize;
-        case kAudioQueueProperty_MagicCookie:
-            std::copy(currentQueue->magicCookie.begin(), currentQueue->magicCookie.end(),
-                      static_cast<std::byte*>(outData));
-            return noErr;
-        default:
-            return kAudioQueueErr_InvalidProperty;
-    }
-}
-
+/// The scripted queue hands buffers back by itself.
 class UnusedDispatchQueue : public DispatchQueue {
  public:
-    void async(std::function<void()> /*work*/) override {
-        throw std::logic_error("the scripted queue hands buffers back by itself");
-    }
+    void async(std::function<void()> /*work*/) override {}
 };
-
-/// Takes the first buffer out of the queue. Under its lock.
-AudioQueueBufferRef takeFirst() {
-    const AudioQueueBufferRef buffer = currentQueue->enqueued.at(0);
-    currentQueue->enqueued.pop_front();
-    if (currentQueue->returningCount > 0) {
-        --currentQueue->returningCount;
-    }
-    if (currentQueue->isStopping && currentQueue->enqueued.empty()) {
-        currentQueue->isStopping = currentQueue->isRunning = currentQueue->isPaused = false;
-    }
-    currentQueue->changed.notify_all();
-    return buffer;
-}
 
 }  // namespace
 
-std::size_t ScriptedAudioQueue::count(const std::string& call) const {
-    return static_cast<std::size_t>(std::count(calls.begin(), calls.end(), call));
-}
-
-void ScriptedAudioQueue::handBack() {
-    if (inputCallback != nullptr) {
-        capture({});
-        return;
-    }
+void ScriptedAudioQueue::handBack(std::span<const std::byte> captured,
+                                  std::span<const AudioStreamPacketDescription> packets) {
     std::unique_lock lock(mutex);
     const bool isPlayed = isRunning && !isPaused && returningCount == 0;
-    const AudioQueueBufferRef buffer = takeFirst();
-    if (isPlayed) {
-        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
-        played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
+    const AudioQueueBufferRef buffer = enqueued.at(0);
+    enqueued.pop_front();
+    returningCount -= std::min<std::size_t>(returningCount, 1);
+    if (isStopping && enqueued.empty()) {
+        halt();
     }
-    const auto block = outputCallback;  // survives a queue that is disposed of inside it
+    auto* const bytes = static_cast<std::byte*>(buffer->mAudioData);
+    if (inputCallback == nullptr) {
+        if (isPlayed) {
+            played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
+        }
+        const auto block = outputCallback;  // survives a queue that is disposed of inside it
+        lock.unlock();
+        block(&theQueue, buffer);
+        return;
+    }
     lock.unlock();
-    block(&theQueue, buffer);
+    std::ranges::copy(captured, bytes);
+    buffer->mAudioDataByteSize = static_cast<std::uint32_t>(captured.size());
+    const AudioTimeStamp startTime;
+    inputCallback(userData, &theQueue, buffer, &startTime,
+                  static_cast<std::uint32_t>(packets.size()),
+                  packets.empty() ? nullptr : packets.data());
 }
 
 void ScriptedAudioQueue::handBackAll() {
@@ -107,37 +75,23 @@ void ScriptedAudioQueue::handBackAll() {
     }
 }
 
-void ScriptedAudioQueue::capture(std::span<const std::byte> bytes,
-                                 std::span<const AudioStreamPacketDescription> descriptions) {
-    std::unique_lock lock(mutex);
-    const AudioQueueBufferRef buffer = takeFirst();
-    lock.unlock();
-    std::copy(bytes.begin(), bytes.end(), static_cast<std::byte*>(buffer->mAudioData));
-    buffer->mAudioDataByteSize = static_cast<std::uint32_t>(bytes.size());
-    const AudioTimeStamp startTime;
-    inputCallback(userData, &theQueue, buffer, &startTime,
-                  static_cast<std::uint32_t>(descriptions.size()),
-                  descriptions.empty() ? nullptr : descriptions.data());
+std::jthread ScriptedAudioQueue::startDevice(std::function<void()> handOneBack) {
+    return std::jthread([this, handOneBack = std::move(handOneBack)](const std::stop_token& end) {
+        while (!end.stop_requested()) {
+            std::unique_lock lock(mutex);
+            const bool hasBuffer =
+                returningCount > 0 || (isRunning && !isPaused && !enqueued.empty());
+            lock.unlock();
+            hasBuffer ? handOneBack() : std::this_thread::yield();
+        }
+    });
 }
 
-bool ScriptedAudioQueue::waitForBuffer() {
-    std::unique_lock lock(mutex);
-    const auto canHandBack = [this] {
-        return returningCount > 0 || (isRunning && !isPaused && !enqueued.empty());
-    };
-    changed.wait_for(lock, kWaitLimit, [&] { return deviceHasEnded || canHandBack(); });
-    return canHandBack();
-}
-
-bool ScriptedAudioQueue::waitUntil(const std::function<bool(ScriptedAudioQueue&)>& condition) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, kWaitLimit, [&] { return condition(*this); });
-}
-
-void ScriptedAudioQueue::endDevice() {
-    const std::lock_guard lock(mutex);
-    deviceHasEnded = true;
-    changed.notify_all();
+/// Under the lock.
+void ScriptedAudioQueue::halt() {
+    isRunning = isPaused = isStopping = false;
+    hasStopped = true;
+    returningCount = enqueued.size();
 }
 
 ScriptedAudioQueue& scriptedQueue() {
@@ -150,7 +104,6 @@ void resetAudioQueue() {
 
 }  // namespace test
 
-using test::currentQueue;
 using test::perform;
 using test::theQueue;
 
@@ -159,123 +112,97 @@ DispatchQueue& DispatchQueue::global(QualityOfService /*qos*/) {
     return queue;
 }
 
-OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
-                            AudioQueueInputCallback inCallbackProc, void* inUserData,
-                            AudioQueueRunLoopRef inCallbackRunLoop,
-                            AudioQueueRunLoopMode inCallbackRunLoopMode, std::uint32_t inFlags,
-                            AudioQueueRef* outAQ) {
-    const bool isPlain =
-        inCallbackRunLoop == nullptr && inCallbackRunLoopMode == nullptr && inFlags == 0;
-    return perform(isPlain ? "newInput" : "newInput on a run loop", [&] {
-        currentQueue->format = *inFormat;
-        currentQueue->inputCallback = inCallbackProc;
-        currentQueue->userData = inUserData;
-        *outAQ = &theQueue;
-        return noErr;
+OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* format,
+                            AudioQueueInputCallback callback, void* userData,
+                            AudioQueueRunLoopRef runLoop, AudioQueueRunLoopMode mode,
+                            std::uint32_t flags, AudioQueueRef* outQueue) {
+    const bool isPlain = runLoop == nullptr && mode == nullptr && flags == 0;
+    return perform("newInput", isPlain ? "" : " on a run loop", [&](auto& queue) {
+        queue.format = *format;
+        queue.inputCallback = callback;
+        queue.userData = userData;
+        *outQueue = &theQueue;
     });
 }
 
-OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
-                                              const AudioStreamBasicDescription* inFormat,
-                                              std::uint32_t inFlags,
-                                              DispatchQueueRef inCallbackDispatchQueue,
-                                              AudioQueueOutputCallbackBlock inCallbackBlock) {
-    return perform(inFlags == 0 ? "newOutput" : "newOutput with flags", [&] {
-        currentQueue->format = *inFormat;
-        currentQueue->dispatchQueue = inCallbackDispatchQueue;
-        currentQueue->outputCallback = std::move(inCallbackBlock);
-        *outAQ = &theQueue;
-        return noErr;
+OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outQueue,
+                                              const AudioStreamBasicDescription* format,
+                                              std::uint32_t flags, DispatchQueueRef dispatchQueue,
+                                              AudioQueueOutputCallbackBlock callback) {
+    const auto& usual = DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated);
+    const bool isPlain = flags == 0 && dispatchQueue == &usual;
+    return perform("newOutput", isPlain ? "" : " elsewhere", [&](auto& queue) {
+        queue.format = *format;
+        queue.outputCallback = std::move(callback);
+        *outQueue = &theQueue;
     });
 }
 
-OSStatus AudioQueueAllocateBuffer(AudioQueueRef /*inAQ*/, std::uint32_t inBufferByteSize,
-                                  AudioQueueBufferRef* outBuffer) {
-    return perform("allocate", [&] {
-        currentQueue->allocatedSizes.push_back(inBufferByteSize);
-        auto& bytes = currentQueue->bufferBytes.emplace_back(inBufferByteSize);
-        *outBuffer =
-            &currentQueue->buffers.emplace_back(AudioQueueBuffer{inBufferByteSize, bytes.data()});
-        return noErr;
+OSStatus AudioQueueAllocateBuffer(AudioQueueRef, std::uint32_t size, AudioQueueBufferRef* buffer) {
+    return perform("allocate", " " + std::to_string(size), [&](auto& queue) {
+        auto& bytes = queue.bufferBytes.emplace_back(size);
+        *buffer = &queue.buffers.emplace_back(AudioQueueBuffer{size, bytes.data()});
     });
 }
 
-OSStatus AudioQueueEnqueueBuffer(AudioQueueRef /*inAQ*/, AudioQueueBufferRef inBuffer,
-                                 std::uint32_t inNumPacketDescs,
-                                 const AudioStreamPacketDescription* inPacketDescs) {
-    return perform("enqueue", [&] {
-        const auto* const bytes = static_cast<const std::byte*>(inBuffer->mAudioData);
-        currentQueue->enqueues.push_back(
-            {{bytes, bytes + inBuffer->mAudioDataByteSize}, inNumPacketDescs, inPacketDescs});
+OSStatus AudioQueueEnqueueBuffer(AudioQueueRef, AudioQueueBufferRef buffer,
+                                 std::uint32_t packetCount,
+                                 const AudioStreamPacketDescription* descriptions) {
+    const auto packets = packetCount == 0 ? "" : " " + std::to_string(packetCount) + " packets";
+    return perform("enqueue", packets, [&](auto& queue) {
+        queue.enqueued.push_back(buffer);
+        queue.descriptions.push_back(descriptions);
         // A recording node enqueues nothing but what a callback has given it.
-        const bool comesTooLate =
-            currentQueue->hasStopped && currentQueue->inputCallback != nullptr;
-        if (comesTooLate) {
-            const auto end = static_cast<std::ptrdiff_t>(currentQueue->returningCount++);
-            currentQueue->enqueued.insert(currentQueue->enqueued.begin() + end, inBuffer);
-        } else {
-            currentQueue->enqueued.push_back(inBuffer);
+        queue.returningCount += queue.hasStopped && queue.inputCallback != nullptr ? 1 : 0;
+    });
+}
+
+OSStatus AudioQueueStart(AudioQueueRef, const AudioTimeStamp* startTime) {
+    return perform("start", startTime == nullptr ? "" : " later", [](auto& queue) {
+        queue.isRunning = true;
+        queue.isPaused = queue.isStopping = queue.hasStopped = false;
+    });
+}
+
+OSStatus AudioQueuePause(AudioQueueRef) {
+    return perform("pause", "", [](auto& queue) { queue.isPaused = queue.isRunning; });
+}
+
+OSStatus AudioQueueStop(AudioQueueRef, bool isImmediate) {
+    return perform("stop", isImmediate ? "" : " when played", [&](auto& queue) {
+        queue.isStopping = true;
+        if (isImmediate || !queue.isRunning || queue.enqueued.empty()) {
+            queue.halt();
         }
-        return noErr;
     });
 }
 
-OSStatus AudioQueueStart(AudioQueueRef /*inAQ*/, const AudioTimeStamp* inStartTime) {
-    return perform(inStartTime == nullptr ? "start" : "start later", [] {
-        currentQueue->isRunning = true;
-        currentQueue->isPaused = currentQueue->isStopping = currentQueue->hasStopped = false;
-        return noErr;
-    });
+OSStatus AudioQueueDispose(AudioQueueRef, bool isImmediate) {
+    return perform("dispose", isImmediate ? "" : " when played",
+                   [](auto& queue) { queue.outputCallback = nullptr; });
 }
 
-OSStatus AudioQueuePause(AudioQueueRef /*inAQ*/) {
-    return perform("pause", [] {
-        currentQueue->isPaused = currentQueue->isRunning;
-        return noErr;
-    });
+OSStatus AudioQueueGetCurrentTime(AudioQueueRef, AudioQueueTimelineRef timeline,
+                                  AudioTimeStamp* time, bool* hasDiscontinuity) {
+    const bool isPlain = timeline == nullptr && hasDiscontinuity == nullptr;
+    return perform("time", isPlain ? "" : " of a timeline",
+                   [&](auto& queue) { time->mSampleTime = queue.sampleTime; });
 }
 
-OSStatus AudioQueueStop(AudioQueueRef /*inAQ*/, bool inImmediate) {
-    return perform(inImmediate ? "stop" : "stop when played", [&] {
-        if (inImmediate || !currentQueue->isRunning || currentQueue->enqueued.empty()) {
-            currentQueue->isRunning = currentQueue->isPaused = currentQueue->isStopping = false;
-            currentQueue->returningCount = currentQueue->enqueued.size();
-            currentQueue->hasStopped = true;
-        } else {
-            currentQueue->isStopping = true;
-        }
-        return noErr;
-    });
+OSStatus AudioQueueGetPropertySize(AudioQueueRef, AudioQueuePropertyID id, std::uint32_t* size) {
+    return perform("size of " + fourCharText(id), "",
+                   [&](auto& queue) { queue.propertySize(id, *size); });
 }
 
-OSStatus AudioQueueDispose(AudioQueueRef /*inAQ*/, bool inImmediate) {
-    return perform(inImmediate ? "dispose" : "dispose when played", [] {
-        currentQueue->outputCallback = nullptr;
-        return noErr;
+OSStatus AudioQueueGetProperty(AudioQueueRef, AudioQueuePropertyID id, void* data,
+                               std::uint32_t* size) {
+    OSStatus answer = noErr;
+    const auto room = *size == 0 ? " without room" : "";
+    const OSStatus status = perform("get " + fourCharText(id), room, [&](auto& queue) {
+        queue.setProperty(kAudioQueueProperty_IsRunning, std::uint32_t{queue.isRunning});
+        answer = queue.readProperty(id, data);
     });
-}
-
-OSStatus AudioQueueGetCurrentTime(AudioQueueRef /*inAQ*/, AudioQueueTimelineRef inTimeline,
-                                  AudioTimeStamp* outTimeStamp, bool* outTimelineDiscontinuity) {
-    const bool isPlain = inTimeline == nullptr && outTimelineDiscontinuity == nullptr;
-    return perform(isPlain ? "time" : "time of a timeline", [&] {
-        outTimeStamp->mSampleTime = currentQueue->sampleTime;
-        return noErr;
-    });
-}
-
-OSStatus AudioQueueGetPropertySize(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID,
-                                   std::uint32_t* outDataSize) {
-    return perform("size of " + fourCharText(inID), [&] {
-        *outDataSize = static_cast<std::uint32_t>(currentQueue->magicCookie.size());
-        return noErr;
-    });
-}
-
-OSStatus AudioQueueGetProperty(AudioQueueRef /*inAQ*/, AudioQueuePropertyID inID, void* outData,
-                               std::uint32_t* ioDataSize) {
-    return perform("get " + fourCharText(inID),
-                   [&] { return test::writeProperty(inID, outData, *ioDataSize); });
+    return status == noErr ? answer : status;
 }
 
 }  // namespace zav

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <vector>
 
 namespace zav::test {
@@ -42,9 +43,9 @@ inline std::vector<std::byte> bytesFrom(std::initializer_list<unsigned> values) 
     return bytes;
 }
 
-inline std::vector<std::byte> joined(std::initializer_list<std::vector<std::byte>> pieces) {
+inline std::vector<std::byte> joined(std::initializer_list<std::span<const std::byte>> pieces) {
     std::vector<std::byte> bytes;
-    for (const auto& piece : pieces) {
+    for (const auto piece : pieces) {
         bytes.insert(bytes.end(), piece.begin(), piece.end());
     }
     return bytes;

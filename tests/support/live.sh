@@ -47,12 +47,35 @@ in_some_try() {
     fail "$* $(cat why.txt 2>>"$work/log" || true)"
 }
 
-# listen_to_speaker FILE [SINK]: records what is played, raw, 16 bits, 48000 Hz, stereo, from now on.
-listen_to_speaker() {
-    : >"$1"
-    in_background parec --device="${2:-speaker}.monitor" --raw --format=s16le --rate=48000 --channels=2 \
-        --latency-msec=20 >"$1"
-    until_true test -s "$1"
+stop_last() { # SIGNAL: ends the last process in the background; its exit code.
+    local pid=${processes[-1]} code=0
+    kill -"$1" "$pid"
+    unset 'processes[-1]'
+    wait "$pid" || code=$?
+    return $code
+}
+
+grows_by() { # FILE SIZE BYTES
+    [ "$(stat -c %s "$1")" -gt $(($2 + $3)) ]
+}
+
+# hear COMMAND...: records what is played meanwhile in heard.raw, with silence behind it, so that all
+# of it is there. Raw, 16 bits, 48000 Hz, stereo.
+hear() {
+    : >heard.raw
+    in_background parec --device=speaker.monitor --raw --format=s16le --rate=48000 --channels=2 \
+        --latency-msec=20 >heard.raw
+    until_true test -s heard.raw
+    "$@" || return 1
+    until_true grows_by heard.raw "$(stat -c %s heard.raw)" 100000
+    stop_last TERM || true
+}
+
+# without_silence FILE FRAME_SIZE: from the first frame that is not silent to the last one, in text.
+without_silence() {
+    od -An -v -t x1 -w"$2" "$1" | awk '/[1-9a-f]/ { for (; held > 0; --held) print silence
+                                                    print; begun = 1; next }
+                                       begun { silence = $0; ++held }'
 }
 
 # The tone of the tests: no whole number of its periods lies in a frame, a buffer or a half of one,

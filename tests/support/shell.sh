@@ -32,6 +32,15 @@ refused() {
     checks=$((checks + 1))
 }
 
+# refused_all EXIT_CODE <LINES: the tool refuses each of 'ARGUMENTS | TEXT', as above.
+refused_all() {
+    local arguments text
+    while IFS='|' read -r arguments text; do
+        # shellcheck disable=SC2086
+        refused "$1" "zav: ${text# }" "$ZAV" $arguments </dev/null
+    done
+}
+
 # terminal COMMAND...: what it prints on a terminal.
 terminal() { script -qec "$*" /dev/null </dev/null; }
 
@@ -47,7 +56,8 @@ raw() {
     ffmpeg -nostdin -v error -i "$1" -map 0:a -c copy -f data -
 }
 
+# done_with WHAT: everything passed, some of it by the functions above.
 done_with() {
     [ "$checks" -gt 0 ] || fail "nothing was checked"
-    printf '%s: %d checks\n' "$1" "$checks"
+    printf '%s: passed\n' "$1"
 }
