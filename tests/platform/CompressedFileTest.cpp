@@ -517,6 +517,11 @@ TEST_F(CompressedFile, ofOtherKindsIsNotTakenForAudio) {
     std::fill_n(caf.begin() + 20, 8, std::byte{0});  // the rate
     writeFile(path_, caf);
     EXPECT_EQ(tryOpen(path_, file), kAudioFileInvalidFileError);
+    // An MP4 that does not say which.
+    Bytes mp4 = readFile(samples_["aac.m4a"]);
+    std::fill_n(mp4.begin() + 4, 4, std::byte{'x'});  // 'ftyp'
+    writeFile(path_, mp4);
+    EXPECT_EQ(typeOf(open(path_)), kAudioFileMPEG4Type);
 }
 
 TEST_F(CompressedFile, thatIsLongIsCountedToItsEnd) {

@@ -241,6 +241,7 @@ TEST_F(PcmFile, ofAnotherProgramIsReadToTheEndOfItsAudioOrRefused) {
     };
     for (const Case& test : {
              Case{kAudioFileWAVEType, 0, 0, 0, 100000, noErr},
+             Case{kAudioFileWave64Type, 0, 0, 0, 100000, noErr},
              // The size of the audio, by a program that writes into a pipe: all bits are set.
              Case{kAudioFileWAVEType, 40, 4, 0xFF, 0, noErr},
              Case{kAudioFileCAFType, 4084, 8, 0xFF, 0, noErr},

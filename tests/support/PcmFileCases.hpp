@@ -59,6 +59,7 @@ inline std::vector<AudioStreamBasicDescription> wrongPcmFormats() {
         [](auto& format) { format.mSampleRate = std::nan(""); },
         [](auto& format) { format.mChannelsPerFrame = 0; },
         [](auto& format) { format.mChannelsPerFrame = 0xFFFFFFFF; },
+        [](auto& format) { format.mBytesPerFrame = 5; },
         [](auto& format) { format.mBytesPerFrame = 8; },
         [](auto& format) { format.mBytesPerPacket = 8; },
         [](auto& format) { format.mFramesPerPacket = 2; },
