@@ -8,7 +8,6 @@
 #include "ZAVAudioStreaming/platform/AudioDevices.hpp"
 #include "tests/support/Formats.hpp"
 #include "tests/support/QueueUnderTest.hpp"
-#include "tests/support/Ramp.hpp"
 #include "tests/support/SoundServer.hpp"
 #include "tests/support/WaitFor.hpp"
 
@@ -16,16 +15,14 @@ namespace zav::test {
 namespace {
 
 struct Output : OutputUnderTest {
-    Output() : OutputUnderTest(pcmFormat(48000, 2)) {
-        for (int i = 0; i < 3; ++i) {
-            enqueue(rampSamples(10 * 48000));
-        }
-    }
+    Output() : OutputUnderTest(pcmFormat(48000, 2)) { enqueueNew(3, 20 * 48000); }
 };
+
+using Queues = std::initializer_list<QueueUnderTest*>;
 
 /// Its buffers are not filled before the server is taken for gone.
 struct Input : InputUnderTest {
-    Input() : InputUnderTest(pcmFormat(48000, 1)) { enqueue(3, 60 * 48000 * 2); }
+    Input() : InputUnderTest(pcmFormat(48000, 1)) { enqueueNew(3, 60 * 48000 * 2); }
 };
 
 class FrozenServer : public testing::TestWithParam<const char*> {
@@ -48,9 +45,9 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
     Input pausedInput;
     Output started;
     Input startedInput;
-    for (QueueUnderTest* const queue : std::initializer_list<QueueUnderTest*>{
-             &playing, &paused, &ending, &recording, &stopped, &disposed, &endedLate, &resumed,
-             &stoppedInput, &disposedInput, &pausedInput}) {
+    for (QueueUnderTest* const queue :
+         Queues{&playing, &paused, &ending, &recording, &stopped, &disposed, &endedLate, &resumed,
+                &stoppedInput, &disposedInput, &pausedInput}) {
         ASSERT_EQ(queue->start(), noErr);
         ASSERT_TRUE(waitFor([&] { return queue->currentFrame() > 0; }));
     }
@@ -58,7 +55,7 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
     ASSERT_EQ(resumed.pause(), noErr);
     ASSERT_EQ(ending.stop(false), noErr);
 
-    server_.freeze();
+    server_.signal(SIGSTOP);
     const auto isCalled = [](auto call) { return std::async(std::launch::async, call); };
     {
         const std::array<std::future<void>, 9> calls{
@@ -82,26 +79,19 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
                  stoppedInput.isRunning());
     EXPECT_EQ(started.returnCount() + startedInput.returnCount(), 0U);
     // A paused one has its device as well, and is told.
-    for (QueueUnderTest* const queue : std::initializer_list<QueueUnderTest*>{
-             &playing, &paused, &ending, &recording, &resumed, &pausedInput}) {
+    for (QueueUnderTest* const queue :
+         Queues{&playing, &paused, &ending, &recording, &resumed, &pausedInput}) {
         EXPECT_TRUE(waitFor([&] { return !queue->isRunning(); }));
     }
-    for (QueueUnderTest* const queue : std::initializer_list<QueueUnderTest*>{
-             &playing, &paused, &ending, &recording, &resumed, &pausedInput, &stopped,
-             &stoppedInput, &endedLate}) {
+    for (QueueUnderTest* const queue : Queues{&playing, &paused, &ending, &recording, &resumed,
+                                              &pausedInput, &stopped, &stoppedInput, &endedLate}) {
         EXPECT_TRUE(waitFor([&] { return queue->returnCount() == 3; }));
     }
 
-    server_.thaw();
-    for (OutputUnderTest* const queue :
-         std::initializer_list<OutputUnderTest*>{&playing, &paused, &ending, &resumed, &stopped}) {
-        queue->enqueue(rampSamples(960));
-        EXPECT_EQ(queue->start(), noErr);
-        EXPECT_TRUE(waitFor([&] { return queue->returnCount() == 4; }));
-    }
-    for (InputUnderTest* const queue :
-         std::initializer_list<InputUnderTest*>{&recording, &stoppedInput, &pausedInput}) {
-        queue->enqueue(1, 960);
+    server_.signal(SIGCONT);
+    for (QueueUnderTest* const queue : Queues{&playing, &paused, &ending, &resumed, &stopped,
+                                              &recording, &stoppedInput, &pausedInput}) {
+        queue->enqueueNew(1, 960);
         EXPECT_EQ(queue->start(), noErr);
         EXPECT_TRUE(waitFor([&] { return queue->returnCount() == 4; }));
     }

@@ -34,7 +34,7 @@ class LiveWorld : public AudioWorld {
                                                    file.string()});
     }
     bool hasSaidAll() override { return !speaking_ || speaking_->hasEnded(); }
-    void lose() override { server_.kill(); }
+    void lose() override { server_.signal(SIGKILL); }
     void bringBack() override {
         server_.restart();
         hearing_.emplace();

@@ -1,19 +1,26 @@
-// The sound server device on private servers of both kinds: what is heard and captured, to the
-// sample, and what happens when the server goes away.
+// The sound server device on private servers of both kinds, where the contract of audio queues does
+// not reach: formats, what the device thread says and allocates, streams that no queue holds up in
+// their state, and the user's settings.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <memory>
+#include <numeric>
 #include <thread>
 
 #include "ZAVAudioStreaming/platform/AudioDevices.hpp"
-#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
 #include "tests/support/Commands.hpp"
-#include "tests/support/DeviceClients.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/Ramp.hpp"
 #include "tests/support/RealTimeProbe.hpp"
 #include "tests/support/SoundServer.hpp"
 #include "tests/support/SpeakerRecorder.hpp"
@@ -27,6 +34,99 @@ using namespace std::chrono_literals;
 const AudioStreamBasicDescription kStereo = pcmFormat(48000, 2);
 const AudioStreamBasicDescription kMono = pcmFormat(48000, 1);
 
+const std::thread::id testThread = std::this_thread::get_id();
+
+/// What the device's thread allocates is counted from its first call on.
+void watchDeviceThread() {
+    if (std::this_thread::get_id() != testThread) {
+        RealTimeProbe::watchThisThread();
+    }
+}
+
+/// Plays some frames of silence in stereo, with a mark every twentieth of a second, and watches the
+/// device's manners.
+class PlayingClient final : public PlaybackClient {
+ public:
+    explicit PlayingClient(std::uint64_t frameCount) : frameCount_(frameCount) {}
+
+    std::size_t pull(std::span<std::byte> room) noexcept override {
+        watchDeviceThread();
+        const auto frames = std::min<std::uint64_t>(room.size() / 4, frameCount_ - pulled_);
+        std::fill_n(room.begin(), frames * 4, std::byte{0});
+        isInOrder = isInOrder && room.size() % 4 == 0 && !isGone;
+        pulled_ += frames;
+        return frames * 4;
+    }
+
+    /// The end of each piece; the end of everything is one, too.
+    std::uint64_t mark() const noexcept override {
+        return said < frameCount_ ? std::min((said / 2'400 + 1) * 2'400, frameCount_) : kNoMark;
+    }
+
+    void played(std::uint64_t frameCount) noexcept override {
+        const std::chrono::duration<double> since = std::chrono::steady_clock::now() - started;
+        mostAheadSeconds =
+            std::max(mostAheadSeconds.load(),
+                     static_cast<double>(std::min(frameCount, mark())) / 48000 - since.count());
+        isInOrder = isInOrder && frameCount >= said && frameCount <= pulled_ && !isGone;
+        said = frameCount;
+        ++saidCount;
+    }
+
+    void ranDry(std::uint64_t /*frameCount*/) noexcept override {}
+
+    void deviceGone() noexcept override {
+        isInOrder = isInOrder && !isGone;
+        isGone = true;
+    }
+
+    std::chrono::steady_clock::time_point started;
+    std::atomic<std::uint64_t> said = 0;  ///< frames said to have been played
+    std::atomic<int> saidCount = 0;
+    std::atomic<double> mostAheadSeconds = 0;
+    std::atomic<bool> isGone = false;
+    std::atomic<bool> isInOrder = true;  ///< no call broke the contract
+
+ private:
+    const std::uint64_t frameCount_;
+    std::atomic<std::uint64_t> pulled_ = 0;
+};
+
+/// Keeps the 16-bit samples that are not silent, as many as the test makes room for.
+class CollectingClient final : public CaptureClient {
+ public:
+    explicit CollectingClient(std::size_t mostSamples) : samples_(mostSamples) {}
+
+    std::size_t push(std::span<const std::byte> captured) noexcept override {
+        watchDeviceThread();
+        const std::size_t count = std::min<std::size_t>(captured.size() / 2, room);
+        for (std::size_t i = 0; i < count; ++i) {
+            std::int16_t sample = 0;
+            std::memcpy(&sample, &captured[i * 2], 2);
+            if (sample != 0 && keptCount < samples_.size()) {
+                samples_[keptCount++] = sample;
+            }
+        }
+        room -= count;
+        ++pushCount;
+        return count * 2;
+    }
+
+    void deviceGone() noexcept override { isGone = true; }
+
+    std::vector<std::int16_t> samples() const {
+        return {samples_.begin(), samples_.begin() + static_cast<std::ptrdiff_t>(keptCount.load())};
+    }
+
+    std::atomic<std::size_t> room = 0;  ///< samples
+    std::atomic<std::size_t> keptCount = 0;
+    std::atomic<int> pushCount = 0;
+    std::atomic<bool> isGone = false;
+
+ private:
+    std::vector<std::int16_t> samples_;
+};
+
 std::unique_ptr<PlaybackStream> openPlayback(PlaybackClient& client) {
     std::unique_ptr<PlaybackStream> stream;
     EXPECT_EQ(audioDevice()->openPlayback(kStereo, client, stream), noErr);
@@ -39,14 +139,16 @@ std::unique_ptr<CaptureStream> openCapture(CaptureClient& client) {
     return stream;
 }
 
-/// Plays so many frames to the end, on a server that may have been started again.
-void playsOn(std::uint64_t frameCount) {
-    RampClient client(frameCount);
-    const auto stream = openPlayback(client);
-    ASSERT_NE(stream, nullptr);
-    EXPECT_EQ(stream->start(), noErr);
-    stream->drain();
-    EXPECT_TRUE(waitFor([&] { return client.said == frameCount; })) << client.said;
+/// How the device answers to be asked for a stream of this format, of either kind.
+OSStatus opening(const AudioStreamBasicDescription& format) {
+    PlayingClient player(0);
+    std::unique_ptr<PlaybackStream> playback;
+    const OSStatus status = audioDevice()->openPlayback(format, player, playback);
+    EXPECT_EQ(playback != nullptr, status == noErr);
+    CollectingClient collector(0);
+    std::unique_ptr<CaptureStream> capture;
+    EXPECT_EQ(audioDevice()->openCapture(format, collector, capture), status);
+    return status;
 }
 
 class PulseDevice : public testing::TestWithParam<const char*> {
@@ -54,284 +156,121 @@ class PulseDevice : public testing::TestWithParam<const char*> {
     SoundServer server_{GetParam()};
 };
 
-TEST_P(PulseDevice, playsEveryFrameOnceAcrossPausesAndStarvation) {
-    constexpr std::uint64_t kFrames = 40'000;
-    SpeakerRecorder recorder;
-    RampClient client(10'001);
-    {
-        const auto stream = openPlayback(client);
-        EXPECT_EQ(client.pulled, 0U);
-        EXPECT_EQ(stream->start(), noErr);
-        EXPECT_GT(client.pulled, 0U);
-
-        std::uint64_t last = 0;
-        for (const std::uint64_t pauseAt : {1U, 3'000U, 6'000U}) {
-            EXPECT_TRUE(waitFor([&] {
-                const std::uint64_t now = stream->framesPlayed();
-                EXPECT_GE(now, last);
-                EXPECT_LE(now, client.pulled);
-                last = now;
-                return now >= pauseAt;
-            }));
-            EXPECT_EQ(stream->pause(), noErr);
-            const std::uint64_t pausedAt = stream->framesPlayed();
-            const std::uint64_t pulledAt = client.pulled;
-            client.available += 100;
-            stream->audioAdded();
-            EXPECT_EQ(stream->framesPlayed(), pausedAt);
-            EXPECT_EQ(client.pulled, pulledAt);
-            EXPECT_EQ(stream->start(), noErr);
-        }
-        for (const std::uint64_t until : {20'000U, 20'050U, 30'000U}) {
-            const int dryCount = client.dryCount;
-            EXPECT_TRUE(waitFor([&] { return client.said == client.available; })) << client.said;
-            EXPECT_TRUE(waitFor([&] { return client.dryCount > dryCount; }));
-            EXPECT_EQ(stream->framesPlayed(), client.available);
-            client.available = until;
-            stream->audioAdded();
-        }
-        // Closed as soon as everything was said to have been played.
-        client.available = kFrames;
-        stream->audioAdded();
-        stream->drain();
-        EXPECT_TRUE(waitFor([&] { return client.said == kFrames; })) << client.said;
+/// What has played this to its end, or runs dry behind it.
+template <class Sample>
+std::unique_ptr<OutputUnderTest> play(const AudioStreamBasicDescription& format,
+                                      const std::vector<Sample>& samples, bool isDrained) {
+    auto queue = std::make_unique<OutputUnderTest>(format);
+    queue->enqueue(samples);
+    EXPECT_EQ(queue->start(), noErr);
+    if (isDrained) {
+        EXPECT_EQ(queue->stop(false), noErr);
     }
-    EXPECT_EQ(differenceFromRamp(recorder.waitForSamples(2 * kFrames), 2 * kFrames), "");
-    EXPECT_TRUE(client.isInOrder);
-    EXPECT_FALSE(client.isGone);
+    EXPECT_TRUE(
+        waitFor([&] { return queue->returnCount() == 1 && queue->isRunning() != isDrained; }));
+    return queue;
 }
 
 TEST_P(PulseDevice, playsTheShortestStreamsToTheEnd) {
     SpeakerRecorder recorder;
     std::vector<std::int16_t> expected;
     for (const bool isDrained : {true, false}) {
-        for (const std::uint64_t frames : {1U, 100U, 4'000U}) {
-            RampClient client(frames);
-            const auto stream = openPlayback(client);
-            EXPECT_EQ(stream->start(), noErr);
-            if (isDrained) {
-                stream->drain();
-            }
-            EXPECT_TRUE(waitFor([&] { return client.said == frames; })) << client.said;
+        for (const std::size_t frames : {1U, 100U, 4'000U}) {
             const auto samples = rampSamples(2 * frames);
+            play(kStereo, samples, isDrained);
             expected.insert(expected.end(), samples.begin(), samples.end());
         }
     }
     EXPECT_EQ(recorder.waitForSamples(expected.size()), expected);
 }
 
-TEST_P(PulseDevice, goesOnAfterADrainThatWasCalledOff) {
-    SpeakerRecorder recorder;
-    RampClient client(1'000);
-    const auto stream = openPlayback(client);
-    EXPECT_EQ(stream->start(), noErr);
-    for (const std::uint64_t until : {5'001U, 5'500U, 16'000U}) {
-        stream->drain();
-        client.available = until;
-        stream->audioAdded();
-    }
-    stream->drain();
-    EXPECT_EQ(stream->start(), noErr);
-    EXPECT_TRUE(waitFor([&] { return client.said == 16'000; })) << client.said;
-    client.available = 17'000;
-    stream->audioAdded();
-    EXPECT_TRUE(waitFor([&] { return client.said == 17'000; })) << client.said;
-    EXPECT_EQ(differenceFromRamp(recorder.waitForSamples(34'000), 34'000), "");
-    EXPECT_TRUE(client.isInOrder);
-}
-
-/// Looks at the moments of what the device says, and at what it allocates.
-class TimedClient final : public RampClient {
- public:
-    using RampClient::RampClient;
-
-    std::size_t pull(std::span<std::byte> room) noexcept override {
-        if (std::this_thread::get_id() != testThread_) {
-            RealTimeProbe::watchThisThread();
-        }
-        return RampClient::pull(room);
-    }
-    void played(std::uint64_t frameCount) noexcept override {
-        const std::chrono::duration<double> since = std::chrono::steady_clock::now() - started;
-        mostAheadSeconds =
-            std::max(mostAheadSeconds.load(),
-                     static_cast<double>(std::min<std::uint64_t>(frameCount, mark())) / 48000 -
-                         since.count());
-        ++saidCount;
-        RampClient::played(frameCount);
-    }
-
-    std::chrono::steady_clock::time_point started;
-    std::atomic<double> mostAheadSeconds = 0;
-    std::atomic<int> saidCount = 0;
-
- private:
-    const std::thread::id testThread_ = std::this_thread::get_id();
-};
-
 TEST_P(PulseDevice, saysWhenMarksAreReachedWithoutAllocating) {
     constexpr std::uint64_t kFrames = 72'000;
-    TimedClient client(kFrames, 2'400);
+    PlayingClient client(kFrames);
     const auto stream = openPlayback(client);
     RealTimeProbe::reset();
     client.started = std::chrono::steady_clock::now();
     EXPECT_EQ(stream->start(), noErr);
+    stream->drain();
+    EXPECT_EQ(stream->start(), noErr);  // calls it off
     stream->drain();
     EXPECT_TRUE(waitFor([&] { return client.said == kFrames; })) << client.said;
     // For PipeWire's null sink a block is played as soon as it is taken: 2048 frames.
     EXPECT_LT(client.mostAheadSeconds, 0.06);
     // A machine that is busy may take several marks at once.
     EXPECT_GT(client.saidCount, 10);
+    EXPECT_TRUE(client.isInOrder);
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 }
 
-AudioStreamBasicDescription companded(std::uint32_t formatID) {
-    AudioStreamBasicDescription format = pcmFormat(48000, 1, 8, 0);
-    format.mFormatID = formatID;
-    format.mFormatFlags = 0;
-    return format;
-}
-
-/// Plays the same bytes again and again, in mono.
-class RepeatingClient final : public RampClient {
- public:
-    RepeatingClient(std::vector<unsigned char> repeated, std::size_t frameBytes,
-                    std::uint64_t frameCount)
-        : RampClient(frameCount), repeated_(std::move(repeated)), frameBytes_(frameBytes) {}
-
-    std::size_t pull(std::span<std::byte> room) noexcept override {
-        const std::uint64_t frames =
-            std::min<std::uint64_t>(room.size() / frameBytes_, available - pulled);
-        for (std::size_t i = 0; i < frames * frameBytes_; ++i) {
-            room[i] =
-                static_cast<std::byte>(repeated_[(pulled * frameBytes_ + i) % repeated_.size()]);
-        }
-        pulled += frames;
-        return frames * frameBytes_;
-    }
-
- private:
-    const std::vector<unsigned char> repeated_;
-    const std::size_t frameBytes_;
-};
-
-TEST_P(PulseDevice, takesTheFormatsThatQueuesAskFor) {
-    struct Case {
-        AudioStreamBasicDescription format;
-        std::vector<unsigned char> sample;  ///< about a quarter of full scale
-    };
-    constexpr auto kSigned = kAudioFormatFlagIsSignedInteger;
+TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsSoxDoes) {
     constexpr auto kFloat = kAudioFormatFlagIsFloat;
+    constexpr auto kSigned = kAudioFormatFlagIsSignedInteger;
     constexpr auto kBig = kAudioFormatFlagIsBigEndian;
-    const std::vector<Case> cases{
-        {pcmFormat(48000, 1, 8, 0), {0xA0}},
-        {pcmFormat(48000, 1, 16, kSigned), {0x00, 0x20}},
-        {pcmFormat(48000, 1, 16, kSigned | kBig), {0x20, 0x00}},
-        {pcmFormat(48000, 1, 24, kSigned), {0x00, 0x00, 0x20}},
-        {pcmFormat(48000, 1, 24, kSigned | kBig), {0x20, 0x00, 0x00}},
-        {pcmFormat(48000, 1, 32, kSigned), {0x00, 0x00, 0x00, 0x20}},
-        {pcmFormat(48000, 1, 32, kSigned | kBig), {0x20, 0x00, 0x00, 0x00}},
-        {pcmFormat(48000, 1, 32, kFloat), {0x00, 0x00, 0x80, 0x3E}},
-        {pcmFormat(48000, 1, 32, kFloat | kBig), {0x3E, 0x80, 0x00, 0x00}},
-        {companded(kAudioFormatULaw), {0x9F}},
-        {companded(kAudioFormatALaw), {0xB5}},
+    struct Case {
+        std::uint32_t formatID;
+        std::uint32_t bits;
+        std::uint32_t flags;
+        std::string soxOptions;
     };
-    constexpr std::size_t kFrames = 2'400;
+    const TemporaryFolder folder;
     SpeakerRecorder recorder;
-    constexpr std::size_t kSamples = 2 * kFrames;  // in both channels
     std::size_t heardCount = 0;
-    for (const Case& one : cases) {
-        RepeatingClient client(one.sample, one.sample.size(), kFrames);
-        std::unique_ptr<PlaybackStream> stream;
-        ASSERT_EQ(audioDevice()->openPlayback(one.format, client, stream), noErr)
-            << one.format.mBitsPerChannel << " " << one.format.mFormatFlags;
-        EXPECT_EQ(stream->start(), noErr);
-        // It runs dry, and what is heard then is silence.
-        EXPECT_TRUE(waitFor([&] { return client.said == kFrames; })) << client.said;
-        const auto heard = recorder.waitForSamples(heardCount + kSamples);
-        ASSERT_EQ(heard.size(), heardCount + kSamples);
-        for (std::size_t i = heardCount; i < heardCount + kSamples; ++i) {
-            ASSERT_NEAR(heard[i], 0x2000, 0x100)
-                << one.format.mBitsPerChannel << " " << one.format.mFormatFlags << " at " << i;
+    for (const auto& [formatID, bits, flags, soxOptions] : std::vector<Case>{
+             {kAudioFormatLinearPCM, 8, 0, "-b 8 -e unsigned-integer"},
+             {kAudioFormatALaw, 8, 0, "-b 8 -e a-law"},
+             {kAudioFormatULaw, 8, 0, "-b 8 -e mu-law"},
+             {kAudioFormatLinearPCM, 16, kSigned, "-b 16 -e signed-integer"},
+             {kAudioFormatLinearPCM, 24, kSigned, "-b 24 -e signed-integer"},
+             {kAudioFormatLinearPCM, 32, kSigned, "-b 32 -e signed-integer"},
+             {kAudioFormatLinearPCM, 32, kFloat, "-b 32 -e floating-point"},
+             {kAudioFormatLinearPCM, 16, kSigned | kBig, "-b 16 -e signed-integer -B"},
+             {kAudioFormatLinearPCM, 24, kSigned | kBig, "-b 24 -e signed-integer -B"},
+             {kAudioFormatLinearPCM, 32, kSigned | kBig, "-b 32 -e signed-integer -B"},
+             {kAudioFormatLinearPCM, 32, kFloat | kBig, "-b 32 -e floating-point -B"}}) {
+        SCOPED_TRACE(soxOptions);
+        auto format = pcmFormat(48000, 1, bits, flags);
+        format.mFormatID = formatID;
+        // Every byte there is, for floats a quarter of full scale.
+        std::vector<std::uint8_t> bytes(3 * 256);
+        std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
+        for (std::size_t i = 0; i < bytes.size() && (flags & kFloat) != 0; ++i) {
+            const std::array<std::uint8_t, 4> quarter{0, 0, 0x80, 0x3E};
+            bytes[i] = quarter.at((flags & kBig) != 0 ? 3 - i % 4 : i % 4);
         }
-        heardCount += kSamples;
+        writeFile(folder / "bytes", std::as_bytes(std::span(bytes)));
+        // In both channels.
+        const auto wanted = withoutSilence(samplesOf(
+            bytesOutputOf("sox -D -t raw -r 48000 -c 1 " + soxOptions + " " +
+                          (folder / "bytes").string() + " -t raw -b 16 -c 2 -e signed-integer -")));
+        EXPECT_GE(wanted.size(), 2 * (8 * bytes.size() / bits - 9));
+        // What follows it is silence, whether it is drained or runs dry.
+        for (const bool isDrained : {true, false}) {
+            const auto queue = play(format, bytes, isDrained);
+            const auto heard = recorder.waitForSamples(heardCount + wanted.size());
+            ASSERT_EQ(heard.size(), heardCount + wanted.size());
+            for (std::size_t i = 0; i < wanted.size(); ++i) {
+                ASSERT_NEAR(heard[heardCount + i], wanted[i], bits == 8 ? 0 : 0x100) << i;
+            }
+            heardCount = heard.size();
+        }
     }
     for (const auto& format : {pcmFormat(8000, 8), pcmFormat(192000, 3), pcmFormat(44100, 7)}) {
-        RampClient player;
-        std::unique_ptr<PlaybackStream> playback;
-        EXPECT_EQ(audioDevice()->openPlayback(format, player, playback), noErr);
-        CollectingClient collector(0);
-        std::unique_ptr<CaptureStream> capture;
-        EXPECT_EQ(audioDevice()->openCapture(format, collector, capture), noErr);
+        EXPECT_EQ(opening(format), noErr);
     }
     for (const auto& format :
          {pcmFormat(7999, 1), pcmFormat(192001, 1), pcmFormat(44100.5, 1), pcmFormat(48000, 9),
           pcmFormat(48000, 0), pcmFormat(48000, 1, 64, kFloat), opusFormat(48000, 2)}) {
-        RampClient player;
-        std::unique_ptr<PlaybackStream> playback;
-        EXPECT_EQ(audioDevice()->openPlayback(format, player, playback),
-                  kAudioFormatUnsupportedDataFormatError);
-        EXPECT_EQ(playback, nullptr);
+        EXPECT_EQ(opening(format), kAudioFormatUnsupportedDataFormatError);
     }
 }
-
-TEST_P(PulseDevice, playsSamplesOf8BitsAsSoxDoes) {
-    std::vector<unsigned char> bytes;
-    for (int i = 0; i < 256; ++i) {
-        bytes.push_back(static_cast<unsigned char>(i));
-    }
-    const TemporaryFolder folder;
-    writeFile(folder / "bytes", std::as_bytes(std::span(bytes)));
-    SpeakerRecorder recorder;
-    std::vector<std::int16_t> expected;
-    for (const auto& [format, encoding] : {std::pair(pcmFormat(48000, 1, 8, 0), "unsigned-integer"),
-                                           std::pair(companded(kAudioFormatALaw), "a-law"),
-                                           std::pair(companded(kAudioFormatULaw), "mu-law")}) {
-        const std::string converted =
-            outputOf(std::string("sox -D -t raw -r 48000 -c 1 -b 8 -e ") + encoding + " " +
-                     (folder / "bytes").string() + " -t raw -b 16 -e signed-integer -");
-        for (std::size_t i = 0; i + 1 < converted.size(); i += 2) {
-            std::int16_t sample = 0;
-            std::memcpy(&sample, &converted[i], sizeof(sample));
-            if (sample != 0) {
-                expected.insert(expected.end(), {sample, sample});
-            }
-        }
-        RepeatingClient client(bytes, 1, bytes.size());
-        std::unique_ptr<PlaybackStream> stream;
-        ASSERT_EQ(audioDevice()->openPlayback(format, client, stream), noErr);
-        EXPECT_EQ(stream->start(), noErr);
-        stream->drain();
-        EXPECT_TRUE(waitFor([&] { return client.said == bytes.size(); }));
-    }
-    EXPECT_GT(expected.size(), 2U * 3 * 253);
-    EXPECT_EQ(recorder.waitForSamples(expected.size()), expected);
-}
-
-/// Counts what the device's thread allocates from its first call on.
-class CountingCollector final : public CollectingClient {
- public:
-    using CollectingClient::CollectingClient;
-
-    std::size_t push(std::span<const std::byte> captured) noexcept override {
-        if (std::this_thread::get_id() != testThread_) {
-            RealTimeProbe::watchThisThread();
-        }
-        return CollectingClient::push(captured);
-    }
-
- private:
-    const std::thread::id testThread_ = std::this_thread::get_id();
-};
 
 TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
     constexpr std::size_t kSamples = 30'000;
     const TemporaryFolder folder;
-    {
-        const auto samples = rampSamples(kSamples);
-        writeFile(folder / "ramp.raw", std::as_bytes(std::span(samples)));
-    }
-    CountingCollector client(2 * kSamples);
+    const auto ramp = rampSamples(kSamples);
+    writeFile(folder / "ramp.raw", std::as_bytes(std::span(ramp)));
+    CollectingClient client(2 * kSamples);
     RealTimeProbe::reset();
     const auto stream = openCapture(client);
     client.room = 480;
@@ -345,7 +284,6 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
         stream->roomAdded();
         return client.keptCount >= kSamples;
     }));
-    EXPECT_EQ(client.samples(), rampSamples(kSamples));
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 
     client.room = 1'000'000'000;
@@ -354,92 +292,52 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
     stream->roomAdded();
     stream->finish();
     EXPECT_EQ(client.pushCount, pushCount);
+    EXPECT_EQ(client.samples(), ramp);
     EXPECT_FALSE(client.isGone);
 }
 
-/// A stream in each of the states in which a server can go away.
-struct StreamsOfEveryKind {
-    RampClient openedClient{48'000};
-    RampClient playingClient{480'000'000};
-    RampClient pausedClient{480'000};
-    RampClient starvedClient{100};
-    RampClient drainingClient{48'000'000};
-    CollectingClient capturingClient{0};
-    CollectingClient fullClient{0};
-    const std::unique_ptr<PlaybackStream> opened = openPlayback(openedClient);
-    const std::unique_ptr<PlaybackStream> playing = openPlayback(playingClient);
-    const std::unique_ptr<PlaybackStream> paused = openPlayback(pausedClient);
-    const std::unique_ptr<PlaybackStream> starved = openPlayback(starvedClient);
-    const std::unique_ptr<PlaybackStream> draining = openPlayback(drainingClient);
-    const std::unique_ptr<CaptureStream> capturing = openCapture(capturingClient);
-    const std::unique_ptr<CaptureStream> full = openCapture(fullClient);
-
-    StreamsOfEveryKind() {
-        capturingClient.room = 1'000'000'000;
-        capturing->roomAdded();
-        for (PlaybackStream* const stream :
-             {playing.get(), paused.get(), starved.get(), draining.get()}) {
-            EXPECT_EQ(stream->start(), noErr);
-        }
-        draining->drain();
-        EXPECT_TRUE(waitFor([&] {
-            return playing->framesPlayed() > 4'800 && paused->framesPlayed() > 0 &&
-                   starvedClient.said == 100 && capturingClient.pushCount > 0 &&
-                   fullClient.pushCount > 0;
-        }));
-        EXPECT_EQ(paused->pause(), noErr);
+// What plays, is paused, drains or captures when it goes, the contract has.
+TEST_P(PulseDevice, tellsThatItsServerIsGoneAlsoWhereNothingMoves) {
+    PlayingClient openedClient(48'000);
+    PlayingClient starvedClient(100);
+    CollectingClient fullClient(0);
+    const auto opened = openPlayback(openedClient);
+    const auto starved = openPlayback(starvedClient);
+    const auto full = openCapture(fullClient);
+    EXPECT_EQ(starved->start(), noErr);
+    EXPECT_TRUE(waitFor([&] { return starvedClient.said == 100 && fullClient.pushCount > 0; }));
+    server_.signal(SIGKILL);
+    EXPECT_TRUE(
+        waitFor([&] { return openedClient.isGone && starvedClient.isGone && fullClient.isGone; }));
+    for (PlaybackStream* const stream : {opened.get(), starved.get()}) {
+        const std::uint64_t played = stream->framesPlayed();
+        EXPECT_EQ(stream->start(), kAudioQueueErr_InvalidDevice);
+        EXPECT_EQ(stream->pause(), kAudioQueueErr_InvalidDevice);
+        stream->audioAdded();
+        stream->drain();
+        EXPECT_EQ(stream->framesPlayed(), played);
     }
-
-    bool areAllGone() const {
-        return openedClient.isGone && playingClient.isGone && pausedClient.isGone &&
-               starvedClient.isGone && drainingClient.isGone && capturingClient.isGone &&
-               fullClient.isGone;
-    }
-
-    void expectToBeHarmless() {
-        for (PlaybackStream* const stream :
-             {opened.get(), playing.get(), paused.get(), starved.get(), draining.get()}) {
-            const std::uint64_t played = stream->framesPlayed();
-            EXPECT_EQ(stream->start(), kAudioQueueErr_InvalidDevice);
-            EXPECT_EQ(stream->pause(), kAudioQueueErr_InvalidDevice);
-            stream->audioAdded();
-            stream->drain();
-            EXPECT_EQ(stream->framesPlayed(), played);
-        }
-        for (CaptureStream* const stream : {capturing.get(), full.get()}) {
-            stream->roomAdded();
-            stream->finish();
-        }
-        for (const RampClient* const client :
-             {&openedClient, &playingClient, &pausedClient, &starvedClient, &drainingClient}) {
-            EXPECT_TRUE(client->isInOrder);
-        }
-    }
-};
-
-TEST_P(PulseDevice, outlivesAServerThatIsKilled) {
-    StreamsOfEveryKind streams;
-    server_.kill();
-    EXPECT_TRUE(waitFor([&] { return streams.areAllGone(); }));
-    streams.expectToBeHarmless();
-    RampClient client;
-    std::unique_ptr<PlaybackStream> none;
-    EXPECT_EQ(audioDevice()->openPlayback(kStereo, client, none), kAudioQueueErr_InvalidDevice);
-    server_.restart();
-    streams.expectToBeHarmless();
-    playsOn(4'800);
+    full->roomAdded();
+    full->finish();
+    EXPECT_TRUE(openedClient.isInOrder);
+    EXPECT_TRUE(starvedClient.isInOrder);
+    // Where there is none that is said far below the bound for servers that do not answer.
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(opening(kStereo), kAudioQueueErr_InvalidDevice);
+    AudioDeviceList list;
+    EXPECT_EQ(listAudioDevices(list), kAudioQueueErr_InvalidDevice);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
 }
 
 TEST_P(PulseDevice, playsOnWhereTheUserMovesIt) {
-    RampClient client(480'000'000);
-    const auto stream = openPlayback(client);
-    EXPECT_EQ(stream->start(), noErr);
-    EXPECT_TRUE(waitFor([&] { return client.said > 4'800; }));
+    OutputUnderTest queue(kStereo);
+    queue.enqueueNew(1, 60 * 48'000 * 4);
+    EXPECT_EQ(queue.start(), noErr);
+    EXPECT_TRUE(waitFor([&] { return queue.currentFrame() > 4'800; }));
     outputOf("pactl move-sink-input $(pactl list short sink-inputs | cut -f1) mic");
-    const std::uint64_t then = client.said;
-    EXPECT_TRUE(waitFor([&] { return client.said > then + 24'000; }));
-    EXPECT_FALSE(client.isGone);
-    EXPECT_TRUE(client.isInOrder);
+    const double then = queue.currentFrame();
+    EXPECT_TRUE(waitFor([&] { return queue.currentFrame() > then + 24'000; }));
+    EXPECT_TRUE(queue.isRunning());
 }
 
 TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
@@ -477,9 +375,9 @@ TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
     ::setenv("PULSE_SOURCE", "speaker.monitor", 1);
     EXPECT_EQ(used(), "mic speaker.monitor ");
     // And it is what is opened.
-    RampClient client(480'000'000);
-    const auto stream = openPlayback(client);
-    EXPECT_EQ(stream->start(), noErr);
+    OutputUnderTest queue(kStereo);
+    queue.enqueueNew(1, 60 * 48'000 * 4);
+    EXPECT_EQ(queue.start(), noErr);
     EXPECT_EQ(outputOf("pactl list sinks | grep -A1 RUNNING | grep -c 'Name: mic' || true"), "1\n");
     // PipeWire plays on its default then.
     ::setenv("PULSE_SINK", "none", 1);
@@ -489,22 +387,6 @@ TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
 
 INSTANTIATE_TEST_SUITE_P(On, PulseDevice, testing::Values("pulseaudio", "pipewire"),
                          [](const auto& kind) { return std::string(kind.param); });
-
-TEST(PulseDeviceAlone, saysAtOnceThatThereIsNoServer) {
-    const TemporaryFolder folder;
-    ::setenv("PULSE_SERVER", ("unix:" + (folder / "none").string()).c_str(), 1);
-    const auto begin = std::chrono::steady_clock::now();
-    RampClient player;
-    std::unique_ptr<PlaybackStream> playback;
-    EXPECT_EQ(audioDevice()->openPlayback(kStereo, player, playback), kAudioQueueErr_InvalidDevice);
-    CollectingClient collector(0);
-    std::unique_ptr<CaptureStream> capture;
-    EXPECT_EQ(audioDevice()->openCapture(kMono, collector, capture), kAudioQueueErr_InvalidDevice);
-    AudioDeviceList list;
-    EXPECT_EQ(listAudioDevices(list), kAudioQueueErr_InvalidDevice);
-    // Far below the bound for servers that do not answer.
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
-}
 
 }  // namespace
 }  // namespace zav::test

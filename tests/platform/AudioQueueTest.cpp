@@ -8,16 +8,16 @@
 #include <malloc.h>
 
 #include <array>
-#include <bit>
 #include <cstring>
 #include <future>
-#include <limits>
 #include <mutex>
 #include <random>
 
 #include "tests/support/Commands.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/PcmFileCases.hpp"
 #include "tests/support/QueueUnderTest.hpp"
+#include "tests/support/Ramp.hpp"
 #include "tests/support/RealTimeProbe.hpp"
 #include "tests/support/TestAudio.hpp"
 #include "tests/support/VirtualDevice.hpp"
@@ -31,84 +31,76 @@ constexpr std::uint32_t kFloat = kAudioFormatFlagIsFloat;
 constexpr std::uint32_t kSigned = kAudioFormatFlagIsSignedInteger;
 constexpr std::uint32_t kBig = kAudioFormatFlagIsBigEndian;
 
-template <class Value>
-Bytes bytesOfValue(Value value, bool isBigEndian = false) {
-    auto bytes = std::bit_cast<std::array<std::byte, sizeof(Value)>>(value);
-    if (isBigEndian) {
-        std::reverse(bytes.begin(), bytes.end());
-    }
-    return {bytes.begin(), bytes.end()};
+AudioStreamBasicDescription pcmOf(std::uint32_t bits, std::uint32_t flags = kSigned) {
+    return pcmFormat(48000, 1, bits, flags);
 }
 
 AudioStreamBasicDescription in32(std::uint32_t flags) {
-    auto format = pcmFormat(48000, 1, 32, flags);
+    auto format = pcmOf(32, flags);
     format.mBitsPerChannel = 24;
     format.mFormatFlags &= ~kAudioFormatFlagIsPacked;
     return format;
 }
 
 AudioStreamBasicDescription lawFormat(std::uint32_t formatID) {
-    auto format = pcmFormat(48000, 1, 8, 0);
+    auto format = pcmOf(8, 0);
     format.mFormatID = formatID;
     return format;
 }
 
-/// A sample as the stream has it, and as the device does.
-struct PcmCase {
-    const char* name;
-    AudioStreamBasicDescription format;
-    Bytes inStream;
-    Bytes atDevice;
-};
+std::string nameOf(const AudioStreamBasicDescription& pcm) {
+    return std::to_string(pcm.mBitsPerChannel) + " bits, " + fourCharText(pcm.mFormatID) +
+           ", flags " + std::to_string(pcm.mFormatFlags);
+}
 
-Bytes repeated(const Bytes& samples, std::size_t size) {
+using Sample = std::vector<std::uint8_t>;
+
+/// One or more samples, over and over.
+Bytes repeated(const Sample& samples, std::size_t size) {
     Bytes bytes;
     while (bytes.size() < size) {
-        bytes.insert(bytes.end(), samples.begin(), samples.end());
+        bytes.push_back(std::byte{samples[bytes.size() % samples.size()]});
     }
     return bytes;
 }
 
 /// A microphone that says these samples over and over.
-void sayRepeatedly(VirtualDevice& device, const Bytes& samples) {
-    device.setSpeaking([samples](std::span<std::byte> captured) {
+void sayRepeatedly(VirtualDevice& device, const Sample& samples) {
+    device.speaker = [samples](std::span<std::byte> captured) {
         std::copy_n(repeated(samples, captured.size()).begin(), captured.size(), captured.begin());
-    });
+    };
 }
 
 TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
     constexpr std::size_t kFrameCount = 480;
-    const std::vector<PcmCase> cases = {
-        {"signed 8", pcmFormat(48000, 1, 8, kSigned), bytesFrom({0x81}), bytesFrom({0x01})},
-        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesFrom({0x81}), bytesFrom({0x81})},
-        {"unsigned 16", pcmFormat(48000, 1, 16, 0), bytesFrom({0x34, 0x92}),
-         bytesFrom({0x34, 0x12})},
-        {"unsigned 16 big", pcmFormat(48000, 1, 16, kBig), bytesFrom({0x92, 0x34}),
-         bytesFrom({0x12, 0x34})},
-        {"signed 16 big", pcmFormat(48000, 1, 16, kSigned | kBig), bytesFrom({0x12, 0x34}),
-         bytesFrom({0x12, 0x34})},
-        {"signed 24", pcmFormat(48000, 1, 24), bytesFrom({1, 2, 0x83}), bytesFrom({1, 2, 0x83})},
-        {"unsigned 24", pcmFormat(48000, 1, 24, 0), bytesFrom({1, 2, 0x83}),
-         bytesFrom({1, 2, 0x03})},
-        {"signed 24 low in 32", in32(kSigned), bytesFrom({1, 2, 0x83, 0xff}),
-         bytesFrom({1, 2, 0x83})},
-        {"signed 24 low in 32 big", in32(kSigned | kBig), bytesFrom({0, 0x73, 2, 1}),
-         bytesFrom({0x73, 2, 1})},
-        {"unsigned 24 low in 32", in32(0), bytesFrom({1, 2, 0x83, 0}), bytesFrom({1, 2, 0x03})},
-        {"signed 24 high in 32", in32(kSigned | kAudioFormatFlagIsAlignedHigh),
-         bytesFrom({0, 1, 2, 0x83}), bytesFrom({0, 1, 2, 0x83})},
-        {"signed 32", pcmFormat(48000, 1, 32), bytesFrom({1, 2, 3, 4}), bytesFrom({1, 2, 3, 4})},
-        {"unsigned 32 big", pcmFormat(48000, 1, 32, kBig), bytesFrom({0x81, 2, 3, 4}),
-         bytesFrom({0x01, 2, 3, 4})},
-        {"float", pcmFormat(48000, 1, 32, kFloat), bytesOfValue(0.25F), bytesOfValue(0.25F)},
-        {"float 64", pcmFormat(48000, 1, 64, kFloat), bytesOfValue(0.25), bytesOfValue(0.25F)},
-        {"float 64 big", pcmFormat(48000, 1, 64, kFloat | kBig), bytesOfValue(-0.75, true),
-         bytesOfValue(-0.75F, true)},
-        {"A-law", lawFormat(kAudioFormatALaw), bytesFrom({0x55}), bytesFrom({0x55})},
-        {"mu-law", lawFormat(kAudioFormatULaw), bytesFrom({0x55}), bytesFrom({0x55})},
+    struct Case {
+        AudioStreamBasicDescription format;
+        Sample inStream;
+        Sample atDevice;
     };
-    for (const PcmCase& pcm : cases) {
-        SCOPED_TRACE(pcm.name);
+    const std::vector<Case> cases = {
+        {pcmOf(8), {0x81}, {0x01}},
+        {pcmOf(8, 0), {0x81}, {0x81}},
+        {pcmOf(16, 0), {0x34, 0x92}, {0x34, 0x12}},
+        {pcmOf(16, kBig), {0x92, 0x34}, {0x12, 0x34}},
+        {pcmOf(16, kSigned | kBig), {0x12, 0x34}, {0x12, 0x34}},
+        {pcmOf(24), {1, 2, 0x83}, {1, 2, 0x83}},
+        {pcmOf(24, 0), {1, 2, 0x83}, {1, 2, 0x03}},
+        {in32(kSigned), {1, 2, 0x83, 0xFF}, {1, 2, 0x83}},
+        {in32(kSigned | kBig), {0, 0x73, 2, 1}, {0x73, 2, 1}},
+        {in32(0), {1, 2, 0x83, 0}, {1, 2, 0x03}},
+        {in32(kSigned | kAudioFormatFlagIsAlignedHigh), {0, 1, 2, 0x83}, {0, 1, 2, 0x83}},
+        {pcmOf(32), {1, 2, 3, 4}, {1, 2, 3, 4}},
+        {pcmOf(32, kBig), {0x81, 2, 3, 4}, {0x01, 2, 3, 4}},
+        // 0.25 and -0.75
+        {pcmOf(32, kFloat), {0, 0, 0x80, 0x3E}, {0, 0, 0x80, 0x3E}},
+        {pcmOf(64, kFloat), {0, 0, 0, 0, 0, 0, 0xD0, 0x3F}, {0, 0, 0x80, 0x3E}},
+        {pcmOf(64, kFloat | kBig), {0xBF, 0xE8, 0, 0, 0, 0, 0, 0}, {0xBF, 0x40, 0, 0}},
+        {lawFormat(kAudioFormatALaw), {0x55}, {0x55}},
+        {lawFormat(kAudioFormatULaw), {0x55}, {0x55}},
+    };
+    for (const Case& pcm : cases) {
+        SCOPED_TRACE(nameOf(pcm.format));
         VirtualDevice device;
         sayRepeatedly(device, pcm.atDevice);
         OutputUnderTest output(pcm.format);
@@ -118,7 +110,7 @@ TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
         output.enqueue(audio.data() + 1, audio.size() - 1);
         ASSERT_EQ(output.start(), noErr);
         InputUnderTest input(pcm.format);
-        input.enqueue(1, static_cast<std::uint32_t>(audio.size()));
+        input.enqueueNew(1, static_cast<std::uint32_t>(audio.size()));
         ASSERT_EQ(input.start(), noErr);
         device.advance(0.1, settleQueues);
         EXPECT_EQ(output.returnCount(), 2U);
@@ -127,62 +119,46 @@ TEST(AudioQueue, playsAndCapturesAllKindsOfPcmAsTheyAre) {
     }
 }
 
-/// Samples of a format of the device: one that is not loud, and the loudest on both sides.
-struct LevelCase {
-    const char* name;
-    AudioStreamBasicDescription format;
-    Bytes quiet;
-    double quietPeak;
-    Bytes loud;
-};
-
-LevelCase integerCase(const char* name, std::uint32_t bits, std::uint32_t flags = 0) {
-    const auto bytes = [&](std::int32_t value) {
-        Bytes sample = bytesOfValue(value);
-        sample.resize(bits / 8);
-        if ((flags & kBig) != 0) {
-            std::reverse(sample.begin(), sample.end());
-        }
-        return sample;
-    };
-    const std::int32_t highest = std::numeric_limits<std::int32_t>::max() >> (32 - bits);
-    const std::int32_t quiet = -highest / 4 - 1;
-    return {name, pcmFormat(48000, 1, bits, kSigned | flags), bytes(quiet),
-            -static_cast<double>(quiet) / highest, joined({bytes(highest), bytes(-highest - 1)})};
-}
-
-LevelCase floatCase(const char* name, std::uint32_t flags = 0) {
-    const bool isBig = flags != 0;
-    return {name, pcmFormat(48000, 1, 32, kFloat | flags), bytesOfValue(-0.25F, isBig), 0.25,
-            joined({bytesOfValue(1.0F, isBig), bytesOfValue(-1.5F, isBig)})};
-}
-
 TEST(AudioQueue, tellsHowLoudItsAudioIs) {
-    const std::vector<LevelCase> cases = {
-        {"unsigned 8", pcmFormat(48000, 1, 8, 0), bytesFrom({0x60}), 32.0 / 127,
-         bytesFrom({0xFF, 0})},
-        integerCase("signed 16", 16),
-        integerCase("signed 16 big", 16, kBig),
-        integerCase("signed 24", 24),
-        integerCase("signed 24 big", 24, kBig),
-        integerCase("signed 32", 32),
-        integerCase("signed 32 big", 32, kBig),
-        floatCase("float"),
-        floatCase("float big", kBig),
-        {"A-law", lawFormat(kAudioFormatALaw), bytesFrom({0xBA}), 0.5, bytesFrom({0xAA, 0x2A})},
-        {"mu-law", lawFormat(kAudioFormatULaw), bytesFrom({0x90}), 15996.0 / 32124,
-         bytesFrom({0x80, 0x00})},
+    /// Samples of a format of the device: one that is not loud, and the loudest on both sides.
+    struct Case {
+        AudioStreamBasicDescription format;
+        Sample quiet;
+        double quietPeak;
+        Sample loud;
     };
-    for (const LevelCase& kind : cases) {
-        SCOPED_TRACE(kind.name);
+    std::vector<Case> cases = {
+        {pcmOf(16), {0, 0xE0}, 8192.0 / 32767, {0xFF, 0x7F, 0, 0x80}},
+        {pcmOf(24), {0, 0, 0xE0}, 2097152.0 / 8388607, {0xFF, 0xFF, 0x7F, 0, 0, 0x80}},
+        {pcmOf(32),
+         {0, 0, 0, 0xE0},
+         536870912.0 / 2147483647,
+         {0xFF, 0xFF, 0xFF, 0x7F, 0, 0, 0, 0x80}},
+        {pcmOf(32, kFloat), {0, 0, 0x80, 0xBE}, 0.25, {0, 0, 0x80, 0x3F, 0, 0, 0xC0, 0xBF}},
+    };
+    for (Case kind : std::vector(cases)) {
+        kind.format.mFormatFlags |= kBig;
+        for (Sample* const samples : {&kind.quiet, &kind.loud}) {
+            for (auto at = samples->begin(); at != samples->end();) {
+                const auto sample = std::exchange(at, at + kind.format.mBytesPerFrame);
+                std::reverse(sample, at);
+            }
+        }
+        cases.push_back(kind);
+    }
+    cases.push_back({pcmOf(8, 0), {0x60}, 32.0 / 127, {0xFF, 0}});
+    cases.push_back({lawFormat(kAudioFormatALaw), {0xBA}, 0.5, {0xAA, 0x2A}});
+    cases.push_back({lawFormat(kAudioFormatULaw), {0x90}, 15996.0 / 32124, {0x80, 0x00}});
+    for (const Case& kind : cases) {
+        SCOPED_TRACE(nameOf(kind.format));
         VirtualDevice device;
         OutputUnderTest output(kind.format);
         InputUnderTest input(kind.format);
         input.recycle();
-        input.enqueue(3, 4800);
+        input.enqueueNew(3, 4800);
         const std::array<const QueueUnderTest*, 2> queues = {&output, &input};
         // A step of the device's clock is 240 frames.
-        const auto pass = [&](const Bytes& samples) {
+        const auto pass = [&](const Sample& samples) {
             sayRepeatedly(device, samples);
             output.enqueue(repeated(samples, 240 * kind.quiet.size()));
             device.advance(0.005, settleQueues);
@@ -237,28 +213,15 @@ TEST(AudioQueue, tellsHowLoudItsAudioIs) {
 }
 
 TEST(AudioQueue, refusesFormatsWhenItIsMade) {
-    const auto change = [](auto mutate) {
-        AudioStreamBasicDescription format = pcmFormat(48000, 2);
-        mutate(format);
-        return format;
-    };
-    const std::vector<AudioStreamBasicDescription> formats = {
-        AudioStreamBasicDescription(),
-        change([](auto& format) { format.mSampleRate = 7999; }),
-        change([](auto& format) { format.mSampleRate = 192001; }),
-        change([](auto& format) { format.mSampleRate = 44100.5; }),
-        change([](auto& format) { format.mSampleRate = std::nan(""); }),
-        change([](auto& format) { format.mChannelsPerFrame = 0; }),
-        pcmFormat(48000, 9),
-        change([](auto& format) { format.mBytesPerFrame = 5; }),
-        change([](auto& format) { format.mBytesPerPacket = 2; }),
-        change([](auto& format) { format.mFramesPerPacket = 2; }),
-        change([](auto& format) { format.mBitsPerChannel = 20; }),
-        change([](auto& format) { format.mFormatFlags |= kAudioFormatFlagIsNonInterleaved; }),
-        pcmFormat(48000, 1, 16, kFloat),
-        sbcFormat(16000, 1, 0, 60),
-        change([](auto& format) { format.mFormatID = fourCharCode("what"); }),
-    };
+    std::vector<AudioStreamBasicDescription> formats = wrongPcmFormats();
+    formats.insert(formats.end(),
+                   {{},
+                    pcmFormat(7999, 2),
+                    pcmFormat(192001, 2),
+                    pcmFormat(48000, 9),
+                    pcmOf(16, kFloat),
+                    pcmFormat(48000, 2, 16, kSigned | kAudioFormatFlagIsNonInterleaved),
+                    sbcFormat(16000, 1, 0, 60)});
     for (const AudioStreamBasicDescription& format : formats) {
         AudioQueueRef queue = nullptr;
         EXPECT_EQ(AudioQueueNewOutputWithDispatchQueue(
@@ -280,49 +243,49 @@ TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
     OutputUnderTest output(format);
     OutputUnderTest other(format);
     InputUnderTest input(format);
+    AudioQueueRef const out = output.get();
+    AudioQueueRef const in = input.get();
     AudioQueueBufferRef buffer = nullptr;
-    EXPECT_EQ(AudioQueueAllocateBuffer(output.get(), 0, &buffer), kAudioQueueErr_InvalidParameter);
-    EXPECT_EQ(AudioQueueAllocateBuffer(output.get(), 16, nullptr), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueAllocateBuffer(out, 0, &buffer), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueAllocateBuffer(out, 16, nullptr), kAudioQueueErr_InvalidParameter);
     buffer = output.allocate(16);
 
     const auto enqueue = [&](std::uint32_t size,
                              std::vector<AudioStreamPacketDescription> packets) {
         buffer->mAudioDataByteSize = size;
-        return AudioQueueEnqueueBuffer(output.get(), buffer,
-                                       static_cast<std::uint32_t>(packets.size()), packets.data());
+        return AudioQueueEnqueueBuffer(out, buffer, static_cast<std::uint32_t>(packets.size()),
+                                       packets.data());
     };
     EXPECT_EQ(enqueue(0, {}), kAudioQueueErr_BufferEmpty);
     EXPECT_EQ(enqueue(17, {}), kAudioQueueErr_InvalidBuffer);
     EXPECT_EQ(enqueue(16, {{-1, 0, 4}}), kAudioQueueErr_InvalidParameter);
     EXPECT_EQ(enqueue(16, {{13, 0, 4}}), kAudioQueueErr_InvalidParameter);
-    EXPECT_EQ(AudioQueueEnqueueBuffer(output.get(), buffer, 1, nullptr),
-              kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueEnqueueBuffer(out, buffer, 1, nullptr), kAudioQueueErr_InvalidParameter);
     EXPECT_EQ(AudioQueueEnqueueBuffer(other.get(), buffer, 0, nullptr),
               kAudioQueueErr_InvalidBuffer);
     EXPECT_EQ(enqueue(16, {}), noErr);
     EXPECT_EQ(enqueue(16, {}), kAudioQueueErr_BufferInQueue);
     // Too small for one frame.
-    EXPECT_EQ(AudioQueueEnqueueBuffer(input.get(), input.allocate(3), 0, nullptr),
+    EXPECT_EQ(AudioQueueEnqueueBuffer(in, input.allocate(3), 0, nullptr),
               kAudioQueueErr_InvalidBuffer);
 
     const AudioTimeStamp later;
-    EXPECT_EQ(AudioQueueStart(output.get(), &later), kAudioQueueErr_InvalidParameter);
-    EXPECT_EQ(AudioQueueGetCurrentTime(output.get(), nullptr, nullptr, nullptr),
+    EXPECT_EQ(AudioQueueStart(out, &later), kAudioQueueErr_InvalidParameter);
+    EXPECT_EQ(AudioQueueGetCurrentTime(out, nullptr, nullptr, nullptr),
               kAudioQueueErr_InvalidParameter);
 
     std::uint32_t size = 0;
     std::uint32_t value = 7;
-    EXPECT_EQ(AudioQueueGetProperty(output.get(), kAudioQueueProperty_IsRunning, &value, &size),
+    EXPECT_EQ(AudioQueueGetProperty(out, kAudioQueueProperty_IsRunning, &value, &size),
               kAudioQueueErr_InvalidPropertySize);
     EXPECT_EQ(value, 7U);
-    EXPECT_EQ(AudioQueueGetPropertySize(input.get(), kAudioQueueProperty_HasPlayedAll, &size),
+    EXPECT_EQ(AudioQueueGetPropertySize(in, kAudioQueueProperty_HasPlayedAll, &size),
               kAudioQueueErr_InvalidProperty);
-    EXPECT_EQ(AudioQueueGetPropertySize(output.get(), fourCharCode("what"), &size),
+    EXPECT_EQ(AudioQueueGetPropertySize(out, fourCharCode("what"), &size),
               kAudioQueueErr_InvalidProperty);
-    EXPECT_EQ(AudioQueueSetProperty(output.get(), kAudioQueueProperty_MagicCookie, &value, 4),
+    EXPECT_EQ(AudioQueueSetProperty(out, kAudioQueueProperty_MagicCookie, &value, 4),
               kAudioQueueErr_InvalidProperty);
-    EXPECT_EQ(AudioQueueGetPropertySize(input.get(), kAudioQueueProperty_MagicCookie, &size),
-              noErr);
+    EXPECT_EQ(AudioQueueGetPropertySize(in, kAudioQueueProperty_MagicCookie, &size), noErr);
     EXPECT_EQ(size, 0U);
     EXPECT_EQ(input.property<AudioStreamBasicDescription>(kAudioQueueProperty_StreamDescription),
               format);
@@ -337,14 +300,14 @@ TEST(AudioQueue, aStartThatFailsLosesNothing) {
     device.unplug();
     EXPECT_EQ(queue.start(), kAudioQueueErr_InvalidDevice);
     device.plugIn();
-    device.refuseOpening(kAudioQueueErr_CannotStart);
+    device.openingStatus = kAudioQueueErr_CannotStart;
     EXPECT_EQ(queue.start(), kAudioQueueErr_CannotStart);
-    device.refuseOpening(noErr);
-    device.refuseStarting(kAudioQueueErr_CannotStart);
+    device.openingStatus = noErr;
+    device.startingStatus = kAudioQueueErr_CannotStart;
     EXPECT_EQ(queue.start(), kAudioQueueErr_CannotStart);
     EXPECT_FALSE(queue.isRunning());
     EXPECT_EQ(device.openStreamCount(), 0U);
-    device.refuseStarting(noErr);
+    device.startingStatus = noErr;
     EXPECT_EQ(queue.start(), noErr);
     device.advance(0.2, settleQueues);
     EXPECT_EQ(queue.returnCount(), 1U);
@@ -357,14 +320,14 @@ TEST(AudioQueue, runsUntilItsDeviceIsClosed) {
     VirtualDevice device;
     OutputUnderTest queue(pcmFormat(48000, 1));
     std::atomic<bool> wasRunningWhileClosing = false;
-    device.setOnClosing([&] { wasRunningWhileClosing = queue.isRunning(); });
+    device.onClosing = [&] { wasRunningWhileClosing = queue.isRunning(); };
     queue.enqueue(std::vector<std::int16_t>(480, 1));
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_EQ(queue.stop(false), noErr);
     device.advance(0.1, settleQueues);
     EXPECT_FALSE(queue.isRunning());
     EXPECT_TRUE(wasRunningWhileClosing);
-    device.setOnClosing({});
+    device.onClosing = {};
 }
 
 TEST(AudioQueue, countsInterruptionsAlsoOfAnEndButNotTheEnd) {
@@ -375,9 +338,9 @@ TEST(AudioQueue, countsInterruptionsAlsoOfAnEndButNotTheEnd) {
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_EQ(queue.stop(false), noErr);
     device.advance(0.15, settleQueues);
-    device.setStalling(true);
+    device.isStalling = true;
     device.advance(0.02, settleQueues);
-    device.setStalling(false);
+    device.isStalling = false;
     device.advance(0.1, settleQueues);
     EXPECT_TRUE(queue.hasPlayedAll());
     queue.enqueue(audio);
@@ -404,7 +367,7 @@ TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
     OutputUnderTest converted(pcmFormat(48000, 2, 64, kFloat));
     InputUnderTest input(pcmFormat(48000, 2, 8));
     input.recycle();
-    input.enqueue(3, 4800);
+    input.enqueueNew(3, 4800);
     for (std::size_t i = 0; i < 20; ++i) {
         output.enqueue(std::vector<std::int16_t>(4001, 1));
         converted.enqueue(std::vector<double>(4001, 0.5));
@@ -476,44 +439,35 @@ TEST(AudioQueue, usesTheDispatchQueueThatItWasGiven) {
     }
 }
 
-/// A microphone that says 1, 2, 3 and so on.
-void sayCounting(VirtualDevice& device) {
-    device.setSpeaking([next = std::int16_t{1}](std::span<std::byte> captured) mutable {
-        for (std::size_t i = 0; i + 1 < captured.size(); i += 2, ++next) {
-            std::memcpy(captured.data() + i, &next, 2);
-        }
-    });
-}
-
-void expectCounting(const Bytes& captured, std::size_t frameCount) {
-    ASSERT_EQ(captured.size(), 2 * frameCount);
-    for (std::size_t i = 0; i < frameCount; ++i) {
-        std::int16_t sample = 0;
-        std::memcpy(&sample, captured.data() + 2 * i, 2);
-        ASSERT_EQ(sample, static_cast<std::int16_t>(i + 1));
-    }
+/// A microphone that says the ramp.
+void sayRamp(VirtualDevice& device) {
+    device.speaker = [said = std::size_t{0}](std::span<std::byte> captured) mutable {
+        const auto samples = rampSamples(captured.size() / 2, said);
+        said += samples.size();
+        std::memcpy(captured.data(), samples.data(), captured.size());
+    };
 }
 
 TEST(AudioQueue, anApplicationThatIsLateWithItsBuffersFindsTheAudioHeldBack) {
     VirtualDevice device;
-    sayCounting(device);
+    sayRamp(device);
     InputUnderTest queue(pcmFormat(8000, 1));
-    queue.enqueue(1, 1600);
+    queue.enqueueNew(1, 1600);
     ASSERT_EQ(queue.start(), noErr);
     device.advance(3, settleQueues);
     EXPECT_EQ(queue.returnCount(), 1U);
     EXPECT_EQ(queue.interruptionCount(), 1U);
     // 3.5 s are 28000 frames: of the 23200 that there is room for none is missing or out of order.
-    queue.enqueue(28, 1600);
+    queue.enqueueNew(28, 1600);
     device.advance(0.5, settleQueues);
     ASSERT_EQ(queue.stop(true), noErr);
     settleQueues();
-    expectCounting(queue.captured(), 23200);
+    EXPECT_EQ(samplesOf(queue.captured()), rampSamples(23200));
 }
 
 TEST(AudioQueue, aStopTakesWhatTheDeviceHoldsBackForALateCallback) {
     VirtualDevice device;
-    sayCounting(device);
+    sayRamp(device);
     std::promise<void> entered;
     std::promise<void> mayLeave;
     InputUnderTest queue(pcmFormat(8000, 1));
@@ -523,8 +477,8 @@ TEST(AudioQueue, aStopTakesWhatTheDeviceHoldsBackForALateCallback) {
             mayLeave.get_future().wait();
         }
     };
-    queue.enqueue(1, 1600);
-    queue.enqueue(1, 80000);
+    queue.enqueueNew(1, 1600);
+    queue.enqueueNew(1, 80000);
     ASSERT_EQ(queue.start(), noErr);
     device.advance(0.1);
     entered.get_future().wait();
@@ -532,7 +486,7 @@ TEST(AudioQueue, aStopTakesWhatTheDeviceHoldsBackForALateCallback) {
     ASSERT_EQ(queue.stop(true), noErr);
     mayLeave.set_value();
     settleQueues();
-    expectCounting(queue.captured(), 24800);
+    EXPECT_EQ(samplesOf(queue.captured()), rampSamples(24800));
 }
 
 #ifdef ZAV_HAS_FFMPEG
@@ -580,7 +534,7 @@ TEST(AudioQueue, losesNothingOfWhatIsDecodedWhenTheStreamGoesOnAfterAStop) {
         // Called off while a frame is begun.
         VirtualDevice device;
         OutputUnderTest queue(pcmFormat(48000, 1, 64, kFloat));
-        const Bytes stream = repeated(bytesOfValue(0.25), 960 * sizeof(double));
+        const Bytes stream = repeated({0, 0, 0, 0, 0, 0, 0xD0, 0x3F}, 960 * sizeof(double));
         queue.enqueue(stream.data(), 1003);
         ASSERT_EQ(queue.start(), noErr);
         ASSERT_EQ(queue.stop(false), noErr);
@@ -589,7 +543,7 @@ TEST(AudioQueue, losesNothingOfWhatIsDecodedWhenTheStreamGoesOnAfterAStop) {
         ASSERT_EQ(queue.stop(false), noErr);
         device.advance(0.1, settleQueues);
         EXPECT_FALSE(queue.isRunning());
-        EXPECT_EQ(device.heard(), repeated(bytesOfValue(0.25F), 960 * sizeof(float)));
+        EXPECT_EQ(device.heard(), repeated({0, 0, 0x80, 0x3E}, 960 * sizeof(float)));
     }
     // Enqueued before the stop is over.
     VirtualDevice device;
@@ -643,7 +597,7 @@ TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
             }
         };
         queue.forget();
-        queue.enqueue(2, 200000);
+        queue.enqueueNew(2, 200000);
         ASSERT_EQ(queue.start(), noErr);
         device.advance(0.8, settleQueues);
         const auto returns = queue.returns();
@@ -670,59 +624,57 @@ TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
 
 TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
     constexpr double kHours = ZAV_TEST_HOURS;
-    constexpr double kSpeechRate = 16000;
-    VirtualDevice device;
-    std::uint64_t heardBytes = 0;
-    bool isHeardInOrder = true;
-    std::int16_t heard = 1;
-    device.setHearing([&](std::span<const std::byte> audio) {
-        heardBytes += audio.size();
-        for (std::size_t i = 0; i < audio.size(); i += 2, ++heard) {
-            isHeardInOrder = isHeardInOrder && std::memcmp(audio.data() + i, &heard, 2) == 0;
+    constexpr std::size_t kSpeechRate = 16000;
+    constexpr std::size_t kBufferFrames = kSpeechRate / 2;
+    /// Follows the ramp.
+    struct Ear {
+        std::size_t frameCount = 0;
+        bool hearsTheRamp = true;
+
+        void hear(std::span<const std::byte> audio) {
+            const auto samples = samplesOf(audio);
+            hearsTheRamp = hearsTheRamp && samples == rampSamples(samples.size(), frameCount);
+            frameCount += samples.size();
         }
-    });
-    sayCounting(device);
-    // What is captured is played: 0.5 s of delay, as in an application.
-    std::mutex mutex;
-    std::vector<AudioQueueBufferRef> idle;
+    };
+    VirtualDevice device;
+    Ear heard;
+    Ear captured;
+    device.receiver = [&](std::span<const std::byte> audio) { heard.hear(audio); };
+    sayRamp(device);
+    std::size_t enqueuedFrames = 0;
     OutputUnderTest output(pcmFormat(kSpeechRate, 1));
     output.onReturn = [&](AudioQueueBufferRef buffer) {
-        const std::lock_guard lock(mutex);
-        idle.push_back(buffer);
+        const auto samples = rampSamples(kBufferFrames, enqueuedFrames);
+        enqueuedFrames += kBufferFrames;
+        std::memcpy(buffer->mAudioData, samples.data(), 2 * kBufferFrames);
+        buffer->mAudioDataByteSize = 2 * kBufferFrames;
+        EXPECT_EQ(AudioQueueEnqueueBuffer(output.get(), buffer, 0, nullptr), noErr);
         output.forget();
     };
     InputUnderTest input(pcmFormat(kSpeechRate, 1));
-    input.onReturn = [&](AudioQueueBufferRef captured) {
-        if (captured->mAudioDataByteSize > 0) {
-            AudioQueueBufferRef buffer = nullptr;
-            {
-                const std::lock_guard lock(mutex);
-                if (idle.empty()) {
-                    idle.push_back(output.allocate(16000));
-                }
-                buffer = idle.back();
-                idle.pop_back();
-            }
-            std::memcpy(buffer->mAudioData, captured->mAudioData, captured->mAudioDataByteSize);
-            buffer->mAudioDataByteSize = captured->mAudioDataByteSize;
-            EXPECT_EQ(AudioQueueEnqueueBuffer(output.get(), buffer, 0, nullptr), noErr);
-        }
-        EXPECT_EQ(AudioQueueEnqueueBuffer(input.get(), captured, 0, nullptr), noErr);
+    input.onReturn = [&](AudioQueueBufferRef buffer) {
+        captured.hear(
+            {static_cast<const std::byte*>(buffer->mAudioData), buffer->mAudioDataByteSize});
+        EXPECT_EQ(AudioQueueEnqueueBuffer(input.get(), buffer, 0, nullptr), noErr);
         input.forget();
     };
-    input.enqueue(3, 16000);
+    for (int i = 0; i < 3; ++i) {
+        output.onReturn(output.allocate(2 * kBufferFrames));
+    }
+    input.enqueueNew(3, 2 * kBufferFrames);
     ASSERT_EQ(input.start(), noErr);
-    device.advance(1.02, settleQueues);
     ASSERT_EQ(output.start(), noErr);
     device.advance(3600, settleQueues);
     const std::size_t memoryAfterAnHour = mallinfo2().uordblks;
     device.advance((kHours - 1) * 3600, settleQueues);
 
-    EXPECT_NEAR(input.currentFrame(), (kHours * 3600 + 1.02) * kSpeechRate, 1);
+    EXPECT_NEAR(input.currentFrame(), kHours * 3600 * kSpeechRate, 1);
     EXPECT_NEAR(output.currentFrame(), kHours * 3600 * kSpeechRate, 1);
-    EXPECT_EQ(heardBytes, 2 * static_cast<std::uint64_t>(output.currentFrame()));
-    EXPECT_TRUE(isHeardInOrder);
-    EXPECT_LE(idle.size(), 4U);
+    EXPECT_EQ(heard.frameCount, output.currentFrame());
+    EXPECT_GE(captured.frameCount + kBufferFrames, input.currentFrame());
+    EXPECT_TRUE(heard.hearsTheRamp);
+    EXPECT_TRUE(captured.hearsTheRamp);
     EXPECT_LT(mallinfo2().uordblks, memoryAfterAnHour + 65536);
 }
 

@@ -40,11 +40,11 @@ class LiveGraph : public ::testing::Test {
 TEST_F(LiveGraph, whatIsSaidIsEncodedOnceByteForByte) {
     constexpr std::size_t kSeconds = 60;
     const Bytes audio = testPcm(16000 * kSeconds);
-    device_.setSpeaking([&, said = std::size_t{0}](std::span<std::byte> captured) mutable {
+    device_.speaker = [&, said = std::size_t{0}](std::span<std::byte> captured) mutable {
         const std::size_t size = std::min(captured.size(), audio.size() - said);
         std::copy_n(&audio[said], size, captured.begin());
         said = (said + size) % audio.size();
-    });
+    };
     const auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
     const auto source = makeNode<RecordSource>(pcmFormat(16000, 1));
     const auto aligner =
@@ -62,64 +62,6 @@ TEST_F(LiveGraph, whatIsSaidIsEncodedOnceByteForByte) {
     ASSERT_GE(encoded.size(), wanted.size());
     encoded.resize(wanted.size());
     EXPECT_EQ(encoded, wanted);
-}
-
-TEST_F(LiveGraph, whatIsPushedIsHeardExactlyAlsoAcrossSelfPauses) {
-    std::mt19937 random(1);
-    const Bytes audio = testPcm(16000 * 20);
-    const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(16000, 1));
-    const auto sink = makeNode<PlaybackSink>(source);
-    sink->setQueueBufferSize(3200);
-    sink->autoPlay(0.2);
-    std::size_t pushed = 0;
-    const auto push = [&](std::size_t size) {
-        size = std::min(size, audio.size() - pushed);
-        source->downstreams().receiveAudio(audio.data() + pushed, size, size / 2, nullptr);
-        pushed += size;
-        return pushed < audio.size();
-    };
-    source->downstreams().onAudioStreamFlowStart();
-    // A peripheral that sends in bursts: now more than is played, now nothing for a while.
-    while (push(random() % 9000)) {
-        pass(static_cast<double>(random() % 100) * 0.005, {sink->audioQueueRef()});
-    }
-    source->downstreams().onAudioStreamFlowEnd();
-    pass(3, {sink->audioQueueRef()});
-    EXPECT_FALSE(sink->isPlaying());
-    EXPECT_TRUE(sink->hasPlayedAll());
-    EXPECT_EQ(device_.heard(), audio);
-    const auto lines = lines_.take();
-    EXPECT_GT(std::count(lines.begin(), lines.end(), "Resume playing"), 3);
-    EXPECT_EQ(
-        std::count(lines.begin(), lines.end(), "Stop when the enqueued audio bytes exhaused."), 1);
-    EXPECT_EQ(sink->timeStamp(), 20);
-}
-
-TEST_F(LiveGraph, theHandlerKeepsASinkPlaying) {
-    const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(48000, 2));
-    const auto sink = makeNode<PlaybackSink>(source);
-    std::atomic<std::size_t> pushed = 0;
-    const auto push = [&] {
-        const Bytes chunk(sink->queueBufferSize(), static_cast<std::byte>(1 + pushed++ % 100));
-        source->downstreams().receiveAudio(chunk.data(), chunk.size(), chunk.size() / 4, nullptr);
-    };
-    sink->setAudioDataAcquireHandler([&] {
-        push();
-        throw std::runtime_error("whatever an application throws");
-    });
-    push();
-    push();
-    sink->play();
-    pass(20, {sink->audioQueueRef()});
-    std::uint32_t interruptionCount = 1;
-    ASSERT_EQ(readAudioQueueProperty(sink->audioQueueRef(), kAudioQueueProperty_InterruptionCount,
-                                     interruptionCount),
-              noErr);
-    EXPECT_EQ(interruptionCount, 0U);
-    EXPECT_EQ(sink->allocatedBufferCount(), 2U);
-    EXPECT_NEAR(sink->timeStamp(), 20, 0.01);
 }
 
 TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {

@@ -2,8 +2,6 @@
 // tested in tests/apps/pcm_containers.sh.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -76,25 +74,11 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
         expectRefused(fileCase.type, sbcFormat(16000, 1, 0x00200B00, 72));
         expectRefused(fileCase.type, {});
     }
-    const auto good = pcmFormat(44100, 2);
-    for (const auto& change : std::vector<void (*)(AudioStreamBasicDescription&)>{
-             [](auto& format) { format.mSampleRate = 44100.5; },
-             [](auto& format) { format.mSampleRate = -1; },
-             [](auto& format) { format.mSampleRate = 1e18; },
-             [](auto& format) { format.mSampleRate = std::nan(""); },
-             [](auto& format) { format.mChannelsPerFrame = 0; },
-             [](auto& format) { format.mChannelsPerFrame = 0xFFFFFFFF; },
-             [](auto& format) { format.mBytesPerFrame = 8; },
-             [](auto& format) { format.mBytesPerPacket = 8; },
-             [](auto& format) { format.mFramesPerPacket = 2; },
-             [](auto& format) { format.mBitsPerChannel = 20; },
-             [](auto& format) { format.mFormatID = fourCharCode("aac "); }}) {
-        auto format = good;
-        change(format);
+    for (const AudioStreamBasicDescription& format : wrongPcmFormats()) {
         expectRefused(kAudioFileWAVEType, format);
     }
     OpenFile file;
-    EXPECT_EQ(tryCreate(path_, fourCharCode("none"), good, file),
+    EXPECT_EQ(tryCreate(path_, fourCharCode("none"), pcmFormat(44100, 2), file),
               kAudioFileUnsupportedFileTypeError);
     EXPECT_EQ(readFile(path_), old);
 }
@@ -124,30 +108,28 @@ TEST_F(PcmFile, leavesSilenceBeforeAPacketBeyondTheEnd) {
     });
 }
 
-TEST_F(PcmFile, overwritesWhatIsThereAndGoesOnAtTheEnd) {
+TEST_F(PcmFile, overwritesWhatIsThereGoesOnAtTheEndAndCountsPacketsByBytes) {
     {
         const OpenFile file = create(path_, kAudioFileWAVEType, pcmFormat(8000, 1));
         EXPECT_EQ(write(file, 0, Bytes(20, std::byte{1})), noErr);
         EXPECT_EQ(write(file, 8, Bytes(8, std::byte{2})), noErr);
         EXPECT_EQ(write(file, 1, Bytes(2, std::byte{3})), noErr);
         EXPECT_EQ(packetCount(file), 12U);
+        const Bytes odd(3);
+        std::uint32_t packets = 2;
+        EXPECT_EQ(AudioFileWritePackets(file.get(), false, 3, nullptr, 12, &packets, odd.data()),
+                  kAudioFileParameterError);
+        EXPECT_EQ(packets, 0U);
+        // A decoder's chunk: 2 SBC frames that are 4 PCM packets.
+        packets = 2;
+        const Bytes pcm(8, std::byte{4});
+        EXPECT_EQ(AudioFileWritePackets(file.get(), false, 8, nullptr, 8, &packets, pcm.data()),
+                  noErr);
+        EXPECT_EQ(packets, 4U);
+        EXPECT_EQ(packetCount(file), 12U);
     }
     EXPECT_EQ(readAll(open(path_)),
-              bytesFrom({1, 1, 3, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2}));
-}
-
-TEST_F(PcmFile, countsPacketsByBytes) {
-    // A decoder's chunk: 2 SBC frames that are 256 PCM packets.
-    const OpenFile file = create(path_, kAudioFileWAVEType, pcmFormat(16000, 1));
-    std::uint32_t packets = 2;
-    const Bytes pcm(512);
-    EXPECT_EQ(AudioFileWritePackets(file.get(), false, 512, nullptr, 0, &packets, pcm.data()),
-              noErr);
-    EXPECT_EQ(packets, 256U);
-    EXPECT_EQ(AudioFileWritePackets(file.get(), false, 3, nullptr, 256, &packets, pcm.data()),
-              kAudioFileParameterError);
-    EXPECT_EQ(packets, 0U);
-    EXPECT_EQ(packetCount(file), 256U);
+              bytesFrom({1, 1, 3, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 4, 4, 4, 4, 4, 4, 4, 4}));
 }
 
 TEST_F(PcmFile, goesOver4GiBWhereItCanAndSaysSoWhereItCannot) {
@@ -194,22 +176,14 @@ TEST_P(KilledWriter, leavesAFileThatIsReadableUpToTheLastSecond) {
         for (std::byte& byte : audio) {
             byte &= static_cast<std::byte>(GetParam());
         }
-        const pid_t writer = ::fork();
-        if (writer == 0) {
-            AudioFileID file = nullptr;
-            bool isGood = AudioFileCreateWithURL(path_, fileCase.type, &format,
-                                                 kAudioFileFlags_EraseFile, &file) == noErr;
-            for (std::size_t i = 0; isGood && i < 355; ++i) {
-                std::uint32_t packets = 100;
-                isGood = AudioFileWritePackets(file, false, static_cast<std::uint32_t>(chunkSize),
-                                               nullptr, static_cast<std::int64_t>(100 * i),
-                                               &packets, &audio[i * chunkSize]) == noErr;
+        inAProcessThatIsKilled([&] {
+            const OpenFile file = create(path_, fileCase.type, format);
+            for (std::size_t i = 0; i < 355; ++i) {
+                EXPECT_EQ(write(file, static_cast<std::int64_t>(100 * i),
+                                std::span(audio).subspan(i * chunkSize, chunkSize)),
+                          noErr);
             }
-            ::_exit(isGood ? 0 : 1);  // no closing, no destructors
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(writer, &status, 0), writer);
-        ASSERT_EQ(status, 0);
+        });
         const OpenFile file = open(path_);
         ASSERT_NE(file, nullptr);
         EXPECT_GE(packetCount(file), 35500U - kRate);
@@ -255,40 +229,39 @@ TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
     });
 }
 
-TEST_F(PcmFile, thatAnotherProgramLeftUnfinishedIsReadToTheEndOfItsAudio) {
+TEST_F(PcmFile, ofAnotherProgramIsReadToTheEndOfItsAudioOrRefused) {
     const Bytes audio = testBytes(2000);
     struct Case {
         AudioFileTypeID type;
-        std::size_t sizeOffset;  // where the size of the audio stands
-        std::size_t sizeLength;  // 0: it is right
-        std::size_t padding;     // zeros behind the audio
+        std::size_t offset;  // of what is written over
+        std::size_t length;
+        std::uint8_t value;
+        std::size_t padding;  // zeros behind the audio
+        OSStatus status;
     };
-    for (const Case& test :
-         {Case{kAudioFileWAVEType, 0, 0, 100000},
-          // Of a program that writes into a pipe: all bits are set.
-          Case{kAudioFileWAVEType, 40, 4, 0}, Case{kAudioFileCAFType, 4084, 8, 0}}) {
-        EXPECT_EQ(write(create(path_, test.type, pcmFormat(8000, 1)), 0, audio), noErr);
+    for (const Case& test : {
+             Case{kAudioFileWAVEType, 0, 0, 0, 100000, noErr},
+             Case{kAudioFileWave64Type, 0, 0, 0, 100000, noErr},
+             // The size of the audio, by a program that writes into a pipe: all bits are set.
+             Case{kAudioFileWAVEType, 40, 4, 0xFF, 0, noErr},
+             Case{kAudioFileCAFType, 4084, 8, 0xFF, 0, noErr},
+             // The low bits of a rate, a double in CAF and in AIFF 80 bits: it is not whole then.
+             Case{kAudioFileCAFType, 24, 1, 0x40, 0, kAudioFileUnsupportedDataFormatError},
+             Case{kAudioFileAIFFType, 32, 1, 0x40, 0, kAudioFileUnsupportedDataFormatError},
+         }) {
+        SCOPED_TRACE(fourCharText(test.type) + " " + std::to_string(test.offset));
+        const auto flags = test.type == kAudioFileAIFFType ? 6U : 4U;
+        EXPECT_EQ(write(create(path_, test.type, pcmFormat(44100, 1, 16, flags)), 0, audio), noErr);
         Bytes bytes = readFile(path_);
-        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(test.sizeOffset), test.sizeLength,
-                    std::byte{0xFF});
+        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(test.offset), test.length,
+                    std::byte{test.value});
         bytes.resize(bytes.size() + test.padding);
         writeFile(path_, bytes);
-        EXPECT_EQ(readAll(open(path_)), audio) << fourCharText(test.type) << " " << test.sizeOffset;
-    }
-}
-
-TEST_F(PcmFile, ofAFractionalRateIsRefused) {
-    for (const auto type : {kAudioFileCAFType, kAudioFileAIFFType}) {
-        const auto format = pcmFormat(44100, 1, 16, 6);
-        EXPECT_EQ(write(create(path_, type, format), 0, testBytes(100)), noErr);
-        Bytes bytes = readFile(path_);
-        // 44100 is 0x40E5888000000000 as a double, and 0x400E AC44000000000000 as an 80-bit float.
-        const std::size_t lowBits = type == kAudioFileCAFType ? 20 + 4 : 28 + 4;
-        EXPECT_EQ(bytes[lowBits], std::byte{0});
-        bytes[lowBits] = std::byte{0x40};
-        writeFile(path_, bytes);
         OpenFile file;
-        EXPECT_EQ(tryOpen(path_, file), kAudioFileUnsupportedDataFormatError) << fourCharText(type);
+        EXPECT_EQ(tryOpen(path_, file), test.status);
+        if (file != nullptr) {
+            EXPECT_EQ(readAll(file), audio);
+        }
     }
 }
 

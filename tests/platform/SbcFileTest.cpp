@@ -81,18 +81,6 @@ TEST_F(SbcFile, endsAtAFrameThatIsCutShort) {
     EXPECT_EQ(tryOpen(path_, file), kAudioFileUnsupportedFileTypeError);
 }
 
-TEST_F(SbcFile, deliversWhatStandsBeforeDamageAndThenSaysSo) {
-    Bytes frames = framesWithBitpool(32, 10);
-    frames[4 * 72] = std::byte{0};
-    writeFile(path_, frames);
-    const OpenFile file = open(path_);
-    EXPECT_EQ(packetCount(file), 4U);
-    EXPECT_EQ(read(file, 0, 10).size(), 4U * 72);
-    OSStatus status = noErr;
-    read(file, 4, 1, &status);
-    EXPECT_EQ(status, kAudioFileInvalidFileError);
-}
-
 TEST_F(SbcFile, isWrittenFrameByFrameWithoutGaps) {
     const Bytes frames = framesWithBitpool(32, 10);
     const Bytes longer = framesWithBitpool(64, 2);

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -47,6 +50,22 @@ inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
     OpenFile file;
     EXPECT_EQ(statusText(tryCreate(path, type, format, file)), "0") << path;
     return file;
+}
+
+/// Does this in a process of its own, which is killed right behind it: nothing is closed.
+template <class Work>
+void inAProcessThatIsKilled(Work work) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        work();
+        if (!testing::Test::HasFailure()) {
+            ::kill(::getpid(), SIGKILL);
+        }
+        ::_exit(1);
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
 }
 
 /// Opens a file that may be broken. One that is refused is refused for being that.

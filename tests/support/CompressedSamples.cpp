@@ -5,6 +5,7 @@
 
 #include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
 #include "tests/support/Commands.hpp"
+#include "tests/support/CompressedStream.hpp"
 #include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
@@ -37,19 +38,13 @@ std::vector<std::byte> makeAmr() {
 }
 
 /// The packets of an ADTS file in CAF, which no packaged program writes.
-std::vector<std::byte> makeAacInCaf(std::span<const std::byte> adts) {
-    constexpr std::size_t kHeader = 7;
-    std::vector<std::byte> audio;
+std::vector<std::byte> makeAacInCaf(const CompressedStream& adts) {
     std::vector<std::byte> sizes;
-    std::uint64_t count = 0;
-    for (; adts.size() >= kHeader; ++count) {
-        const std::size_t length = bigEndianAt(adts.subspan(3, 3)) >> 5U & 0x1FFFU;
-        const auto packet = adts.subspan(kHeader, length - kHeader);
-        audio.insert(audio.end(), packet.begin(), packet.end());
-        const std::size_t size = packet.size();
+    for (const AudioStreamPacketDescription& place : adts.places) {
+        const std::uint32_t size = place.mDataByteSize;
         sizes = joined({sizes, bigEndian((size << 1U & 0x7F00U) | 0x8000U | (size & 0x7FU), 2)});
-        adts = adts.subspan(length);
     }
+    const std::uint64_t count = adts.places.size();
     constexpr std::uint64_t k44100 = 0x40E5888000000000;
     const auto description =
         joined({text("desc"), bigEndian(32, 8), bigEndian(k44100, 8), text("aac "), bigEndian(0, 8),
@@ -63,7 +58,7 @@ std::vector<std::byte> makeAacInCaf(std::span<const std::byte> adts) {
     const auto table = joined({text("pakt"), bigEndian(24 + sizes.size(), 8), bigEndian(count, 8),
                                bigEndian(count * 1024, 8), bigEndian(0, 8), sizes});
     return joined({text("caff"), bigEndian(0x00010000, 4), description, cookie, table, text("data"),
-                   bigEndian(audio.size() + 4, 8), bigEndian(0, 4), audio});
+                   bigEndian(adts.bytes.size() + 4, 8), bigEndian(0, 4), adts.bytes});
 }
 
 }  // namespace
@@ -131,7 +126,7 @@ std::filesystem::path CompressedSampleFolder::operator[](const std::string& name
         return path;
     }
     if (name == "aac.caf") {
-        writeFile(path, makeAacInCaf(readFile((*this)["adts.aac"])));
+        writeFile(path, makeAacInCaf(readStream((*this)["adts.aac"])));
         return path;
     }
     const auto sample =

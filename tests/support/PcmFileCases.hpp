@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -47,6 +48,29 @@ inline std::vector<Encoding> allEncodings() {
             {"f64be", kAudioFormatLinearPCM, kFloat | kBig, 64},
             {"alaw", kAudioFormatALaw, 0, 8},
             {"ulaw", kAudioFormatULaw, 0, 8}};
+}
+
+/// What no file and no queue takes: one thing is wrong with each.
+inline std::vector<AudioStreamBasicDescription> wrongPcmFormats() {
+    const std::vector<void (*)(AudioStreamBasicDescription&)> changes = {
+        [](auto& format) { format.mSampleRate = 44100.5; },
+        [](auto& format) { format.mSampleRate = -1; },
+        [](auto& format) { format.mSampleRate = 1e18; },
+        [](auto& format) { format.mSampleRate = std::nan(""); },
+        [](auto& format) { format.mChannelsPerFrame = 0; },
+        [](auto& format) { format.mChannelsPerFrame = 0xFFFFFFFF; },
+        [](auto& format) { format.mBytesPerFrame = 5; },
+        [](auto& format) { format.mBytesPerFrame = 8; },
+        [](auto& format) { format.mBytesPerPacket = 8; },
+        [](auto& format) { format.mFramesPerPacket = 2; },
+        [](auto& format) { format.mBitsPerChannel = 20; },
+        [](auto& format) { format.mFormatID = fourCharCode("what"); },
+    };
+    std::vector<AudioStreamBasicDescription> formats(changes.size(), pcmFormat(44100, 2));
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        changes[i](formats[i]);
+    }
+    return formats;
 }
 
 /// A type of file and the encodings that it takes; every other one is refused.

@@ -112,9 +112,6 @@ class InputUnderTest : public QueueUnderTest {
  public:
     explicit InputUnderTest(const AudioStreamBasicDescription& format);
 
-    std::vector<AudioQueueBufferRef> enqueue(std::size_t bufferCount, std::uint32_t byteCount) {
-        return enqueueNew(bufferCount, byteCount);
-    }
     /// Enqueues every buffer again when it comes back while the queue runs.
     void recycle();
     std::vector<std::byte> captured() const;

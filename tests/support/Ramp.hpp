@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,18 @@ inline std::vector<std::int16_t> rampSamples(std::size_t count, std::size_t firs
     for (std::size_t i = 0; i < count; ++i) {
         samples[i] = rampSample(first + i);
     }
+    return samples;
+}
+
+/// Whole samples of bytes.
+inline std::vector<std::int16_t> samplesOf(std::span<const std::byte> bytes) {
+    std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(std::int16_t));
+    return samples;
+}
+
+inline std::vector<std::int16_t> withoutSilence(std::vector<std::int16_t> samples) {
+    std::erase(samples, 0);
     return samples;
 }
 

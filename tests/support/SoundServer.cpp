@@ -33,18 +33,6 @@ SoundServer::~SoundServer() {
     end();
 }
 
-void SoundServer::kill() const {
-    signalAll(SIGKILL);
-}
-
-void SoundServer::freeze() const {
-    signalAll(SIGSTOP);
-}
-
-void SoundServer::thaw() const {
-    signalAll(SIGCONT);
-}
-
 void SoundServer::restart() {
     end();
     start();
@@ -97,9 +85,9 @@ void SoundServer::end() {
     script_.reset();
 }
 
-void SoundServer::signalAll(int signal) const {
+void SoundServer::signal(int number) const {
     for (const pid_t pid : pids_) {
-        ::kill(pid, signal);
+        ::kill(pid, number);
     }
 }
 

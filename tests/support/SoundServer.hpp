@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <memory>
@@ -24,18 +25,15 @@ class SoundServer {
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
 
-    /// Ends it as a crash would.
-    void kill() const;
-    /// It does not run until `thaw`, nor does it end.
-    void freeze() const;
-    void thaw() const;
+    /// SIGKILL ends it as a crash would. With SIGSTOP it does not run until SIGCONT, nor does it
+    /// end.
+    void signal(int number) const;
     /// Ends it, if that has not happened yet, and starts it again in the same place.
     void restart();
 
  private:
     void start();
     void end();
-    void signalAll(int signal) const;
 
     const std::string kind_;
     const std::vector<std::string> options_;

@@ -62,8 +62,8 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
 
     OSStatus start() override {
         const std::lock_guard lock(device_.mutex_);
-        if (isGone_ || device_.startingStatus_ != noErr) {
-            return isGone_ ? kAudioQueueErr_InvalidDevice : device_.startingStatus_;
+        if (isGone_ || device_.startingStatus != noErr) {
+            return isGone_ ? kAudioQueueErr_InvalidDevice : device_.startingStatus;
         }
         isPlaying_ = true;
         pull();
@@ -88,11 +88,11 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         if (!isPlaying_ || isGone_) {
             return;
         }
-        const std::size_t ready = device_.isStalling_ ? 0 : pulled_.size();
+        const std::size_t ready = device_.isStalling ? 0 : pulled_.size();
         const std::size_t size = std::min(frameCount * bytesPerFrame_, ready);
         const std::span sounding(pulled_.data(), size);
-        if (device_.receiver_) {
-            device_.receiver_(sounding);
+        if (device_.receiver) {
+            device_.receiver(sounding);
         } else {
             device_.heard_.insert(device_.heard_.end(), sounding.begin(), sounding.end());
         }
@@ -155,8 +155,8 @@ class VirtualDevice::Capture : public CaptureStream, public Stream {
         }
         const std::size_t before = held_.size();
         held_.resize(before + frameCount * bytesPerFrame_);
-        if (device_.speaker_) {
-            device_.speaker_(std::span(held_).subspan(before));
+        if (device_.speaker) {
+            device_.speaker(std::span(held_).subspan(before));
         }
         push();
     }
@@ -195,16 +195,6 @@ std::vector<std::byte> VirtualDevice::heard() const {
     return heard_;
 }
 
-void VirtualDevice::setHearing(std::function<void(std::span<const std::byte>)> receiver) {
-    const std::lock_guard lock(mutex_);
-    receiver_ = std::move(receiver);
-}
-
-void VirtualDevice::setSpeaking(std::function<void(std::span<std::byte>)> speaker) {
-    const std::lock_guard lock(mutex_);
-    speaker_ = std::move(speaker);
-}
-
 void VirtualDevice::unplug() {
     const std::lock_guard lock(mutex_);
     isPluggedIn_ = false;
@@ -218,21 +208,6 @@ void VirtualDevice::plugIn() {
     isPluggedIn_ = true;
 }
 
-void VirtualDevice::refuseOpening(OSStatus status) {
-    const std::lock_guard lock(mutex_);
-    openingStatus_ = status;
-}
-
-void VirtualDevice::refuseStarting(OSStatus status) {
-    const std::lock_guard lock(mutex_);
-    startingStatus_ = status;
-}
-
-void VirtualDevice::setStalling(bool isStalling) {
-    const std::lock_guard lock(mutex_);
-    isStalling_ = isStalling;
-}
-
 std::size_t VirtualDevice::openStreamCount() const {
     const std::lock_guard lock(mutex_);
     return streams_.size();
@@ -243,7 +218,7 @@ OSStatus VirtualDevice::open(const AudioStreamBasicDescription& format, Client& 
                              std::unique_ptr<MadeStream>& stream) {
     auto made = std::make_unique<Made>(*this, format, client);
     const std::lock_guard lock(mutex_);
-    const OSStatus status = isPluggedIn_ ? openingStatus_ : kAudioQueueErr_InvalidDevice;
+    const OSStatus status = isPluggedIn_ ? openingStatus : kAudioQueueErr_InvalidDevice;
     if (status == noErr) {
         streams_.push_back(made.get());
         stream = std::move(made);
@@ -262,14 +237,9 @@ OSStatus VirtualDevice::openCapture(const AudioStreamBasicDescription& format,
     return open<Capture>(format, client, stream);
 }
 
-void VirtualDevice::setOnClosing(std::function<void()> onClosing) {
-    const std::lock_guard lock(mutex_);
-    onClosing_ = std::move(onClosing);
-}
-
 void VirtualDevice::remove(Stream& stream) {
-    if (onClosing_) {
-        onClosing_();
+    if (onClosing) {
+        onClosing();
     }
     const std::lock_guard lock(mutex_);
     std::erase(streams_, &stream);

@@ -26,26 +26,26 @@ class VirtualDevice : public AudioDevice {
     /// Moves the clock, in steps of some milliseconds. `afterStep` runs between them.
     void advance(double seconds, const std::function<void()>& afterStep = {});
 
-    /// What has been played, one stream after the other. With a receiver it goes there instead.
+    /// What has been played, one stream after the other.
     std::vector<std::byte> heard() const;
-    void setHearing(std::function<void(std::span<const std::byte>)> receiver);
-    /// Fills in what is captured; silence without it.
-    void setSpeaking(std::function<void(std::span<std::byte>)> speaker);
 
     /// All streams are gone, and none can be opened until `plugIn`.
     void unplug();
     void plugIn();
-    /// The next openings, or starts, fail with this; 0 ends it.
-    void refuseOpening(OSStatus status);
-    void refuseStarting(OSStatus status);
-
-    /// While it stalls it has nothing ready to be played, as on a machine that is too busy.
-    void setStalling(bool isStalling);
-
-    /// Called when a stream closes, before it is gone: devices can take their time for it.
-    void setOnClosing(std::function<void()> onClosing);
-
     std::size_t openStreamCount() const;
+
+    // These are set while no time passes and nothing is opened or closed.
+    /// Gets what is played, which `heard` does not tell then.
+    std::function<void(std::span<const std::byte>)> receiver;
+    /// Fills in what is captured; silence without it.
+    std::function<void(std::span<std::byte>)> speaker;
+    /// Called when a stream closes, before it is gone: devices can take their time for it.
+    std::function<void()> onClosing;
+    /// Other than 0: how openings, or starts, fail.
+    OSStatus openingStatus = noErr;
+    OSStatus startingStatus = noErr;
+    /// While it stalls it has nothing ready to be played, as on a machine that is too busy.
+    bool isStalling = false;
 
     OSStatus openPlayback(const AudioStreamBasicDescription& format, PlaybackClient& client,
                           std::unique_ptr<PlaybackStream>& stream) override;
@@ -65,13 +65,7 @@ class VirtualDevice : public AudioDevice {
     mutable std::mutex mutex_;
     std::vector<Stream*> streams_;
     std::vector<std::byte> heard_;
-    std::function<void(std::span<const std::byte>)> receiver_;
-    std::function<void(std::span<std::byte>)> speaker_;
-    std::function<void()> onClosing_;
-    OSStatus openingStatus_ = noErr;
-    OSStatus startingStatus_ = noErr;
     bool isPluggedIn_ = true;
-    bool isStalling_ = false;
 };
 
 }  // namespace zav::test

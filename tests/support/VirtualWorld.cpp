@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "QueueUnderTest.hpp"
+#include "Ramp.hpp"
 #include "VirtualDevice.hpp"
 #include "WaitFor.hpp"
 #include "Worlds.hpp"
@@ -13,8 +14,8 @@ namespace {
 class VirtualWorld : public AudioWorld {
  public:
     VirtualWorld() {
-        device_.setHearing([this](std::span<const std::byte> sounding) { hear(sounding); });
-        device_.setSpeaking([this](std::span<std::byte> captured) { speak(captured); });
+        device_.receiver = [this](std::span<const std::byte> sounding) { hear(sounding); };
+        device_.speaker = [this](std::span<std::byte> captured) { speak(captured); };
     }
 
     bool until(const std::function<bool()>& isDone) override {
@@ -42,13 +43,8 @@ class VirtualWorld : public AudioWorld {
  private:
     void hear(std::span<const std::byte> sounding) {
         const std::lock_guard lock(mutex_);
-        for (; !sounding.empty(); sounding = sounding.subspan(sizeof(std::int16_t))) {
-            std::int16_t sample = 0;
-            std::memcpy(&sample, sounding.data(), sizeof(sample));
-            if (sample != 0) {
-                heard_.push_back(sample);
-            }
-        }
+        const auto samples = withoutSilence(samplesOf(sounding));
+        heard_.insert(heard_.end(), samples.begin(), samples.end());
     }
 
     void speak(std::span<std::byte> captured) {
