@@ -189,9 +189,10 @@ TEST_F(CompressedFile, isCopiedPacketByPacketAndLosesAtMostTheLastSecondWithItsW
             if (type == kAudioFileCAFType) {
                 continue;  // cannot be read before it is closed
             }
-            inAProcessThatIsKilled([&] {
-                const OpenFile file = create(path_, type, source.format);
-                static_cast<void>(writeStream(file, source));
+            writeAndBeKilled([&] {
+                OpenFile file = create(path_, type, source.format);
+                EXPECT_EQ(writeStream(file, source), noErr);
+                return file;
             });
             EXPECT_GE(durationOf(open(path_)), durationOf(open(samples_[sample])) - 1.0);
             back = readStream(path_);

@@ -176,13 +176,14 @@ TEST_P(KilledWriter, leavesAFileThatIsReadableUpToTheLastSecond) {
         for (std::byte& byte : audio) {
             byte &= static_cast<std::byte>(GetParam());
         }
-        inAProcessThatIsKilled([&] {
-            const OpenFile file = create(path_, fileCase.type, format);
+        writeAndBeKilled([&] {
+            OpenFile file = create(path_, fileCase.type, format);
             for (std::size_t i = 0; i < 355; ++i) {
                 EXPECT_EQ(write(file, static_cast<std::int64_t>(100 * i),
                                 std::span(audio).subspan(i * chunkSize, chunkSize)),
                           noErr);
             }
+            return file;
         });
         const OpenFile file = open(path_);
         ASSERT_NE(file, nullptr);
@@ -245,6 +246,8 @@ TEST_F(PcmFile, ofAnotherProgramIsReadToTheEndOfItsAudioOrRefused) {
              // The size of the audio, by a program that writes into a pipe: all bits are set.
              Case{kAudioFileWAVEType, 40, 4, 0xFF, 0, noErr},
              Case{kAudioFileCAFType, 4084, 8, 0xFF, 0, noErr},
+             // An encoding that nobody knows.
+             Case{kAudioFileCAFType, 28, 4, 'x', 0, kAudioFileUnsupportedDataFormatError},
              // The low bits of a rate, a double in CAF and in AIFF 80 bits: it is not whole then.
              Case{kAudioFileCAFType, 24, 1, 0x40, 0, kAudioFileUnsupportedDataFormatError},
              Case{kAudioFileAIFFType, 32, 1, 0x40, 0, kAudioFileUnsupportedDataFormatError},

@@ -52,12 +52,13 @@ inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
     return file;
 }
 
-/// Does this in a process of its own, which is killed right behind it: nothing is closed.
-template <class Work>
-void inAProcessThatIsKilled(Work work) {
+/// Writes a file in a process of its own, which is killed before the file that `write` returns is
+/// closed.
+template <class Write>
+void writeAndBeKilled(Write write) {
     const pid_t child = ::fork();
     if (child == 0) {
-        work();
+        const OpenFile file = write();
         if (!testing::Test::HasFailure()) {
             ::kill(::getpid(), SIGKILL);
         }
