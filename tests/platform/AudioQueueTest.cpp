@@ -12,6 +12,7 @@
 #include <future>
 #include <mutex>
 #include <random>
+#include <thread>
 
 #include "tests/support/Commands.hpp"
 #include "tests/support/Formats.hpp"
@@ -21,6 +22,7 @@
 #include "tests/support/RealTimeProbe.hpp"
 #include "tests/support/TestAudio.hpp"
 #include "tests/support/VirtualDevice.hpp"
+#include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
 namespace {
@@ -347,6 +349,26 @@ TEST(AudioQueue, countsInterruptionsAlsoOfAnEndButNotTheEnd) {
     EXPECT_FALSE(queue.hasPlayedAll());
     EXPECT_EQ(device.heard().size(), 2 * audio.size());
     EXPECT_EQ(queue.interruptionCount(), 1U);
+}
+
+TEST(AudioQueue, hasNotPlayedWhatWasEnqueuedBehindAStop) {
+    VirtualDevice device;
+    OutputUnderTest queue(pcmFormat(48000, 1));
+    queue.onReturn = [&, isFirst = true](AudioQueueBufferRef buffer) mutable {
+        if (std::exchange(isFirst, false)) {
+            device.advance(0.3);
+            std::thread([&] { EXPECT_EQ(queue.stop(true), noErr); }).join();
+            EXPECT_TRUE(queue.hasPlayedAll());
+            EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
+        }
+    };
+    queue.enqueue(std::vector<std::int16_t>(480, 1));
+    queue.enqueue(std::vector<std::int16_t>(9600, 1));
+    ASSERT_EQ(queue.start(), noErr);
+    ASSERT_EQ(queue.stop(false), noErr);
+    device.advance(0.02);
+    EXPECT_TRUE(waitFor([&] { return queue.returnCount() == 3; }));
+    EXPECT_FALSE(queue.hasPlayedAll());
 }
 
 TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
