@@ -34,11 +34,11 @@ using namespace std::chrono_literals;
 const AudioStreamBasicDescription kStereo = pcmFormat(48000, 2);
 const AudioStreamBasicDescription kMono = pcmFormat(48000, 1);
 
-const std::thread::id testThread = std::this_thread::get_id();
+const std::thread::id kTestThread = std::this_thread::get_id();
 
 /// What the device's thread allocates is counted from its first call on.
 void watchDeviceThread() {
-    if (std::this_thread::get_id() != testThread) {
+    if (std::this_thread::get_id() != kTestThread) {
         RealTimeProbe::watchThisThread();
     }
 }
