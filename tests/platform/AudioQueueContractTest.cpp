@@ -431,7 +431,14 @@ TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
     queue.enqueue(rampSamples(9600, 9600));
     ASSERT_EQ(queue.start(), noErr);
     std::atomic<int> returned = 0;
-    queue.onReturn = [&](AudioQueueBufferRef) { ++returned; };
+    AudioQueueRef const handle = queue.get();
+    queue.onReturn = [&](AudioQueueBufferRef buffer) {
+        // Or it would never end.
+        EXPECT_EQ(AudioQueueEnqueueBuffer(handle, buffer, 0, nullptr),
+                  kAudioQueueErr_DisposalPending);
+        EXPECT_EQ(AudioQueueStop(handle, true), kAudioQueueErr_DisposalPending);
+        ++returned;
+    };
     queue.dispose(false);
     ASSERT_TRUE(until([&] { return returned == 2; }));
     expectToHear(19200);

@@ -289,6 +289,9 @@ TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
               kAudioQueueErr_InvalidProperty);
     EXPECT_EQ(AudioQueueGetPropertySize(in, kAudioQueueProperty_MagicCookie, &size), noErr);
     EXPECT_EQ(size, 0U);
+    size = sizeof(value);
+    EXPECT_EQ(AudioQueueGetProperty(in, kAudioQueueProperty_MagicCookie, &value, &size), noErr);
+    EXPECT_EQ(size, 0U);
     EXPECT_EQ(input.property<AudioStreamBasicDescription>(kAudioQueueProperty_StreamDescription),
               format);
     EXPECT_EQ(input.property<std::uint32_t>(kAudioQueueProperty_MaximumOutputPacketSize), 4U);

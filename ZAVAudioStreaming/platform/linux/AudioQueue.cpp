@@ -1,5 +1,6 @@
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -170,7 +171,7 @@ OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, vo
         if (*ioDataSize < value.size()) {
             return kAudioQueueErr_InvalidPropertySize;
         }
-        std::memcpy(outData, value.data(), value.size());
+        std::copy(value.begin(), value.end(), static_cast<std::byte*>(outData));
         *ioDataSize = static_cast<std::uint32_t>(value.size());
         return noErr;
     });

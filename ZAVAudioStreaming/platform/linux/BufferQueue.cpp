@@ -23,7 +23,7 @@ BufferQueue::~BufferQueue() = default;
 OSStatus BufferQueue::allocate(std::uint32_t byteCount, AudioQueueBufferRef& buffer) {
     auto memory = std::make_unique<Memory>(byteCount);
     const std::lock_guard lock(state_);
-    if (isEnded_) {
+    if (isBeingDisposedOf()) {
         return kAudioQueueErr_DisposalPending;
     }
     auto* const made = &memory->buffer;
@@ -35,7 +35,7 @@ OSStatus BufferQueue::allocate(std::uint32_t byteCount, AudioQueueBufferRef& buf
 OSStatus BufferQueue::enqueue(AudioQueueBufferRef buffer,
                               std::span<const AudioStreamPacketDescription> descriptions) {
     const std::lock_guard lock(state_);
-    if (isEnded_) {
+    if (isBeingDisposedOf()) {
         return kAudioQueueErr_DisposalPending;
     }
     const auto memory = buffers_.find(buffer);
@@ -59,6 +59,11 @@ OSStatus BufferQueue::enqueue(AudioQueueBufferRef buffer,
     }
     memory->second->isInQueue = true;
     return noErr;
+}
+
+/// State lock held.
+bool BufferQueue::isBeingDisposedOf() const {
+    return isEnded_ || endsAfterStop_;
 }
 
 /// State lock held.
@@ -87,7 +92,7 @@ OSStatus BufferQueue::startOrResume() {
     finishRunIfOver();
     {
         const std::lock_guard lock(state_);
-        if (isEnded_ || endsAfterStop_) {
+        if (isBeingDisposedOf()) {
             return kAudioQueueErr_DisposalPending;
         }
         if (isRunning_ && !isPaused_) {
@@ -123,7 +128,7 @@ OSStatus BufferQueue::pause() {
     finishRunIfOver();
     {
         const std::lock_guard lock(state_);
-        if (isEnded_ || endsAfterStop_) {
+        if (isBeingDisposedOf()) {
             return kAudioQueueErr_DisposalPending;
         }
         if (isStopping_ && enqueued_.empty()) {
@@ -151,7 +156,7 @@ OSStatus BufferQueue::stopOrBeginTo(bool isImmediate) {
     bool isEmpty = false;
     {
         const std::lock_guard lock(state_);
-        if (isEnded_) {
+        if (isBeingDisposedOf()) {
             return kAudioQueueErr_DisposalPending;
         }
         isImmediate = isImmediate || !isRunning_ || isDeviceGone() || beginEnding();

@@ -114,6 +114,7 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     OSStatus stopOrBeginTo(bool isImmediate);
     void noteStopIsKnown();
     bool isRunOver() const;
+    bool isBeingDisposedOf() const;
     void finishRunIfOver();
     void stopNow();
     void giveBackAll();
