@@ -22,6 +22,7 @@
 #include <filesystem>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "Chunks.hpp"
@@ -173,8 +174,8 @@ class OpusSinkGraph : public SinkGraph<ZAVOpusFileSink> {
 
 class PlainOpusReader {
  public:
-    PlainOpusReader(const std::filesystem::path& path, std::size_t packetsPerRead)
-        : path_(path), packetsPerRead_(packetsPerRead) {}
+    PlainOpusReader(std::filesystem::path path, std::size_t packetsPerRead)
+        : path_(std::move(path)), packetsPerRead_(packetsPerRead) {}
 
     void prepareSlice() {
         file_.reopen(path_, O_RDONLY);
@@ -203,8 +204,8 @@ class PlainOpusReader {
 
 class OpusSourceGraph {
  public:
-    OpusSourceGraph(const std::filesystem::path& path, std::size_t packetsPerRead)
-        : path_(path), packetsPerRead_(static_cast<std::int64_t>(packetsPerRead)) {}
+    OpusSourceGraph(std::filesystem::path path, std::size_t packetsPerRead)
+        : path_(std::move(path)), packetsPerRead_(static_cast<std::int64_t>(packetsPerRead)) {}
 
     void prepareSlice() {
         source_ = makeNode<ZAVOpusFileSource>(path_);

@@ -41,7 +41,7 @@ std::int64_t allocatedBytes() {
 void playing(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
-    device.setHearing([](std::span<const std::byte>) {});
+    device.receiver = [](std::span<const std::byte>) {};
     const auto source = makeNode<PeripheralSource>();
     source->setOutDataFormat(pcmFormat(kRate, 2));
     const auto sink = makeNode<PlaybackSink>(source);
@@ -97,7 +97,7 @@ void deviceAlone(benchmark::State& state) {
         void deviceGone() noexcept override {}
     };
     VirtualDevice device;
-    device.setHearing([](std::span<const std::byte>) {});
+    device.receiver = [](std::span<const std::byte>) {};
     Client client;
     std::unique_ptr<PlaybackStream> stream;
     if (device.openPlayback(pcmFormat(kRate, 2), client, stream) != noErr ||
