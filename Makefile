@@ -28,7 +28,8 @@ benchmark:
 	@benchmarks/compare-live build/release
 	@benchmarks/compare-live --server pipewire build/release
 
+# QUICK=1: without the benchmarks and clang's analyser, which are half of the time.
 lint:
-	@scripts/install-dependencies build demo test lint
-	@cmake --preset dev -B build/lint -DZAV_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=ON
-	@scripts/lint build/lint
+	@scripts/install-dependencies build demo test lint $(if $(QUICK),,bench)
+	@cmake --preset dev -B build/lint -DZAV_BUILD_TESTS=OFF -DZAV_BUILD_BENCHMARKS=$(if $(QUICK),OFF,ON) -DCMAKE_UNITY_BUILD=ON
+	@scripts/lint build/lint $(if $(QUICK),'--checks=-clang-analyzer-*')
