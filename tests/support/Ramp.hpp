@@ -26,7 +26,9 @@ inline std::vector<std::int16_t> rampSamples(std::size_t count, std::size_t firs
 /// Whole samples of bytes.
 inline std::vector<std::int16_t> samplesOf(std::span<const std::byte> bytes) {
     std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(std::int16_t));
+    if (!samples.empty()) {
+        std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(std::int16_t));
+    }
     return samples;
 }
 
