@@ -82,7 +82,11 @@ std::jthread ScriptedAudioQueue::startDevice(std::function<void()> handOneBack) 
             const bool hasBuffer =
                 returningCount > 0 || (isRunning && !isPaused && !enqueued.empty());
             lock.unlock();
-            hasBuffer ? handOneBack() : std::this_thread::yield();
+            if (hasBuffer) {
+                handOneBack();
+            } else {
+                std::this_thread::yield();
+            }
         }
     });
 }

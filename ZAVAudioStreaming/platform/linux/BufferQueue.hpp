@@ -85,7 +85,8 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     virtual void closeDevice() = 0;
 
     // State lock held:
-    /// Whether a buffer can be enqueued with these descriptions. One to be filled is emptied.
+    /// Whether a buffer can be enqueued with these descriptions. Then one to be filled is emptied,
+    /// and an output queue has not played all any more, even if the buffer comes too late.
     virtual OSStatus prepare(AudioQueueBuffer& buffer,
                              std::span<const AudioStreamPacketDescription> descriptions) = 0;
     /// `entry` is the last of `enqueued`, and leaves it again if this throws.
