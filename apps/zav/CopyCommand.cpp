@@ -7,6 +7,7 @@
 #include "Failure.hpp"
 #include "FileType.hpp"
 #include "FormatText.hpp"
+#include "Hint.hpp"
 #include "Input.hpp"
 #include "OutputFile.hpp"
 
@@ -48,7 +49,8 @@ void copy(const FilePair& files, const CommonOptions& common) {
     }
     OutputFile output(files.output, files.input);
     const auto cookie = input->magicCookie().value_or(std::vector<std::byte>());
-    output.requireRoomFor(*type, format, cookie);
+    output.requireRoomFor(*type, format, cookie,
+                          hintAtOtherVerb(format, *type, files.input, files.output));
     reportFatalStopsFor(files.input, files.output);
 
     const MagicCookie cookieOfInput = [&cookie] { return std::vector(cookie); };

@@ -49,21 +49,20 @@ struct Target {
 Target targetOf(const EncodeOptions& options) {
     const std::filesystem::path& output = options.files.output;
     const FileType* const type = typeForName(output);
-    const bool isSbcType =
-        type != nullptr && (type->id == zav::kAudioFileSBCType || type->id == kSbcContainerType);
-    const bool isOpusType =
-        type != nullptr && (type->id == zav::kAudioFileOggType || type->id == kOpusContainerType);
+    const bool isSbcType = type != nullptr && holdsSbc(*type);
+    const bool isOpusType = type != nullptr && holdsOpus(*type);
     if (type == nullptr || (!isSbcType && !isOpusType && !options.codec)) {
         throw UsageFailure(output.string() +
-                           ": not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus "
-                           "or .zopus");
+                           ": not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, "
+                           ".opus, .ogg or .zopus");
     }
     const bool isOpus = options.codec ? *options.codec == "opus" : isOpusType;
     if (!isOpus && !isSbcType) {
         throw UsageFailure(output.string() + ": not a name for SBC frames; NAME.sbc or .zsbc");
     }
     if (isOpus && isSbcType) {
-        throw UsageFailure(output.string() + ": not a name for Opus packets; NAME.opus or .zopus");
+        throw UsageFailure(output.string() +
+                           ": not a name for Opus packets; NAME.opus, .ogg or .zopus");
     }
     if (isOpus && options.sbc.areGiven()) {
         throw UsageFailure(

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <string_view>
 
 #include "FileType.hpp"
@@ -150,6 +151,13 @@ std::string writingProblem(zav::OSStatus status) {
 void reportFatalStopsFor(const std::filesystem::path& input, const std::filesystem::path& output) {
     runningFiles() = {shown(input), shown(output)};
     zav::setFatalErrorHandler(endWithOneLine);
+}
+
+void finishStandardOutput() {
+    std::cout.flush();
+    if (!std::cout || std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw Failure("standard output", "cannot be written; a terminal, file or pipe with room");
+    }
 }
 
 }  // namespace zavtool

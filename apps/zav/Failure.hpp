@@ -36,4 +36,7 @@ std::string writingProblem(zav::OSStatus status);
 /// From here on such a stop removes the unfinished output and exits with code 1.
 void reportFatalStopsFor(const std::filesystem::path& input, const std::filesystem::path& output);
 
+/// Throws when what was printed has not all been written.
+void finishStandardOutput();
+
 }  // namespace zavtool

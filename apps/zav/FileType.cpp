@@ -33,6 +33,14 @@ bool isAudioFileType(const FileType& type) {
     return type.id != kSbcContainerType && type.id != kOpusContainerType;
 }
 
+bool holdsSbc(const FileType& type) {
+    return type.id == zav::kAudioFileSBCType || type.id == kSbcContainerType;
+}
+
+bool holdsOpus(const FileType& type) {
+    return type.id == zav::kAudioFileOggType || type.id == kOpusContainerType;
+}
+
 bool holdsHighBytesFirst(const FileType& type) {
     return type.id == zav::kAudioFileAIFFType || type.id == zav::kAudioFileNextType;
 }

@@ -26,6 +26,10 @@ std::span<const FileType> fileTypes();
 /// Whether files of this type are read and written by the audio file service.
 bool isAudioFileType(const FileType& type);
 
+/// Whether `zav encode` writes files of this type by default.
+bool holdsSbc(const FileType& type);
+bool holdsOpus(const FileType& type);
+
 /// Whether files of this type hold 16-bit samples only with the high byte first.
 bool holdsHighBytesFirst(const FileType& type);
 

@@ -19,18 +19,39 @@ std::string quoted(const std::string& name) {
     return text + "'";
 }
 
-std::string hint(const std::string& command) {
-    return " (to convert: " + command + ")";
+std::string hint(const char* purpose, const std::string& command) {
+    return std::string(" (to ") + purpose + ": " + command + ")";
+}
+
+std::string hintAtVerb(const char* verb, const std::filesystem::path& input,
+                       const std::string& output) {
+    return hint(verb, std::string("zav ") + verb + " " + quoted(input.string()) + " " + output);
+}
+
+bool isSbcOrOpus(const zav::AudioStreamBasicDescription& format) {
+    return format.mFormatID == zav::kAudioFormatSbc || format.mFormatID == zav::kAudioFormatOpus;
 }
 
 }  // namespace
 
 std::string soxHint(const std::filesystem::path& input, const std::string& arguments) {
-    return hint("sox " + quoted(input.string()) + " " + arguments);
+    return hint("convert", "sox " + quoted(input.string()) + " " + arguments);
 }
 
 std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output) {
-    return hint("zav copy " + quoted(input.string()) + " " + quoted(output.string()));
+    return hintAtVerb("copy", input, quoted(output.string()));
+}
+
+std::string hintAtOtherVerb(const zav::AudioStreamBasicDescription& format, const FileType& type,
+                            const std::filesystem::path& input,
+                            const std::filesystem::path& output) {
+    if (format.mFormatID == zav::kAudioFormatLinearPCM && (holdsSbc(type) || holdsOpus(type))) {
+        return hintAtVerb("encode", input, quoted(output.string()));
+    }
+    if (isSbcOrOpus(format) && type.holdsPcm) {
+        return hintAtVerb("decode", input, quoted(output.string()));
+    }
+    return "";
 }
 
 std::string headHint(const std::filesystem::path& input, std::uint64_t size) {
@@ -47,9 +68,10 @@ std::string to16BitPcmHint(const zav::AudioStreamBasicDescription& format,
             return soxHint(input, "-e signed-integer -b 16 converted.wav");
         case zav::kAudioFormatSbc:
         case zav::kAudioFormatOpus:
-            return hint("zav decode " + quoted(input.string()) + " converted.wav");
+            return hintAtVerb("decode", input, "decoded.wav");
         default:
-            return hint("ffmpeg -i " + quoted(input.string()) + " -c:a pcm_s16le converted.wav");
+            return hint("convert",
+                        "ffmpeg -i " + quoted(input.string()) + " -c:a pcm_s16le converted.wav");
     }
 }
 

@@ -5,13 +5,19 @@
 #include <filesystem>
 #include <string>
 
+#include "FileType.hpp"
+
 /// What stands at the end of a refusal, in brackets: the command that makes a file which is taken.
 namespace zavtool {
 
 /// " (to convert: sox INPUT ARGUMENTS)"
 std::string soxHint(const std::filesystem::path& input, const std::string& arguments);
-/// " (to convert: zav copy INPUT OUTPUT)"
+/// " (to copy: zav copy INPUT OUTPUT)"
 std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output);
+/// The verb that makes such a file of audio that it cannot hold as it is: encode, decode or none.
+std::string hintAtOtherVerb(const zav::AudioStreamBasicDescription& format, const FileType& type,
+                            const std::filesystem::path& input,
+                            const std::filesystem::path& output);
 /// " (to keep what is whole: head -c SIZE INPUT > whole.EXTENSION)"
 std::string headHint(const std::filesystem::path& input, std::uint64_t size);
 /// What makes 16-bit PCM of audio in this format: sox, ffmpeg or zav itself.

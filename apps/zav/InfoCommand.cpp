@@ -284,7 +284,9 @@ void printForPeople(const Json& description) {
     printLine("Audio", counted(description["audioBytes"], "byte"));
     printLine("Duration", secondsText(description["durationSeconds"]));
     printLine("Bit rate", bitRateText(description["bitsPerSecond"]));
-    printLine("Magic cookie", counted(description["magicCookieBytes"], "byte"));
+    if (description["magicCookieBytes"] != 0) {
+        printLine("Magic cookie", counted(description["magicCookieBytes"], "byte"));
+    }
     if (description.contains("packetList")) {
         printPackets(description);
     }
@@ -300,9 +302,6 @@ void info(const InfoOptions& options) {
                     description.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     } else {
         printForPeople(description);
-    }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw Failure("standard output", "cannot be written; a terminal, file or pipe with room");
     }
 }
 

@@ -11,15 +11,16 @@
 namespace zavtool {
 namespace {
 
-/// What a meter shows as silence.
+/// Where the bar begins.
 constexpr double kLowestInDecibels = -60;
 
 /// The bar falls by 2 dB at a time, so that the eye can follow, and because a device may take or
 /// give nothing for as long as that.
 constexpr double kFall = 0.8;
 
+/// Minus infinity for silence.
 double decibels(double level) {
-    return level > 0 ? std::max(20 * std::log10(level), kLowestInDecibels) : kLowestInDecibels;
+    return 20 * std::log10(level);
 }
 
 std::string peakText(double level) {
@@ -44,7 +45,7 @@ std::vector<std::string> LevelMeter::fields() {
     look();
     constexpr std::size_t kBarWidth = 10;
     const auto filled = static_cast<std::size_t>(
-        std::lround(kBarWidth * (1 - decibels(shown_) / kLowestInDecibels)));
+        std::lround(kBarWidth * std::max(0.0, 1 - decibels(shown_) / kLowestInDecibels)));
     return {"[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]",
             peakText(peak_), countText(clipCount_, "clip")};
 }

@@ -274,7 +274,8 @@ bool OutputFile::oneHasAppeared() noexcept {
 
 void OutputFile::requireRoomFor(const FileType& type,
                                 const zav::AudioStreamBasicDescription& format,
-                                std::span<const std::byte> magicCookie) const {
+                                std::span<const std::byte> magicCookie,
+                                const std::string& hint) const {
     const zav::OSStatus status = tryType(temporaryPath_, type, format, magicCookie);
     if (status == zav::kAudioFileUnsupportedDataFormatError) {
         std::vector<std::string> extensions;
@@ -284,7 +285,7 @@ void OutputFile::requireRoomFor(const FileType& type,
             }
         }
         throw Failure(path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
-                                 (extensions.empty() ? "no type can" : listed(extensions)));
+                                 (extensions.empty() ? "no type can" : listed(extensions)) + hint);
     }
     if (status != zav::noErr) {
         throw Failure(path_, writingProblem(status));

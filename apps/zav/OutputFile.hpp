@@ -31,9 +31,10 @@ class OutputFile {
 
     /// Finds out, before any audio is read, whether a file of this type and format can be made here
     /// and takes this magic cookie (empty: none), if it takes any. Throws `Failure` with the
-    /// reason.
+    /// reason; `hint` stands behind that of a type which does not hold the format.
     void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
-                        std::span<const std::byte> magicCookie = {}) const;
+                        std::span<const std::byte> magicCookie = {},
+                        const std::string& hint = "") const;
 
     /// Makes the sink that writes the file, after `requireRoomFor`. If the type takes a magic
     /// cookie, it gets it as soon as the flow has started, and again when it is another at the end.

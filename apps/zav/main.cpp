@@ -4,10 +4,12 @@
 #include <CLI/CLI.hpp>
 #include <ZAVAudioStreaming/core/Diagnostics.hpp>
 #include <ZAVAudioStreaming/core/Version.hpp>
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -18,6 +20,7 @@
 #include "DevicesCommand.hpp"
 #include "EncodeCommand.hpp"
 #include "Failure.hpp"
+#include "FileType.hpp"
 #include "InfoCommand.hpp"
 #include "PlayCommand.hpp"
 #include "RecordCommand.hpp"
@@ -39,6 +42,7 @@ struct CommandLine {
     RecordOptions record;
     PlayOptions play;
     bool isDevicesJson = false;
+    std::string helpVerb;
 };
 
 // Help is laid out for 80 columns: CLI11 breaks no lines, so descriptions are broken by hand.
@@ -75,7 +79,7 @@ CLI::Validator inRange(double least, double most) {
                     return std::string();
                 }
                 std::ostringstream message;
-                message << "Value " << text << " not in range " << least << " to " << most;
+                message << text << " is no number from " << least << " to " << most;
                 return message.str();
             },
             ""};
@@ -88,7 +92,7 @@ CLI::Validator wholeInRange(int least, int most) {
                 const auto [parsedEnd, error] = std::from_chars(text.data(), end, number);
                 return error == std::errc() && parsedEnd == end && number >= least && number <= most
                            ? std::string()
-                           : text + " is no whole number of " + std::to_string(least) + " to " +
+                           : text + " is no whole number from " + std::to_string(least) + " to " +
                                  std::to_string(most);
             },
             ""};
@@ -99,7 +103,7 @@ void addSbcOptions(CLI::App& verb, SbcOptions& options) {
                     "Bits for each block, 32 if not given. More is better\n"
                     "and larger: 2 to 16 times the subbands for mono and\n"
                     "dual, to 32 times (250 at most) for stereo and joint")
-        ->check(CLI::Range(2, 250).description(""))
+        ->check(wholeInRange(2, 250))
         ->type_name("N");
     addChoice(verb, "--mode", options.mode, std::vector{"mono", "dual", "stereo", "joint"},
               "mono, dual, stereo or joint; if not given, mono for\n"
@@ -131,9 +135,9 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
             "NAME.zopus: the library's Opus container (not for\n"
             "12000 and 24000 Hz)");
     verb->footer(
-        "Samples at the end that do not fill an SBC frame or an Opus packet of 60 ms are\n"
-        "left out. 'zav decode' reads SBC of mono and plain stereo back, not dual and joint,\n"
-        "and not .zsbc.\n"
+        "Samples at the end that do not fill an SBC frame or an Opus packet of 60 ms\n"
+        "are left out. 'zav decode' reads SBC of mono and plain stereo back, not dual\n"
+        "and joint, and not .zsbc.\n"
         "Examples: zav encode --bitpool 40 speech.wav speech.sbc\n"
         "          zav encode speech.wav speech.opus");
     return verb;
@@ -148,9 +152,9 @@ CLI::App* addDecode(CLI::App& app, CommandLine& line) {
             "NAME.wav, .rf64, .w64, .aifc, .caf, and for SBC also\n"
             ".aiff and .au; the extension chooses the type");
     verb->footer(
-        "SBC in joint stereo and dual channel is refused: its frames have another length\n"
-        "than the format of a two-channel stream tells. Ogg Opus decodes to 48000 Hz, .zopus\n"
-        "to the rate that it was encoded from.\n"
+        "SBC in joint stereo and dual channel is refused: its frames have another\n"
+        "length than the format of a two-channel stream tells. Ogg Opus decodes to\n"
+        "48000 Hz, .zopus to the rate that it was encoded from.\n"
         "Example: zav decode speech.sbc speech.wav");
     return verb;
 }
@@ -164,9 +168,9 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
             ".mp3, .aac, .m4a, .mp4, .flac, .ogg, .ac3, .amr, .sbc,\n"
             ".zsbc, .zopus: a type that can hold the encoding");
     verb->footer(
-        "Copied are the audio and its magic cookie, where the type has a place for one; no\n"
-        "comments, cue points and the like, and nothing of what a file says of silence that\n"
-        "an encoder added at either end: a copy plays it.\n"
+        "Copied are the audio and its magic cookie, where the type has a place for one;\n"
+        "no comments, cue points and the like, and nothing of what a file says of\n"
+        "silence that an encoder added at either end: a copy plays it.\n"
         "Example: zav copy recording.wav recording.caf");
     return verb;
 }
@@ -195,7 +199,7 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
         ->check(wholeInRange(8000, 192000))
         ->type_name("N");
     verb->add_option("--channels", options.channels, "1 if not given")
-        ->check(CLI::Range(1, 8).description(""))
+        ->check(wholeInRange(1, 8))
         ->type_name("N");
     addChoice(*verb, "--codec", options.codec,
               std::vector{"pcm", "aac", "alac", "flac", "opus", "sbc"},
@@ -209,12 +213,12 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
             ".sbc, .zsbc: SBC; .zopus: the library's Opus\n"
             "container");
     verb->footer(
-        "Ctrl-C ends a recording; the file is complete then. It is there under its name\n"
-        "from the start, in place of one that was: if zav is killed, what was recorded up\n"
-        "to the last two seconds can be read (not of compressed CAF). Compressed files\n"
-        "end with a whole packet and may last a little longer than asked; that of SBC and\n"
-        ".zopus is filled up with silence. 'zav play' and 'zav decode' read SBC of mono\n"
-        "and plain stereo, not of dual and joint.\n"
+        "Ctrl-C (or SIGTERM) ends a recording; the file is complete then. It is there\n"
+        "under its name from the start, in place of one that was: if zav is killed, what\n"
+        "was recorded up to the last two seconds can be read (not of compressed CAF).\n"
+        "Compressed files end with a whole packet and may last a little longer than\n"
+        "asked; that of SBC and .zopus is filled up with silence. 'zav play' and 'zav\n"
+        "decode' read SBC of mono and plain stereo, not of dual and joint.\n"
         "'zav devices' shows which input is used.\n"
         "Examples: zav record note.m4a\n"
         "          zav record --seconds 10 --rate 16000 speech.wav");
@@ -244,10 +248,43 @@ CLI::App* addDevices(CLI::App& app, CommandLine& line) {
     verb->add_flag("--json", line.isDevicesJson, "As JSON, for programs");
     verb->footer(
         "Used are the server's defaults (pactl set-default-sink, set-default-source),\n"
-        "unless PULSE_SINK and PULSE_SOURCE name others; PULSE_SERVER names another\n"
-        "server.\n"
+        "unless PULSE_SINK and PULSE_SOURCE name others (PipeWire passes over names that\n"
+        "it does not know); PULSE_SERVER names another server.\n"
         "Example: zav devices");
     return verb;
+}
+
+/// As so many tools have it; not listed, because --help is what is told everywhere.
+void addHelp(CLI::App& app, CommandLine& line) {
+    app.add_subcommand("help", "Tell a verb's options")
+        ->group("")
+        ->add_option("VERB", line.helpVerb)
+        ->type_name("");
+}
+
+std::vector<std::string> verbsOf(const CLI::App& app) {
+    std::vector<std::string> verbs;
+    for (const CLI::App* const verb :
+         app.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); })) {
+        verbs.push_back(verb->get_name());
+    }
+    return verbs;
+}
+
+constexpr const char* kSeeHelp = ", see 'zav --help'";
+
+void requireVerb(const CLI::App& app, const std::string& word) {
+    const auto verbs = verbsOf(app);
+    if (word != "help" && std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
+        throw UsageFailure(shown(word) + ": no verb of zav; " + listed(verbs) + kSeeHelp);
+    }
+}
+
+void printHelp(const CLI::App& app, const std::string& verb) {
+    if (!verb.empty()) {
+        requireVerb(app, verb);
+    }
+    std::printf("%s", (verb.empty() ? app : *app.get_subcommand(verb)).help().c_str());
 }
 
 void run(const CLI::App& app, const CommandLine& line) {
@@ -265,9 +302,10 @@ void run(const CLI::App& app, const CommandLine& line) {
         play(line.play, line.common);
     } else if (app.got_subcommand("devices")) {
         devices(line.isDevicesJson);
+    } else if (app.got_subcommand("help")) {
+        printHelp(app, line.helpVerb);
     } else {
-        throw UsageFailure(
-            "no verb; record, play, encode, decode, copy, info or devices, see 'zav --help'");
+        throw UsageFailure("no verb; " + listed(verbsOf(app)) + kSeeHelp);
     }
 }
 
@@ -295,6 +333,7 @@ int runCommandLine(int argc, char** argv) {
                  "zav");
     app.require_subcommand(0, 1);
     app.get_formatter()->label("REQUIRED", "");
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
     app.get_formatter()->column_width(kDescriptionColumn);
     app.set_version_flag("--version", versionText());
     addCommonOptions(app, line.common);
@@ -302,15 +341,27 @@ int runCommandLine(int argc, char** argv) {
          {addRecord(app, line), addPlay(app, line), addEncode(app, line), addDecode(app, line),
           addCopy(app, line), addInfo(app, line), addDevices(app, line)}) {
         addCommonOptions(*verb, line.common);
+        verb->group("Verbs");
     }
+    addHelp(app, line);
     app.footer(
         "'zav VERB --help' tells a verb's options.\n"
+        "Files are regular files, not pipes; an output that exists is replaced.\n"
         "Exit code: 0 done, 1 failed, 2 wrong usage.");
+    // Before the rest, which CLI11 would serve first: "zav bogus --help" is no success.
+    const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    const auto verb = std::find_if(words.begin(), words.end(),
+                                   [](const std::string& word) { return !word.starts_with('-'); });
+    if (verb != words.end()) {
+        requireVerb(app, *verb);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
-            return app.exit(error);
+            app.exit(error);
+            finishStandardOutput();
+            return EXIT_SUCCESS;
         }
         const auto verbs = app.get_subcommands();
         throw UsageFailure(std::string(error.what()) + "; see 'zav " +
@@ -318,6 +369,7 @@ int runCommandLine(int argc, char** argv) {
     }
     zav::setDiagnosticsHandler(line.common.isVerbose ? showDiagnostics : dropDiagnostics);
     run(app, line);
+    finishStandardOutput();
     return EXIT_SUCCESS;
 }
 

@@ -29,7 +29,10 @@ encode three.wav out.sbc | three.wav: 3 channels; mono or stereo (to convert: so
 encode short.wav out.sbc | short.wav: 100 sample frames; at least the 128 of one SBC frame
 encode --mode joint speech.wav out.sbc | speech.wav: mono audio for --mode joint; --mode mono
 encode two.wav out.sbc --mode mono | two.wav: stereo audio for --mode mono; --mode dual, stereo or joint
-decode speech.wav out.wav | speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; SBC or Opus (to convert: zav copy speech.wav out.wav)
+decode speech.wav out.wav | speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; SBC or Opus (to copy: zav copy speech.wav out.wav)
+copy speech.wav out.sbc | out.sbc: raw SBC cannot hold 16-bit signed integer PCM, little-endian, mono, 16000 Hz; .wav, .rf64, .w64, .aifc or .caf (to encode: zav encode speech.wav out.sbc)
+copy speech.sbc out.wav | out.wav: WAVE cannot hold SBC, mono, 16000 Hz; .sbc (to decode: zav decode speech.sbc out.wav)
+encode speech.sbc out.sbc | speech.sbc: SBC, mono, 16000 Hz; 16-bit PCM (to decode: zav decode speech.sbc decoded.wav)
 decode joint.sbc out.wav | joint.sbc: joint frames of 77 bytes; mono, or plain stereo frames of 76 bytes
 info missing.wav | missing.wav: no such file; the name of an audio file
 info folder | folder: a folder or a pipe; the name of an audio file
@@ -168,11 +171,18 @@ refused 2 "zav: no verb; record, play, encode, decode, copy, info or devices, se
 refused_all 2 <<'END'
 encode --bitpool 200 speech.wav out.sbc | --bitpool 200; 2 to 128 for mono with 8 subbands
 encode --bitpool 65 --subbands 4 speech.wav out.sbc | --bitpool 65; 2 to 64 for mono with 4 subbands
-encode speech.wav out.wav | out.wav: not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus or .zopus
+encode speech.wav out.wav | out.wav: not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus, .ogg or .zopus
 decode speech.sbc out.mp3 | out.mp3: not a name for PCM audio; a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au or .snd
 copy speech.wav out | out: a name of unknown type; a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au, .snd, .mp3, .aac, .adts, .m4a, .mp4, .flac, .ogg, .oga, .opus, .ac3, .amr, .sbc, .zsbc or .zopus
 END
-for arguments in "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
+for arguments in "encod a b" "bogus --help" "-q help bogus"; do
+    word=${arguments#-q help }
+    # shellcheck disable=SC2086
+    refused 2 "zav: ${word%% *}: no verb of zav; record, play, encode, decode, copy, info or devices, see 'zav --help'" "$ZAV" $arguments
+done
+[ "$("$ZAV" --help 2>&1 >/dev/full)" = "zav: standard output: cannot be written; a terminal, file or pipe with room" ] ||
+    fail "help into a full disk"
+for arguments in "record --seconds 5s out.wav" "record --rate 16k out.wav" "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
     "encode --mode surround speech.wav out.sbc" "info --xml speech.wav" "info a b"; do
     code=0
     # shellcheck disable=SC2086

@@ -104,7 +104,7 @@ refused 1 "zav: cut.zopus: cut off in packet 0; a file that is whole (to keep wh
 "$ZAV" encode "$SPEECH" speech.sbc
 "$ZAV" encode "$SPEECH" speech.zsbc
 same <(tail -c +65 speech.zsbc) speech.sbc "frames in the SBC container"
-refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not tell the channel mode; raw SBC frames (to convert: zav copy speech.zsbc speech.sbc)" \
+refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not tell the channel mode; raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
     "$ZAV" decode speech.zsbc out.wav
 for mode in stereo joint dual; do
     sox -D -M "$SPEECH" "$SPEECH" two.wav trim 0 1
@@ -118,7 +118,7 @@ done
 # Options that do not go together.
 refused_all 2 <<'END'
 encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's
-encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; NAME.opus or .zopus
+encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; NAME.opus, .ogg or .zopus
 encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; NAME.sbc or .zsbc
 END
 "$ZAV" encode --codec opus in.wav out.mp4

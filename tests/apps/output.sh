@@ -47,7 +47,6 @@ Packet size     29 bytes
 Audio           13050 bytes
 Duration        0.30 s
 Bit rate        348.0 kbit/s
-Magic cookie    0 bytes
 TEXT
 
 "$ZAV" info --json two.wav >printed.json
