@@ -270,6 +270,13 @@ TEST_F(PlaybackSinkTest, startsByItselfWhenEnoughAudioIsEnqueued) {
     push(0x50000 / 2);
     EXPECT_TRUE(isStarted());
 
+    // More waits than 32 bits tell.
+    make();
+    sink_->autoPlay(1);
+    push(kHalf);
+    scriptedQueue().enqueued.front()->mAudioDataByteSize = UINT32_MAX;
+    EXPECT_DEATH(push(kHalf), "Fatal error: Not enough bits");
+
     make(pcmFormat(4294967296.0, 1));
     sink_->setQueueBufferSize(100);
     sink_->autoPlay(1);
@@ -367,6 +374,17 @@ TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
     EXPECT_TRUE(sink_->paused());
     scriptedQueue().handBackAll();
     EXPECT_EQ(scriptedQueue().played, pushed_);
+    EXPECT_FALSE(sink_->isPlaying());
+
+    // Paused, with nothing left.
+    make();
+    sink_->play();
+    push(kBufferSize);
+    scriptedQueue().handBackAll();
+    EXPECT_TRUE(sink_->paused());
+    events();
+    end();
+    EXPECT_EQ(events(), (Events{"Stream ended", kStopping, "stop when played"}));
     EXPECT_FALSE(sink_->isPlaying());
 
     // Never started, nothing scheduled: what was enqueued comes back unplayed.
