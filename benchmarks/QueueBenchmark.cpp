@@ -115,7 +115,7 @@ void deviceAlone(benchmark::State& state) {
 }
 BENCHMARK(deviceAlone)->Name("Queue/virtual device alone")->UseRealTime();
 
-/// From a chunk of one buffer's worth pushed into a paused sink, or one that has never played, to
+/// From a chunk of one buffer's worth pushed into a sink that is to start with the first buffer, to
 /// the moment when the device has its first frame.
 void untilFirstFrame(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
@@ -147,14 +147,14 @@ void memoryPerSink(benchmark::State& state) {
         std::vector<std::shared_ptr<PlaybackSink>> sinks;
         sources.reserve(kSinkCount);
         sinks.reserve(kSinkCount);
-        const std::vector<std::byte> halfSecond(32000, std::byte{1});
+        const std::vector<std::byte> second(32000, std::byte{1});
         const std::int64_t before = allocatedBytes();
         for (std::size_t i = 0; i < kSinkCount; ++i) {
             sources.push_back(makeNode<PeripheralSource>());
             sources.back()->setOutDataFormat(pcmFormat(16000, 1));
             sinks.push_back(makeNode<PlaybackSink>(sources.back()));
-            sources.back()->downstreams().receiveAudio(halfSecond.data(), halfSecond.size(),
-                                                       halfSecond.size() / 2, nullptr);
+            sources.back()->downstreams().receiveAudio(second.data(), second.size(),
+                                                       second.size() / 2, nullptr);
             sinks.back()->play();
         }
         state.counters["bytes_per_sink"] =

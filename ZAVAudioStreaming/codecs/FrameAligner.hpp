@@ -29,7 +29,7 @@ namespace zav {
 /// mono, SBC frames of 256) that is a click twice a second. An encoder behind an aligner never
 /// saves anything: every byte is encoded once.
 ///
-/// A chunk that is aligned already passes without being copied.
+/// A chunk that is aligned already passes without being copied while nothing is held.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT FrameAligner : public AudioStreamInputable, public AudioStreamOutputable {

@@ -112,10 +112,10 @@ inline constexpr OSStatus kAudioQueueErr_InvalidParameter = -66682;
 inline constexpr OSStatus kAudioQueueErr_CannotStart = -66681;
 inline constexpr OSStatus kAudioQueueErr_InvalidDevice = -66680;
 inline constexpr OSStatus kAudioQueueErr_BufferInQueue = -66679;
-inline constexpr OSStatus kAudioQueueErr_InvalidQueueType = -66677;
 inline constexpr OSStatus kAudioQueueErr_InvalidPropertyValue = -66675;
 inline constexpr OSStatus kAudioFormatUnsupportedDataFormatError =
     static_cast<OSStatus>(fourCharCode("fmt?"));
+/// Common to all services; the name is our own.
 inline constexpr OSStatus kAudioQueueErr_NoMemory = -108;
 
 /// Hands a filled buffer of an input queue back. All pointers live only during the call; only a

@@ -52,8 +52,9 @@ class ZAV_EXPORT PlaybackSink : public AudioStreamInputable {
 
     /// Starts playing as soon as `delayInSeconds` of audio wait in the queue, which is looked at
     /// when a buffer is enqueued, or at flow end. For compressed formats, whose bytes tell no
-    /// time, that is the first buffer. A queue that runs is a fatal stop, as is one that does not
-    /// tell.
+    /// time, that is the first buffer. A sink that is still `paused` starts with its next buffer
+    /// all the same, and looks at the schedule with the one after. A queue that runs is a fatal
+    /// stop, as is one that does not tell.
     void autoPlay(double delayInSeconds);
 
     /// Stops at once, and takes a pending `autoPlay` back. What was not played is dropped.

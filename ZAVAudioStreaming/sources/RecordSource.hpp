@@ -57,6 +57,8 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     /// flow end, which also comes when the device goes away, `completion` runs inside the call.
     /// A source that is dropped before its flow has ended announces nothing and drops the
     /// completion: let that hold the source. One that never recorded announces a flow end, too.
+    /// With a `record` before the flow end, that end and the completion wait for the next stop; so
+    /// they do without end when the queue did not take all three buffers as the source was made.
     ///
     /// Errors: throws `AudioQueueError::failure` with the queue's status; the completion is dropped
     /// and an earlier one stays. `completion` throws nothing.
