@@ -65,11 +65,11 @@ class VirtualWorld : public AudioWorld {
 
 }  // namespace
 
-std::vector<WorldKind> worldKinds() {
-    return {WorldKind::virtualDevice};
+std::vector<std::string> worldNames() {
+    return {"virtual"};
 }
 
-std::unique_ptr<AudioWorld> makeWorld(WorldKind /*kind*/) {
+std::unique_ptr<AudioWorld> makeWorld(const std::string& /*name*/) {
     return std::make_unique<VirtualWorld>();
 }
 
