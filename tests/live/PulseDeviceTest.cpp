@@ -238,10 +238,11 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
     PlayingClient beside(48'000);
     const auto playback = openPlayback(beside);
     EXPECT_EQ(playback->start(), noErr);
+    EXPECT_TRUE(waitFor([&] { return beside.said > 0; }));
     InputUnderTest queue(kMono);
-    EXPECT_EQ(queue.start(), noErr);
-    EXPECT_TRUE(waitFor([&] { return beside.said > 0 && queue.interruptionCount() > 0; }));
     RealTimeProbe::reset();
+    EXPECT_EQ(queue.start(), noErr);
+    EXPECT_TRUE(waitFor([&] { return queue.interruptionCount() > 0; }));
     outputOf("paplay --device=mic --raw --format=s16le --rate=48000 --channels=1 " +
              (folder / "ramp.raw").string());
     // All of it has waited outside. Room for pieces that are none of the server's.
