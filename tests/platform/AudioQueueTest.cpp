@@ -297,7 +297,7 @@ TEST(AudioQueue, answersWrongCallsWithAStatusAndStaysAsItWas) {
     EXPECT_EQ(input.property<std::uint32_t>(kAudioQueueProperty_MaximumOutputPacketSize), 4U);
 }
 
-TEST(AudioQueue, aStartThatFailsLosesNothing) {
+TEST(AudioQueue, aStartThatFailsLosesNothingAndALostDeviceIsNoEnd) {
     VirtualDevice device;
     OutputUnderTest queue(pcmFormat(48000, 1));
     const std::vector<std::int16_t> audio(4800, 5);
@@ -317,6 +317,11 @@ TEST(AudioQueue, aStartThatFailsLosesNothing) {
     device.advance(0.2, settleQueues);
     EXPECT_EQ(queue.returnCount(), 1U);
     EXPECT_EQ(device.heard().size(), 9600U);
+    // That all was played which was there is no end.
+    device.unplug();
+    settleQueues();
+    EXPECT_FALSE(queue.isRunning());
+    EXPECT_FALSE(queue.hasPlayedAll());
 }
 
 TEST(AudioQueue, runsUntilItsDeviceIsClosed) {

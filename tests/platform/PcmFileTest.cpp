@@ -60,8 +60,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
     writeFile(path_, old);
     const auto expectRefused = [&](AudioFileTypeID type,
                                    const AudioStreamBasicDescription& format) {
-        OpenFile file;
-        EXPECT_EQ(tryCreate(path_, type, format, file), kAudioFileUnsupportedDataFormatError);
+        create(path_, type, format, kAudioFileUnsupportedDataFormatError);
         EXPECT_EQ(readFile(path_), old);
     };
     for (const PcmFileCase& fileCase : pcmFileCases()) {
@@ -77,9 +76,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
     for (const AudioStreamBasicDescription& format : wrongPcmFormats()) {
         expectRefused(kAudioFileWAVEType, format);
     }
-    OpenFile file;
-    EXPECT_EQ(tryCreate(path_, fourCharCode("none"), pcmFormat(44100, 2), file),
-              kAudioFileUnsupportedFileTypeError);
+    create(path_, fourCharCode("none"), pcmFormat(44100, 2), kAudioFileUnsupportedFileTypeError);
     EXPECT_EQ(readFile(path_), old);
 }
 
@@ -260,8 +257,7 @@ TEST_F(PcmFile, ofAnotherProgramIsReadToTheEndOfItsAudioOrRefused) {
                     std::byte{test.value});
         bytes.resize(bytes.size() + test.padding);
         writeFile(path_, bytes);
-        OpenFile file;
-        EXPECT_EQ(tryOpen(path_, file), test.status);
+        const OpenFile file = open(path_, test.status);
         if (file != nullptr) {
             EXPECT_EQ(readAll(file), audio);
         }
