@@ -5,24 +5,24 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
-#include <numeric>
 #include <thread>
 
 #include "ZAVAudioStreaming/platform/AudioDevices.hpp"
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
 #include "tests/support/Commands.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/PcmFileCases.hpp"
 #include "tests/support/QueueUnderTest.hpp"
 #include "tests/support/Ramp.hpp"
 #include "tests/support/RealTimeProbe.hpp"
 #include "tests/support/SoundServer.hpp"
 #include "tests/support/SpeakerRecorder.hpp"
+#include "tests/support/TestAudio.hpp"
 #include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
@@ -168,54 +168,30 @@ TEST_P(PulseDevice, saysWhenMarksAreReachedWithoutAllocating) {
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 }
 
-TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsSoxDoes) {
-    constexpr auto kFloat = kAudioFormatFlagIsFloat;
-    constexpr auto kSigned = kAudioFormatFlagIsSignedInteger;
-    constexpr auto kBig = kAudioFormatFlagIsBigEndian;
-    struct Case {
-        std::uint32_t formatID;
-        std::uint32_t bits;
-        std::uint32_t flags;
-        std::string soxOptions;
-    };
+TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsFfmpegDecodesThem) {
     const TemporaryFolder folder;
     SpeakerRecorder recorder;
     std::size_t heardCount = 0;
-    for (const auto& [formatID, bits, flags, soxOptions] : std::vector<Case>{
-             {kAudioFormatLinearPCM, 8, 0, "-b 8 -e unsigned-integer"},
-             {kAudioFormatALaw, 8, 0, "-b 8 -e a-law"},
-             {kAudioFormatULaw, 8, 0, "-b 8 -e mu-law"},
-             {kAudioFormatLinearPCM, 16, kSigned, "-b 16 -e signed-integer"},
-             {kAudioFormatLinearPCM, 24, kSigned, "-b 24 -e signed-integer"},
-             {kAudioFormatLinearPCM, 32, kSigned, "-b 32 -e signed-integer"},
-             {kAudioFormatLinearPCM, 32, kFloat, "-b 32 -e floating-point"},
-             {kAudioFormatLinearPCM, 16, kSigned | kBig, "-b 16 -e signed-integer -B"},
-             {kAudioFormatLinearPCM, 24, kSigned | kBig, "-b 24 -e signed-integer -B"},
-             {kAudioFormatLinearPCM, 32, kSigned | kBig, "-b 32 -e signed-integer -B"},
-             {kAudioFormatLinearPCM, 32, kFloat | kBig, "-b 32 -e floating-point -B"}}) {
-        SCOPED_TRACE(soxOptions);
-        auto format = pcmFormat(48000, 1, bits, flags);
-        format.mFormatID = formatID;
-        // Every byte there is, for floats a quarter of full scale.
-        std::vector<std::uint8_t> bytes(3 * 256);
-        std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
-        for (std::size_t i = 0; i < bytes.size() && (flags & kFloat) != 0; ++i) {
-            const std::array<std::uint8_t, 4> quarter{0, 0, 0x80, 0x3E};
-            bytes[i] = quarter.at((flags & kBig) != 0 ? 3 - i % 4 : i % 4);
-        }
-        writeFile(folder / "bytes", std::as_bytes(std::span(bytes)));
-        // In both channels.
-        const auto wanted = withoutSilence(samplesOf(
-            bytesOutputOf("sox -D -t raw -r 48000 -c 1 " + soxOptions + " " +
-                          (folder / "bytes").string() + " -t raw -b 16 -c 2 -e signed-integer -")));
-        EXPECT_GE(wanted.size(), 2 * (8 * bytes.size() / bits - 9));
+    writeFile(folder / "samples", testBytes(800));
+    const auto convert = [&](const std::string& from, const std::string& name,
+                             const std::string& to) {
+        return bytesOutputOf("ffmpeg -nostdin -v error -ar 48000 -ac 1 -f " + from + " -i " +
+                             quoted(folder / name) + " -f " + to + " -");
+    };
+    for (const Encoding& encoding : allEncodings()) {
+        SCOPED_TRACE(encoding.name);
+        const std::string type = encoding.name == "ulaw" ? "mulaw" : encoding.name;
+        const auto bytes = convert("s16le", "samples", type);
+        writeFile(folder / "bytes", bytes);
+        const auto wanted = withoutSilence(samplesOf(convert(type, "bytes", "s16le")));
+        EXPECT_GE(wanted.size(), 390U);
         // What follows it is silence, whether it is drained or runs dry.
         for (const bool isDrained : {true, false}) {
-            const auto queue = play(format, bytes, isDrained);
-            const auto heard = recorder.waitForSamples(heardCount + wanted.size());
-            ASSERT_EQ(heard.size(), heardCount + wanted.size());
-            for (std::size_t i = 0; i < wanted.size(); ++i) {
-                ASSERT_NEAR(heard[heardCount + i], wanted[i], bits == 8 ? 0 : 0x100) << i;
+            const auto queue = play(encoding.format(48000, 1), bytes, isDrained);
+            const auto heard = recorder.waitForSamples(heardCount + 2 * wanted.size());
+            ASSERT_EQ(heard.size(), heardCount + 2 * wanted.size());
+            for (std::size_t i = 0; i < 2 * wanted.size(); ++i) {
+                ASSERT_EQ(heard[heardCount + i], wanted[i / 2]) << i;
             }
             heardCount = heard.size();
         }
@@ -225,7 +201,8 @@ TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsSoxDoes) {
     }
     for (const auto& format :
          {pcmFormat(7999, 1), pcmFormat(192001, 1), pcmFormat(44100.5, 1), pcmFormat(48000, 9),
-          pcmFormat(48000, 0), pcmFormat(48000, 1, 64, kFloat), opusFormat(48000, 2)}) {
+          pcmFormat(48000, 0), pcmFormat(48000, 1, 64, kAudioFormatFlagIsFloat),
+          opusFormat(48000, 2)}) {
         EXPECT_EQ(opening(format), kAudioFormatUnsupportedDataFormatError);
     }
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
@@ -149,16 +150,6 @@ std::size_t QueueUnderTest::returnCount() const {
 void QueueUnderTest::forget() {
     const std::lock_guard lock(mutex_);
     returns_.clear();
-    threads_.clear();
-}
-
-bool QueueUnderTest::isIdle() const {
-    return queue_->queue->isIdle();
-}
-
-std::set<std::thread::id> QueueUnderTest::callbackThreads() const {
-    const std::lock_guard lock(mutex_);
-    return threads_;
 }
 
 void QueueUnderTest::note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
@@ -166,7 +157,8 @@ void QueueUnderTest::note(AudioQueueRef queue, AudioQueueBufferRef buffer, doubl
     if (++running_ > 1) {
         wasConcurrent_ = true;
     }
-    Return returned{buffer, isRunning(queue), {}, startFrame, std::move(descriptions)};
+    Return returned{buffer,     isRunning(queue),        {},
+                    startFrame, std::move(descriptions), std::this_thread::get_id()};
     if (isInput_) {
         const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
         returned.bytes.assign(bytes, bytes + buffer->mAudioDataByteSize);
@@ -174,7 +166,6 @@ void QueueUnderTest::note(AudioQueueRef queue, AudioQueueBufferRef buffer, doubl
     {
         const std::lock_guard lock(mutex_);
         returns_.push_back(std::move(returned));
-        threads_.insert(std::this_thread::get_id());
     }
     if (onReturn) {
         onReturn(buffer);

@@ -8,7 +8,6 @@
 #include <functional>
 #include <initializer_list>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,6 +27,7 @@ class QueueUnderTest {
         std::vector<std::byte> bytes;  ///< what an input buffer held
         double startFrame;
         std::vector<AudioStreamPacketDescription> descriptions;
+        std::thread::id thread;
     };
 
     virtual ~QueueUnderTest();
@@ -61,11 +61,8 @@ class QueueUnderTest {
     void enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount);
     std::vector<Return> returns() const;
     std::size_t returnCount() const;
-    std::set<std::thread::id> callbackThreads() const;
     /// Forgets the returns so far.
     void forget();
-    /// Whether no callback is under way.
-    bool isIdle() const;
 
     /// Called in every callback, after the return was noted.
     std::function<void(AudioQueueBufferRef)> onReturn;
@@ -86,7 +83,6 @@ class QueueUnderTest {
     std::vector<AudioQueueBufferRef> again_;
     mutable std::mutex mutex_;
     std::vector<Return> returns_;
-    std::set<std::thread::id> threads_;
     std::atomic<int> running_{0};
     std::atomic<bool> wasConcurrent_{false};
 };
