@@ -27,8 +27,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 constexpr std::uint32_t kFloat = kAudioFormatFlagIsFloat;
 constexpr std::uint32_t kSigned = kAudioFormatFlagIsSignedInteger;
 constexpr std::uint32_t kBig = kAudioFormatFlagIsBigEndian;

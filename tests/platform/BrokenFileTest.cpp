@@ -19,8 +19,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 class BrokenFile : public testing::Test {
  protected:
     ~BrokenFile() override { ::close(memory_); }

@@ -30,8 +30,6 @@ extern "C" {
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 /// The packets that ffmpeg finds, one after the other, without headers of their own.
 Bytes bytesByFfmpeg(const std::filesystem::path& path, AudioFileTypeID type) {
     const std::string filter = type == kAudioFileAAC_ADTSType ? "-bsf:a aac_adtstoasc " : "";

@@ -13,8 +13,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 class PcmFile : public testing::Test {
  protected:
     const TemporaryFolder folder_;

@@ -19,8 +19,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 std::unique_ptr<QueueDecoder> makeDecoder(const CompressedStream& stream) {
     auto decoder = ffmpegModule()->makeQueueDecoder(stream.format);
     if (!stream.cookie.empty()) {

@@ -19,8 +19,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 /// A stream in pieces of whole frames, to its end.
 EncodedPackets encodeAll(QueueEncoder& encoder, std::span<const std::byte> pcm) {
     std::mt19937 random(5);
@@ -229,13 +227,6 @@ TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
             if (channel != 3) {
                 EXPECT_GT(signalToNoise(in, out), 10) << channel;
             }
-        }
-        if (test.format.mFormatID == kAudioFormatOpus) {
-            const auto raw = folder_ / "decoded.raw";
-            outputOf("opusdec --quiet --rate 48000 " + quoted(path_) + " " + quoted(raw) + " 2>&1");
-            EXPECT_NEAR(static_cast<double>(readFile(raw).size()) / channels / 2 / 48000,
-                        static_cast<double>(heard.size()) / channels / test.format.mSampleRate,
-                        0.001);
         }
     }
 }

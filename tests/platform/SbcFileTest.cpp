@@ -9,8 +9,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 Bytes framesWithBitpool(std::uint8_t bitpool, std::size_t frameCount) {
     SBCCoding::SBCConfiguration configuration;
     configuration.bitpool = bitpool;

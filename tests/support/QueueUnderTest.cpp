@@ -128,15 +128,6 @@ std::vector<AudioQueueBufferRef> QueueUnderTest::enqueueNew(std::size_t bufferCo
     return buffers;
 }
 
-void QueueUnderTest::enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount) {
-    if (again_.empty()) {
-        again_ = enqueueNew(bufferCount, byteCount);
-    } else {
-        std::for_each(again_.begin(), again_.end(),
-                      [this](AudioQueueBufferRef buffer) { enqueueFull(buffer); });
-    }
-}
-
 std::vector<QueueUnderTest::Return> QueueUnderTest::returns() const {
     const std::lock_guard lock(mutex_);
     return returns_;

@@ -57,8 +57,7 @@ class QueueUnderTest {
     AudioQueueBufferRef allocate(std::uint32_t byteCount);
     /// Allocates buffers, of silence if the queue plays, and enqueues them.
     std::vector<AudioQueueBufferRef> enqueueNew(std::size_t bufferCount, std::uint32_t byteCount);
-    /// The same with the buffers of the first call at every call, which has to be like the first.
-    void enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount);
+    void enqueueFull(AudioQueueBufferRef buffer);
     std::vector<Return> returns() const;
     std::size_t returnCount() const;
     /// Forgets the returns so far.
@@ -72,7 +71,6 @@ class QueueUnderTest {
               std::vector<AudioStreamPacketDescription> descriptions);
 
     void take(AudioQueueRef queue);
-    void enqueueFull(AudioQueueBufferRef buffer);
 
     bool isInput_ = false;
 
@@ -80,7 +78,6 @@ class QueueUnderTest {
     static bool isRunning(AudioQueueRef queue);
 
     AudioQueueRef queue_ = nullptr;
-    std::vector<AudioQueueBufferRef> again_;
     mutable std::mutex mutex_;
     std::vector<Return> returns_;
     std::atomic<int> running_{0};
