@@ -52,13 +52,6 @@ std::uint64_t framesByFfmpeg(const std::filesystem::path& path, std::uint32_t ch
            2 / channels;
 }
 
-/// What ffprobe has to say against a file. That raw streams do not tell their duration is no fault
-/// of the writer.
-std::string complaintsOf(const std::filesystem::path& path) {
-    return outputOf("ffprobe -v warning " + quoted(path) +
-                    " 2>&1 | grep -vE '[[](aac|ac3|amr) @.*Estimating duration' || true");
-}
-
 class CompressedFile : public testing::Test {
  protected:
     CompressedSampleFolder samples_;

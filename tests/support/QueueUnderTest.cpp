@@ -143,17 +143,13 @@ void QueueUnderTest::forget() {
     returns_.clear();
 }
 
-void QueueUnderTest::note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
-                          std::vector<AudioStreamPacketDescription> descriptions) {
+void QueueUnderTest::note(AudioQueueRef queue, Return returned) {
     if (++running_ > 1) {
         wasConcurrent_ = true;
     }
-    Return returned{buffer,     isRunning(queue),        {},
-                    startFrame, std::move(descriptions), std::this_thread::get_id()};
-    if (isInput_) {
-        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
-        returned.bytes.assign(bytes, bytes + buffer->mAudioDataByteSize);
-    }
+    AudioQueueBufferRef const buffer = returned.buffer;
+    returned.isQueueRunning = isRunning(queue);
+    returned.thread = std::this_thread::get_id();
     {
         const std::lock_guard lock(mutex_);
         returns_.push_back(std::move(returned));
@@ -170,11 +166,10 @@ OutputUnderTest::OutputUnderTest(const AudioStreamBasicDescription& format,
         dispatchQueue = &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated);
     }
     AudioQueueRef queue = nullptr;
-    EXPECT_EQ(
-        AudioQueueNewOutputWithDispatchQueue(
-            &queue, &format, 0, dispatchQueue,
-            [this](AudioQueueRef from, AudioQueueBufferRef buffer) { note(from, buffer, 0, {}); }),
-        noErr);
+    EXPECT_EQ(AudioQueueNewOutputWithDispatchQueue(
+                  &queue, &format, 0, dispatchQueue,
+                  [this](AudioQueueRef from, AudioQueueBufferRef buffer) { note(from, {buffer}); }),
+              noErr);
     take(queue);
 }
 
@@ -186,12 +181,15 @@ AudioQueueBufferRef OutputUnderTest::enqueue(const void* bytes, std::size_t byte
 }
 
 InputUnderTest::InputUnderTest(const AudioStreamBasicDescription& format) {
-    isInput_ = true;
     const auto callback = [](void* userData, AudioQueueRef from, AudioQueueBufferRef buffer,
                              const AudioTimeStamp* startTime, std::uint32_t packetCount,
                              const AudioStreamPacketDescription* packets) {
-        static_cast<InputUnderTest*>(userData)->note(from, buffer, startTime->mSampleTime,
-                                                     {packets, packets + packetCount});
+        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
+        static_cast<InputUnderTest*>(userData)->note(from,
+                                                     {buffer,
+                                                      {bytes, bytes + buffer->mAudioDataByteSize},
+                                                      startTime->mSampleTime,
+                                                      {packets, packets + packetCount}});
     };
     AudioQueueRef queue = nullptr;
     EXPECT_EQ(AudioQueueNewInput(&format, callback, this, nullptr, nullptr, 0, &queue), noErr);

@@ -23,11 +23,13 @@ class QueueUnderTest {
  public:
     struct Return {
         AudioQueueBufferRef buffer;
-        bool isQueueRunning;
-        std::vector<std::byte> bytes;  ///< what an input buffer held
-        double startFrame;
-        std::vector<AudioStreamPacketDescription> descriptions;
-        std::thread::id thread;
+        // Of an input buffer.
+        std::vector<std::byte> bytes{};
+        double startFrame = 0;
+        std::vector<AudioStreamPacketDescription> descriptions{};
+        // What `note` adds.
+        bool isQueueRunning = false;
+        std::thread::id thread{};
     };
 
     virtual ~QueueUnderTest();
@@ -67,12 +69,8 @@ class QueueUnderTest {
     std::function<void(AudioQueueBufferRef)> onReturn;
 
  protected:
-    void note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
-              std::vector<AudioStreamPacketDescription> descriptions);
-
+    void note(AudioQueueRef queue, Return returned);
     void take(AudioQueueRef queue);
-
-    bool isInput_ = false;
 
  private:
     static bool isRunning(AudioQueueRef queue);
