@@ -4,8 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
+
+extern "C" {
+#include <libavutil/md5.h>
+}
 
 #include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
 #include "tests/support/AudioFileAccess.hpp"
@@ -150,10 +155,12 @@ TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
 
         EXPECT_EQ(complaintsOf(path_), "");
         EXPECT_TRUE(decodeByFfmpeg(encoder->pcmFormat()) == pcm);
-        if (test.type == kAudioFileFLACType) {
-            // The last cookie has the checksum of all audio, the first one none.
-            EXPECT_EQ(outputOf("sox -t flac " + quoted(path_) + " -n stat 2>&1 | grep WARN; true"),
-                      "");
+        if (test.type == kAudioFileFLACType && test.bits == 16) {
+            // The last cookie has the checksum of all audio, that of a stream that begins has none.
+            std::array<std::uint8_t, 16> sum{};
+            av_md5_sum(sum.data(), reinterpret_cast<const std::uint8_t*>(pcm.data()), pcm.size());
+            EXPECT_TRUE(std::ranges::equal(encoder->magicCookie().last(sum.size()),
+                                           std::as_bytes(std::span(sum))));
             EncodedPackets begun;
             encoder->encode(pcm, begun);
             EXPECT_TRUE(std::ranges::equal(encoder->magicCookie(), firstCookie));
