@@ -108,17 +108,5 @@ TEST_F(FrameAlignerTest, knowsTheFramesOfTheEncodersAndTheFormatsAroundIt) {
     EXPECT_EQ(node_->upstream(), source_);
 }
 
-TEST_F(FrameAlignerTest, passesEveryByteOnceInWholePiecesHoweverTheyAreCut) {
-    const Bytes pcm = testBytes(256 * 100);
-    for (const std::size_t step : {1U, 85U, 255U, 256U, 257U, 511U, 513U, 5001U}) {
-        make(pcmFormat(16000, 1), 256U);
-        pushInChunks(pcm, step);
-        EXPECT_TRUE(sink_->allBytes() == pcm) << "chunks of " << step;
-        for (const auto& chunk : sink_->chunks) {
-            ASSERT_EQ(chunk.bytes.size() % 256, 0U) << "chunks of " << step;
-        }
-    }
-}
-
 }  // namespace
 }  // namespace zav::test

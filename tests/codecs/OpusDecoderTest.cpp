@@ -54,7 +54,7 @@ TEST_F(OpusDecoderTest, decodesAsAPlainLoopDoesAtEveryRate) {
 }
 
 TEST_F(OpusDecoderTest, cutsAChunkWithoutDescriptionsIntoEqualParts) {
-    const auto packets = opusLoopEncode(pcm_, 16000, 1, 60, true);
+    const auto packets = opusLoopEncode(pcm_, 16000, 1, true);
     ASSERT_EQ(packets[0].size(), packets[1].size());
     push(joined({packets[0], packets[1], bytesFrom({1})}), 2);  // the last one is never looked at
     EXPECT_EQ(sink_->allBytes(), opusLoopDecode(packets, 16000, 1));

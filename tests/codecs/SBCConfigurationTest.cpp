@@ -11,16 +11,6 @@ using Configuration = SBCCoding::SBCConfiguration;
 using Mode = SBCCoding::ChannelMode;
 using Endian = SBCCoding::Endianess;
 
-TEST(SBCEnumerations, haveRawValuesOnlyWhereTheyAreKnown) {
-    EXPECT_EQ(SBCCoding::frequencyFromRawValue(44100), SBCCoding::Frequency::_44100);
-    EXPECT_EQ(SBCCoding::frequencyFromRawValue(22050), std::nullopt);
-    EXPECT_EQ(SBCCoding::rawValue(SBCCoding::Frequency::_48000), 48000U);
-    EXPECT_EQ(SBCCoding::rawValue(SBCCoding::Block::_16), 3U);
-    EXPECT_EQ(SBCCoding::blockFromRawValue(2), SBCCoding::Block::_12);
-    EXPECT_EQ(SBCCoding::blockFromRawValue(4), std::nullopt);
-    EXPECT_EQ(SBCCoding::blockFromRawValue(-1), std::nullopt);
-}
-
 TEST(SBCConfiguration, packsIntoTheFlagsBitByBitAndComesBack) {
     Configuration configuration;
     EXPECT_EQ(configuration.formatFlags(), 0x00200B00U);
@@ -42,6 +32,7 @@ TEST(SBCConfiguration, packsIntoTheFlagsBitByBitAndComesBack) {
     EXPECT_EQ(odd->freq, SBCCoding::Frequency::_16000);
     EXPECT_EQ(odd->mode, Mode::mono);
     EXPECT_EQ(odd->formatFlags(), 0U);
+    EXPECT_EQ(SBCCoding::blockFromRawValue(-1), std::nullopt);
 }
 
 TEST(SBCConfiguration, comesBackFromAFrameWithItsMode) {

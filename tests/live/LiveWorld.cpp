@@ -15,7 +15,7 @@ namespace {
 
 class LiveWorld : public AudioWorld {
  public:
-    explicit LiveWorld(const std::string& kind) : server_(kind, {"--no-shared-memory"}) {
+    explicit LiveWorld(const std::string& server) : server_(server, {"--no-shared-memory"}) {
         hearing_.emplace();
     }
 
@@ -49,12 +49,12 @@ class LiveWorld : public AudioWorld {
 
 }  // namespace
 
-std::vector<WorldKind> worldKinds() {
-    return {WorldKind::pulseAudio, WorldKind::pipeWire};
+std::vector<std::string> worldNames() {
+    return {"pulseaudio", "pipewire"};
 }
 
-std::unique_ptr<AudioWorld> makeWorld(WorldKind kind) {
-    return std::make_unique<LiveWorld>(kind == WorldKind::pipeWire ? "pipewire" : "pulseaudio");
+std::unique_ptr<AudioWorld> makeWorld(const std::string& name) {
+    return std::make_unique<LiveWorld>(name);
 }
 
 }  // namespace zav::test

@@ -5,25 +5,24 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <memory>
-#include <numeric>
 #include <thread>
 
 #include "ZAVAudioStreaming/platform/AudioDevices.hpp"
 #include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
 #include "tests/support/Commands.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/PcmFileCases.hpp"
 #include "tests/support/QueueUnderTest.hpp"
 #include "tests/support/Ramp.hpp"
 #include "tests/support/RealTimeProbe.hpp"
 #include "tests/support/SoundServer.hpp"
 #include "tests/support/SpeakerRecorder.hpp"
+#include "tests/support/TestAudio.hpp"
 #include "tests/support/WaitFor.hpp"
 
 namespace zav::test {
@@ -50,7 +49,6 @@ class PlayingClient final : public PlaybackClient {
     explicit PlayingClient(std::uint64_t frameCount) : frameCount_(frameCount) {}
 
     std::size_t pull(std::span<std::byte> room) noexcept override {
-        watchDeviceThread();
         const auto frames = std::min<std::uint64_t>(room.size() / 4, frameCount_ - pulled_);
         std::fill_n(room.begin(), frames * 4, std::byte{0});
         isInOrder = isInOrder && room.size() % 4 == 0 && !isGone;
@@ -64,6 +62,7 @@ class PlayingClient final : public PlaybackClient {
     }
 
     void played(std::uint64_t frameCount) noexcept override {
+        watchDeviceThread();
         const std::chrono::duration<double> since = std::chrono::steady_clock::now() - started;
         mostAheadSeconds =
             std::max(mostAheadSeconds.load(),
@@ -92,50 +91,16 @@ class PlayingClient final : public PlaybackClient {
     std::atomic<std::uint64_t> pulled_ = 0;
 };
 
-/// Keeps the 16-bit samples that are not silent, as many as the test makes room for.
-class CollectingClient final : public CaptureClient {
- public:
-    explicit CollectingClient(std::size_t mostSamples) : samples_(mostSamples) {}
-
+class TakingClient final : public CaptureClient {
     std::size_t push(std::span<const std::byte> captured) noexcept override {
-        watchDeviceThread();
-        const std::size_t count = std::min<std::size_t>(captured.size() / 2, room);
-        for (std::size_t i = 0; i < count; ++i) {
-            std::int16_t sample = 0;
-            std::memcpy(&sample, &captured[i * 2], 2);
-            if (sample != 0 && keptCount < samples_.size()) {
-                samples_[keptCount++] = sample;
-            }
-        }
-        room -= count;
-        ++pushCount;
-        return count * 2;
+        return captured.size();
     }
-
-    void deviceGone() noexcept override { isGone = true; }
-
-    std::vector<std::int16_t> samples() const {
-        return {samples_.begin(), samples_.begin() + static_cast<std::ptrdiff_t>(keptCount.load())};
-    }
-
-    std::atomic<std::size_t> room = 0;  ///< samples
-    std::atomic<std::size_t> keptCount = 0;
-    std::atomic<int> pushCount = 0;
-    std::atomic<bool> isGone = false;
-
- private:
-    std::vector<std::int16_t> samples_;
+    void deviceGone() noexcept override {}
 };
 
 std::unique_ptr<PlaybackStream> openPlayback(PlaybackClient& client) {
     std::unique_ptr<PlaybackStream> stream;
     EXPECT_EQ(audioDevice()->openPlayback(kStereo, client, stream), noErr);
-    return stream;
-}
-
-std::unique_ptr<CaptureStream> openCapture(CaptureClient& client) {
-    std::unique_ptr<CaptureStream> stream;
-    EXPECT_EQ(audioDevice()->openCapture(kMono, client, stream), noErr);
     return stream;
 }
 
@@ -145,9 +110,9 @@ OSStatus opening(const AudioStreamBasicDescription& format) {
     std::unique_ptr<PlaybackStream> playback;
     const OSStatus status = audioDevice()->openPlayback(format, player, playback);
     EXPECT_EQ(playback != nullptr, status == noErr);
-    CollectingClient collector(0);
+    TakingClient taker;
     std::unique_ptr<CaptureStream> capture;
-    EXPECT_EQ(audioDevice()->openCapture(format, collector, capture), status);
+    EXPECT_EQ(audioDevice()->openCapture(format, taker, capture), status);
     return status;
 }
 
@@ -203,54 +168,30 @@ TEST_P(PulseDevice, saysWhenMarksAreReachedWithoutAllocating) {
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 }
 
-TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsSoxDoes) {
-    constexpr auto kFloat = kAudioFormatFlagIsFloat;
-    constexpr auto kSigned = kAudioFormatFlagIsSignedInteger;
-    constexpr auto kBig = kAudioFormatFlagIsBigEndian;
-    struct Case {
-        std::uint32_t formatID;
-        std::uint32_t bits;
-        std::uint32_t flags;
-        std::string soxOptions;
-    };
+TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsFfmpegDecodesThem) {
     const TemporaryFolder folder;
     SpeakerRecorder recorder;
     std::size_t heardCount = 0;
-    for (const auto& [formatID, bits, flags, soxOptions] : std::vector<Case>{
-             {kAudioFormatLinearPCM, 8, 0, "-b 8 -e unsigned-integer"},
-             {kAudioFormatALaw, 8, 0, "-b 8 -e a-law"},
-             {kAudioFormatULaw, 8, 0, "-b 8 -e mu-law"},
-             {kAudioFormatLinearPCM, 16, kSigned, "-b 16 -e signed-integer"},
-             {kAudioFormatLinearPCM, 24, kSigned, "-b 24 -e signed-integer"},
-             {kAudioFormatLinearPCM, 32, kSigned, "-b 32 -e signed-integer"},
-             {kAudioFormatLinearPCM, 32, kFloat, "-b 32 -e floating-point"},
-             {kAudioFormatLinearPCM, 16, kSigned | kBig, "-b 16 -e signed-integer -B"},
-             {kAudioFormatLinearPCM, 24, kSigned | kBig, "-b 24 -e signed-integer -B"},
-             {kAudioFormatLinearPCM, 32, kSigned | kBig, "-b 32 -e signed-integer -B"},
-             {kAudioFormatLinearPCM, 32, kFloat | kBig, "-b 32 -e floating-point -B"}}) {
-        SCOPED_TRACE(soxOptions);
-        auto format = pcmFormat(48000, 1, bits, flags);
-        format.mFormatID = formatID;
-        // Every byte there is, for floats a quarter of full scale.
-        std::vector<std::uint8_t> bytes(3 * 256);
-        std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
-        for (std::size_t i = 0; i < bytes.size() && (flags & kFloat) != 0; ++i) {
-            const std::array<std::uint8_t, 4> quarter{0, 0, 0x80, 0x3E};
-            bytes[i] = quarter.at((flags & kBig) != 0 ? 3 - i % 4 : i % 4);
-        }
-        writeFile(folder / "bytes", std::as_bytes(std::span(bytes)));
-        // In both channels.
-        const auto wanted = withoutSilence(samplesOf(
-            bytesOutputOf("sox -D -t raw -r 48000 -c 1 " + soxOptions + " " +
-                          (folder / "bytes").string() + " -t raw -b 16 -c 2 -e signed-integer -")));
-        EXPECT_GE(wanted.size(), 2 * (8 * bytes.size() / bits - 9));
+    writeFile(folder / "samples", testBytes(800));
+    const auto convert = [&](const std::string& from, const std::string& name,
+                             const std::string& to) {
+        return bytesOutputOf("ffmpeg -nostdin -v error -ar 48000 -ac 1 -f " + from + " -i " +
+                             quoted(folder / name) + " -f " + to + " -");
+    };
+    for (const Encoding& encoding : allEncodings()) {
+        SCOPED_TRACE(encoding.name);
+        const std::string type = encoding.name == "ulaw" ? "mulaw" : encoding.name;
+        const auto bytes = convert("s16le", "samples", type);
+        writeFile(folder / "bytes", bytes);
+        const auto wanted = withoutSilence(samplesOf(convert(type, "bytes", "s16le")));
+        EXPECT_GE(wanted.size(), 390U);
         // What follows it is silence, whether it is drained or runs dry.
         for (const bool isDrained : {true, false}) {
-            const auto queue = play(format, bytes, isDrained);
-            const auto heard = recorder.waitForSamples(heardCount + wanted.size());
-            ASSERT_EQ(heard.size(), heardCount + wanted.size());
-            for (std::size_t i = 0; i < wanted.size(); ++i) {
-                ASSERT_NEAR(heard[heardCount + i], wanted[i], bits == 8 ? 0 : 0x100) << i;
+            const auto queue = play(encoding.format(48000, 1), bytes, isDrained);
+            const auto heard = recorder.waitForSamples(heardCount + 2 * wanted.size());
+            ASSERT_EQ(heard.size(), heardCount + 2 * wanted.size());
+            for (std::size_t i = 0; i < 2 * wanted.size(); ++i) {
+                ASSERT_EQ(heard[heardCount + i], wanted[i / 2]) << i;
             }
             heardCount = heard.size();
         }
@@ -260,55 +201,50 @@ TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsSoxDoes) {
     }
     for (const auto& format :
          {pcmFormat(7999, 1), pcmFormat(192001, 1), pcmFormat(44100.5, 1), pcmFormat(48000, 9),
-          pcmFormat(48000, 0), pcmFormat(48000, 1, 64, kFloat), opusFormat(48000, 2)}) {
+          pcmFormat(48000, 0), pcmFormat(48000, 1, 64, kAudioFormatFlagIsFloat),
+          opusFormat(48000, 2)}) {
         EXPECT_EQ(opening(format), kAudioFormatUnsupportedDataFormatError);
     }
 }
 
 TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
-    constexpr std::size_t kSamples = 30'000;
     const TemporaryFolder folder;
-    const auto ramp = rampSamples(kSamples);
+    const auto ramp = rampSamples(30'000);
     writeFile(folder / "ramp.raw", std::as_bytes(std::span(ramp)));
-    CollectingClient client(2 * kSamples);
+    // Only to have the thread watched that captures, too.
+    PlayingClient beside(48'000);
+    const auto playback = openPlayback(beside);
+    EXPECT_EQ(playback->start(), noErr);
+    EXPECT_TRUE(waitFor([&] { return beside.said > 0; }));
+    InputUnderTest queue(kMono);
     RealTimeProbe::reset();
-    const auto stream = openCapture(client);
-    client.room = 480;
-    stream->roomAdded();
-    EXPECT_TRUE(waitFor([&] { return client.room == 0; }));
+    EXPECT_EQ(queue.start(), noErr);
+    EXPECT_TRUE(waitFor([&] { return queue.interruptionCount() > 0; }));
     outputOf("paplay --device=mic --raw --format=s16le --rate=48000 --channels=1 " +
              (folder / "ramp.raw").string());
     // All of it has waited outside. Room for pieces that are none of the server's.
+    const auto heard = [&] { return withoutSilence(samplesOf(queue.captured())); };
     EXPECT_TRUE(waitFor([&] {
-        client.room = 997;
-        stream->roomAdded();
-        return client.keptCount >= kSamples;
+        queue.enqueueNew(1, 2 * 997);
+        return heard().size() >= ramp.size();
     }));
+    EXPECT_EQ(heard(), ramp);
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
-
-    client.room = 1'000'000'000;
-    stream->finish();
-    const int pushCount = client.pushCount;
-    stream->roomAdded();
-    stream->finish();
-    EXPECT_EQ(client.pushCount, pushCount);
-    EXPECT_EQ(client.samples(), ramp);
-    EXPECT_FALSE(client.isGone);
 }
 
 // What plays, is paused, drains or captures when it goes, the contract has.
 TEST_P(PulseDevice, tellsThatItsServerIsGoneAlsoWhereNothingMoves) {
     PlayingClient openedClient(48'000);
     PlayingClient starvedClient(100);
-    CollectingClient fullClient(0);
     const auto opened = openPlayback(openedClient);
     const auto starved = openPlayback(starvedClient);
-    const auto full = openCapture(fullClient);
+    InputUnderTest full(kMono);
+    EXPECT_EQ(full.start(), noErr);
     EXPECT_EQ(starved->start(), noErr);
-    EXPECT_TRUE(waitFor([&] { return starvedClient.said == 100 && fullClient.pushCount > 0; }));
+    EXPECT_TRUE(waitFor([&] { return starvedClient.said == 100 && full.interruptionCount() > 0; }));
     server_.signal(SIGKILL);
     EXPECT_TRUE(
-        waitFor([&] { return openedClient.isGone && starvedClient.isGone && fullClient.isGone; }));
+        waitFor([&] { return openedClient.isGone && starvedClient.isGone && !full.isRunning(); }));
     for (PlaybackStream* const stream : {opened.get(), starved.get()}) {
         const std::uint64_t played = stream->framesPlayed();
         EXPECT_EQ(stream->start(), kAudioQueueErr_InvalidDevice);
@@ -317,8 +253,6 @@ TEST_P(PulseDevice, tellsThatItsServerIsGoneAlsoWhereNothingMoves) {
         stream->drain();
         EXPECT_EQ(stream->framesPlayed(), played);
     }
-    full->roomAdded();
-    full->finish();
     EXPECT_TRUE(openedClient.isInOrder);
     EXPECT_TRUE(starvedClient.isInOrder);
     // Where there is none that is said far below the bound for servers that do not answer.

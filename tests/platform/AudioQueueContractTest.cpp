@@ -30,34 +30,30 @@ constexpr std::size_t kRate = 48000;
 const AudioStreamBasicDescription kOutputFormat = pcmFormat(kRate, 2);
 const AudioStreamBasicDescription kInputFormat = pcmFormat(kRate, 1);
 
-class AudioQueueContract : public ::testing::TestWithParam<WorldKind> {
+class AudioQueueContract : public ::testing::TestWithParam<std::string> {
  protected:
-    void SetUp() override { world_ = makeWorld(GetParam()); }
-
     bool until(const std::function<bool()>& isDone) { return world_->until(isDone); }
 
     /// Waits until this many samples were heard; they are the ramp's.
     void expectToHear(std::size_t sampleCount) {
         until([&] { return world_->heard().size() >= sampleCount; });
-        EXPECT_EQ(differenceFromRamp(world_->heard(), sampleCount), "");
+        const auto heard = world_->heard();
+        const auto ramp = rampSamples(sampleCount);
+        const auto [other, wanted] =
+            std::mismatch(heard.begin(), heard.end(), ramp.begin(), ramp.end());
+        EXPECT_TRUE(heard == ramp) << heard.size() << " samples instead of " << ramp.size()
+                                   << ", the first other one at " << wanted - ramp.begin();
     }
 
     /// Exactly so many on the virtual device; a real one also runs dry when the machine stalls.
     void expectInterruptions(const QueueUnderTest& queue, std::uint32_t count) {
         EXPECT_GE(queue.interruptionCount(), count);
-        EXPECT_TRUE(queue.interruptionCount() == count || GetParam() != WorldKind::virtualDevice);
+        EXPECT_TRUE(queue.interruptionCount() == count || !isVirtual_);
     }
 
-    std::unique_ptr<AudioWorld> world_;
+    const bool isVirtual_ = GetParam() == "virtual";
+    const std::unique_ptr<AudioWorld> world_ = makeWorld(GetParam());
 };
-
-std::vector<AudioQueueBufferRef> buffersOf(const std::vector<QueueUnderTest::Return>& returns) {
-    std::vector<AudioQueueBufferRef> buffers;
-    for (const auto& returned : returns) {
-        buffers.push_back(returned.buffer);
-    }
-    return buffers;
-}
 
 TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     OutputUnderTest queue(kOutputFormat);
@@ -88,8 +84,11 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
 
     expectToHear(audio.size());
-    EXPECT_EQ(buffersOf(queue.returns()), enqueued);
-    EXPECT_FALSE(queue.returns().back().isQueueRunning);
+    const auto returns = queue.returns();
+    for (std::size_t i = 0; i < enqueued.size(); ++i) {
+        EXPECT_EQ(returns[i].buffer, enqueued[i]);
+    }
+    EXPECT_FALSE(returns.back().isQueueRunning);
     EXPECT_EQ(queue.currentFrame(), kRate / 2);
     expectInterruptions(queue, 0);
 }
@@ -223,6 +222,7 @@ TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirs
     double frames = 0;
     for (std::size_t i = 0; i < returns.size(); ++i) {
         EXPECT_EQ(returns[i].buffer, buffers[i % 3]);
+        EXPECT_EQ(returns[i].thread, returns[0].thread);
         const bool isFull = returns[i].bytes.size() == kBufferSize;
         EXPECT_TRUE(isFull || i + 3 >= returns.size());
         if (!returns[i].bytes.empty()) {
@@ -232,8 +232,7 @@ TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirs
     }
     EXPECT_EQ(queue.currentFrame(), frames);
     EXPECT_TRUE(returns.back().bytes.empty());
-    EXPECT_EQ(queue.callbackThreads().size(), 1U);
-    EXPECT_FALSE(queue.callbackThreads().contains(std::this_thread::get_id()));
+    EXPECT_NE(returns[0].thread, std::this_thread::get_id());
 }
 
 TEST_P(AudioQueueContract, aPausedInputQueueCapturesNothingAndGoesOn) {
@@ -288,13 +287,6 @@ OSStatus make(Call call, QueueUnderTest& queue) {
     }
 }
 
-std::unique_ptr<QueueUnderTest> makeQueue(bool isInput) {
-    if (isInput) {
-        return std::make_unique<InputUnderTest>(kInputFormat);
-    }
-    return std::make_unique<OutputUnderTest>(kOutputFormat);
-}
-
 TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
     // Each call is made on a thread of its own, on an output and on an input queue, and the device
     // goes some milliseconds later: before, during or after it.
@@ -304,7 +296,7 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
         std::unique_ptr<QueueUnderTest> queue;
         std::future<OSStatus> status;
     };
-    const int roundCount = GetParam() == WorldKind::virtualDevice ? 100 : 10;
+    const int roundCount = isVirtual_ ? 100 : 10;
     std::mt19937 random(1);
     for (int round = 0; round < roundCount; ++round) {
         std::latch everyone(2 * 8 + 1);
@@ -312,7 +304,12 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
         for (const Call call : {Call::play, Call::pause, Call::pauseAtEnd, Call::start, Call::stop,
                                 Call::stopAtEnd, Call::dispose, Call::disposeAtEnd}) {
             for (const bool isInput : {false, true}) {
-                auto queue = makeQueue(isInput);
+                std::unique_ptr<QueueUnderTest> queue;
+                if (isInput) {
+                    queue = std::make_unique<InputUnderTest>(kInputFormat);
+                } else {
+                    queue = std::make_unique<OutputUnderTest>(kOutputFormat);
+                }
                 queue->enqueueNew(2, 4 * kRate);
                 EXPECT_EQ(call == Call::start ? noErr : queue->start(), noErr);
                 auto status = std::async(std::launch::async, [&everyone, call, &queue = *queue] {
@@ -474,7 +471,7 @@ TEST_P(AudioQueueContract, aSinkThatPausesItselfIsHeardAsSilenceAndNothingElse) 
     sink->setQueueBufferSize(1920);
     sink->autoPlay(0.05);
     // An accessory that sends in bursts, and all of one is played before the next.
-    const int burstCount = GetParam() == WorldKind::virtualDevice ? 60 : 8;
+    const int burstCount = isVirtual_ ? 60 : 8;
     std::minstd_rand random(1);
     std::size_t sampleCount = 0;
     source->downstreams().onAudioStreamFlowStart();
@@ -519,9 +516,9 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
     const auto chance = [&](unsigned outOf) { return random() % outOf == 0; };
     OutputUnderTest output(kOutputFormat);
     InputUnderTest input(kInputFormat);
+    const auto played = output.enqueueNew(2, 1920);
+    const auto recorded = input.enqueueNew(1, 960);
     const auto cycle = [&](OutputUnderTest& playing, InputUnderTest& recording) {
-        playing.enqueueAgain(2, 1920);
-        recording.enqueueAgain(1, 960);
         EXPECT_EQ(playing.start(), noErr);
         EXPECT_EQ(recording.start(), noErr);
         world_->pass(static_cast<double>(random() % 4) * 0.001);
@@ -539,15 +536,20 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
     const auto makeAndDrop = [&] {
         OutputUnderTest playing(kOutputFormat);
         InputUnderTest recording(kInputFormat);
+        playing.enqueueNew(2, 1920);
+        recording.enqueueNew(1, 960);
         cycle(playing, recording);
     };
     const auto startAndStop = [&] {
         cycle(output, input);
         output.stop(true);
         input.stop(true);
-        ASSERT_TRUE(until([&] { return output.isIdle() && input.isIdle(); }));
+        settleQueues();
         output.forget();
         input.forget();
+        output.enqueueFull(played[0]);
+        output.enqueueFull(played[1]);
+        input.enqueueFull(recorded[0]);
     };
     // Until allocators and pools have what they need.
     for (int i = 0; i < ZAV_TEST_CYCLES / 4; ++i) {
@@ -575,8 +577,8 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
     EXPECT_LT(mallinfo2().uordblks, byteCount + 24000);
 }
 
-INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldKinds()),
-                         [](const auto& world) { return nameOf(world.param); });
+INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldNames()),
+                         [](const auto& world) { return world.param; });
 
 }  // namespace
 }  // namespace zav::test

@@ -11,7 +11,6 @@
 #include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
-#include "ZAVAudioStreaming/core/PeripheralSource.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
 #include "tests/support/DiagnosticsLines.hpp"
@@ -90,22 +89,6 @@ TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {
         EXPECT_EQ(sink->idleBufferCount(), sink->allocatedBufferCount());
         device_.plugIn();
     }
-}
-
-TEST_F(LiveGraph, aDeviceThatGoesWhileTheSinkIsPausedIsNoEnd) {
-    const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(16000, 1));
-    const auto sink = makeNode<PlaybackSink>(source);
-    const Bytes chunk(sink->queueBufferSize());
-    source->downstreams().receiveAudio(chunk.data(), chunk.size(), chunk.size() / 2, nullptr);
-    sink->play();
-    pass(2, {sink->audioQueueRef()});
-    EXPECT_TRUE(sink->paused());
-    device_.unplug();
-    settle({sink->audioQueueRef()});
-    EXPECT_FALSE(sink->isPlaying());
-    EXPECT_FALSE(sink->hasPlayedAll());
-    device_.plugIn();
 }
 
 TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {

@@ -13,8 +13,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 class PcmFile : public testing::Test {
  protected:
     const TemporaryFolder folder_;
@@ -44,11 +42,12 @@ TEST_F(PcmFile, givesBackEveryByteInEveryKindOfFile) {
             EXPECT_DOUBLE_EQ(durationOf(file), 1001 / 22050.0);
             EXPECT_EQ(readAll(file), audio);
             // Backwards, over the end, and at the end.
-            const auto tail = std::span(audio).last(std::size_t{2} * format.mBytesPerFrame);
-            EXPECT_EQ(read(file, 999, 50), Bytes(tail.begin(), tail.end()));
-            const auto middle =
-                std::span(audio).subspan(format.mBytesPerFrame * 7U, format.mBytesPerFrame * 2U);
-            EXPECT_EQ(read(file, 7, 2), Bytes(middle.begin(), middle.end()));
+            const auto twoFrom = [&](std::size_t first) {
+                return joined({std::span(audio).subspan(format.mBytesPerFrame * first,
+                                                        format.mBytesPerFrame * 2U)});
+            };
+            EXPECT_EQ(read(file, 999, 50), twoFrom(999));
+            EXPECT_EQ(read(file, 7, 2), twoFrom(7));
             EXPECT_TRUE(read(file, 1001, 1).empty());
             EXPECT_TRUE(read(file, 1LL << 40, 1).empty());
         }
@@ -60,8 +59,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
     writeFile(path_, old);
     const auto expectRefused = [&](AudioFileTypeID type,
                                    const AudioStreamBasicDescription& format) {
-        OpenFile file;
-        EXPECT_EQ(tryCreate(path_, type, format, file), kAudioFileUnsupportedDataFormatError);
+        create(path_, type, format, kAudioFileUnsupportedDataFormatError);
         EXPECT_EQ(readFile(path_), old);
     };
     for (const PcmFileCase& fileCase : pcmFileCases()) {
@@ -77,9 +75,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
     for (const AudioStreamBasicDescription& format : wrongPcmFormats()) {
         expectRefused(kAudioFileWAVEType, format);
     }
-    OpenFile file;
-    EXPECT_EQ(tryCreate(path_, fourCharCode("none"), pcmFormat(44100, 2), file),
-              kAudioFileUnsupportedFileTypeError);
+    create(path_, fourCharCode("none"), pcmFormat(44100, 2), kAudioFileUnsupportedFileTypeError);
     EXPECT_EQ(readFile(path_), old);
 }
 
@@ -260,8 +256,7 @@ TEST_F(PcmFile, ofAnotherProgramIsReadToTheEndOfItsAudioOrRefused) {
                     std::byte{test.value});
         bytes.resize(bytes.size() + test.padding);
         writeFile(path_, bytes);
-        OpenFile file;
-        EXPECT_EQ(tryOpen(path_, file), test.status);
+        const OpenFile file = open(path_, test.status);
         if (file != nullptr) {
             EXPECT_EQ(readAll(file), audio);
         }

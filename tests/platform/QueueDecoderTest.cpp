@@ -19,8 +19,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 std::unique_ptr<QueueDecoder> makeDecoder(const CompressedStream& stream) {
     auto decoder = ffmpegModule()->makeQueueDecoder(stream.format);
     if (!stream.cookie.empty()) {
@@ -214,14 +212,11 @@ TEST_F(QueueDecoding, takesDescribedPacketsFromAnyPlace) {
     const Bytes expected = decodeAll(*decoder, stream);
     // Spread over a buffer in reverse, with other bytes between them.
     CompressedStream spread = stream;
-    spread.bytes = testBytes(stream.bytes.size() + 7 * stream.places.size());
-    std::size_t offset = spread.bytes.size();
-    for (std::size_t i = 0; i < stream.places.size(); ++i) {
-        const auto& from = stream.places[i];
-        offset -= from.mDataByteSize + std::size_t{7};
-        std::copy_n(stream.bytes.begin() + from.mStartOffset, from.mDataByteSize,
-                    spread.bytes.begin() + static_cast<std::ptrdiff_t>(offset));
-        spread.places[i].mStartOffset = static_cast<std::int64_t>(offset);
+    spread.bytes.clear();
+    for (std::size_t i = stream.places.size(); i-- > 0;) {
+        spread.bytes = joined({spread.bytes, testBytes(7)});
+        spread.places[i].mStartOffset = static_cast<std::int64_t>(spread.bytes.size());
+        spread.bytes = joined({spread.bytes, stream.packet(i)});
     }
     EXPECT_TRUE(decodeAll(*decoder, spread) == expected);
 }

@@ -4,8 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
+
+extern "C" {
+#include <libavutil/md5.h>
+}
 
 #include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
 #include "tests/support/AudioFileAccess.hpp"
@@ -18,8 +23,6 @@
 
 namespace zav::test {
 namespace {
-
-using Bytes = std::vector<std::byte>;
 
 /// A stream in pieces of whole frames, to its end.
 EncodedPackets encodeAll(QueueEncoder& encoder, std::span<const std::byte> pcm) {
@@ -95,10 +98,6 @@ class QueueEncoding : public testing::Test {
         return encoded;
     }
 
-    std::string complaints() const {
-        return outputOf("ffprobe -v warning " + quoted(path_) + " 2>&1");
-    }
-
     /// In samples and at the rate of `pcm`, with the channels that are there.
     Bytes decodeByFfmpeg(const AudioStreamBasicDescription& pcm) const {
         return bytesOutputOf("ffmpeg -nostdin -v error -i " + quoted(path_) + " -ar " +
@@ -154,32 +153,22 @@ TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
                       &place == &packets.descriptions.back() ? rest : 0);
         }
 
-        EXPECT_EQ(complaints(), "");
+        EXPECT_EQ(complaintsOf(path_), "");
         EXPECT_TRUE(decodeByFfmpeg(encoder->pcmFormat()) == pcm);
+        if (test.type == kAudioFileFLACType && test.bits == 16) {
+            // The last cookie has the checksum of all audio, that of a stream that begins has none.
+            std::array<std::uint8_t, 16> sum{};
+            av_md5_sum(sum.data(), reinterpret_cast<const std::uint8_t*>(pcm.data()), pcm.size());
+            EXPECT_TRUE(std::ranges::equal(encoder->magicCookie().last(sum.size()),
+                                           std::as_bytes(std::span(sum))));
+            EncodedPackets begun;
+            encoder->encode(pcm, begun);
+            EXPECT_TRUE(std::ranges::equal(encoder->magicCookie(), firstCookie));
+        }
         EXPECT_EQ(formatOf(open(path_)), encoder->streamFormat());
         EXPECT_EQ(durationOf(open(path_)),
                   static_cast<double>(test.frameCount) / test.format.mSampleRate);
     }
-}
-
-TEST_F(QueueEncoding, toFlacKnowsTheSumOfItsAudioAtTheEnd) {
-    const auto encoder =
-        ffmpegModule()->makeQueueEncoder(compressedFormat(kAudioFormatFLAC, 44100, 2));
-    const auto [pcm, firstCookie, packets] = record(kAudioFileFLACType, *encoder, 20000);
-    const auto input = folder_ / "input.raw";
-    writeFile(input, pcm);
-    std::string sum;
-    for (const std::byte byte : encoder->magicCookie().last(16)) {
-        char text[3];
-        std::snprintf(text, sizeof(text), "%02x", std::to_integer<unsigned>(byte));
-        sum += text;
-    }
-    EXPECT_EQ(outputOf("md5sum < " + quoted(input)).substr(0, 32), sum);
-    EXPECT_TRUE(bytesOutputOf("sox -t flac " + quoted(path_) + " -t raw -") == pcm);
-    // It says nothing of a stream that has only begun.
-    EncodedPackets begun;
-    encoder->encode(pcm, begun);
-    EXPECT_TRUE(std::ranges::equal(encoder->magicCookie(), firstCookie));
 }
 
 TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
@@ -221,9 +210,7 @@ TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
             EXPECT_LE(place.mDataByteSize, encoder->maximumPacketSize());
         }
 
-        if (test.type != kAudioFileAAC_ADTSType) {
-            EXPECT_EQ(complaints(), "");
-        }
+        EXPECT_EQ(complaintsOf(path_), "");
         const auto decoded = samplesOf(decodeByFfmpeg(encoder->pcmFormat()), encoder->pcmFormat());
         ASSERT_GE(decoded.size(), channels * (kFrames + test.priming));
         EXPECT_LE(decoded.size(),
@@ -242,17 +229,10 @@ TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
                 EXPECT_GT(signalToNoise(in, out), 10) << channel;
             }
         }
-        if (test.format.mFormatID == kAudioFormatOpus) {
-            const auto raw = folder_ / "decoded.raw";
-            outputOf("opusdec --quiet --rate 48000 " + quoted(path_) + " " + quoted(raw) + " 2>&1");
-            EXPECT_NEAR(static_cast<double>(readFile(raw).size()) / channels / 2 / 48000,
-                        static_cast<double>(heard.size()) / channels / test.format.mSampleRate,
-                        0.001);
-        }
     }
 }
 
-TEST_F(QueueEncoding, ofNoiseStaysWithinTheLargestPacket) {
+TEST_F(QueueEncoding, ofNoiseStaysWithinTheLargestPacketAndNothingIsNothing) {
     for (const auto& format :
          {compressedFormat(kAudioFormatALAC, 44100, 1),
           compressedFormat(kAudioFormatALAC, 44100, 8),
@@ -274,6 +254,10 @@ TEST_F(QueueEncoding, ofNoiseStaysWithinTheLargestPacket) {
         for (const auto& place : packets.descriptions) {
             EXPECT_LE(place.mDataByteSize, encoder->maximumPacketSize());
         }
+        // Nothing is no packet, one frame is some.
+        EXPECT_TRUE(encodeAll(*encoder, {}).descriptions.empty());
+        EXPECT_FALSE(
+            encodeAll(*encoder, Bytes(encoder->pcmFormat().mBytesPerFrame)).descriptions.empty());
     }
 }
 
@@ -292,15 +276,6 @@ TEST_F(QueueEncoding, toAlacOfManyChannelsMayEndAnywhere) {
                 EXPECT_LE(packets.bytes.size(), encoder->maximumPacketSize());
             }
         }
-    }
-}
-
-TEST_F(QueueEncoding, ofNothingIsNothing) {
-    for (const std::uint32_t formatID :
-         {kAudioFormatMPEG4AAC, kAudioFormatALAC, kAudioFormatFLAC, kAudioFormatOpus}) {
-        const auto encoder = ffmpegModule()->makeQueueEncoder(compressedFormat(formatID, 48000, 2));
-        EXPECT_TRUE(encodeAll(*encoder, {}).descriptions.empty()) << fourCharText(formatID);
-        EXPECT_FALSE(encodeAll(*encoder, tones(encoder->pcmFormat(), 1)).descriptions.empty());
     }
 }
 

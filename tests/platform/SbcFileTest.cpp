@@ -9,8 +9,6 @@
 namespace zav::test {
 namespace {
 
-using Bytes = std::vector<std::byte>;
-
 Bytes framesWithBitpool(std::uint8_t bitpool, std::size_t frameCount) {
     SBCCoding::SBCConfiguration configuration;
     configuration.bitpool = bitpool;
@@ -76,9 +74,8 @@ TEST_F(SbcFile, endsAtAFrameThatIsCutShort) {
         EXPECT_EQ(packetCount(file), 9U) << cut;
         EXPECT_TRUE(read(file, 9, 1).empty());
     }
-    OpenFile file;
     writeFile(path_, std::span(frames).first(71));
-    EXPECT_EQ(tryOpen(path_, file), kAudioFileUnsupportedFileTypeError);
+    open(path_, kAudioFileUnsupportedFileTypeError);
 }
 
 TEST_F(SbcFile, isWrittenFrameByFrameWithoutGaps) {
@@ -95,9 +92,7 @@ TEST_F(SbcFile, isWrittenFrameByFrameWithoutGaps) {
         EXPECT_EQ(property<std::uint32_t>(file, kAudioFilePropertyMaximumPacketSize), 136U);
     }
     EXPECT_EQ(readFile(path_), joined({frames, longer}));
-    OpenFile file;
-    EXPECT_EQ(tryCreate(path_, kAudioFileSBCType, pcmFormat(16000, 1), file),
-              kAudioFileUnsupportedDataFormatError);
+    create(path_, kAudioFileSBCType, pcmFormat(16000, 1), kAudioFileUnsupportedDataFormatError);
 }
 
 }  // namespace

@@ -23,33 +23,24 @@ struct CloseAudioFile {
 };
 using OpenFile = std::unique_ptr<std::remove_pointer_t<AudioFileID>, CloseAudioFile>;
 
-inline OSStatus tryOpen(const std::filesystem::path& path, OpenFile& file) {
+/// Opens a file, or is refused for the reason that is expected.
+inline OpenFile open(const std::filesystem::path& path, OSStatus expected = noErr) {
     AudioFileID id = nullptr;
     const OSStatus status = AudioFileOpenURL(path, kAudioFileReadPermission, 0, &id);
-    file.reset(id);
-    return status;
+    EXPECT_EQ(statusText(status), statusText(expected)) << path;
+    EXPECT_EQ(id != nullptr, status == noErr);
+    return OpenFile(id);
 }
 
-inline OpenFile open(const std::filesystem::path& path) {
-    OpenFile file;
-    EXPECT_EQ(statusText(tryOpen(path, file)), "0") << path;
-    return file;
-}
-
-inline OSStatus tryCreate(const std::filesystem::path& path, AudioFileTypeID type,
-                          const AudioStreamBasicDescription& format, OpenFile& file) {
+/// The same with a new file.
+inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
+                       const AudioStreamBasicDescription& format, OSStatus expected = noErr) {
     AudioFileID id = nullptr;
     const OSStatus status =
         AudioFileCreateWithURL(path, type, &format, kAudioFileFlags_EraseFile, &id);
-    file.reset(id);
-    return status;
-}
-
-inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
-                       const AudioStreamBasicDescription& format) {
-    OpenFile file;
-    EXPECT_EQ(statusText(tryCreate(path, type, format, file)), "0") << path;
-    return file;
+    EXPECT_EQ(statusText(status), statusText(expected)) << path;
+    EXPECT_EQ(id != nullptr, status == noErr);
+    return OpenFile(id);
 }
 
 /// Writes a file in a process of its own, which is killed before the file that `write` returns is
@@ -67,17 +58,6 @@ void writeAndBeKilled(Write write) {
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-}
-
-/// Opens a file that may be broken. One that is refused is refused for being that.
-inline OpenFile openIfSound(const std::filesystem::path& path) {
-    OpenFile file;
-    const OSStatus status = tryOpen(path, file);
-    EXPECT_TRUE(status == noErr || status == kAudioFileUnsupportedFileTypeError ||
-                status == kAudioFileUnsupportedDataFormatError ||
-                status == kAudioFileInvalidFileError)
-        << statusText(status);
-    return file;
 }
 
 /// Closes a written file; how finishing it went.

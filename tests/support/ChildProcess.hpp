@@ -21,8 +21,8 @@ class ChildProcess {
 
     bool hasEnded();
 
-    /// Waits for its end; its exit code, or -1 when a signal ended it or its end was seen before.
-    int wait();
+    /// Waits for its end.
+    void wait();
 
  private:
     pid_t pid_ = -1;

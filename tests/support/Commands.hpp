@@ -41,4 +41,11 @@ inline std::string quoted(const std::filesystem::path& path) {
     return "'" + path.string() + "'";
 }
 
+/// What ffprobe has to say against a file. That raw streams do not tell their duration is no fault
+/// of the writer.
+inline std::string complaintsOf(const std::filesystem::path& path) {
+    return outputOf("ffprobe -v warning " + quoted(path) +
+                    " 2>&1 | grep -vE '[[](aac|ac3|amr) @.*Estimating duration' || true");
+}
+
 }  // namespace zav::test

@@ -17,19 +17,18 @@ inline std::size_t opusPacketPcmSize(int rate, int channels) {
 
 /// Encodes all whole packets of PCM: as our encoder does, or as an accessory of another make may.
 inline std::vector<std::vector<std::byte>> opusLoopEncode(std::span<const std::byte> pcm, int rate,
-                                                          int channels, int millisecondCount = 60,
+                                                          int channels,
                                                           bool hasConstantBitRate = false) {
     const std::unique_ptr<::OpusEncoder, decltype(&opus_encoder_destroy)> encoder(
         opus_encoder_create(rate, channels, OPUS_APPLICATION_AUDIO, nullptr), opus_encoder_destroy);
     opus_encoder_ctl(encoder.get(), OPUS_SET_VBR(hasConstantBitRate ? 0 : 1));
-    const int frameCount = rate * millisecondCount / 1000;
-    const auto pcmSize = static_cast<std::size_t>(frameCount * channels * 2);
+    const std::size_t pcmSize = opusPacketPcmSize(rate, channels);
     std::vector<std::vector<std::byte>> packets;
     for (; pcm.size() >= pcmSize; pcm = pcm.subspan(pcmSize)) {
         std::vector<std::byte> packet(3828);
         const auto size =
-            opus_encode(encoder.get(), reinterpret_cast<const opus_int16*>(pcm.data()), frameCount,
-                        reinterpret_cast<unsigned char*>(packet.data()),
+            opus_encode(encoder.get(), reinterpret_cast<const opus_int16*>(pcm.data()),
+                        rate * 60 / 1000, reinterpret_cast<unsigned char*>(packet.data()),
                         static_cast<opus_int32>(packet.size()));
         packet.resize(static_cast<std::size_t>(size));
         packets.push_back(std::move(packet));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
@@ -127,15 +128,6 @@ std::vector<AudioQueueBufferRef> QueueUnderTest::enqueueNew(std::size_t bufferCo
     return buffers;
 }
 
-void QueueUnderTest::enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount) {
-    if (again_.empty()) {
-        again_ = enqueueNew(bufferCount, byteCount);
-    } else {
-        std::for_each(again_.begin(), again_.end(),
-                      [this](AudioQueueBufferRef buffer) { enqueueFull(buffer); });
-    }
-}
-
 std::vector<QueueUnderTest::Return> QueueUnderTest::returns() const {
     const std::lock_guard lock(mutex_);
     return returns_;
@@ -149,32 +141,18 @@ std::size_t QueueUnderTest::returnCount() const {
 void QueueUnderTest::forget() {
     const std::lock_guard lock(mutex_);
     returns_.clear();
-    threads_.clear();
 }
 
-bool QueueUnderTest::isIdle() const {
-    return queue_->queue->isIdle();
-}
-
-std::set<std::thread::id> QueueUnderTest::callbackThreads() const {
-    const std::lock_guard lock(mutex_);
-    return threads_;
-}
-
-void QueueUnderTest::note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
-                          std::vector<AudioStreamPacketDescription> descriptions) {
+void QueueUnderTest::note(AudioQueueRef queue, Return returned) {
     if (++running_ > 1) {
         wasConcurrent_ = true;
     }
-    Return returned{buffer, isRunning(queue), {}, startFrame, std::move(descriptions)};
-    if (isInput_) {
-        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
-        returned.bytes.assign(bytes, bytes + buffer->mAudioDataByteSize);
-    }
+    AudioQueueBufferRef const buffer = returned.buffer;
+    returned.isQueueRunning = isRunning(queue);
+    returned.thread = std::this_thread::get_id();
     {
         const std::lock_guard lock(mutex_);
         returns_.push_back(std::move(returned));
-        threads_.insert(std::this_thread::get_id());
     }
     if (onReturn) {
         onReturn(buffer);
@@ -188,11 +166,10 @@ OutputUnderTest::OutputUnderTest(const AudioStreamBasicDescription& format,
         dispatchQueue = &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated);
     }
     AudioQueueRef queue = nullptr;
-    EXPECT_EQ(
-        AudioQueueNewOutputWithDispatchQueue(
-            &queue, &format, 0, dispatchQueue,
-            [this](AudioQueueRef from, AudioQueueBufferRef buffer) { note(from, buffer, 0, {}); }),
-        noErr);
+    EXPECT_EQ(AudioQueueNewOutputWithDispatchQueue(
+                  &queue, &format, 0, dispatchQueue,
+                  [this](AudioQueueRef from, AudioQueueBufferRef buffer) { note(from, {buffer}); }),
+              noErr);
     take(queue);
 }
 
@@ -204,12 +181,15 @@ AudioQueueBufferRef OutputUnderTest::enqueue(const void* bytes, std::size_t byte
 }
 
 InputUnderTest::InputUnderTest(const AudioStreamBasicDescription& format) {
-    isInput_ = true;
     const auto callback = [](void* userData, AudioQueueRef from, AudioQueueBufferRef buffer,
                              const AudioTimeStamp* startTime, std::uint32_t packetCount,
                              const AudioStreamPacketDescription* packets) {
-        static_cast<InputUnderTest*>(userData)->note(from, buffer, startTime->mSampleTime,
-                                                     {packets, packets + packetCount});
+        const auto* const bytes = static_cast<const std::byte*>(buffer->mAudioData);
+        static_cast<InputUnderTest*>(userData)->note(from,
+                                                     {buffer,
+                                                      {bytes, bytes + buffer->mAudioDataByteSize},
+                                                      startTime->mSampleTime,
+                                                      {packets, packets + packetCount}});
     };
     AudioQueueRef queue = nullptr;
     EXPECT_EQ(AudioQueueNewInput(&format, callback, this, nullptr, nullptr, 0, &queue), noErr);

@@ -8,7 +8,6 @@
 #include <functional>
 #include <initializer_list>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,10 +23,13 @@ class QueueUnderTest {
  public:
     struct Return {
         AudioQueueBufferRef buffer;
-        bool isQueueRunning;
-        std::vector<std::byte> bytes;  ///< what an input buffer held
-        double startFrame;
-        std::vector<AudioStreamPacketDescription> descriptions;
+        // Of an input buffer.
+        std::vector<std::byte> bytes{};
+        double startFrame = 0;
+        std::vector<AudioStreamPacketDescription> descriptions{};
+        // What `note` adds.
+        bool isQueueRunning = false;
+        std::thread::id thread{};
     };
 
     virtual ~QueueUnderTest();
@@ -57,36 +59,25 @@ class QueueUnderTest {
     AudioQueueBufferRef allocate(std::uint32_t byteCount);
     /// Allocates buffers, of silence if the queue plays, and enqueues them.
     std::vector<AudioQueueBufferRef> enqueueNew(std::size_t bufferCount, std::uint32_t byteCount);
-    /// The same with the buffers of the first call at every call, which has to be like the first.
-    void enqueueAgain(std::size_t bufferCount, std::uint32_t byteCount);
+    void enqueueFull(AudioQueueBufferRef buffer);
     std::vector<Return> returns() const;
     std::size_t returnCount() const;
-    std::set<std::thread::id> callbackThreads() const;
     /// Forgets the returns so far.
     void forget();
-    /// Whether no callback is under way.
-    bool isIdle() const;
 
     /// Called in every callback, after the return was noted.
     std::function<void(AudioQueueBufferRef)> onReturn;
 
  protected:
-    void note(AudioQueueRef queue, AudioQueueBufferRef buffer, double startFrame,
-              std::vector<AudioStreamPacketDescription> descriptions);
-
+    void note(AudioQueueRef queue, Return returned);
     void take(AudioQueueRef queue);
-    void enqueueFull(AudioQueueBufferRef buffer);
-
-    bool isInput_ = false;
 
  private:
     static bool isRunning(AudioQueueRef queue);
 
     AudioQueueRef queue_ = nullptr;
-    std::vector<AudioQueueBufferRef> again_;
     mutable std::mutex mutex_;
     std::vector<Return> returns_;
-    std::set<std::thread::id> threads_;
     std::atomic<int> running_{0};
     std::atomic<bool> wasConcurrent_{false};
 };

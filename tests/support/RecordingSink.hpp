@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
+#include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
 
-using Bytes = std::vector<std::byte>;
 using Calls = std::vector<std::string>;
 
 /// Keeps everything that it is sent.

@@ -9,9 +9,11 @@
 
 namespace zav::test {
 
+using Bytes = std::vector<std::byte>;
+
 /// 16-bit little-endian samples of two tones with a little noise, the same at every call.
-inline std::vector<std::byte> testPcm(std::size_t sampleCount) {
-    std::vector<std::byte> bytes;
+inline Bytes testPcm(std::size_t sampleCount) {
+    Bytes bytes;
     std::uint32_t noise = 1;
     for (std::size_t i = 0; i < sampleCount; ++i) {
         noise = noise * 1664525U + 1013904223U;
@@ -26,8 +28,8 @@ inline std::vector<std::byte> testPcm(std::size_t sampleCount) {
 }
 
 /// Bytes without a pattern, the same for the same seed.
-inline std::vector<std::byte> testBytes(std::size_t count, std::uint32_t seed = 1) {
-    std::vector<std::byte> bytes;
+inline Bytes testBytes(std::size_t count, std::uint32_t seed = 1) {
+    Bytes bytes;
     for (std::size_t i = 0; i < count; ++i) {
         seed = seed * 1664525U + 1013904223U;
         bytes.push_back(static_cast<std::byte>(seed >> 24U));
@@ -35,16 +37,16 @@ inline std::vector<std::byte> testBytes(std::size_t count, std::uint32_t seed = 
     return bytes;
 }
 
-inline std::vector<std::byte> bytesFrom(std::initializer_list<unsigned> values) {
-    std::vector<std::byte> bytes;
+inline Bytes bytesFrom(std::initializer_list<unsigned> values) {
+    Bytes bytes;
     for (const unsigned value : values) {
         bytes.push_back(static_cast<std::byte>(value));
     }
     return bytes;
 }
 
-inline std::vector<std::byte> joined(std::initializer_list<std::span<const std::byte>> pieces) {
-    std::vector<std::byte> bytes;
+inline Bytes joined(std::initializer_list<std::span<const std::byte>> pieces) {
+    Bytes bytes;
     for (const auto piece : pieces) {
         bytes.insert(bytes.end(), piece.begin(), piece.end());
     }

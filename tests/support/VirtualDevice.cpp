@@ -10,7 +10,10 @@
 namespace zav::test {
 namespace {
 
-constexpr double kStepInSeconds = 0.005;
+/// Of the clock. All rates that are tested have whole numbers of frames in one.
+constexpr std::size_t kStepsPerSecond = 200;
+/// What a stream pulls ahead of what it plays.
+constexpr std::size_t kLatencyInSteps = 20;
 
 /// Calls a queue as the device's thread does.
 template <class Call>
@@ -25,16 +28,13 @@ auto onDeviceThread(Call call) {
 class VirtualDevice::Stream {
  public:
     Stream(VirtualDevice& device, const AudioStreamBasicDescription& format)
-        : device_(device), rate_(format.mSampleRate), bytesPerFrame_(format.mBytesPerFrame) {}
+        : device_(device),
+          bytesPerStep_(static_cast<std::size_t>(format.mSampleRate) / kStepsPerSecond *
+                        format.mBytesPerFrame),
+          bytesPerFrame_(format.mBytesPerFrame) {}
     virtual ~Stream() = default;
 
-    void step() {
-        const double due = kStepInSeconds * rate_ + fraction_;
-        const double whole = std::floor(due);
-        fraction_ = due - whole;
-        step(static_cast<std::size_t>(whole));
-    }
-    virtual void step(std::size_t frameCount) = 0;
+    virtual void step() = 0;
     void gone() {
         if (!std::exchange(isGone_, true)) {
             onDeviceThread([this] { tellOfEnd(); });
@@ -45,12 +45,9 @@ class VirtualDevice::Stream {
     virtual void tellOfEnd() = 0;
 
     VirtualDevice& device_;
-    double rate_;
+    std::size_t bytesPerStep_;
     std::size_t bytesPerFrame_;
     bool isGone_ = false;
-
- private:
-    double fraction_ = 0;
 };
 
 class VirtualDevice::Playback : public PlaybackStream, public Stream {
@@ -84,12 +81,11 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         return played_;
     }
 
-    void step(std::size_t frameCount) override {
+    void step() override {
         if (!isPlaying_ || isGone_) {
             return;
         }
-        const std::size_t ready = device_.isStalling ? 0 : pulled_.size();
-        const std::size_t size = std::min(frameCount * bytesPerFrame_, ready);
+        const std::size_t size = device_.isStalling ? 0 : std::min(bytesPerStep_, pulled_.size());
         const std::span sounding(pulled_.data(), size);
         if (device_.receiver) {
             device_.receiver(sounding);
@@ -98,8 +94,7 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         }
         pulled_.erase(pulled_.begin(), pulled_.begin() + static_cast<std::ptrdiff_t>(size));
         played_ += size / bytesPerFrame_;
-        const bool isDry = size < frameCount * bytesPerFrame_;
-        if (isDry && !std::exchange(isDry_, true)) {
+        if (size < bytesPerStep_ && !std::exchange(isDry_, true)) {
             onDeviceThread([this] { client_.ranDry(played_); });
         }
         pull();
@@ -114,7 +109,7 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
     void tellOfEnd() override { client_.deviceGone(); }
 
     void pull() {
-        const auto latency = static_cast<std::size_t>(rate_ * kLatencyInSeconds) * bytesPerFrame_;
+        const std::size_t latency = kLatencyInSteps * bytesPerStep_;
         if (isGone_ || pulled_.size() >= latency) {
             return;
         }
@@ -149,12 +144,12 @@ class VirtualDevice::Capture : public CaptureStream, public Stream {
         push();
     }
 
-    void step(std::size_t frameCount) override {
+    void step() override {
         if (isFinished_ || isGone_) {
             return;
         }
         const std::size_t before = held_.size();
-        held_.resize(before + frameCount * bytesPerFrame_);
+        held_.resize(before + bytesPerStep_);
         if (device_.speaker) {
             device_.speaker(std::span(held_).subspan(before));
         }
@@ -177,7 +172,7 @@ class VirtualDevice::Capture : public CaptureStream, public Stream {
 };
 
 void VirtualDevice::advance(double seconds, const std::function<void()>& afterStep) {
-    for (auto steps = std::llround(seconds / kStepInSeconds); steps > 0; --steps) {
+    for (auto steps = std::llround(seconds * kStepsPerSecond); steps > 0; --steps) {
         {
             const std::lock_guard lock(mutex_);
             for (Stream* const stream : streams_) {

@@ -17,9 +17,6 @@ namespace zav::test {
 /// played and speaks into what is captured. Its calls of queues are under a `RealTimeProbe`.
 class VirtualDevice : public AudioDevice {
  public:
-    /// What a stream pulls ahead of what it plays.
-    static constexpr double kLatencyInSeconds = 0.1;
-
     VirtualDevice() { setAudioDevice(this); }
     ~VirtualDevice() override { setAudioDevice(nullptr); }
 

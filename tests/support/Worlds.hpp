@@ -32,21 +32,9 @@ class AudioWorld {
     virtual void bringBack() = 0;
 };
 
-enum class WorldKind { virtualDevice, pulseAudio, pipeWire };
-
-inline std::string nameOf(WorldKind kind) {
-    switch (kind) {
-        case WorldKind::virtualDevice:
-            return "virtualDevice";
-        case WorldKind::pulseAudio:
-            return "pulseAudio";
-        default:
-            return "pipeWire";
-    }
-}
-
-std::vector<WorldKind> worldKinds();
+/// By their names: "virtual", or the sound server's.
+std::vector<std::string> worldNames();
 /// Throws std::runtime_error when its server does not come up.
-std::unique_ptr<AudioWorld> makeWorld(WorldKind kind);
+std::unique_ptr<AudioWorld> makeWorld(const std::string& name);
 
 }  // namespace zav::test
