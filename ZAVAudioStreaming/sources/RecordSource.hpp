@@ -72,7 +72,8 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     /// A queue that does not tell its size is a fatal stop.
     std::vector<std::byte> magicCookie() const;
     /// Bytes of a queue buffer: half a second of packets, as if each held one frame, but at most
-    /// 320 KiB.
+    /// 320 KiB. Half a second whose bytes 32 bits do not tell, such as ALAC of six channels at 192
+    /// kHz, is a fatal stop, also when the source is made.
     std::uint32_t queueBufferSize() const;
     /// How many of the three buffers are with the source and not with the queue.
     std::uint64_t idleQueueBufferCount() const noexcept { return idleQueueBufferCount_; }

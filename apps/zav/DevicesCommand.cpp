@@ -3,6 +3,7 @@
 #include <ZAVAudioStreaming/platform/AudioDevices.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -28,15 +29,17 @@ void printJson(const zav::AudioDeviceList& list) {
     std::printf("%s\n", text.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
-void printSection(const zav::AudioDeviceList& list, bool isInput, const char* title,
-                  std::size_t nameWidth) {
-    std::printf("\n%s\n", title);
+void printSection(const zav::AudioDeviceList& list, bool isInput, std::size_t nameWidth) {
+    std::printf("\n%s\n", isInput ? "Inputs (* zav record)" : "Outputs (* zav play)");
+    const char* const variable = isInput ? "PULSE_SOURCE" : "PULSE_SINK";
     bool isEmpty = true;
+    bool isAnyUsed = false;
     for (const zav::AudioDeviceInfo& device : list.devices) {
         if (device.isInput != isInput) {
             continue;
         }
         isEmpty = false;
+        isAnyUsed = isAnyUsed || device.isUsed;
         std::printf("%s %-*s  %s, %s\n", device.isUsed ? "*" : " ", static_cast<int>(nameWidth),
                     shown(device.name).c_str(), channelsInWords(device.channelCount).c_str(),
                     rateInWords(device.sampleRate).c_str());
@@ -46,6 +49,11 @@ void printSection(const zav::AudioDeviceList& list, bool isInput, const char* ti
     }
     if (isEmpty) {
         std::printf("  none\n");
+    }
+    // Nobody here changes the environment.
+    const char* const named = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe)
+    if (!isAnyUsed && named != nullptr && *named != '\0') {
+        std::printf("  %s=%s is none of them\n", variable, shown(named).c_str());
     }
 }
 
@@ -65,8 +73,8 @@ void devices(bool isJson) {
         nameWidth = std::max(nameWidth, shown(device.name).size());
     }
     std::printf("Server  %s\n", shown(list.server).c_str());
-    printSection(list, false, "Outputs (* zav play)", nameWidth);
-    printSection(list, true, "Inputs (* zav record)", nameWidth);
+    printSection(list, false, nameWidth);
+    printSection(list, true, nameWidth);
 }
 
 }  // namespace zavtool

@@ -17,26 +17,58 @@
 namespace zavtool {
 namespace {
 
-void requireSbcRate(const zav::AudioStreamBasicDescription& pcm,
-                    const std::filesystem::path& input) {
-    const auto rate = static_cast<std::int64_t>(pcm.mSampleRate);
-    if (!zav::SBCCoding::frequencyFromRawValue(rate)) {
-        throw Failure(input, std::to_string(rate) + " Hz; 16000, 32000, 44100 or 48000 Hz" +
-                                 soxHint(input, "-r 16000 converted.wav"));
-    }
+/// What an encoder takes, besides 16-bit PCM in mono or stereo.
+struct Encodable {
+    std::vector<double> rates;
+    double usualRate;
+    std::string forWhat;  ///< " for ...", of the rates
+    bool isBigEndianTaken;
+};
+
+Encodable encodableToSbc() {
+    return {{16000, 32000, 44100, 48000}, 16000, "", true};
 }
 
-void require16BitPcm(const zav::AudioStreamBasicDescription& format,
-                     const std::filesystem::path& input) {
+Encodable encodableToOpus(const FileType& type) {
+    Encodable opus{
+        {8000, 12000, 16000, 24000, 48000}, 48000, " for " + std::string(type.name), false};
+    if (type.id == kOpusContainerType) {
+        opus.rates = {8000, 16000, 48000};  // the container's list is not the codec's
+    }
+    return opus;
+}
+
+void requireEncodable(const zav::AudioStreamBasicDescription& format, const Encodable& encodable,
+                      const std::filesystem::path& input) {
+    constexpr std::uint32_t kMostChannels = 2;
+    const bool isRateTaken = std::find(encodable.rates.begin(), encodable.rates.end(),
+                                       format.mSampleRate) != encodable.rates.end();
+    const bool hasTooManyChannels = format.mChannelsPerFrame > kMostChannels;
+    const std::string hint =
+        to16BitPcmHint(format, input,
+                       {hasTooManyChannels ? kMostChannels : 0,
+                        isRateTaken ? 0 : static_cast<std::uint32_t>(encodable.usualRate)});
     const bool is16BitInteger = format.mFormatID == zav::kAudioFormatLinearPCM &&
                                 format.mBitsPerChannel == 16 &&
                                 (format.mFormatFlags & zav::kAudioFormatFlagIsFloat) == 0;
     if (!is16BitInteger) {
-        throw Failure(input, inWords(format) + "; 16-bit PCM" + to16BitPcmHint(format, input));
+        throw Failure(input, inWords(format) + "; 16-bit PCM" + hint);
     }
-    if (format.mChannelsPerFrame > 2) {
-        throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" +
-                                 soxHint(input, "-c 2 converted.wav"));
+    if (hasTooManyChannels) {
+        throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" + hint);
+    }
+    if (!encodable.isBigEndianTaken &&
+        (format.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0) {
+        throw Failure(input, inWords(format) + "; little-endian" + hint);
+    }
+    if (!isRateTaken) {
+        std::vector<std::string> words;
+        words.reserve(encodable.rates.size());
+        for (const double rate : encodable.rates) {
+            words.push_back(std::to_string(static_cast<int>(rate)));
+        }
+        throw Failure(input, rateInWords(format.mSampleRate) + "; " + listed(words) + " Hz" +
+                                 encodable.forWhat + hint);
     }
 }
 
@@ -71,29 +103,6 @@ Target targetOf(const EncodeOptions& options) {
     return {isOpus, type};
 }
 
-void requireOpusInput(const zav::AudioStreamBasicDescription& pcm, const FileType& type,
-                      const std::filesystem::path& input) {
-    require16BitPcm(pcm, input);
-    if ((pcm.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0) {
-        throw Failure(input, inWords(pcm) + "; little-endian" +
-                                 soxHint(input, "-e signed-integer -b 16 converted.wav"));
-    }
-    // The container's list of rates is not the codec's.
-    std::vector<double> rates = {8000, 12000, 16000, 24000, 48000};
-    if (type.id == kOpusContainerType) {
-        rates = {8000, 16000, 48000};
-    }
-    if (std::find(rates.begin(), rates.end(), pcm.mSampleRate) == rates.end()) {
-        std::vector<std::string> words;
-        words.reserve(rates.size());
-        for (const double rate : rates) {
-            words.push_back(std::to_string(static_cast<int>(rate)));
-        }
-        throw Failure(input, rateInWords(pcm.mSampleRate) + "; " + listed(words) + " Hz for " +
-                                 std::string(type.name) + soxHint(input, "-r 48000 converted.wav"));
-    }
-}
-
 /// Made on the source; what the run says of it at its end.
 struct Encoding {
     std::shared_ptr<zav::AudioStreamOutputable> encoder;
@@ -103,8 +112,7 @@ struct Encoding {
 };
 
 Encoding makeSbcEncoder(const EncodeOptions& options, const Input& input) {
-    require16BitPcm(input.format(), options.files.input);
-    requireSbcRate(input.format(), options.files.input);
+    requireEncodable(input.format(), encodableToSbc(), options.files.input);
     const auto configuration = configurationFor(options.sbc, input.format(), options.files.input);
     const auto encoder = zav::makeNode<zav::SBCEncoder>(input.node(), configuration);
     return {encoder,
@@ -114,7 +122,7 @@ Encoding makeSbcEncoder(const EncodeOptions& options, const Input& input) {
 }
 
 Encoding makeOpusEncoder(const EncodeOptions& options, const Input& input, const FileType& type) {
-    requireOpusInput(input.format(), type, options.files.input);
+    requireEncodable(input.format(), encodableToOpus(type), options.files.input);
     const auto encoder = zav::makeNode<zav::OpusEncoder>(input.node());
     return {encoder, "OpusEncoder", static_cast<std::uint32_t>(encoder->frameCountPerPkt()),
             "Opus packet"};

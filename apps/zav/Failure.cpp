@@ -73,7 +73,9 @@ void endWithOneLine(std::string_view message, zav::SourcePosition /*position*/) 
     OutputFile::removeUnfinished();
     StatusLine::wipe();
     std::fprintf(stderr, "zav: %s%s\n", describeFatalStop(message).c_str(),
-                 OutputFile::oneHasAppeared() ? " (what was recorded before is kept)" : "");
+                 OutputFile::oneHasAppeared()
+                     ? " (what was recorded is kept, but for the last two seconds at most)"
+                     : "");
     std::_Exit(EXIT_FAILURE);
 }
 
@@ -107,7 +109,7 @@ std::string readingProblem(zav::OSStatus status) {
         case zav::kAudioFileFileNotFoundError:
             return "no such file; the name of an audio file";
         case zav::kAudioFileNotAFileError:
-            return "a folder or a pipe; the name of an audio file";
+            return "a folder, a pipe or a device; the name of an audio file";
         case zav::kAudioFilePermissionDeniedError:
             return "no permission to read it; a file that you may read";
         default:

@@ -28,15 +28,18 @@ std::string hintAtVerb(const char* verb, const std::filesystem::path& input,
     return hint(verb, std::string("zav ") + verb + " " + quoted(input.string()) + " " + output);
 }
 
+/// A name that is not the input's, which would be emptied before it is read.
+std::string outputName(const std::filesystem::path& input, const std::string& stem,
+                       const std::string& extension) {
+    const std::string name = stem + extension;
+    return input.filename() == name ? stem + "2" + extension : name;
+}
+
 bool isSbcOrOpus(const zav::AudioStreamBasicDescription& format) {
     return format.mFormatID == zav::kAudioFormatSbc || format.mFormatID == zav::kAudioFormatOpus;
 }
 
 }  // namespace
-
-std::string soxHint(const std::filesystem::path& input, const std::string& arguments) {
-    return hint("convert", "sox " + quoted(input.string()) + " " + arguments);
-}
 
 std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output) {
     return hintAtVerb("copy", input, quoted(output.string()));
@@ -56,23 +59,33 @@ std::string hintAtOtherVerb(const zav::AudioStreamBasicDescription& format, cons
 
 std::string headHint(const std::filesystem::path& input, std::uint64_t size) {
     return " (to keep what is whole: head -c " + std::to_string(size) + " " +
-           quoted(input.string()) + " > whole" + input.extension().string() + ")";
+           quoted(input.string()) + " > " + outputName(input, "whole", input.extension().string()) +
+           ")";
 }
 
 std::string to16BitPcmHint(const zav::AudioStreamBasicDescription& format,
-                           const std::filesystem::path& input) {
-    switch (format.mFormatID) {
-        case zav::kAudioFormatLinearPCM:
-        case zav::kAudioFormatALaw:
-        case zav::kAudioFormatULaw:
-            return soxHint(input, "-e signed-integer -b 16 converted.wav");
-        case zav::kAudioFormatSbc:
-        case zav::kAudioFormatOpus:
-            return hintAtVerb("decode", input, "decoded.wav");
-        default:
-            return hint("convert",
-                        "ffmpeg -i " + quoted(input.string()) + " -c:a pcm_s16le converted.wav");
+                           const std::filesystem::path& input, const Conversion& conversion) {
+    if (isSbcOrOpus(format)) {
+        return hintAtVerb("decode", input, "decoded.wav");
     }
+    const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
+    const bool isForSox = isPcm || format.mFormatID == zav::kAudioFormatALaw ||
+                          format.mFormatID == zav::kAudioFormatULaw;
+    constexpr std::uint32_t kOtherSamples =
+        zav::kAudioFormatFlagIsFloat | zav::kAudioFormatFlagIsBigEndian;
+    const bool isWanted =
+        isPcm && format.mBitsPerChannel == 16 && (format.mFormatFlags & kOtherSamples) == 0;
+    std::string command = (isForSox ? "sox " : "ffmpeg -i ") + quoted(input.string());
+    if (!isWanted) {
+        command += isForSox ? " -e signed-integer -b 16" : " -c:a pcm_s16le";
+    }
+    if (conversion.channels != 0) {
+        command += (isForSox ? " -c " : " -ac ") + std::to_string(conversion.channels);
+    }
+    if (conversion.rate != 0) {
+        command += (isForSox ? " -r " : " -ar ") + std::to_string(conversion.rate);
+    }
+    return hint("convert", command + " " + outputName(input, "converted", ".wav"));
 }
 
 }  // namespace zavtool

@@ -43,7 +43,7 @@ void LevelMeter::look() {
 
 std::vector<std::string> LevelMeter::fields() {
     look();
-    constexpr std::size_t kBarWidth = 10;
+    constexpr std::size_t kBarWidth = 6;  // a mark for 10 dB; more would not fit in 80 columns
     const auto filled = static_cast<std::size_t>(
         std::lround(kBarWidth * std::max(0.0, 1 - decibels(shown_) / kLowestInDecibels)));
     return {"[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]",

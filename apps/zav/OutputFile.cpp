@@ -197,6 +197,13 @@ zav::OSStatus tryType(const fs::path& path, const FileType& type,
     return cookieStatus != zav::noErr ? cookieStatus : closeStatus;
 }
 
+std::string_view usualExtension(const FileType& type,
+                                const zav::AudioStreamBasicDescription& format) {
+    const bool isOggOpus =
+        type.id == zav::kAudioFileOggType && format.mFormatID == zav::kAudioFormatOpus;
+    return isOggOpus ? "opus" : type.extensions.front();
+}
+
 /// The sinks do not say whether their last write and the closing went well, so ask the file.
 std::uint64_t audioBytesIn(const fs::path& path, const FileType& type, std::uint64_t packetCount) {
     // These are all audio but for their headers, and counting packets would mean reading them all
@@ -281,7 +288,7 @@ void OutputFile::requireRoomFor(const FileType& type,
         std::vector<std::string> extensions;
         for (const FileType& other : fileTypes()) {
             if (tryType(temporaryPath_, other, format, magicCookie) == zav::noErr) {
-                extensions.push_back("." + std::string(other.extensions.front()));
+                extensions.push_back("." + std::string(usualExtension(other, format)));
             }
         }
         throw Failure(path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -132,8 +133,30 @@ std::string wantedOf(std::uint32_t codec) {
     }
 }
 
+/// A source counts the bytes of half a second of packets, as if each held one frame, in 32 bits,
+/// and stops the process when there are more.
+bool canBeCounted(const zav::AudioStreamBasicDescription& format) {
+    zav::AudioQueueRef made = nullptr;
+    constexpr auto kOnBuffer = [](void*, zav::AudioQueueRef, zav::AudioQueueBufferRef,
+                                  const zav::AudioTimeStamp*, std::uint32_t,
+                                  const zav::AudioStreamPacketDescription*) {};
+    if (zav::AudioQueueNewInput(&format, kOnBuffer, nullptr, nullptr, nullptr, 0, &made) !=
+        zav::noErr) {
+        return true;  // the source says why
+    }
+    const zav::OwnedAudioQueue queue(made);
+    std::uint32_t packetSize = 0;
+    return zav::readAudioQueueProperty(made, zav::kAudioQueueProperty_MaximumOutputPacketSize,
+                                       packetSize) != zav::noErr ||
+           format.mSampleRate / 2 * packetSize <= std::numeric_limits<std::uint32_t>::max();
+}
+
 std::shared_ptr<zav::RecordSource> openMicrophone(const RecordOptions& options,
                                                   const Recording& recording) {
+    if (!canBeCounted(recording.captured)) {
+        refuseFormat(options.output, recording.captured,
+                     "fewer --channels or a lower --rate for packets of this size");
+    }
     try {
         return zav::makeNode<zav::RecordSource>(recording.captured);
     } catch (const zav::AudioQueueError& error) {
@@ -261,6 +284,7 @@ void record(const RecordOptions& options, const CommonOptions& common) {
 
     // Before anything has a thread: none else can be interrupted between the file and its removal.
     OutputFile output(options.output, {});
+    reportFatalStopsFor("the microphone", options.output);
 
     // The graph: each node is made on the one before it.
     const auto source = openMicrophone(options, recording);
@@ -284,7 +308,6 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     }
     const std::vector<std::byte> cookie = source->magicCookie();
     output.requireRoomFor(type, stream->outDataFormat(), cookie);
-    reportFatalStopsFor("the microphone", options.output);
     output.addSink(
         stream, type, cookie.empty() ? MagicCookie() : [microphone = source.get()] {
             return microphone->magicCookie();

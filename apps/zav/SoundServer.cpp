@@ -33,6 +33,10 @@ std::string serverProblem(zav::OSStatus status) {
     switch (status) {
         case zav::kAudioQueueErr_InvalidDevice:
             if (zav::listAudioDevices(list) == zav::noErr) {
+                if (list.devices.empty()) {
+                    return "the sound server has no devices" + place +
+                           "; one that has, or a device for this one";
+                }
                 return "the sound server has no such device" + place +
                        "; one that 'zav devices' lists";
             }

@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdio>
@@ -33,7 +34,9 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
         return;
     }
     constexpr std::string_view kBetween = "  ";
-    const std::size_t room = terminalWidth() - 1;  // the cursor wants a place, too
+    // The cursor wants a place, too, and the "^C" that a terminal shows for it.
+    constexpr std::size_t kReserve = 3;
+    const std::size_t room = terminalWidth() - std::min(terminalWidth(), kReserve);
     std::string line;
     for (const std::string& field : fields) {
         const std::string_view between = line.empty() ? "" : kBetween;

@@ -254,18 +254,17 @@ CLI::App* addDevices(CLI::App& app, CommandLine& line) {
     return verb;
 }
 
-/// As so many tools have it; not listed, because --help is what is told everywhere.
-void addHelp(CLI::App& app, CommandLine& line) {
-    app.add_subcommand("help", "Tell a verb's options")
-        ->group("")
-        ->add_option("VERB", line.helpVerb)
-        ->type_name("");
+/// As so many tools have it.
+CLI::App* addHelp(CLI::App& app, CommandLine& line) {
+    auto* const verb = app.add_subcommand("help", "Tell the verbs, or a verb's options");
+    verb->add_option("VERB", line.helpVerb, "The verb")->type_name("");
+    return verb;
 }
 
 std::vector<std::string> verbsOf(const CLI::App& app) {
     std::vector<std::string> verbs;
     for (const CLI::App* const verb :
-         app.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); })) {
+         app.get_subcommands([](const CLI::App* /*each*/) { return true; })) {
         verbs.push_back(verb->get_name());
     }
     return verbs;
@@ -275,16 +274,20 @@ constexpr const char* kSeeHelp = ", see 'zav --help'";
 
 void requireVerb(const CLI::App& app, const std::string& word) {
     const auto verbs = verbsOf(app);
-    if (word != "help" && std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
+    if (std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
         throw UsageFailure(shown(word) + ": no verb of zav; " + listed(verbs) + kSeeHelp);
     }
 }
 
+/// As --help does, which CLI11's own way to the text cannot tell from the verb `help`.
 void printHelp(const CLI::App& app, const std::string& verb) {
     if (!verb.empty()) {
         requireVerb(app, verb);
     }
-    std::printf("%s", (verb.empty() ? app : *app.get_subcommand(verb)).help().c_str());
+    const CLI::App& told = verb.empty() ? app : *app.get_subcommand(verb);
+    const std::string name = app.get_name() + (verb.empty() ? "" : " " + verb);
+    std::printf("%s",
+                app.get_formatter()->make_help(&told, name, CLI::AppFormatMode::Normal).c_str());
 }
 
 void run(const CLI::App& app, const CommandLine& line) {
@@ -327,6 +330,17 @@ int report(const std::exception& failure, int exitCode) {
     return exitCode;
 }
 
+/// CLI11's words, but for what it did not expect: an option that is none is what is wrong then, and
+/// not a file's name that followed its value.
+std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
+    const auto rest = app.remaining(true);
+    const auto option = std::find_if(rest.begin(), rest.end(),
+                                     [](const std::string& word) { return word.starts_with('-'); });
+    return dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && option != rest.end()
+               ? shown(*option) + ": no such option"
+               : error.what();
+}
+
 int runCommandLine(int argc, char** argv) {
     CommandLine line;
     CLI::App app("Moves audio between microphone, loudspeaker, files, SBC and Opus streams.",
@@ -343,7 +357,7 @@ int runCommandLine(int argc, char** argv) {
         addCommonOptions(*verb, line.common);
         verb->group("Verbs");
     }
-    addHelp(app, line);
+    addHelp(app, line)->group("Verbs");
     app.footer(
         "'zav VERB --help' tells a verb's options.\n"
         "Files are regular files, not pipes; an output that exists is replaced.\n"
@@ -364,7 +378,7 @@ int runCommandLine(int argc, char** argv) {
             return EXIT_SUCCESS;
         }
         const auto verbs = app.get_subcommands();
-        throw UsageFailure(std::string(error.what()) + "; see 'zav " +
+        throw UsageFailure(problemOf(error, app) + "; see 'zav " +
                            (verbs.empty() ? "" : verbs.front()->get_name() + " ") + "--help'");
     }
     zav::setDiagnosticsHandler(line.common.isVerbose ? showDiagnostics : dropDiagnostics);

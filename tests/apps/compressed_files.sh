@@ -87,9 +87,9 @@ done
 refused_all 1 <<'END'
 copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; .aac, .m4a or .mp4
 copy song.flac no.caf | no.caf: CAF cannot hold FLAC, stereo, 44100 Hz; .flac or .ogg
-copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; .mp4, .ogg or .zopus
+copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
 decode song.mp3 no.wav | song.mp3: MP3, stereo, 44100 Hz; SBC or Opus (to convert: ffmpeg -i song.mp3 -c:a pcm_s16le converted.wav)
-encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le converted.wav)
+encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le -ar 48000 converted.wav)
 info --packets in.wav | in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 Hz, whose packets are single frames; a compressed format for --packets
 END
 

@@ -13,6 +13,7 @@ nothing_new() { # LEFT_BEFORE: no file has appeared since
 sox -D speech.wav -r 22050 rate.wav trim 0 0.1
 sox -D speech.wav -b 24 deep.wav trim 0 0.1
 sox -D -M speech.wav speech.wav speech.wav three.wav trim 0 0.1
+sox -D three.wav -b 24 -r 22050 converted.wav
 sox -D speech.wav short.wav trim 0 100s
 sox -D -M speech.wav speech.wav two.wav trim 0 0.1
 "$ZAV" encode --mode joint two.wav joint.sbc
@@ -25,6 +26,7 @@ mkfifo pipe
 refused_all 1 <<'END'
 encode rate.wav out.sbc | rate.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert: sox rate.wav -r 16000 converted.wav)
 encode deep.wav out.sbc | deep.wav: 24-bit signed integer PCM, little-endian, mono, 16000 Hz; 16-bit PCM (to convert: sox deep.wav -e signed-integer -b 16 converted.wav)
+encode converted.wav out.opus | converted.wav: 24-bit signed integer PCM, little-endian, 3 channels, 22050 Hz; 16-bit PCM (to convert: sox converted.wav -e signed-integer -b 16 -c 2 -r 48000 converted2.wav)
 encode three.wav out.sbc | three.wav: 3 channels; mono or stereo (to convert: sox three.wav -c 2 converted.wav)
 encode short.wav out.sbc | short.wav: 100 sample frames; at least the 128 of one SBC frame
 encode --mode joint speech.wav out.sbc | speech.wav: mono audio for --mode joint; --mode mono
@@ -35,8 +37,8 @@ copy speech.sbc out.wav | out.wav: WAVE cannot hold SBC, mono, 16000 Hz; .sbc (t
 encode speech.sbc out.sbc | speech.sbc: SBC, mono, 16000 Hz; 16-bit PCM (to decode: zav decode speech.sbc decoded.wav)
 decode joint.sbc out.wav | joint.sbc: joint frames of 77 bytes; mono, or plain stereo frames of 76 bytes
 info missing.wav | missing.wav: no such file; the name of an audio file
-info folder | folder: a folder or a pipe; the name of an audio file
-info pipe | pipe: a folder or a pipe; the name of an audio file
+info folder | folder: a folder, a pipe or a device; the name of an audio file
+info pipe | pipe: a folder, a pipe or a device; the name of an audio file
 copy cut.wav out.wav | cut.wav: damaged; a file that is whole
 encode zeros.wav out.sbc | zeros.wav: not an audio file of a known type; one that 'zav info --help' lists
 END
@@ -167,7 +169,7 @@ cmp -s out.sbc speech.sbc && fail "the link's target was not replaced"
 [ "$(stat -c %a fresh.sbc)" = 640 ] || fail "a new file got permissions $(stat -c %a fresh.sbc)"
 
 # Wrong usage.
-refused 2 "zav: no verb; record, play, encode, decode, copy, info or devices, see 'zav --help'" "$ZAV"
+refused 2 "zav: no verb; record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV"
 refused_all 2 <<'END'
 encode --bitpool 200 speech.wav out.sbc | --bitpool 200; 2 to 128 for mono with 8 subbands
 encode --bitpool 65 --subbands 4 speech.wav out.sbc | --bitpool 65; 2 to 64 for mono with 4 subbands
@@ -178,17 +180,22 @@ END
 for arguments in "encod a b" "bogus --help" "-q help bogus"; do
     word=${arguments#-q help }
     # shellcheck disable=SC2086
-    refused 2 "zav: ${word%% *}: no verb of zav; record, play, encode, decode, copy, info or devices, see 'zav --help'" "$ZAV" $arguments
+    refused 2 "zav: ${word%% *}: no verb of zav; record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV" $arguments
 done
 [ "$("$ZAV" --help 2>&1 >/dev/full)" = "zav: standard output: cannot be written; a terminal, file or pipe with room" ] ||
     fail "help into a full disk"
 for arguments in "record --seconds 5s out.wav" "record --rate 16k out.wav" "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
-    "encode --mode surround speech.wav out.sbc" "info --xml speech.wav" "info a b"; do
+    "encode --mode surround speech.wav out.sbc" "info a b"; do
     code=0
     # shellcheck disable=SC2086
     "$ZAV" $arguments >stdout.txt 2>stderr.txt || code=$?
     [ $code = 2 ] || fail "zav $arguments: exit $code"
     [ "$(wc -l <stderr.txt)" = 1 ] || fail "zav $arguments: $(cat stderr.txt)"
     grep -q "^zav: .*; see 'zav ${arguments%% *} --help'$" stderr.txt || fail "zav $arguments: $(cat stderr.txt)"
+done
+refused 2 "zav: --xml: no such option; see 'zav info --help'" "$ZAV" info --xml speech.wav
+for verb in '' record help; do
+    # shellcheck disable=SC2086
+    cmp -s <("$ZAV" help $verb) <("$ZAV" $verb --help) || fail "zav help $verb"
 done
 done_with "errors"

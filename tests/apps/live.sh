@@ -148,9 +148,9 @@ said=$( (
     ulimit -f 100
     "$ZAV" record --rate 16000 full.wav 2>&1 >/dev/null
 ) | tail -n 1 || true)
-[ "$said" = 'zav: full.wav: the disk is full or the file too large for it; a disk with more room (what was recorded before is kept)' ] ||
+[ "$said" = 'zav: full.wav: the disk is full or the file too large for it; a disk with more room (what was recorded is kept, but for the last two seconds at most)' ] ||
     fail "a full disk: $said"
-[ "$(soxi -s full.wav)" -ge 32000 ] || fail "full.wav holds $(soxi -s full.wav) samples"
+[ "$(soxi -s full.wav)" -ge 51000 ] || fail "full.wav holds $(soxi -s full.wav) samples"
 
 # --- levels on a terminal, also of what is not PCM in the file.
 shows() { # EXPRESSION COMMAND...
@@ -162,11 +162,11 @@ sox -D -n -b 16 -r 48000 -c 2 softly.wav synth 1 square 100 vol 0.5
 sox -D -n -b 16 -r 48000 -c 1 roaring.wav synth 60 square 100
 ffmpeg -nostdin -v error -i softly.wav -c:a alac softly.m4a
 shows 'softly\.wav: 1\.00 s, peak -6\.0 dB, 0 clips, [0-9]+ underruns?' "$ZAV" play softly.wav
-shows '0:00\.[0-9] / 0:01\.0  \[#########-\]  peak -6\.0 dB  0 clips  [0-9]+ underruns?  [0-9.]+ s queued' "$ZAV" play softly.m4a
+shows '0:00\.[0-9] / 0:01\.0  \[#####-\]  peak -6\.0 dB  0 clips  [0-9]+ underruns?  [0-9.]+ s queued' "$ZAV" play softly.m4a
 in_background paplay --device=mic roaring.wav
 is_playing() { pactl list sink-inputs short | grep -q .; }
 until_true is_playing
-shows '0:0[01]\.[0-9]  \[##########\]  peak -?0\.[01] dB  [1-9][0-9]* clips' \
+shows '0:0[01]\.[0-9]  \[######\]  peak -?0\.[01] dB  [1-9][0-9]* clips' \
     "$ZAV" record --seconds 1.5 roaring.m4a
 # The summary tells what is in the file, which may be more than was asked for.
 terminal "$ZAV" record --seconds 0.73 roaring.flac >summary.txt

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include "tests/support/AudioFileAccess.hpp"
 #include "tests/support/CompressedSamples.hpp"
 #include "tests/support/PcmFileCases.hpp"
+#include "tests/support/ResourceLimit.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/SilentStderr.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -204,12 +204,8 @@ TEST(AudioFileService, tellsWhyAFileCannotBeReached) {
         kAudioFileExistsError);
     EXPECT_EQ(readFile(folder / "old"), testBytes(10));
 
-    rlimit old{};
-    ::getrlimit(RLIMIT_NOFILE, &old);
-    const rlimit none{0, old.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
+    const ResourceLimit none(RLIMIT_NOFILE, 0);
     open(folder / "old", kAudioFileTooManyOpenError);
-    ::setrlimit(RLIMIT_NOFILE, &old);
 }
 
 TEST(AudioFileService, checksItsArguments) {

@@ -1,11 +1,9 @@
 // Compressed files through the service, against what other programs make, find and decode.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <clocale>
-#include <csignal>
 #include <future>
 #include <iterator>
 #include <limits>
@@ -24,6 +22,7 @@ extern "C" {
 #include "tests/support/CompressedSamples.hpp"
 #include "tests/support/CompressedStream.hpp"
 #include "tests/support/Formats.hpp"
+#include "tests/support/ResourceLimit.hpp"
 #include "tests/support/SilentStderr.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -409,26 +408,19 @@ TEST_F(CompressedFile, tellsOfAFullDisk) {
     const CompressedStream source = readStream(samples_["alac.m4a"]);
     CompressedStream beginning = source;
     beginning.places.resize(2);
-    const auto before = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    ::getrlimit(RLIMIT_FSIZE, &old);
-    const auto limitFiles = [&](rlim_t size) {
-        const rlimit limit{size, old.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    };
     for (const AudioFileTypeID type : {kAudioFileM4AType, kAudioFileCAFType}) {
         OpenFile file = create(path_, type, source.format);
-        limitFiles(65536);
-        EXPECT_EQ(writeStream(file, source), kAudioFileDiskFullError);
-        close(file);
+        {
+            const ResourceLimit limit(RLIMIT_FSIZE, 65536);
+            EXPECT_EQ(writeStream(file, source), kAudioFileDiskFullError);
+            close(file);
+        }
         // What only the end writes fails there.
         file = create(path_, type, source.format);
         EXPECT_EQ(writeStream(file, beginning), noErr);
-        limitFiles(100);
+        const ResourceLimit limit(RLIMIT_FSIZE, 100);
         EXPECT_EQ(close(file), kAudioFileDiskFullError);
-        ::setrlimit(RLIMIT_FSIZE, &old);
     }
-    std::signal(SIGXFSZ, before);
 }
 
 TEST_F(CompressedFile, withJunkBetweenPacketsIsReadAroundIt) {

@@ -7,6 +7,7 @@
 
 #include "tests/support/AudioFileAccess.hpp"
 #include "tests/support/PcmFileCases.hpp"
+#include "tests/support/ResourceLimit.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -192,6 +193,27 @@ TEST_P(KilledWriter, leavesAFileThatIsReadableUpToTheLastSecond) {
 
 INSTANTIATE_TEST_SUITE_P(, KilledWriter, testing::Values(0xFF, 0x01, 0x00),
                          testing::PrintToStringParamName());
+
+TEST_F(PcmFile, onAFullDiskIsReadableUpToItsEnd) {
+    constexpr std::uint32_t kLimit = 65536;
+    constexpr std::uint32_t kLongestHeader = 4140;  // CAF's, with room for a magic cookie
+    forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
+        const auto format = encoding.format(48000, 2);
+        const Bytes audio = testBytes(std::size_t{48000} * format.mBytesPerFrame);
+        const OpenFile writer = create(path_, fileCase.type, format);
+        {
+            const ResourceLimit limit(RLIMIT_FSIZE, kLimit);
+            EXPECT_EQ(write(writer, 0, std::span(audio).first(40 * std::size_t{48})), noErr);
+            EXPECT_EQ(write(writer, 40 * 48 / format.mBytesPerFrame,
+                            std::span(audio).subspan(40 * std::size_t{48})),
+                      kAudioFileDiskFullError);
+        }
+        // The writer is still there, as after a fatal stop.
+        const Bytes found = readAll(open(path_));
+        EXPECT_GE(found.size(), kLimit - kLongestHeader - format.mBytesPerFrame);
+        EXPECT_TRUE(std::equal(found.begin(), found.end(), audio.begin()));
+    });
+}
 
 TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
     const auto format = pcmFormat(44100, 1);

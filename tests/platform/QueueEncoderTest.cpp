@@ -132,6 +132,8 @@ TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
         {kAudioFileFLACType, compressedFormat(kAudioFormatFLAC, 48000, 3, 1000), 12000, 1000},
         {kAudioFileFLACType, compressedFormat(kAudioFormatFLAC, 192000, 8, 16), 1001, 16},
         {kAudioFileFLACType, compressedFormat(kAudioFormatFLAC, 96000, 2, 0, k24), 50001, 8192, 24},
+        {kAudioFileFLACType, compressedFormat(kAudioFormatFLAC, 192000, 2), 50001, 8192},
+        {kAudioFileFLACType, compressedFormat(kAudioFormatFLAC, 192000, 8, 0, k24), 9000, 1024, 24},
         {kAudioFileOggType, compressedFormat(kAudioFormatFLAC, 44100, 2), 50001, 4608},
     };
     for (const Case& test : cases) {

@@ -1,6 +1,4 @@
-#include <sys/resource.h>
 
-#include <csignal>
 #include <fstream>
 #include <sstream>
 
@@ -9,6 +7,7 @@
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "tests/support/NodeTest.hpp"
+#include "tests/support/ResourceLimit.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 namespace zav::test {
@@ -175,9 +174,7 @@ TEST_F(ContainerFileSinkTest, stopsTheProcessWhenItCannotGoOn) {
 // The messages of a write that fails in the middle of a stream: the header still fits the limit.
 TEST_F(ContainerFileSinkTest, saysWhyAWriteFailed) {
     const auto pushBeyondTheLimit = [&](std::size_t limit) {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit fileSize{limit, limit};
-        setrlimit(RLIMIT_FSIZE, &fileSize);
+        const ResourceLimit fileSize(RLIMIT_FSIZE, limit);
         start();
         push(testBytes(1000), 1);
     };

@@ -18,7 +18,7 @@ struct SndfileCallbacks {
         try {
             return call(stream);
         } catch (...) {
-            stream.fileError_ = std::current_exception();
+            stream.keepFileError();
             return failure;
         }
     }
@@ -55,9 +55,8 @@ struct SndfileCallbacks {
 
     static sf_count_t write(const void* bytes, sf_count_t size, void* user) {
         return guarded<sf_count_t>(user, 0, [&](SndfileStream& stream) {
-            stream.writeAtPosition(static_cast<const std::byte*>(bytes),
-                                   static_cast<std::size_t>(size));
-            return size;
+            return static_cast<sf_count_t>(stream.writeAtPosition(
+                static_cast<const std::byte*>(bytes), static_cast<std::size_t>(size)));
         });
     }
 
@@ -122,6 +121,12 @@ void SndfileStream::updateHeader() {
     sf_command(sndfile_, SFC_UPDATE_HEADER_NOW, nullptr, 0);
 }
 
+void SndfileStream::keepFileError() {
+    if (fileError_ == nullptr) {
+        fileError_ = std::current_exception();
+    }
+}
+
 void SndfileStream::throwFileError() {
     if (fileError_ != nullptr) {
         std::rethrow_exception(std::exchange(fileError_, nullptr));
@@ -148,16 +153,29 @@ std::size_t SndfileStream::readAtPosition(std::byte* buffer, std::size_t size) {
     return done;
 }
 
-void SndfileStream::writeAtPosition(const std::byte* bytes, std::size_t size) {
+std::size_t SndfileStream::writeAtPosition(const std::byte* bytes, std::size_t size) {
     if (position_ == 0 && editHeader_) {
         // libsndfile writes a whole header at once, and audio never stands at the start.
         std::vector<std::byte> header(bytes, bytes + size);
         editHeader_(header);
         file_.writeAt(0, header.data(), size);
     } else {
-        file_.writeAt(position_, bytes, size);
+        size = appendOrOverwrite(bytes, size);
     }
     position_ += size;
+    end_ = std::max(end_, position_);
+    return size;
+}
+
+/// What of it has been written: on a full disk that is what the file has grown by.
+std::size_t SndfileStream::appendOrOverwrite(const std::byte* bytes, std::size_t size) {
+    try {
+        file_.writeAt(position_, bytes, size);
+    } catch (...) {
+        keepFileError();
+        return position_ < end_ ? 0 : file_.size() - std::min(file_.size(), position_);
+    }
+    return size;
 }
 
 }  // namespace zav

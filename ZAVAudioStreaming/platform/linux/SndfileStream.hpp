@@ -55,12 +55,15 @@ class SndfileStream {
 
     void open(int mode, SF_INFO& info);
     std::size_t readAtPosition(std::byte* buffer, std::size_t size);
-    void writeAtPosition(const std::byte* bytes, std::size_t size);
+    std::size_t writeAtPosition(const std::byte* bytes, std::size_t size);
+    std::size_t appendOrOverwrite(const std::byte* bytes, std::size_t size);
+    void keepFileError();
 
     FileHandle file_;
     std::vector<ByteEdit> edits_;
     HeaderEditor editHeader_;
     std::uint64_t position_ = 0;
+    std::uint64_t end_ = 0;  ///< of what has been written
     std::exception_ptr fileError_;
     SNDFILE* sndfile_ = nullptr;
 };

@@ -15,6 +15,7 @@ constexpr std::uint64_t kHeaderAllowance = 4096;
 constexpr std::uint64_t kMost32BitBytes =
     std::numeric_limits<std::uint32_t>::max() - kHeaderAllowance;
 constexpr std::uint64_t kMost64BitBytes = std::uint64_t{1} << 62U;
+constexpr std::uint64_t kNowhere = std::numeric_limits<std::uint64_t>::max();
 constexpr std::uint64_t kSilenceStepInBytes = 65536;
 
 SF_INFO sndfileInfo(int sndfileFormat, const AudioStreamBasicDescription& dataFormat) {
@@ -105,6 +106,9 @@ void SndfileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
     position_ += written / frameSize();
     frameCount_ = std::max(frameCount_, position_);
     if (written < wanted) {
+        position_ = kNowhere;  // it may be within a frame
+        // What is there is readable then, whatever becomes of the writer; it needs no room.
+        stream_.updateHeader();
         stream_.throwFileError();
         throw StatusFailure(kAudioFileUnspecifiedError);
     }

@@ -7,6 +7,7 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <new>
 #include <optional>
 #include <utility>
@@ -137,6 +138,20 @@ FfmpegEncoder::FfmpegEncoder(const AudioStreamBasicDescription& format) : stream
                                 format.mSampleRate, format.mChannelsPerFrame);
     open();
     cookie_ = cookieOfContext();
+    if (format.mFramesPerPacket == 0 && encoder.codec == AV_CODEC_ID_FLAC) {
+        shortenPackets();
+    }
+}
+
+/// libavcodec's own choice lasts a tenth of a second. At high rates that is too much for those who
+/// count the bytes of half a second of packets, as if each held one frame, in 32 bits.
+void FfmpegEncoder::shortenPackets() {
+    while (streamFormat_.mSampleRate / 2 * maximumPacketSize() >
+           std::numeric_limits<std::uint32_t>::max()) {
+        streamFormat_.mFramesPerPacket /= 2;
+        open();
+        cookie_ = cookieOfContext();
+    }
 }
 
 void FfmpegEncoder::open() {

@@ -40,6 +40,7 @@ class FfmpegEncoder : public QueueEncoder {
 
  private:
     void open();
+    void shortenPackets();
     void encodePacket(std::span<const std::byte> pcm, EncodedPackets& packets);
     void lengthenRemainder();
     void send(const AVFrame* frame, EncodedPackets& packets);
