@@ -36,7 +36,8 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
     constexpr std::string_view kBetween = "  ";
     // The cursor wants a place, too, and the "^C" that a terminal shows for it.
     constexpr std::size_t kReserve = 3;
-    const std::size_t room = terminalWidth() - std::min(terminalWidth(), kReserve);
+    const std::size_t width = terminalWidth();
+    const std::size_t room = width - std::min(width, kReserve);
     std::string line;
     for (const std::string& field : fields) {
         const std::string_view between = line.empty() ? "" : kBetween;

@@ -9,7 +9,6 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <span>
 #include <sstream>
 #include <string>
 #include <system_error>

@@ -83,6 +83,11 @@ for file in copy.mp3 copy.flac copy.ogg; do
 done
 ! opusinfo copy.opus 2>&1 | grep -qi 'warning\|error' || fail "opusinfo: $(opusinfo copy.opus 2>&1)"
 
+# Opus begins before time 0, where a decoder starts to be heard, in MP4 as in Ogg.
+first_time() { ffprobe -v error -read_intervals '%+#1' -show_entries packet=pts_time -of csv=p=0 "$1"; }
+"$ZAV" copy song.opus priming.mp4
+[[ $(first_time priming.mp4) == -0.00* ]] || fail "Opus in MP4 begins at $(first_time priming.mp4) s"
+
 # What no type can hold, and what has no decoder here.
 refused_all 1 <<'END'
 copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; .aac, .m4a or .mp4

@@ -100,15 +100,6 @@ TEST_F(OpusEncoderTest, dropsSavedBytesAtFlowEndButKeepsTheCodec) {
     EXPECT_TRUE(packets() == opusLoopEncode(pcm_.first(2 * kPcmSize), 16000, 1));
 }
 
-TEST_F(OpusEncoderTest, passesEachPacketToAllTargetsBeforeTheNext) {
-    std::vector<int> order;
-    const auto second = makeNode<RecordingSink>(node_);
-    sink_->onCall = [&](const std::string&) { order.push_back(1); };
-    second->onCall = [&](const std::string&) { order.push_back(2); };
-    push(pcm_.first(2 * kPcmSize));
-    EXPECT_EQ(order, (std::vector{1, 2, 1, 2}));
-}
-
 TEST_F(OpusEncoderTest, encodesTheBytesOfAnySampleTypeAsAPlainLoopDoesAtEveryRate) {
     for (const int rate : {8000, 12000, 16000, 24000, 48000}) {
         for (const unsigned channels : {1U, 2U}) {

@@ -109,29 +109,23 @@ TEST_F(SBCEncoderTest, refusesUnsuitableUpstreams) {
     EXPECT_DEATH(make(lessThanAByte, configuration), "Fatal error: Division by zero");
 }
 
-// The other parameters are compared with another encoder's frames, by way of the tool.
-TEST_F(SBCEncoderTest, encodesAsAPlainLoopDoesInEveryModeAndAnnouncesThatFormat) {
+// Frames of all parameters are compared with another encoder's by way of the tool.
+TEST_F(SBCEncoderTest, announcesTheFormatOfItsFrames) {
     EXPECT_EQ(node_->outDataFormat(), sbcFormat(16000, 1, 0x00200B00, 72));
-    for (const auto mode : {Mode::mono, Mode::dual, Mode::stereo, Mode::jointStereo}) {
-        for (const bool isBig : {false, true}) {
-            const auto configuration = std::make_shared<Configuration>();
-            configuration->freq = SBCCoding::Frequency::_48000;
-            configuration->mode = mode;
-            configuration->subband = SBCCoding::Subband::_4;
-            configuration->blocks = SBCCoding::Block::_12;
-            configuration->endian =
-                isBig ? SBCCoding::Endianess::big : SBCCoding::Endianess::little;
-            configuration->bitpool = 19;
-            const std::uint32_t channels = mode == Mode::mono ? 1 : 2;
-            make(pcmFormat(48000, channels, 16, isBig ? 6 : 4), configuration);
-            push(pcm_.first(1000));
-            ASSERT_EQ(sink_->allBytes(), plainLoop(pcm_.first(1000)));
-            auto format = sbcFormat(48000, channels, isBig ? 0x00130202 : 0x00130200,
-                                    static_cast<std::uint32_t>(configuration->frameLen()));
-            format.mFramesPerPacket = 12 * 4;
-            EXPECT_EQ(node_->outDataFormat(), format);
-        }
-    }
+    const auto configuration = std::make_shared<Configuration>();
+    configuration->freq = SBCCoding::Frequency::_48000;
+    configuration->mode = Mode::jointStereo;
+    configuration->subband = SBCCoding::Subband::_4;
+    configuration->blocks = SBCCoding::Block::_12;
+    configuration->endian = SBCCoding::Endianess::big;
+    configuration->bitpool = 19;
+    make(pcmFormat(48000, 2, 16, 6), configuration);
+    push(pcm_.first(1000));
+    EXPECT_EQ(sink_->allBytes(), plainLoop(pcm_.first(1000)));
+    // 4 + 4 bytes, 4 bits and 12 x 19 bits
+    auto format = sbcFormat(48000, 2, 0x00130202, 37);
+    format.mFramesPerPacket = 12 * 4;
+    EXPECT_EQ(node_->outDataFormat(), format);
 }
 
 }  // namespace

@@ -84,18 +84,6 @@ TEST(Linking, nullIsRefusedAtOnce) {
     EXPECT_DEATH(source->addStreamTarget(nullptr), "Fatal error: A stream target must not be null");
 }
 
-TEST(PeripheralNodes, theSinkFollowsTheSourcesFormatAndTakesAnyCalls) {
-    const auto source = makeNode<PeripheralSource>();
-    const auto sink = makeNode<PeripheralSink>(source);
-    EXPECT_EQ(sink->inDataFormat(), AudioStreamBasicDescription{});
-    source->setOutDataFormat(pcmFormat(44100, 2));
-    EXPECT_EQ(sink->inDataFormat(), pcmFormat(44100, 2));
-    EXPECT_EQ(sink->upstream(), source);
-    source->downstreams().receiveAudio(nullptr, 0, 0, nullptr);
-    source->downstreams().onAudioStreamFlowEnd();
-    source->downstreams().onAudioStreamFlowStart();
-}
-
 // Nodes are made by makeNode alone.
 static_assert(!std::is_default_constructible_v<NodeKey>);
 

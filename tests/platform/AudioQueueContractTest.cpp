@@ -448,28 +448,6 @@ TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
     expectToHear(19200);
 }
 
-TEST_P(AudioQueueContract, buffersThatAStopMeetsOnTheirWayComeBackTogether) {
-    // Callbacks enqueue their buffer again, not knowing of the stop on another thread: each has to
-    // come back once more, and then stay.
-    for (int round = 0; round < 20; ++round) {
-        InputUnderTest queue(kInputFormat);
-        std::atomic<int> kept = 0;
-        queue.onReturn = [&](AudioQueueBufferRef buffer) {
-            if (queue.isRunning()) {
-                std::this_thread::yield();
-                EXPECT_EQ(AudioQueueEnqueueBuffer(queue.get(), buffer, 0, nullptr), noErr);
-            } else {
-                ++kept;
-            }
-        };
-        queue.enqueueNew(3, 480);
-        ASSERT_EQ(queue.start(), noErr);
-        ASSERT_TRUE(until([&] { return queue.returnCount() > 3; }));
-        ASSERT_EQ(queue.stop(true), noErr);
-        ASSERT_TRUE(until([&] { return kept == 3; }));
-    }
-}
-
 TEST_P(AudioQueueContract, aSinkThatPausesItselfIsHeardAsSilenceAndNothingElse) {
     DiagnosticsLines lines;
     const auto source = makeNode<PeripheralSource>();

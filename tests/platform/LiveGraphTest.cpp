@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "ZAVAudioStreaming/codecs/FrameAligner.hpp"
-#include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
@@ -61,34 +60,6 @@ TEST_F(LiveGraph, whatIsSaidIsEncodedOnceByteForByte) {
     ASSERT_GE(encoded.size(), wanted.size());
     encoded.resize(wanted.size());
     EXPECT_EQ(encoded, wanted);
-}
-
-TEST_F(LiveGraph, aLostDeviceEndsTheFlowAndANewGraphGoesOn) {
-    for (int round = 0; round < 20; ++round) {
-        auto source = makeNode<RecordSource>(pcmFormat(16000, 1));
-        auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
-        const auto encoder = makeNode<SBCEncoder>(
-            makeNode<FrameAligner>(source, FrameAligner::bytesPerSbcFrame(*configuration)),
-            configuration);
-        const auto decoder = makeNode<SBCDecoder>(encoder);
-        const auto sink = makeNode<PlaybackSink>(decoder);
-        sink->autoPlay(0.3);
-        const auto ends = makeNode<RecordingSink>(source);
-        source->record();
-        const std::initializer_list<AudioQueueRef> queues = {source->audioQueueRef(),
-                                                             sink->audioQueueRef()};
-        pass(1.5 + 0.005 * round, queues);
-        EXPECT_TRUE(sink->isPlaying());
-        device_.unplug();
-        settle(queues);
-        EXPECT_FALSE(source->isRecording());
-        EXPECT_FALSE(sink->isPlaying());
-        EXPECT_FALSE(sink->hasPlayedAll());
-        EXPECT_EQ(ends->calls.back(), "end");
-        EXPECT_EQ(source->idleQueueBufferCount(), 3U);
-        EXPECT_EQ(sink->idleBufferCount(), sink->allocatedBufferCount());
-        device_.plugIn();
-    }
 }
 
 TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {

@@ -63,13 +63,8 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
         create(path_, type, format, kAudioFileUnsupportedDataFormatError);
         EXPECT_EQ(readFile(path_), old);
     };
+    // Encodings that a type does not take are in tests/apps/pcm_containers.sh.
     for (const PcmFileCase& fileCase : pcmFileCases()) {
-        for (const Encoding& encoding : allEncodings()) {
-            if (!fileCase.takes(encoding)) {
-                SCOPED_TRACE(fourCharText(fileCase.type) + " " + encoding.name);
-                expectRefused(fileCase.type, encoding.format(44100, 2));
-            }
-        }
         expectRefused(fileCase.type, sbcFormat(16000, 1, 0x00200B00, 72));
         expectRefused(fileCase.type, {});
     }

@@ -67,13 +67,10 @@ TEST_F(SbcFile, readsFramesOfDifferentLengths) {
 }
 
 TEST_F(SbcFile, endsAtAFrameThatIsCutShort) {
-    Bytes frames = framesWithBitpool(32, 10);
-    for (const std::size_t cut : {1U, 2U, 3U, 69U, 70U, 71U}) {
-        writeFile(path_, std::span(frames).first(9 * 72 + cut));
-        const OpenFile file = open(path_);
-        EXPECT_EQ(packetCount(file), 9U) << cut;
-        EXPECT_TRUE(read(file, 9, 1).empty());
-    }
+    const Bytes frames = framesWithBitpool(32, 2);
+    writeFile(path_, std::span(frames).first(72 + 71));
+    EXPECT_EQ(packetCount(open(path_)), 1U);
+    EXPECT_TRUE(read(open(path_), 1, 1).empty());
     writeFile(path_, std::span(frames).first(71));
     open(path_, kAudioFileUnsupportedFileTypeError);
 }
