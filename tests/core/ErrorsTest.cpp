@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,7 +11,6 @@
 #include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
-#include "ZAVAudioStreaming/core/Version.hpp"
 
 namespace zav::test {
 namespace {
@@ -88,20 +86,6 @@ TEST(CheckedArithmetic, stopsWhereTheResultDoesNotFit) {
     EXPECT_EQ(checkedMultiply(65535U, 65537U), 4294967295U);
     EXPECT_DEATH(checkedMultiply(65536U, 65536U), "Arithmetic overflow");
     EXPECT_DEATH(checkedDivide(1U, 0U), "Division by zero");
-}
-
-TEST(Version, isInTheSharedLibraryUnderItsExactNames) {
-    void* const library = dlopen(ZAV_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << dlerror();
-    const auto* const text =
-        static_cast<const char*>(dlsym(library, "ZAVAudioStreamingVersionString"));
-    const auto* const number =
-        static_cast<const double*>(dlsym(library, "ZAVAudioStreamingVersionNumber"));
-    ASSERT_NE(text, nullptr);
-    ASSERT_NE(number, nullptr);
-    EXPECT_STREQ(text, "@(#)PROGRAM:ZAVAudioStreaming  PROJECT:ZAVAudioStreaming-1\n");
-    EXPECT_EQ(*number, 1.0);
-    dlclose(library);
 }
 
 }  // namespace

@@ -83,6 +83,11 @@ g++ -std=c++20 "${compile_flags[@]}" main.cpp -o streamer-static "$library/libZA
     "${link_flags[@]}"
 expect_frames ./streamer-static
 
+# The version, under names that other languages and tools look for.
+grep -aqF '@(#)PROGRAM:ZAVAudioStreaming  PROJECT:ZAVAudioStreaming-1' "$library/libZAVAudioStreaming.so" &&
+    [ "$(nm -D "$library/libZAVAudioStreaming.so" | grep -cE ' ZAVAudioStreamingVersion(String|Number)$')" = 2 ] ||
+    { echo 'FAILED: the version' && exit 1; }
+
 # Who links the library does not load a media framework with it.
 ldd "$library/libZAVAudioStreaming.so" | grep -E 'libav|libgst|libpulse' && {
     echo 'FAILED: loaded with the library'

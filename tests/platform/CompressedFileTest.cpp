@@ -531,16 +531,13 @@ TEST(AudioFileTypes, areThoseThatCanBeReadAndWritten) {
          {kAudioFileGlobalInfo_ReadableTypes, kAudioFileGlobalInfo_WritableTypes}) {
         ASSERT_EQ(AudioFileGetGlobalInfoSize(question, 0, nullptr, &size), noErr);
         std::vector<AudioFileTypeID> types(size / sizeof(AudioFileTypeID));
+        ASSERT_EQ(AudioFileGetGlobalInfo(question, 0, nullptr, &size, types.data()), noErr);
+        const std::set<AudioFileTypeID> found(types.begin(), types.end());
+        EXPECT_EQ(found.size(), types.size());
+        EXPECT_TRUE(found.contains(kAudioFileWAVEType) && found.contains(kAudioFileOggType));
         --size;
         EXPECT_EQ(AudioFileGetGlobalInfo(question, 0, nullptr, &size, types.data()),
                   kAudioFileBadPropertySizeError);
-        ++size;
-        ASSERT_EQ(AudioFileGetGlobalInfo(question, 0, nullptr, &size, types.data()), noErr);
-        EXPECT_EQ(std::set(types.begin(), types.end()).size(), types.size());
-        for (const auto type : {kAudioFileWAVEType, kAudioFileCAFType, kAudioFileSBCType,
-                                kAudioFileM4AType, kAudioFileOggType}) {
-            EXPECT_EQ(std::count(types.begin(), types.end(), type), 1) << fourCharText(type);
-        }
     }
     EXPECT_EQ(AudioFileGetGlobalInfoSize(fourCharCode("none"), 0, nullptr, &size),
               kAudioFileUnsupportedPropertyError);

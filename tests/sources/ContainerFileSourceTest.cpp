@@ -1,5 +1,3 @@
-#include <sys/resource.h>
-
 #include <limits>
 #include <system_error>
 
@@ -9,6 +7,7 @@
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
 #include "ZAVAudioStreaming/sources/ZAVSbcFileSource.hpp"
 #include "tests/support/NodeTest.hpp"
+#include "tests/support/ResourceLimit.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 namespace zav::test {
@@ -164,8 +163,7 @@ TEST_F(ZAVOpusFileSourceTest, stopsAtOnceForALengthOfGigabytes) {
     const auto readWithLittleMemory = [&] {
     // Not under the sanitizers, whose own memory does not fit.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-        const rlimit memory{std::uint64_t{1} << 30U, std::uint64_t{1} << 30U};
-        setrlimit(RLIMIT_AS, &memory);
+        const ResourceLimit memory(RLIMIT_AS, std::uint64_t{1} << 30U);
 #endif
         source_->readPackets(2);
     };
