@@ -27,10 +27,10 @@
 
 #include "Chunks.hpp"
 #include "NodeComparison.hpp"
+#include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
+#include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
-#include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"

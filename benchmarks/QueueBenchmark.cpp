@@ -11,7 +11,7 @@
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
+#include "ZAVAudioStreaming/queues/BufferQueue.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
 #include "tests/support/Formats.hpp"
@@ -85,7 +85,7 @@ BENCHMARK(recording)->Name("Queue/record 48 kHz stereo")->UseRealTime();
 
 /// The virtual device itself, to take off: a stream that is pulled from and pushed to by nobody.
 void deviceAlone(benchmark::State& state) {
-    class Client final : public PlaybackClient {
+    class Client final : public detail::PlaybackClient {
      public:
         std::size_t pull(std::span<std::byte> room) noexcept override {
             std::memset(room.data(), 1, room.size());

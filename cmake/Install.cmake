@@ -2,11 +2,11 @@ include(CMakePackageConfigHelpers)
 
 set(zav_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ZAVAudioStreaming)
 
-# Headers beside their sources, without what is private to the platform layer.
+# Headers beside their sources, without those of private folders.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/ZAVAudioStreaming
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.hpp"
-        PATTERN "platform/linux" EXCLUDE)
+        REGEX "/(support|files|queues|posix|modules)$" EXCLUDE)
 
 # Two export sets: who links the shared library needs nothing else, the static one needs the
 # development files of what it is built on.

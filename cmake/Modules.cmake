@@ -1,25 +1,27 @@
 # Parts of the library that stand in files of their own because of what they are built on. The
-# library loads them when it needs them; nothing links them. Each is called ZAVAudioStreamingNAME and
-# has one symbol to be seen from outside, whose name holds the version: another one's stays out.
+# library loads them when it needs them; nothing links them. The file is called
+# ZAVAudioStreamingMODULE, and exports one symbol for each of its tables,
+# ZAVAudioStreamingMODULETABLE_VERSION: a module of another version has none that is looked for.
 string(REPLACE . _ zav_module_version ${PROJECT_VERSION})
 set(zav_module_exports ${CMAKE_CURRENT_LIST_DIR}/module-exports.map)
 
-# The source in the library that loads the module gets its names as ZAV_NAME_MODULE_FILE and
-# ZAV_NAME_MODULE_ENTRY.
-function(zav_module_names name source)
-  string(TOUPPER ${name} upper)
-  set(file ${CMAKE_SHARED_MODULE_PREFIX}ZAVAudioStreaming${name}${CMAKE_SHARED_MODULE_SUFFIX})
+# The source that loads modules puts their names together.
+function(zav_name_modules source)
   set_source_files_properties(${source} PROPERTIES COMPILE_DEFINITIONS
-    "ZAV_${upper}_MODULE_FILE=\"${file}\";ZAV_${upper}_MODULE_ENTRY=\"ZAVAudioStreaming${name}_${zav_module_version}\"")
+    "ZAV_MODULE_PREFIX=\"${CMAKE_SHARED_MODULE_PREFIX}\";ZAV_MODULE_SUFFIX=\"${CMAKE_SHARED_MODULE_SUFFIX}\";ZAV_MODULE_VERSION=\"${zav_module_version}\"")
 endfunction()
 
-# A module from its sources; they know the symbol that they have to define as ZAV_MODULE_SYMBOL.
+# A module from its sources, which define the symbol of each table as ZAV_TABLE_TABLE.
 function(zav_add_module target name)
-  add_library(${target} MODULE ${ARGN})
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "TABLES;SOURCES")
+  add_library(${target} MODULE ${arg_SOURCES})
   target_compile_features(${target} PRIVATE cxx_std_20)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_compile_definitions(${target} PRIVATE
-    ZAV_MODULE_SYMBOL=ZAVAudioStreaming${name}_${zav_module_version})
+  foreach(table ${arg_TABLES})
+    string(TOUPPER ${table} upper)
+    target_compile_definitions(${target} PRIVATE
+      ZAV_${upper}_TABLE=ZAVAudioStreaming${name}${table}_${zav_module_version})
+  endforeach()
   target_link_libraries(${target} PRIVATE zav_build_options)
   # What the module has in common with the library is its own copy.
   target_link_options(${target} PRIVATE -Wl,--version-script=${zav_module_exports})

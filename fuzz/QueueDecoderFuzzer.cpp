@@ -9,7 +9,8 @@
 #include <span>
 #include <vector>
 
-#include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
+#include "ZAVAudioStreaming/posix/LoadModule.hpp"
+#include "ZAVAudioStreaming/queues/CompressedCodecs.hpp"
 #include "fuzz/MemoryFile.hpp"
 
 namespace {
@@ -107,7 +108,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input({data, size});
     std::unique_ptr<zav::QueueDecoder> decoder;
     try {
-        decoder = zav::ffmpegModule()->makeQueueDecoder(takeFormat(input));
+        decoder = zav::detail::moduleTable<zav::detail::CompressedCodecs>()->makeDecoder(
+            takeFormat(input));
     } catch (const zav::StatusFailure&) {
         return 0;
     }

@@ -6,10 +6,13 @@
 #include "ZAVAudioStreaming/codecs/OpusCoding.hpp"
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 bool isUnsigned(const AudioStreamBasicDescription& pcm) {
@@ -73,14 +76,14 @@ void FrameAligner::receiveAudio(const void* bytes, std::uint64_t size, std::uint
     if (held_.empty()) {
         input = input.subspan(passPieces(input));
     }
-    stopWithoutMemory([&] { held_.insert(held_.end(), input.begin(), input.end()); });
+    fatalWithoutMemory([&] { held_.insert(held_.end(), input.begin(), input.end()); });
     const std::size_t passedSize = passPieces(held_);
     held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(passedSize));
 }
 
 void FrameAligner::onAudioStreamFlowEnd() {
     if (atFlowEnd_ == AtFlowEnd::padWithSilence && !held_.empty()) {
-        stopWithoutMemory([&] { held_.reserve(bytesPerChunk_); });
+        fatalWithoutMemory([&] { held_.reserve(bytesPerChunk_); });
         while (held_.size() < bytesPerChunk_) {
             held_.push_back(silentFrame_[held_.size() % silentFrame_.size()]);
         }

@@ -6,9 +6,12 @@
 #include <array>
 
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::array kOpusRatesInHz = {8000.0, 12000.0, 16000.0, 24000.0, 48000.0};

@@ -2,10 +2,13 @@
 
 #include <opus.h>
 
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::uint32_t kBytesPerSample = sizeof(opus_int16);

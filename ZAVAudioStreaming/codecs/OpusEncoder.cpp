@@ -6,12 +6,15 @@
 #include <array>
 #include <string>
 
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
-#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::int64_t kBytesPerPcmSample = sizeof(opus_int16);
@@ -65,7 +68,7 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
     if (partialFrameBytes_) {
         const std::size_t missingSize = packetPcmSize - savedSize;
         if (remaining() < missingSize) {
-            stopWithoutMemory(
+            fatalWithoutMemory(
                 [&] { partialFrameBytes_->insert(partialFrameBytes_->end(), input, inputEnd); });
             return;
         }
@@ -89,7 +92,7 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
         if (!partialFrameBytes_) {
             partialFrameBytes_.emplace();
         }
-        stopWithoutMemory([&] { partialFrameBytes_->assign(input, inputEnd); });
+        fatalWithoutMemory([&] { partialFrameBytes_->assign(input, inputEnd); });
     }
 }
 

@@ -2,12 +2,15 @@
 
 #include <sbc/sbc.h>
 
-#include "ZAVAudioStreaming/codecs/ZeroTail.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/support/ZeroTail.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 // Fixed names of these places, so that reports of all versions can be compared.

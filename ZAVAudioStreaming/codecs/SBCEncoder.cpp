@@ -5,13 +5,16 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZAVAudioStreaming/codecs/ZeroTail.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
-#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
+#include "ZAVAudioStreaming/support/OutOfMemory.hpp"
+#include "ZAVAudioStreaming/support/ZeroTail.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 // Fixed names of these places, so that reports of all versions can be compared.
@@ -72,7 +75,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
         downstreams().receiveAudio(&noFrames, 0, 0, nullptr);
         if (remaining() > 0) {
             auto& saved = savedBytes();
-            stopWithoutMemory([&] { saved.insert(saved.end(), input, inputEnd); });
+            fatalWithoutMemory([&] { saved.insert(saved.end(), input, inputEnd); });
         }
         return;
     }
@@ -99,7 +102,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
     // When nothing is left over, the saved bytes stay as they are: see the class comment.
     if (remaining() > 0) {
         auto& saved = savedBytes();
-        stopWithoutMemory([&] { saved.assign(input, inputEnd); });
+        fatalWithoutMemory([&] { saved.assign(input, inputEnd); });
     }
 }
 

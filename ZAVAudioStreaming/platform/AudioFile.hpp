@@ -8,7 +8,7 @@
 #include "ZAVAudioStreaming/core/OSStatus.hpp"
 
 /// The audio file service: typed audio files, read and written as packets that nobody decodes.
-/// These are the platform's functions by their own names; `platform/linux` supplies them here, and
+/// These are the platform's functions by their own names; `files` supplies them here, and
 /// a port supplies its own.
 ///
 /// Every function answers with a status, 0 for success, and throws nothing. Out-parameters are

@@ -9,7 +9,7 @@
 #include "ZAVAudioStreaming/platform/DispatchQueue.hpp"
 
 /// The audio queue service: plays and captures audio in buffers that travel between the application
-/// and the device. These are the platform's functions by their own names; `platform/linux` supplies
+/// and the device. These are the platform's functions by their own names; `queues` supplies
 /// them here, and a port supplies its own.
 ///
 /// An application allocates buffers, enqueues them, and gets each back through the queue's callback

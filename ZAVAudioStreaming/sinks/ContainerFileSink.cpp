@@ -5,9 +5,11 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav {
+
+using namespace detail;
 
 ContainerFileSink::ContainerFileSink(const std::shared_ptr<AudioStreamOutputable>& upstream,
                                      std::filesystem::path fileUrl)

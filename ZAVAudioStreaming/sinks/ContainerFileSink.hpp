@@ -6,10 +6,10 @@
 #include <optional>
 #include <span>
 
+#include "ZAVAudioStreaming/containers/ContainerFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamInputable.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamOutputable.hpp"
 #include "ZAVAudioStreaming/core/UpstreamLink.hpp"
-#include "ZAVAudioStreaming/formats/ContainerFileHeader.hpp"
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
 
 namespace zav {

@@ -3,10 +3,13 @@
 #include <string>
 #include <utility>
 
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/platform/AudioFileProperty.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr auto kNoFileOpen = "No audio file is open";

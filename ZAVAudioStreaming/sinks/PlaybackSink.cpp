@@ -6,11 +6,14 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
-#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::uint32_t kMaximumBufferSize = 0x50000;
@@ -223,7 +226,7 @@ AudioQueueBuffer& PlaybackSink::bufferToFill(std::uint32_t sizeInBytes) {
             fatalError("Can not allocate buffer");
         }
         const std::lock_guard lock(mutex_);
-        stopWithoutMemory([&] {
+        fatalWithoutMemory([&] {
             allocatedBuffers_.push_back(buffer);
             idleBuffers_.reserve(allocatedBuffers_.size());  // the callback takes no memory
         });

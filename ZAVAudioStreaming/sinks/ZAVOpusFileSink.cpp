@@ -5,11 +5,14 @@
 #include <system_error>
 #include <utility>
 
+#include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::array kRatesInHz = {8000.0, 16000.0, 32000.0, 44100.0, 48000.0};

@@ -5,12 +5,15 @@
 #include <utility>
 #include <vector>
 
+#include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
-#include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::uint32_t kBitsPerChannel = 16;

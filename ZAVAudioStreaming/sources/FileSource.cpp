@@ -4,11 +4,14 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 #include "ZAVAudioStreaming/platform/AudioFileProperty.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 AudioFileID openForReading(const std::filesystem::path& fileURL) {

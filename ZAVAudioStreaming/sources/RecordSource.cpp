@@ -5,10 +5,13 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::uint64_t kQueueBufferCount = 3;

@@ -5,12 +5,15 @@
 #include <utility>
 #include <vector>
 
+#include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/OutOfMemory.hpp"
-#include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 /// Room for one chunk of a few packets, taken at once.
@@ -69,7 +72,7 @@ void ZAVOpusFileSource::readPackets(std::int64_t count) {
             stopForCutPacket();
         }
         const std::size_t start = chunk.size();
-        stopWithoutMemory([&] {
+        fatalWithoutMemory([&] {
             chunk.resize(start + packetLength);
             descriptions.push_back({static_cast<std::int64_t>(start), 0, packetLength});
         });

@@ -10,11 +10,14 @@
 
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/core/ChunkBuffer.hpp"
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 using Configuration = SBCCoding::SBCConfiguration;

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <span>
 
+#include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
-#include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/sources/ContainerFileSource.hpp"
 
 namespace zav {

@@ -1,10 +1,10 @@
 #include "Container.hpp"
 
 #include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
+#include <ZAVAudioStreaming/containers/OpusFileHeader.hpp>
+#include <ZAVAudioStreaming/containers/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/core/OpusPacket.hpp>
 #include <ZAVAudioStreaming/core/SbcFormatFlags.hpp>
-#include <ZAVAudioStreaming/formats/OpusFileHeader.hpp>
-#include <ZAVAudioStreaming/formats/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/platform/FileHandle.hpp>
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 #include "Input.hpp"
 
+#include <ZAVAudioStreaming/containers/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/core/AudioFileError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
-#include <ZAVAudioStreaming/formats/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <ZAVAudioStreaming/platform/FileHandle.hpp>
 #include <ZAVAudioStreaming/sources/FileSource.hpp>

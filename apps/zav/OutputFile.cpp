@@ -3,11 +3,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <ZAVAudioStreaming/containers/OpusFileHeader.hpp>
+#include <ZAVAudioStreaming/containers/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/core/AudioStreamError.hpp>
 #include <ZAVAudioStreaming/core/MakeNode.hpp>
 #include <ZAVAudioStreaming/core/PeripheralSource.hpp>
-#include <ZAVAudioStreaming/formats/OpusFileHeader.hpp>
-#include <ZAVAudioStreaming/formats/SbcFileHeader.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
 #include <ZAVAudioStreaming/sinks/FileSink.hpp>

@@ -8,11 +8,14 @@
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
-#include "ZAVAudioStreaming/core/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
 namespace zav::test {
+
+using namespace detail;
+
 namespace {
 
 TEST(Errors, areValuesThatTellTheirCaseAndStatus) {

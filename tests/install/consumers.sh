@@ -27,7 +27,7 @@ commands=$(awk '/^```sh$/ { inside = 1; text = ""; next }
     cat install.log
     exit 1
 }
-find prefix -path '*platform/linux*' | grep . && { echo 'private headers were installed'; exit 1; }
+find prefix/include | grep -E '/(support|files|queues|posix|modules)(/|$)' && { echo 'private headers were installed'; exit 1; }
 library=$(dirname "$(find prefix -name libZAVAudioStreaming.so)")
 export LD_LIBRARY_PATH=$work/$library PKG_CONFIG_PATH=$work/$library/pkgconfig
 

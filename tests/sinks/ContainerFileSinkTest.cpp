@@ -2,8 +2,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "tests/support/NodeTest.hpp"

@@ -1,9 +1,9 @@
 #include <limits>
 #include <system_error>
 
+#include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
+#include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/formats/OpusFileHeader.hpp"
-#include "ZAVAudioStreaming/formats/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
 #include "ZAVAudioStreaming/sources/ZAVSbcFileSource.hpp"
 #include "tests/support/NodeTest.hpp"

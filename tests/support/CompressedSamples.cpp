@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <span>
 
-#include "ZAVAudioStreaming/platform/linux/BigEndian.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
 #include "tests/support/Commands.hpp"
 #include "tests/support/CompressedStream.hpp"
 #include "tests/support/TestAudio.hpp"
 
 namespace zav::test {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::size_t kFrames = 123457;  // 2.8 s, no whole number of any codec's packets

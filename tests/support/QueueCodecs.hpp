@@ -12,11 +12,16 @@
 #include <string>
 #include <vector>
 
-#include "ZAVAudioStreaming/platform/linux/FfmpegModule.hpp"
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/posix/LoadModule.hpp"
+#include "ZAVAudioStreaming/queues/CompressedCodecs.hpp"
+#include "ZAVAudioStreaming/support/StatusFailure.hpp"
 #include "tests/support/Formats.hpp"
 
 /// What the tests of queues' decoders and encoders share.
 namespace zav::test {
+
+using namespace detail;
 
 /// The status that a call throws, 0 when it throws none.
 template <class Call>
@@ -45,7 +50,7 @@ void expectRefusals(Make make, std::initializer_list<std::uint32_t> formatIDs,
         }
     }
     for (const AudioStreamBasicDescription& format : refused) {
-        EXPECT_EQ(statusOf([&] { make(format); }), kAudioFileUnsupportedDataFormatError)
+        EXPECT_EQ(statusOf([&] { make(format); }), kAudioFormatUnsupportedDataFormatError)
             << fourCharText(format.mFormatID) << " " << format.mSampleRate << " "
             << format.mChannelsPerFrame << " " << format.mFramesPerPacket;
     }

@@ -8,7 +8,7 @@
 #include <set>
 #include <utility>
 
-#include "ZAVAudioStreaming/platform/linux/BufferQueue.hpp"
+#include "ZAVAudioStreaming/queues/BufferQueue.hpp"
 
 namespace zav::test {
 namespace {

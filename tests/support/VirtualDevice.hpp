@@ -8,17 +8,19 @@
 #include <span>
 #include <vector>
 
-#include "ZAVAudioStreaming/platform/linux/AudioDevice.hpp"
+#include "ZAVAudioStreaming/queues/QueueDevice.hpp"
 
 namespace zav::test {
+
+using namespace detail;
 
 /// A device whose clock a test moves by hand: nothing sounds and nothing is captured but in
 /// `advance`, on the thread that calls it, which plays the device thread's part. It hears what is
 /// played and speaks into what is captured. Its calls of queues are under a `RealTimeProbe`.
-class VirtualDevice : public AudioDevice {
+class VirtualDevice : public QueueDevice {
  public:
-    VirtualDevice() { setAudioDevice(this); }
-    ~VirtualDevice() override { setAudioDevice(nullptr); }
+    VirtualDevice() { setQueueDevice(this); }
+    ~VirtualDevice() override { setQueueDevice(nullptr); }
 
     /// Moves the clock, in steps of some milliseconds. `afterStep` runs between them.
     void advance(double seconds, const std::function<void()>& afterStep = {});

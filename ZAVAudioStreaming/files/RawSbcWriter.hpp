@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+
+#include "ZAVAudioStreaming/files/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/platform/FileHandle.hpp"
+
+namespace zav::detail {
+
+/// Throws 'fmt?' unless the format is an SBC stream's.
+void requireSbcFormat(const AudioStreamBasicDescription& format);
+
+/// Writes raw SBC streams: the frames one after the other, nothing else. So every file of whole
+/// frames is complete at any time, but a gap is impossible and a frame cannot be replaced.
+class RawSbcWriter : public AudioFileWriter {
+ public:
+    RawSbcWriter(FileHandle file, const AudioStreamBasicDescription& dataFormat)
+        : AudioFileWriter(kAudioFileSBCType, dataFormat), file_(std::move(file)) {}
+
+    std::uint64_t packetCount() override { return frameCount_; }
+    std::uint64_t byteCount() override { return byteCount_; }
+    std::uint32_t maximumPacketSize() override { return longestFrame_; }
+
+    std::uint32_t writePackets(std::uint64_t firstPacket, PacketRun run,
+                               const AudioStreamPacketDescription* descriptions,
+                               const void* buffer) override;
+    void finish() override { file_.close(); }
+
+ private:
+    bool hasFramesOfUsualLength(const std::byte* frames, PacketRun run);
+    std::uint32_t countFrames(const std::byte* frames, std::uint32_t byteCount);
+
+    FileHandle file_;
+    std::uint64_t frameCount_ = 0;
+    std::uint64_t byteCount_ = 0;
+    std::uint32_t longestFrame_ = 0;
+};
+
+}  // namespace zav::detail

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <vector>
+
+#include "ZAVAudioStreaming/files/AudioFileDriver.hpp"
+#include "ZAVAudioStreaming/files/PcmFileTypes.hpp"
+#include "ZAVAudioStreaming/files/SndfileStream.hpp"
+#include "ZAVAudioStreaming/platform/FileHandle.hpp"
+
+namespace zav::detail {
+
+/// Writes PCM, float, A-law and mu-law files through libsndfile, raw bytes in the file's own
+/// encoding. One packet is one frame. The header is brought up to date with every second of audio,
+/// so that a killed writer loses at most that much; doing it at every write would cost three times
+/// the writing itself, once a second costs a third.
+class SndfileWriter : public AudioFileWriter {
+ public:
+    SndfileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
+                  const AudioStreamBasicDescription& dataFormat);
+
+    std::uint64_t packetCount() override { return frameCount_; }
+    std::uint64_t byteCount() override { return frameCount_ * frameSize(); }
+    std::uint32_t maximumPacketSize() override { return frameSize(); }
+    std::span<const std::byte> magicCookie() override { return cookie_; }
+
+    std::uint32_t writePackets(std::uint64_t firstPacket, PacketRun run,
+                               const AudioStreamPacketDescription* descriptions,
+                               const void* buffer) override;
+    bool takesMagicCookie() const override { return cookieCapacity_ > 0; }
+    void setMagicCookie(std::span<const std::byte> cookie) override;
+    void finish() override;
+
+ private:
+    std::uint32_t frameSize() const { return dataFormat().mBytesPerFrame; }
+    void mend(std::span<std::byte> header) const;
+    void moveTo(std::uint64_t frame);
+    void fillWithSilence(std::uint64_t endFrame);
+    void writeFrames(const void* buffer, std::uint64_t frameCount);
+
+    // Headers are mended from these, so they come before the stream.
+    std::uint64_t frameCount_ = 0;
+    std::vector<std::byte> cookie_;
+    std::size_t cookieCapacity_ = 0;
+
+    SF_INFO info_;
+    SndfileStream stream_;
+    std::uint64_t mostFrames_;
+    std::uint64_t position_ = 0;  // frames
+    std::uint64_t framesInHeader_ = 0;
+};
+
+}  // namespace zav::detail

@@ -1,0 +1,89 @@
+#include "ZAVAudioStreaming/modules/ffmpeg/LargestPacket.hpp"
+
+#include "ZAVAudioStreaming/modules/ffmpeg/SourceDepth.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
+
+namespace zav::detail {
+namespace {
+
+constexpr std::uint32_t kMostDepth = 32;
+
+std::uint32_t depthOf(AVCodecID codec, const AudioStreamBasicDescription& format,
+                      std::span<const std::byte> cookie) {
+    const std::uint32_t inCookie = sourceDepthInCookie(codec, cookie);
+    const std::uint32_t depth = inCookie != 0 ? inCookie : sourceDepthOf(format);
+    return depth == 0 || depth > kMostDepth ? kMostDepth : depth;
+}
+
+/// For each pair of channels a header of 23 bits and a number of frames of 32, 3 bits at the end.
+std::uint32_t largestAlacPacket(const AudioStreamBasicDescription& format,
+                                std::span<const std::byte> cookie) {
+    constexpr std::uint32_t kUsualFrames = 4096;
+    constexpr std::uint32_t kHeaderSize = 7;
+    std::uint32_t frames = format.mFramesPerPacket;
+    if (cookie.size() >= 4) {
+        frames = static_cast<std::uint32_t>(bigEndianAt(cookie.first(4)));
+    }
+    frames = frames == 0 ? kUsualFrames : frames;
+    const std::uint32_t channels = format.mChannelsPerFrame;
+    return frames * channels * depthOf(AV_CODEC_ID_ALAC, format, cookie) / 8 +
+           (channels + 1) * kHeaderSize;
+}
+
+/// RFC 9639, section 9: a frame has at most 16 bytes of header and 2 of checksum; a channel one of
+/// header and, in unary, its unused bits; one of two channels can need a bit more for each sample.
+std::uint32_t largestFlacFrame(const AudioStreamBasicDescription& format,
+                               std::span<const std::byte> cookie) {
+    constexpr std::uint32_t kMostFrames = 65535;
+    constexpr std::uint32_t kFrameHeaderAndChecksum = 18;
+    constexpr std::uint32_t kChannelHeader = 1 + kMostDepth / 8;
+    std::uint32_t frames = format.mFramesPerPacket;
+    if (cookie.size() >= 4) {
+        frames = static_cast<std::uint32_t>(bigEndianAt(cookie.subspan(2, 2)));
+    }
+    frames = frames == 0 ? kMostFrames : frames;
+    const std::uint32_t channels = format.mChannelsPerFrame;
+    const std::uint32_t bits =
+        channels * depthOf(AV_CODEC_ID_FLAC, format, cookie) + (channels == 2 ? 1 : 0);
+    return kFrameHeaderAndChecksum + channels * kChannelHeader + (frames * bits + 7) / 8;
+}
+
+}  // namespace
+
+std::uint32_t largestPacket(AVCodecID codec, const AudioStreamBasicDescription& format,
+                            std::span<const std::byte> cookie) {
+    const std::uint32_t channels = format.mChannelsPerFrame;
+    switch (codec) {
+        case AV_CODEC_ID_AAC:
+            // ISO/IEC 14496-3, 4.5.3.1: a decoder's buffer has 6144 bits for a channel.
+            return 6144 / 8 * channels;
+        case AV_CODEC_ID_MP1:
+            // 12 samples' bits and one slot: 256 kbit/s at 16 kHz (ISO/IEC 13818-3, 2.4.2.3).
+            return (12 * 256000 / 16000 + 1) * 4;
+        case AV_CODEC_ID_MP2:
+            // 384 kbit/s at 32 kHz (ISO/IEC 11172-3, 2.4.2.3), and one slot.
+            return 144 * 384000 / 32000 + 1;
+        case AV_CODEC_ID_MP3:
+            // 320 kbit/s at 32 kHz, and one slot.
+            return 144 * 320000 / 32000 + 1;
+        case AV_CODEC_ID_ALAC:
+            return largestAlacPacket(format, cookie);
+        case AV_CODEC_ID_FLAC:
+            return largestFlacFrame(format, cookie);
+        case AV_CODEC_ID_OPUS:
+            // RFC 7845, section 6: for each stream in the packet, of which two channels have one.
+            return 61440 * (channels <= 2 ? 1 : channels);
+        case AV_CODEC_ID_AC3:
+            // ETSI TS 102 366, table 4.13: 640 kbit/s at 32 kHz.
+            return 1920 * 2;
+        case AV_CODEC_ID_AMR_NB:
+            // RFC 4867, section 5.3: 244 bits at 12.2 kbit/s, behind a byte.
+            return 1 + (244 + 7) / 8;
+        default:
+            // Vorbis sets no bound. The largest page of Ogg (RFC 3533, section 6) is far beyond
+            // what encoders make.
+            return 65307;
+    }
+}
+
+}  // namespace zav::detail

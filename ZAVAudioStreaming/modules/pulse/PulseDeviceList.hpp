@@ -1,0 +1,10 @@
+#pragma once
+
+#include "ZAVAudioStreaming/platform/AudioDevices.hpp"
+
+namespace zav::detail {
+
+/// As `listAudioDevices`.
+OSStatus listPulseDevices(AudioDeviceList& list);
+
+}  // namespace zav::detail

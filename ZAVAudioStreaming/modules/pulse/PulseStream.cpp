@@ -1,0 +1,143 @@
+#include "ZAVAudioStreaming/modules/pulse/PulseStream.hpp"
+
+#include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+
+namespace zav::detail {
+namespace {
+
+constexpr pa_usec_t kOpeningTime = 3 * PA_USEC_PER_SEC;
+constexpr pa_usec_t kSilenceTime = 2 * PA_USEC_PER_SEC;
+constexpr pa_usec_t kLatency = 100 * PA_USEC_PER_MSEC;
+constexpr std::uint32_t kServersChoice = static_cast<std::uint32_t>(-1);
+
+pa_buffer_attr bufferSizes(const pa_sample_spec& sampling) {
+    const std::size_t frameBytes = pa_frame_size(&sampling);
+    const std::size_t latency = pa_usec_to_bytes(kLatency, &sampling);
+    pa_buffer_attr sizes{};
+    sizes.maxlength = kServersChoice;
+    sizes.tlength = static_cast<std::uint32_t>(latency);
+    // One frame: the server starts to play with the first one, stands still when it runs dry, and
+    // goes on exactly there. With 0 it would run on, and drop what comes late.
+    sizes.prebuf = static_cast<std::uint32_t>(frameBytes);
+    // Of the latency the device gets (tlength - 2 minreq) / 2. The smaller the requests may be, the
+    // longer its blocks are, and the fewer the times that it wakes the server, and the server us.
+    sizes.minreq = static_cast<std::uint32_t>(latency / 20 / frameBytes * frameBytes);
+    sizes.fragsize = static_cast<std::uint32_t>(latency);
+    return sizes;
+}
+
+}  // namespace
+
+OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t direction,
+                           pa_stream_flags_t moreFlags) {
+    format_ = format;
+    frameBytes_ = pa_frame_size(&format_.sampling);
+    const pa_usec_t deadline = pa_rtclock_now() + kOpeningTime;
+    const PulseLock lock(loop());
+    if (const OSStatus status = connection_.open(deadline); status != noErr) {
+        return status;
+    }
+    stream_.reset(
+        pa_stream_new(connection_.context(), "ZAVAudioStreaming", &format_.sampling, &format_.map));
+    if (stream_ == nullptr) {
+        return connection_.status();
+    }
+    pa_stream_set_state_callback(stream(), onState, this);
+    pa_stream_set_latency_update_callback(stream(), onWord, this);
+    pa_stream_set_moved_callback(stream(), onWord, this);
+    pa_stream_set_suspended_callback(stream(), onWord, this);
+    const pa_buffer_attr sizes = bufferSizes(format_.sampling);
+    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | moreFlags);
+    // Without a device's name: the server's default, or what the user's settings name.
+    const int result =
+        direction == PA_STREAM_PLAYBACK
+            ? pa_stream_connect_playback(stream(), nullptr, &sizes, flags, nullptr, nullptr)
+            : pa_stream_connect_record(stream(), nullptr, &sizes, flags);
+    if (result < 0) {
+        return connection_.status();
+    }
+    const bool isSettled = connection_.waitUntil(
+        deadline, [this] { return pa_stream_get_state(stream()) != PA_STREAM_CREATING; });
+    if (!isSettled) {
+        return kAudioQueueErr_CannotStart;
+    }
+    if (pa_stream_get_state(stream()) != PA_STREAM_READY) {
+        return connection_.status();
+    }
+    watchdog_.emplace(connection_, [this] { watch(); });
+    lastHeard_ = pa_rtclock_now();
+    watchdog_->callAt(lastHeard_ + kSilenceTime);
+    opened();
+    isOpen_ = true;
+    return noErr;
+}
+
+void PulseStream::close() {
+    watchdog_.reset();
+    stream_.reset();
+    connection_.close();
+}
+
+void PulseStream::noteSignOfLife() {
+    lastHeard_ = pa_rtclock_now();
+    isAsked_ = false;
+    if (isOpen_ && !isLost_) {
+        heard();
+    }
+}
+
+pa_usec_t PulseStream::duration(std::uint64_t frameCount) const {
+    return frameCount * PA_USEC_PER_SEC / format_.sampling.rate;
+}
+
+std::uint64_t PulseStream::frameCount(pa_usec_t duration) const {
+    return (duration * format_.sampling.rate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC;
+}
+
+void PulseStream::cork(bool isCorked) {
+    // The order of what it is told is the server's; nobody has to wait for the answer.
+    const PulseOperation operation(pa_stream_cork(stream(), isCorked ? 1 : 0, nullptr, nullptr));
+}
+
+void PulseStream::askForTiming() {
+    const PulseOperation operation(pa_stream_update_timing_info(stream(), nullptr, nullptr));
+}
+
+void PulseStream::onState(pa_stream* stream, void* self) noexcept {
+    auto* const that = static_cast<PulseStream*>(self);
+    if (that->isOpen_ && !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))) {
+        that->lose();
+    }
+    that->connection_.wake();
+}
+
+void PulseStream::onWord(pa_stream* /*stream*/, void* self) noexcept {
+    static_cast<PulseStream*>(self)->noteSignOfLife();
+}
+
+void PulseStream::watch() {
+    const pa_usec_t now = pa_rtclock_now();
+    if (now < lastHeard_ + kSilenceTime) {
+        watchdog_->callAt(lastHeard_ + kSilenceTime);
+        return;
+    }
+    if (isAsked_) {
+        lose();
+        return;
+    }
+    // Asked, and not taken for gone at once: this process may have been the one that stood still.
+    isAsked_ = true;
+    askForTiming();
+    watchdog_->callAt(now + kSilenceTime);
+}
+
+void PulseStream::lose() {
+    if (!isLost_) {
+        isLost_ = true;
+        watchdog_->stop();
+        lost();
+        connection_.wake();
+    }
+}
+
+}  // namespace zav::detail

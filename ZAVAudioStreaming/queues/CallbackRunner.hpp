@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "ZAVAudioStreaming/platform/DispatchQueue.hpp"
+
+namespace zav::detail {
+
+/// Where the callbacks of one queue run: calls `deliver` when it is woken, never twice at the same
+/// time, and never on the thread that wakes it.
+///
+/// Threads: any.
+class CallbackRunner {
+ public:
+    virtual ~CallbackRunner() = default;
+
+    CallbackRunner(const CallbackRunner&) = delete;
+    CallbackRunner& operator=(const CallbackRunner&) = delete;
+
+    /// Has `deliver` called once more, soon. Takes no lock and no memory: the device thread calls
+    /// it too.
+    virtual void wake() noexcept = 0;
+
+    /// Whether the caller is inside `deliver`.
+    bool isCurrentThread() const noexcept { return runningThread_ == std::this_thread::get_id(); }
+
+    /// Whether every wake-up so far has been answered.
+    bool isIdle() const noexcept { return answeredWakeUps_ == wakeUps_; }
+
+    /// No call of `deliver` begins after this, and none is running, except one that calls this.
+    virtual void end() = 0;
+
+ protected:
+    explicit CallbackRunner(std::function<void()> deliver) : deliver_(std::move(deliver)) {}
+
+    void noteWakeUp() noexcept { ++wakeUps_; }
+    void answerWakeUps() {
+        const std::uint64_t answered = wakeUps_;
+        runningThread_ = std::this_thread::get_id();
+        deliver_();
+        runningThread_ = std::thread::id();
+        answeredWakeUps_ = answered;
+    }
+
+ private:
+    std::function<void()> deliver_;
+    std::atomic<std::uint64_t> wakeUps_{0};
+    std::atomic<std::uint64_t> answeredWakeUps_{0};
+    std::atomic<std::thread::id> runningThread_;
+};
+
+/// On a thread of its own, which this starts.
+std::shared_ptr<CallbackRunner> makeThreadRunner(std::function<void()> deliver);
+
+/// Through `queue`, which outlives the runner.
+std::shared_ptr<CallbackRunner> makeDispatchRunner(DispatchQueue& queue,
+                                                   std::function<void()> deliver);
+
+}  // namespace zav::detail

@@ -1,0 +1,37 @@
+#include "ZAVAudioStreaming/platform/DispatchQueue.hpp"
+
+#include <algorithm>
+#include <asio/post.hpp>
+#include <thread>
+#include <utility>
+
+#include "ZAVAudioStreaming/queues/GlobalThreads.hpp"
+
+namespace zav {
+
+using namespace detail;
+
+namespace {
+
+class GlobalQueue : public DispatchQueue {
+ public:
+    void async(std::function<void()> work) override {
+        asio::post(globalThreads(), std::move(work));
+    }
+};
+
+}  // namespace
+
+asio::thread_pool& detail::globalThreads() {
+    // A single core gets two as well: one piece of work that waits must not hold up the rest.
+    static auto* const threads =
+        new asio::thread_pool(std::max<std::size_t>(2, std::thread::hardware_concurrency()));
+    return *threads;
+}
+
+DispatchQueue& DispatchQueue::global(QualityOfService /*qos*/) {
+    static auto* const queue = new GlobalQueue;
+    return *queue;
+}
+
+}  // namespace zav

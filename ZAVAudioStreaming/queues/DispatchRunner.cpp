@@ -1,0 +1,128 @@
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <asio/bind_executor.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/post.hpp>
+#include <asio/strand.hpp>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "ZAVAudioStreaming/queues/CallbackRunner.hpp"
+#include "ZAVAudioStreaming/queues/GlobalThreads.hpp"
+
+namespace zav::detail {
+namespace {
+
+int makeEvent() {
+    const int event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (event < 0) {
+        throw std::system_error(errno, std::generic_category());
+    }
+    return event;
+}
+
+/// A dispatch queue takes locks and memory to hand work in, which the device thread may not. So a
+/// wake-up is a write to an event, which a thread of the global queue waits for and hands on.
+class DispatchRunner : public CallbackRunner, public std::enable_shared_from_this<DispatchRunner> {
+ public:
+    DispatchRunner(DispatchQueue& queue, std::function<void()> deliver)
+        : CallbackRunner(std::move(deliver)),
+          queue_(queue),
+          strand_(globalThreads().get_executor()),
+          event_(strand_, makeEvent()),
+          eventHandle_(event_.native_handle()) {}
+
+    void wake() noexcept override {
+        noteWakeUp();
+        const std::uint64_t one = 1;
+        // It fails only when the event is raised already.
+        static_cast<void>(!::write(eventHandle_, &one, sizeof(one)));
+    }
+
+    void end() override {
+        {
+            const std::lock_guard lock(requesting_);
+            isEnded_ = true;
+        }
+        // The event is closed where it is waited for, after what waits for it now.
+        asio::post(strand_, [self = shared_from_this()] { self->event_.cancel(); });
+        if (!isCurrentThread()) {
+            const std::lock_guard none(running_);
+        }
+    }
+
+    void waitForEvent() {
+        event_.async_wait(asio::posix::stream_descriptor::wait_read,
+                          [self = shared_from_this()](const asio::error_code& error) {
+                              if (!error && self->requestUnlessEnded()) {
+                                  self->waitForEvent();
+                              }
+                          });
+    }
+
+ private:
+    void clearEvent() {
+        std::uint64_t count = 0;
+        static_cast<void>(!::read(eventHandle_, &count, sizeof(count)));
+    }
+
+    bool requestUnlessEnded() {
+        // The dispatch queue may be gone as soon as `end` has returned.
+        const std::lock_guard lock(requesting_);
+        if (isEnded_) {
+            return false;
+        }
+        clearEvent();
+        request();
+        return true;
+    }
+
+    /// Requests that come while one is being answered are answered by the same piece of work.
+    void request() {
+        if (requests_.fetch_add(1) == 0) {
+            queue_.async([self = shared_from_this()] { self->answerRequests(); });
+        }
+    }
+
+    void answerRequests() {
+        for (std::uint64_t answered = requests_; answered > 0;) {
+            answerOne();
+            answered = requests_.fetch_sub(answered) - answered;
+        }
+    }
+
+    void answerOne() {
+        const std::lock_guard running(running_);
+        if (isEnded_) {
+            return;
+        }
+        answerWakeUps();
+    }
+
+    DispatchQueue& queue_;
+    asio::strand<asio::thread_pool::executor_type> strand_;
+    asio::posix::basic_stream_descriptor<asio::strand<asio::thread_pool::executor_type>> event_;
+    int eventHandle_;
+    std::atomic<std::uint64_t> requests_{0};
+    std::atomic<bool> isEnded_{false};
+    std::mutex requesting_;  // held while the dispatch queue is handed work
+    std::mutex running_;     // held while `deliver` runs
+};
+
+}  // namespace
+
+std::shared_ptr<CallbackRunner> makeDispatchRunner(DispatchQueue& queue,
+                                                   std::function<void()> deliver) {
+    auto runner = std::make_shared<DispatchRunner>(queue, std::move(deliver));
+    runner->waitForEvent();
+    return runner;
+}
+
+}  // namespace zav::detail

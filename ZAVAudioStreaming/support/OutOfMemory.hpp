@@ -1,0 +1,23 @@
+#pragma once
+
+#include <new>
+#include <stdexcept>
+
+#include "ZAVAudioStreaming/core/FatalError.hpp"
+
+namespace zav::detail {
+
+/// Makes a call that takes memory in the middle of a stream: none left is a fatal stop at the
+/// caller's position, because no exception may come out of there.
+template <class Call>
+void fatalWithoutMemory(Call call, SourcePosition position = SourcePosition::current()) {
+    try {
+        call();
+    } catch (const std::bad_alloc&) {
+        fatalError("Out of memory", position);
+    } catch (const std::length_error&) {
+        fatalError("Out of memory", position);
+    }
+}
+
+}  // namespace zav::detail

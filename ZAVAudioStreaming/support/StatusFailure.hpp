@@ -1,0 +1,21 @@
+#pragma once
+
+#include <exception>
+
+#include "ZAVAudioStreaming/core/OSStatus.hpp"
+
+namespace zav::detail {
+
+/// A status on its way to the caller of a service.
+class StatusFailure : public std::exception {
+ public:
+    explicit StatusFailure(OSStatus status) : status_(status) {}
+
+    OSStatus status() const noexcept { return status_; }
+    const char* what() const noexcept override { return "a service's status"; }
+
+ private:
+    OSStatus status_;
+};
+
+}  // namespace zav::detail
