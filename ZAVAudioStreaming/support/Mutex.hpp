@@ -1,0 +1,81 @@
+#pragma once
+
+#include <mutex>
+
+/// Mutexes that the compiler checks. A member is marked with the mutex that guards it, a function
+/// with the one that its caller holds:
+///
+///     void add() ZAV_REQUIRES(mutex_);
+///     int count_ ZAV_GUARDED_BY(mutex_) = 0;
+///
+/// Clang then reports every access without the lock (-Wthread-safety); other compilers ignore the
+/// marks. See "Thread Safety Analysis" in Clang's manual.
+#ifdef __clang__
+#define ZAV_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
+#else
+#define ZAV_THREAD_ATTRIBUTE(attribute)
+#endif
+
+#define ZAV_CAPABILITY(name) ZAV_THREAD_ATTRIBUTE(capability(name))
+#define ZAV_SCOPED_CAPABILITY ZAV_THREAD_ATTRIBUTE(scoped_lockable)
+#define ZAV_GUARDED_BY(mutex) ZAV_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define ZAV_PT_GUARDED_BY(mutex) ZAV_THREAD_ATTRIBUTE(pt_guarded_by(mutex))
+#define ZAV_ACQUIRED_AFTER(...) ZAV_THREAD_ATTRIBUTE(acquired_after(__VA_ARGS__))
+#define ZAV_REQUIRES(...) ZAV_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define ZAV_EXCLUDES(...) ZAV_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+#define ZAV_ACQUIRE(...) ZAV_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define ZAV_RELEASE(...) ZAV_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define ZAV_ASSERT_CAPABILITY(mutex) ZAV_THREAD_ATTRIBUTE(assert_capability(mutex))
+#define ZAV_RETURN_CAPABILITY(mutex) ZAV_THREAD_ATTRIBUTE(lock_returned(mutex))
+
+namespace zav::detail {
+
+/// A `std::mutex` that the compiler knows.
+class ZAV_CAPABILITY("mutex") Mutex {
+ public:
+    void lock() ZAV_ACQUIRE() { mutex_.lock(); }
+    void unlock() ZAV_RELEASE() { mutex_.unlock(); }
+
+ private:
+    std::mutex mutex_;
+};
+
+/// A `std::recursive_mutex` that the compiler knows.
+class ZAV_CAPABILITY("mutex") RecursiveMutex {
+ public:
+    void lock() ZAV_ACQUIRE() { mutex_.lock(); }
+    void unlock() ZAV_RELEASE() { mutex_.unlock(); }
+
+ private:
+    std::recursive_mutex mutex_;
+};
+
+/// Holds a lock until the end of its scope: `const MutexLock lock(mutex_);`. One that is not const
+/// can be given up earlier and taken again.
+template <class Lockable>
+class ZAV_SCOPED_CAPABILITY MutexLock {
+ public:
+    explicit MutexLock(Lockable& mutex) ZAV_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~MutexLock() ZAV_RELEASE() {
+        if (isHeld_) {
+            mutex_.unlock();
+        }
+    }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+    void lock() ZAV_ACQUIRE() {
+        mutex_.lock();
+        isHeld_ = true;
+    }
+    void unlock() ZAV_RELEASE() {
+        isHeld_ = false;
+        mutex_.unlock();
+    }
+
+ private:
+    Lockable& mutex_;
+    bool isHeld_ = true;
+};
+
+}  // namespace zav::detail

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <cassert>
+#include <thread>
+
+namespace zav::detail {
+
+/// A role that one thread at a time plays, without a lock: the producer of a ring, for example.
+/// Debug builds stop the program when two threads are in it at once; release builds check nothing.
+///
+///     const RolePlayer producer(producerRole_);
+class ThreadRole {
+    friend class RolePlayer;
+#ifndef NDEBUG
+    std::atomic<std::thread::id> player_;
+#endif
+};
+
+/// Is in a role until the end of its scope.
+class RolePlayer {
+ public:
+#ifndef NDEBUG
+    explicit RolePlayer(ThreadRole& role) : role_(role) {
+        const auto self = std::this_thread::get_id();
+        std::thread::id none;
+        const bool isFree =
+            role_.player_.compare_exchange_strong(none, self, std::memory_order_relaxed);
+        isOutermost_ = isFree;
+        assert(isFree || none == self);
+    }
+    ~RolePlayer() {
+        if (isOutermost_) {
+            role_.player_.store({}, std::memory_order_relaxed);
+        }
+    }
+#else
+    explicit RolePlayer(ThreadRole& /*role*/) {}
+    ~RolePlayer() {}  // not trivial, so that a player is never an unused variable
+#endif
+    RolePlayer(const RolePlayer&) = delete;
+    RolePlayer& operator=(const RolePlayer&) = delete;
+
+#ifndef NDEBUG
+ private:
+    ThreadRole& role_;
+    bool isOutermost_;
+#endif
+};
+
+}  // namespace zav::detail
