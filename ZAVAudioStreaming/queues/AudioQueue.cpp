@@ -8,8 +8,9 @@
 #include <system_error>
 #include <utility>
 
-#include "ZAVAudioStreaming/queues/InputQueue.hpp"
-#include "ZAVAudioStreaming/queues/OutputQueue.hpp"
+#include "ZAVAudioStreaming/queues/BufferQueue.hpp"
+#include "ZAVAudioStreaming/queues/InputSide.hpp"
+#include "ZAVAudioStreaming/queues/OutputSide.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav {
@@ -18,7 +19,7 @@ using namespace detail;
 
 namespace {
 
-// Nothing that is thrown below leaves the service.
+// The service throws nothing.
 template <class Call>
 OSStatus queueStatusOf(Call call) noexcept {
     try {
@@ -30,35 +31,6 @@ OSStatus queueStatusOf(Call call) noexcept {
     } catch (const std::system_error&) {
         // No thread or no descriptor is left.
         return kAudioQueueErr_NoMemory;
-    }
-}
-
-/// The value of a property as bytes, for somebody who has room for so many.
-std::vector<std::byte> propertyOf(BufferQueue& queue, AudioQueuePropertyID property,
-                                  std::size_t roomInBytes) {
-    const auto bytesOf = [](const auto& value) {
-        const auto bytes = std::as_bytes(std::span(&value, 1));
-        return std::vector(bytes.begin(), bytes.end());
-    };
-    switch (property) {
-        case kAudioQueueProperty_IsRunning:
-            return bytesOf(std::uint32_t{queue.isRunning()});
-        case kAudioQueueProperty_MaximumOutputPacketSize:
-            return bytesOf(queue.maximumPacketSize());
-        case kAudioQueueProperty_StreamDescription:
-            return bytesOf(queue.streamFormat());
-        case kAudioQueueProperty_MagicCookie:
-            return queue.magicCookie();
-        case kAudioQueueProperty_InterruptionCount:
-            return bytesOf(queue.interruptionCount());
-        case kAudioQueueProperty_Level:
-            // The peak is for who gets it.
-            return bytesOf(roomInBytes < sizeof(AudioQueueLevel) ? AudioQueueLevel()
-                                                                 : queue.takeLevel());
-        case kAudioQueueProperty_HasPlayedAll:
-            return bytesOf(std::uint32_t{queue.lastRunWasPlayedOut()});
-        default:
-            throw StatusFailure(kAudioQueueErr_InvalidProperty);
     }
 }
 
@@ -74,7 +46,17 @@ OSStatus AudioQueueNewInput(const AudioStreamBasicDescription* inFormat,
             return kAudioQueueErr_InvalidParameter;
         }
         auto handle = std::make_unique<OpaqueAudioQueue>();
-        handle->queue = InputQueue::make(handle.get(), *inFormat, inCallbackProc, inUserData);
+        handle->queue = BufferQueue::make(
+            handle.get(),
+            [inCallbackProc, inUserData](AudioQueueRef queue, const BufferLedger::Entry& entry) {
+                inCallbackProc(inUserData, queue, entry.buffer, &entry.startTime,
+                               static_cast<std::uint32_t>(entry.descriptions.size()),
+                               entry.descriptions.empty() ? nullptr : entry.descriptions.data());
+            },
+            [&](std::function<void()> wake) {
+                return std::make_unique<InputSide>(*inFormat, std::move(wake));
+            },
+            makeThreadRunner);
         *outAQ = handle.release();
         return noErr;
     });
@@ -91,8 +73,18 @@ OSStatus AudioQueueNewOutputWithDispatchQueue(AudioQueueRef* outAQ,
             return kAudioQueueErr_InvalidParameter;
         }
         auto handle = std::make_unique<OpaqueAudioQueue>();
-        handle->queue = OutputQueue::make(handle.get(), *inFormat, *inCallbackDispatchQueue,
-                                          std::move(inCallbackBlock));
+        handle->queue = BufferQueue::make(
+            handle.get(),
+            [block = std::move(inCallbackBlock)](AudioQueueRef queue,
+                                                 const BufferLedger::Entry& entry) {
+                block(queue, entry.buffer);
+            },
+            [&](std::function<void()> wake) {
+                return std::make_unique<OutputSide>(*inFormat, std::move(wake));
+            },
+            [&](std::function<void()> deliver) {
+                return makeDispatchRunner(*inCallbackDispatchQueue, std::move(deliver));
+            });
         *outAQ = handle.release();
         return noErr;
     });
@@ -136,7 +128,7 @@ OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate) {
 OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate) {
     // The handle is gone before this returns.
     const auto queue = inAQ->queue;
-    return queueStatusOf([&] { return queue->end(inImmediate); });
+    return queueStatusOf([&] { return queue->dispose(inImmediate); });
 }
 
 OSStatus AudioQueueGetCurrentTime(AudioQueueRef inAQ, AudioQueueTimelineRef /*inTimeline*/,
@@ -159,7 +151,7 @@ OSStatus AudioQueueGetPropertySize(AudioQueueRef inAQ, AudioQueuePropertyID inID
         if (outDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
-        *outDataSize = static_cast<std::uint32_t>(propertyOf(*inAQ->queue, inID, 0).size());
+        *outDataSize = static_cast<std::uint32_t>(inAQ->queue->property(inID, 0).size());
         return noErr;
     });
 }
@@ -170,7 +162,7 @@ OSStatus AudioQueueGetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, vo
         if (outData == nullptr || ioDataSize == nullptr) {
             return kAudioQueueErr_InvalidParameter;
         }
-        const std::vector<std::byte> value = propertyOf(*inAQ->queue, inID, *ioDataSize);
+        const std::vector<std::byte> value = inAQ->queue->property(inID, *ioDataSize);
         if (*ioDataSize < value.size()) {
             return kAudioQueueErr_InvalidPropertySize;
         }
@@ -189,7 +181,8 @@ OSStatus AudioQueueSetProperty(AudioQueueRef inAQ, AudioQueuePropertyID inID, co
         if (inID != kAudioQueueProperty_MagicCookie) {
             return kAudioQueueErr_InvalidProperty;
         }
-        return inAQ->queue->setMagicCookie({static_cast<const std::byte*>(inData), inDataSize});
+        inAQ->queue->setMagicCookie({static_cast<const std::byte*>(inData), inDataSize});
+        return noErr;
     });
 }
 

@@ -5,163 +5,160 @@
 #include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
 namespace zav::detail {
+namespace {
 
-struct BufferQueue::Memory {
-    explicit Memory(std::uint32_t byteCount)
-        : bytes(std::make_unique_for_overwrite<std::byte[]>(byteCount)),
-          buffer{byteCount, bytes.get()} {}
+template <class Value>
+std::vector<std::byte> bytesOf(const Value& value) {
+    const auto bytes = std::as_bytes(std::span(&value, 1));
+    return {bytes.begin(), bytes.end()};
+}
 
-    std::unique_ptr<std::byte[]> bytes;
-    AudioQueueBuffer buffer;
-    bool isInQueue = false;
-};
+}  // namespace
 
-BufferQueue::BufferQueue(AudioQueueRef handle) : handle_(handle) {}
+std::shared_ptr<BufferQueue> BufferQueue::make(AudioQueueRef handle, Callback callback,
+                                               const QueueSideMaker& makeSide,
+                                               const RunnerMaker& makeRunner) {
+    auto queue = std::make_shared<BufferQueue>(handle, std::move(callback), makeSide);
+    queue->runner_ = makeRunner([weak = std::weak_ptr(queue)] {
+        if (const auto alive = weak.lock()) {
+            alive->deliver();
+        }
+    });
+    return queue;
+}
 
-BufferQueue::~BufferQueue() = default;
+BufferQueue::BufferQueue(AudioQueueRef handle, Callback callback, const QueueSideMaker& makeSide)
+    : handle_(handle), callback_(std::move(callback)), side_(makeSide([this] { wake(); })) {}
 
 OSStatus BufferQueue::allocate(std::uint32_t byteCount, AudioQueueBufferRef& buffer) {
-    auto memory = std::make_unique<Memory>(byteCount);
-    const std::lock_guard lock(state_);
-    if (isBeingDisposedOf()) {
+    auto memory = std::make_unique<BufferLedger::Memory>(byteCount);
+    const MutexLock lock(side_->mutex);
+    if (run_.isBeingDisposedOf()) {
         return kAudioQueueErr_DisposalPending;
     }
-    auto* const made = &memory->buffer;
-    buffers_.emplace(made, std::move(memory));
-    buffer = made;
+    buffer = side_->buffers.add(std::move(memory));
     return noErr;
 }
 
 OSStatus BufferQueue::enqueue(AudioQueueBufferRef buffer,
                               std::span<const AudioStreamPacketDescription> descriptions) {
-    const std::lock_guard lock(state_);
-    if (isBeingDisposedOf()) {
+    const MutexLock lock(side_->mutex);
+    if (run_.isBeingDisposedOf()) {
         return kAudioQueueErr_DisposalPending;
     }
-    const auto memory = buffers_.find(buffer);
-    if (memory == buffers_.end() || buffer->mAudioDataByteSize > buffer->mAudioDataBytesCapacity) {
-        return kAudioQueueErr_InvalidBuffer;
-    }
-    if (memory->second->isInQueue) {
-        return kAudioQueueErr_BufferInQueue;
-    }
-    if (const OSStatus status = prepare(*buffer, descriptions); status != noErr) {
+    if (const OSStatus status = side_->buffers.check(buffer); status != noErr) {
         return status;
     }
-    Entry entry;
-    entry.buffer = buffer;
-    const bool comesTooLate = runner_->isCurrentThread() && stopCountAtCallback_ != stopCount_;
-    if (comesTooLate) {
-        givenBack_.push_back(std::move(entry));
-        wake();
-    } else {
-        add(entry, descriptions);
+    if (const OSStatus status = side_->prepare(*buffer, descriptions); status != noErr) {
+        return status;
     }
-    memory->second->isInQueue = true;
+    const bool comesTooLate =
+        runner_->isCurrentThread() && stopCountAtCallback_ != run_.stopCount();
+    if (comesTooLate) {
+        side_->buffers.returnAtOnce(buffer);
+        wake();
+        return noErr;
+    }
+    BufferLedger::Entry& entry = side_->buffers.enqueue(buffer);
+    try {
+        side_->accept(entry, descriptions);
+    } catch (...) {
+        side_->buffers.removeLast();
+        throw;
+    }
     return noErr;
 }
 
-/// State lock held.
-bool BufferQueue::isBeingDisposedOf() const {
-    return isEnded_ || endsAfterStop_;
-}
-
-/// State lock held.
-void BufferQueue::add(const Entry& entry,
-                      std::span<const AudioStreamPacketDescription> descriptions) {
-    enqueued_.push_back(entry);
-    try {
-        accept(enqueued_.back(), descriptions);
-    } catch (...) {
-        enqueued_.pop_back();
-        throw;
-    }
-}
-
 OSStatus BufferQueue::start() {
-    const std::lock_guard control(control_);
-    const OSStatus status = startOrResume();
+    const MutexLock control(control_);
+    const OSStatus status = startUnlessOver();
     if (status == noErr) {
         noteStopIsKnown();
     }
     return status;
 }
 
-/// Control lock held.
-OSStatus BufferQueue::startOrResume() {
+OSStatus BufferQueue::startUnlessOver() {
     finishRunIfOver();
+    auto action = QueueRun::StartAction::nothing;
     {
-        const std::lock_guard lock(state_);
-        if (isBeingDisposedOf()) {
+        const MutexLock lock(side_->mutex);
+        action = run_.startAction();
+        if (action == QueueRun::StartAction::callOffStop) {
+            run_.noteStopCalledOff();
+            side_->callOffPlayingOut();
+        }
+    }
+    switch (action) {
+        case QueueRun::StartAction::refuse:
             return kAudioQueueErr_DisposalPending;
-        }
-        if (isRunning_ && !isPaused_) {
-            if (std::exchange(isStopping_, false)) {
-                callOffEnding();
-            }
+        case QueueRun::StartAction::resume:
+            return resume();
+        case QueueRun::StartAction::open:
+            break;
+        default:
             return noErr;
-        }
     }
-    if (isRunning_) {
-        return resume();
-    }
-    if (const OSStatus status = openDevice(); status != noErr) {
+    if (const OSStatus status = side_->openDevice(); status != noErr) {
         return status;
     }
-    isRunning_ = true;
+    const MutexLock lock(side_->mutex);
+    run_.noteStarted();
     wake();
     return noErr;
 }
 
-/// Control lock held.
 OSStatus BufferQueue::resume() {
-    if (const OSStatus status = resumeDevice(); status != noErr) {
+    if (const OSStatus status = side_->resumeDevice(); status != noErr) {
         return status;
     }
-    isPaused_ = false;
+    const MutexLock lock(side_->mutex);
+    run_.noteResumed();
     wake();
     return noErr;
 }
 
 OSStatus BufferQueue::pause() {
-    const std::lock_guard control(control_);
+    const MutexLock control(control_);
     finishRunIfOver();
+    auto action = QueueRun::PauseAction::nothing;
     {
-        const std::lock_guard lock(state_);
-        if (isBeingDisposedOf()) {
-            return kAudioQueueErr_DisposalPending;
-        }
-        if (isStopping_ && enqueued_.empty()) {
-            return noErr;  // nobody would go on for what a decoder still holds
-        }
+        const MutexLock lock(side_->mutex);
+        action = run_.pauseAction(side_->buffers.hasEnqueued());
     }
-    if (!isRunning_ || isPaused_) {
+    if (action == QueueRun::PauseAction::refuse) {
+        return kAudioQueueErr_DisposalPending;
+    }
+    if (action == QueueRun::PauseAction::nothing) {
         return noErr;
     }
-    if (const OSStatus status = pauseDevice(); status != noErr) {
+    if (const OSStatus status = side_->pauseDevice(); status != noErr) {
         return status;
     }
-    isPaused_ = true;
+    const MutexLock lock(side_->mutex);
+    run_.notePaused();
     wake();
     return noErr;
 }
 
 OSStatus BufferQueue::stop(bool isImmediate) {
-    const std::lock_guard control(control_);
-    return stopOrBeginTo(isImmediate);
+    const MutexLock control(control_);
+    return stopOrPlayOut(isImmediate);
 }
 
-/// Control lock held.
-OSStatus BufferQueue::stopOrBeginTo(bool isImmediate) {
-    bool isEmpty = false;
+OSStatus BufferQueue::stopOrPlayOut(bool isImmediate) {
+    bool hasOnlyTheRest = false;
     {
-        const std::lock_guard lock(state_);
-        if (isBeingDisposedOf()) {
+        const MutexLock lock(side_->mutex);
+        if (run_.isBeingDisposedOf()) {
             return kAudioQueueErr_DisposalPending;
         }
-        isImmediate = isImmediate || !isRunning_ || isDeviceGone() || beginEnding();
-        isStopping_ = isStopping_ || !isImmediate;
-        isEmpty = enqueued_.empty();
+        isImmediate =
+            isImmediate || !run_.isRunning() || side_->isDeviceGone() || side_->beginPlayingOut();
+        if (!isImmediate) {
+            run_.noteStopping();
+        }
+        hasOnlyTheRest = run_.isPaused() && !side_->buffers.hasEnqueued();
     }
     if (isImmediate) {
         stopNow();
@@ -169,114 +166,145 @@ OSStatus BufferQueue::stopOrBeginTo(bool isImmediate) {
         return noErr;
     }
     wake();
-    // The application has got all its buffers back, and takes what is left for played: it would
-    // not go on for that.
-    if (isPaused_ && isEmpty) {
-        static_cast<void>(resume());  // fails when the device is gone, and that ends the run
+    // The application has all its buffers back. It would not resume the queue for the rest that a
+    // decoder still held.
+    if (hasOnlyTheRest) {
+        static_cast<void>(resume());  // fails when the device is gone, which ends the run
     }
     return noErr;
 }
 
-OSStatus BufferQueue::end(bool isImmediate) {
-    if (!isImmediate) {
-        const std::lock_guard control(control_);
-        // Nobody can have a paused queue go on any more.
-        if (const OSStatus status = stopOrBeginTo(isPaused_); status != noErr) {
-            return status;
-        }
-        const std::lock_guard lock(state_);
-        endsAfterStop_ = true;
-        wake();
-        return noErr;
+OSStatus BufferQueue::dispose(bool isImmediate) {
+    if (isImmediate) {
+        return disposeNow();
     }
+    const MutexLock control(control_);
+    bool isPaused = false;
     {
-        const std::lock_guard control(control_);
+        const MutexLock lock(side_->mutex);
+        isPaused = run_.isPaused();
+    }
+    // Nobody could resume a paused queue any more, so it does not play out.
+    if (const OSStatus status = stopOrPlayOut(isPaused); status != noErr) {
+        return status;
+    }
+    const MutexLock lock(side_->mutex);
+    run_.noteDisposalAfterStop();
+    wake();
+    return noErr;
+}
+
+OSStatus BufferQueue::disposeNow() {
+    {
+        const MutexLock control(control_);
         {
-            const std::lock_guard lock(state_);
-            if (std::exchange(isEnded_, true)) {
+            const MutexLock lock(side_->mutex);
+            if (run_.isDisposedOf()) {
                 return kAudioQueueErr_DisposalPending;
             }
+            run_.noteDisposed();
         }
-        isRunning_ = false;
-        closeDevice();
+        side_->closeDevice();
     }
     runner_->end();
     delete std::exchange(handle_, nullptr);
     return noErr;
 }
 
-/// A callback that has stopped or started the queue itself knows how things are.
+/// A callback that has itself stopped or started the queue knows of every stop until now.
 void BufferQueue::noteStopIsKnown() {
-    const std::lock_guard lock(state_);
+    const MutexLock lock(side_->mutex);
     if (runner_->isCurrentThread()) {
-        stopCountAtCallback_ = stopCount_;
+        stopCountAtCallback_ = run_.stopCount();
     }
 }
 
-void BufferQueue::giveBackFirst() {
-    givenBack_.push_back(std::move(enqueued_.front()));
-    enqueued_.pop_front();
+bool BufferQueue::isRunning() const {
+    const MutexLock lock(side_->mutex);
+    return run_.isRunning();
 }
 
-std::function<void()> BufferQueue::deliveryTo(const std::shared_ptr<BufferQueue>& queue) {
-    return [weak = std::weak_ptr(queue)] {
-        if (const auto alive = weak.lock()) {
-            alive->deliver();
-        }
-    };
+double BufferQueue::currentFrame() {
+    const MutexLock lock(side_->mutex);
+    return side_->currentFrame();
+}
+
+std::vector<std::byte> BufferQueue::property(AudioQueuePropertyID property,
+                                             std::size_t roomInBytes) {
+    const MutexLock lock(side_->mutex);
+    switch (property) {
+        case kAudioQueueProperty_IsRunning:
+            return bytesOf(std::uint32_t{run_.isRunning()});
+        case kAudioQueueProperty_MaximumOutputPacketSize:
+            return bytesOf(side_->maximumPacketSize());
+        case kAudioQueueProperty_StreamDescription:
+            return bytesOf(side_->streamFormat());
+        case kAudioQueueProperty_MagicCookie:
+            return side_->magicCookie();
+        case kAudioQueueProperty_InterruptionCount:
+            return bytesOf(side_->interruptionCount());
+        case kAudioQueueProperty_Level:
+            return bytesOf(roomInBytes < sizeof(AudioQueueLevel) ? AudioQueueLevel()
+                                                                 : side_->takeLevel());
+        case kAudioQueueProperty_HasPlayedAll:
+            return bytesOf(std::uint32_t{side_->lastRunWasPlayedOut()});
+        default:
+            throw StatusFailure(kAudioQueueErr_InvalidProperty);
+    }
+}
+
+void BufferQueue::setMagicCookie(std::span<const std::byte> cookie) {
+    const MutexLock lock(side_->mutex);
+    side_->setMagicCookie(cookie);
 }
 
 void BufferQueue::deliver() {
     fatalWithoutMemory([this] {
-        for (Entry next; takeNext(next); next = Entry()) {
-            callBack(handle_, next);
+        for (BufferLedger::Entry next; takeNext(next); next = {}) {
+            callback_(handle_, next);
         }
     });
 }
 
-/// False when no buffer waits to be called back.
-bool BufferQueue::takeNext(Entry& next) {
-    std::unique_lock lock(state_);
-    while (!isEnded_ && isRunning_) {
-        collect();
+/// False when no buffer waits for its callback.
+bool BufferQueue::takeNext(BufferLedger::Entry& next) {
+    MutexLock lock(side_->mutex);
+    while (!run_.isDisposedOf() && run_.isRunning()) {
+        side_->collect();
         if (!isRunOver()) {
             break;
         }
         lock.unlock();
         {
-            const std::lock_guard control(control_);
+            const MutexLock control(control_);
             finishRunIfOver();
         }
         lock.lock();
     }
-    if (isEnded_) {
+    if (run_.isDisposedOf()) {
         return false;
     }
-    if (givenBack_.empty()) {
-        const bool isLast = endsAfterStop_ && !isRunning_;
-        lock.unlock();
-        if (isLast) {
-            end(true);
-        }
-        return false;
+    if (side_->buffers.takeGivenBack(next)) {
+        stopCountAtCallback_ = run_.stopCount();
+        return true;
     }
-    next = std::move(givenBack_.front());
-    givenBack_.pop_front();
-    buffers_.at(next.buffer)->isInQueue = false;
-    stopCountAtCallback_ = stopCount_;
-    return true;
+    const bool isDisposalDue = run_.isDisposalDue();
+    lock.unlock();
+    if (isDisposalDue) {
+        disposeNow();
+    }
+    return false;
 }
 
-/// State lock held.
 bool BufferQueue::isRunOver() const {
-    return isRunning_ && (isDeviceGone() || (isStopping_ && isPlayedOut()));
+    return run_.isRunning() &&
+           (side_->isDeviceGone() || (run_.isStopping() && side_->isPlayedOut()));
 }
 
-/// Control lock held.
 void BufferQueue::finishRunIfOver() {
     bool isOver = false;
     {
-        const std::lock_guard lock(state_);
+        const MutexLock lock(side_->mutex);
         isOver = isRunOver();
     }
     if (isOver) {
@@ -284,30 +312,20 @@ void BufferQueue::finishRunIfOver() {
     }
 }
 
-/// Control lock held.
 void BufferQueue::stopNow() {
-    closeDevice();
-    isPaused_ = false;
-    const std::lock_guard lock(state_);
-    // Only now, and with what follows: a buffer that somebody enqueues because the queue does not
-    // run any more belongs to the next run.
-    isRunning_ = false;
-    isStopping_ = false;
-    ++stopCount_;
+    side_->closeDevice();
+    const MutexLock lock(side_->mutex);
+    // In one step with giving the buffers back: a buffer that is enqueued because the queue does
+    // not run any more belongs to the next run.
+    run_.noteStopped();
     try {
-        endRun();
+        side_->endRun();
     } catch (...) {
-        giveBackAll();
+        side_->buffers.giveBackAll();
+        wake();
         throw;
     }
-    giveBackAll();
-}
-
-/// State lock held.
-void BufferQueue::giveBackAll() {
-    while (!enqueued_.empty()) {
-        giveBackFirst();
-    }
+    side_->buffers.giveBackAll();
     wake();
 }
 

@@ -1,34 +1,45 @@
 #pragma once
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/queues/BufferLedger.hpp"
 #include "ZAVAudioStreaming/queues/CallbackRunner.hpp"
+#include "ZAVAudioStreaming/queues/QueueRun.hpp"
+#include "ZAVAudioStreaming/queues/QueueSide.hpp"
+#include "ZAVAudioStreaming/support/Mutex.hpp"
 
 namespace zav::detail {
 
-/// What input and output queues have in common: their buffers, the way back through the callback,
-/// and the run from start to stop. What a buffer's audio does in between is the derived class's.
+/// An audio queue. It puts together the run from start to stop (`QueueRun`), the buffers
+/// (`BufferLedger`), their audio (`QueueSide`) and the thread of the callbacks (`CallbackRunner`).
 ///
-/// Two locks, taken in this order; no callback is called under either, and the device thread takes
+/// Two locks, taken in this order. No callback is called under either, and the device thread takes
 /// neither:
-/// - `control`: one start, pause, stop or end of a stop at a time. Held while waiting for the
+/// - `control_`: one start, pause, stop or end of a stop at a time. Held while waiting for the
 ///   device.
-/// - `state`: everything else. Held for as long as it takes to copy or encode a buffer.
+/// - the mutex of the side: everything else.
 ///
 /// Threads: any. `deliver` runs where the queue's callbacks run.
 class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
  public:
-    explicit BufferQueue(AudioQueueRef handle);
-    virtual ~BufferQueue();
+    /// The application's callback. Throws nothing.
+    using Callback = std::function<void(AudioQueueRef handle, const BufferLedger::Entry& entry)>;
+    /// Makes the runner that calls `deliver`.
+    using RunnerMaker =
+        std::function<std::shared_ptr<CallbackRunner>(std::function<void()> deliver)>;
+
+    /// `handle` is deleted when the queue has been disposed of. Throws what the makers throw.
+    static std::shared_ptr<BufferQueue> make(AudioQueueRef handle, Callback callback,
+                                             const QueueSideMaker& makeSide,
+                                             const RunnerMaker& makeRunner);
+
+    BufferQueue(AudioQueueRef handle, Callback callback, const QueueSideMaker& makeSide);
 
     BufferQueue(const BufferQueue&) = delete;
     BufferQueue& operator=(const BufferQueue&) = delete;
@@ -39,108 +50,44 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     OSStatus start();
     OSStatus pause();
     OSStatus stop(bool isImmediate);
-    /// With `isImmediate`, no callback runs after this, but for one that calls it.
-    OSStatus end(bool isImmediate);
+    /// With `isImmediate`, no callback runs after this returns, except one that called it.
+    OSStatus dispose(bool isImmediate);
 
-    bool isRunning() const { return isRunning_; }
-    /// Whether nothing is under way to the callback.
+    bool isRunning() const;
+    /// Whether every wake-up of the callbacks has been answered.
     bool isIdle() const { return runner_->isIdle(); }
-    virtual double currentFrame() = 0;
-    virtual std::uint32_t interruptionCount() = 0;
-    virtual AudioQueueLevel takeLevel() = 0;
-    /// Throws kAudioQueueErr_InvalidProperty for an input queue.
-    virtual bool lastRunWasPlayedOut() = 0;
-    virtual AudioStreamBasicDescription streamFormat() = 0;
-    virtual std::uint32_t maximumPacketSize() = 0;
-    virtual std::vector<std::byte> magicCookie() = 0;
-    virtual OSStatus setMagicCookie(std::span<const std::byte> cookie) = 0;
-
- protected:
-    /// A buffer on its way, and what the callback is told of it.
-    struct Entry {
-        AudioQueueBufferRef buffer = nullptr;
-        std::uint64_t endFrame = 0;  ///< output: played when this many frames of the run are
-        AudioTimeStamp startTime;    ///< input: of its first frame
-        std::vector<AudioStreamPacketDescription> descriptions;  ///< input
-    };
-
-    /// Before any other call.
-    void setRunner(std::shared_ptr<CallbackRunner> runner) { runner_ = std::move(runner); }
-    /// What the runner of a queue calls.
-    static std::function<void()> deliveryTo(const std::shared_ptr<BufferQueue>& queue);
-    void wake() const noexcept { runner_->wake(); }
-
-    std::mutex& state() { return state_; }
-    std::deque<Entry>& enqueued() { return enqueued_; }
-    const std::deque<Entry>& enqueued() const { return enqueued_; }
-    /// Moves the oldest enqueued buffer to those that go back. State lock held.
-    void giveBackFirst();
-    bool isStopping() const { return isStopping_; }
-
-    // The derived class's part. Control lock held, state lock not:
-    virtual OSStatus openDevice() = 0;
-    virtual OSStatus resumeDevice() = 0;
-    /// A device that goes away while it is paused is still noticed.
-    virtual OSStatus pauseDevice() = 0;
-    virtual void closeDevice() = 0;
-
-    // State lock held:
-    /// Whether a buffer can be enqueued with these descriptions. Then one to be filled is emptied,
-    /// and an output queue has not played all any more, even if the buffer comes too late.
-    virtual OSStatus prepare(AudioQueueBuffer& buffer,
-                             std::span<const AudioStreamPacketDescription> descriptions) = 0;
-    /// `entry` is the last of `enqueued`, and leaves it again if this throws.
-    virtual void accept(Entry& entry,
-                        std::span<const AudioStreamPacketDescription> descriptions) = 0;
-    /// Gives back the buffers that the device is done with; of a stop the last one waits until the
-    /// queue is not running any more.
-    virtual void collect() = 0;
-    /// The device is closed: fills what is to be filled and forgets the run's audio.
-    virtual void endRun() = 0;
-    /// Nothing more has to be played than what is enqueued, or is before that has been; true when
-    /// nothing has to.
-    virtual bool beginEnding() = 0;
-    virtual void callOffEnding() = 0;
-    virtual bool isPlayedOut() const = 0;
-    virtual bool isDeviceGone() const = 0;
-
-    virtual void callBack(AudioQueueRef handle, const Entry& entry) = 0;
+    double currentFrame();
+    /// The value of a property as bytes. A caller without room for the level only asks for its
+    /// size: the peak then stays for the next caller. Throws StatusFailure.
+    std::vector<std::byte> property(AudioQueuePropertyID property, std::size_t roomInBytes);
+    /// Throws StatusFailure.
+    void setMagicCookie(std::span<const std::byte> cookie);
 
  private:
-    struct Memory;
+    void wake() const noexcept { runner_->wake(); }
 
-    void add(const Entry& entry, std::span<const AudioStreamPacketDescription> descriptions);
-    OSStatus startOrResume();
-    OSStatus resume();
-    OSStatus stopOrBeginTo(bool isImmediate);
+    OSStatus startUnlessOver() ZAV_REQUIRES(control_);
+    OSStatus resume() ZAV_REQUIRES(control_);
+    OSStatus stopOrPlayOut(bool isImmediate) ZAV_REQUIRES(control_);
+    OSStatus disposeNow();
+    void finishRunIfOver() ZAV_REQUIRES(control_);
+    void stopNow() ZAV_REQUIRES(control_);
+    bool isRunOver() const ZAV_REQUIRES(side_->mutex);
     void noteStopIsKnown();
-    bool isRunOver() const;
-    bool isBeingDisposedOf() const;
-    void finishRunIfOver();
-    void stopNow();
-    void giveBackAll();
+
     void deliver();
-    bool takeNext(Entry& next);
+    bool takeNext(BufferLedger::Entry& next);
 
-    AudioQueueRef handle_;
-    std::shared_ptr<CallbackRunner> runner_;
+    AudioQueueRef handle_;  // deleted when no callback can use it any more
+    const Callback callback_;
+    std::shared_ptr<CallbackRunner> runner_;  // set once, before the queue is handed out
 
-    std::mutex control_;
-    bool isPaused_ = false;  // guarded by control
-
-    std::mutex state_;
-    std::unordered_map<AudioQueueBufferRef, std::unique_ptr<Memory>> buffers_;
-    std::deque<Entry> enqueued_;
-    std::deque<Entry> givenBack_;
-    bool isStopping_ = false;
-    bool isEnded_ = false;
-    bool endsAfterStop_ = false;
-    // A callback that began before the last stop may enqueue its buffer again without knowing of
-    // it: that buffer comes back at once.
-    std::uint64_t stopCount_ = 0;
-    std::uint64_t stopCountAtCallback_ = 0;
-
-    std::atomic<bool> isRunning_{false};
+    Mutex control_;
+    const std::unique_ptr<QueueSide> side_ ZAV_ACQUIRED_AFTER(control_);
+    QueueRun run_ ZAV_GUARDED_BY(side_->mutex);
+    /// The stops that the running callback knows of. A callback that began before the last stop may
+    /// enqueue its buffer again without knowing of that stop: the buffer comes back at once.
+    std::uint64_t stopCountAtCallback_ ZAV_GUARDED_BY(side_->mutex) = 0;
 };
 
 }  // namespace zav::detail

@@ -1,4 +1,4 @@
-#include "ZAVAudioStreaming/queues/InputQueue.hpp"
+#include "ZAVAudioStreaming/queues/InputSide.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -13,10 +13,10 @@
 namespace zav::detail {
 namespace {
 
-/// What an application can be late with its buffers before the device has to hold audio back.
+/// An application can be this late with its buffers before the device has to hold audio back.
 constexpr double kRingInSeconds = 1;
 
-/// After this much a buffer of packets comes back though it is not full: it could hold a minute.
+/// A buffer of packets is given back when it contains this much. A full one could hold a minute.
 constexpr double kPacketBufferInSeconds = 0.5;
 
 std::unique_ptr<QueueEncoder> makeEncoder(const AudioStreamBasicDescription& format) {
@@ -33,50 +33,26 @@ std::unique_ptr<QueueEncoder> makeEncoder(const AudioStreamBasicDescription& for
 
 }  // namespace
 
-std::shared_ptr<InputQueue> InputQueue::make(AudioQueueRef handle,
-                                             const AudioStreamBasicDescription& format,
-                                             AudioQueueInputCallback callback, void* userData) {
-    auto queue = std::make_shared<InputQueue>(handle, format, callback, userData);
-    queue->setRunner(makeThreadRunner(deliveryTo(queue)));
-    return queue;
-}
-
-InputQueue::InputQueue(AudioQueueRef handle, const AudioStreamBasicDescription& format,
-                       AudioQueueInputCallback callback, void* userData)
-    : BufferQueue(handle),
-      format_(format),
-      callback_(callback),
-      userData_(userData),
+InputSide::InputSide(const AudioStreamBasicDescription& format, std::function<void()> wake)
+    : format_(format),
+      wake_(std::move(wake)),
       encoder_(makeEncoder(format)),
       pcm_(encoder_ != nullptr ? encoder_->pcmFormat() : *pcmOfDevice(format)),
-      ring_(pcm_, static_cast<std::size_t>(pcm_.mSampleRate * kRingInSeconds), [this] { wake(); }) {
-}
+      ring_(pcm_, static_cast<std::size_t>(pcm_.mSampleRate * kRingInSeconds), wake_) {}
 
-double InputQueue::currentFrame() {
-    const std::lock_guard lock(state());
+double InputSide::currentFrame() {
     return static_cast<double>(ring_.capturedFrames()) * format_.mSampleRate / pcm_.mSampleRate;
 }
 
-bool InputQueue::lastRunWasPlayedOut() {
-    throw StatusFailure(kAudioQueueErr_InvalidProperty);
-}
-
-AudioStreamBasicDescription InputQueue::streamFormat() {
-    const std::lock_guard lock(state());
+AudioStreamBasicDescription InputSide::streamFormat() const {
     return encoder_ != nullptr ? encoder_->streamFormat() : format_;
 }
 
-std::uint32_t InputQueue::maximumPacketSize() {
-    const std::lock_guard lock(state());
-    return largestPacket();
-}
-
-std::uint32_t InputQueue::largestPacket() const {
+std::uint32_t InputSide::maximumPacketSize() const {
     return encoder_ != nullptr ? encoder_->maximumPacketSize() : format_.mBytesPerPacket;
 }
 
-std::vector<std::byte> InputQueue::magicCookie() {
-    const std::lock_guard lock(state());
+std::vector<std::byte> InputSide::magicCookie() const {
     if (encoder_ == nullptr) {
         return {};
     }
@@ -84,13 +60,9 @@ std::vector<std::byte> InputQueue::magicCookie() {
     return {cookie.begin(), cookie.end()};
 }
 
-OSStatus InputQueue::setMagicCookie(std::span<const std::byte> /*cookie*/) {
-    return kAudioQueueErr_InvalidProperty;
-}
-
-OSStatus InputQueue::openDevice() {
+OSStatus InputSide::openDevice() {
     {
-        const std::lock_guard lock(state());
+        const MutexLock lock(mutex);
         ring_.clear();
         filledFrames_ = 0;
         isInRun_ = true;
@@ -98,11 +70,11 @@ OSStatus InputQueue::openDevice() {
     return openStream();
 }
 
-OSStatus InputQueue::resumeDevice() {
+OSStatus InputSide::resumeDevice() {
     return openStream();
 }
 
-OSStatus InputQueue::openStream() {
+OSStatus InputSide::openStream() {
     QueueDevice* const device = queueDevice();
     if (device == nullptr) {
         return kAudioQueueErr_InvalidDevice;
@@ -111,56 +83,59 @@ OSStatus InputQueue::openStream() {
     if (const OSStatus status = device->openCapture(pcm_, ring_, stream); status != noErr) {
         return status;
     }
-    const std::lock_guard lock(state());
-    stream_.swap(stream);  // the one that a pause has finished closes after the lock
-    // That there is room again may have been told to that one.
+    const MutexLock lock(mutex);
+    stream_.swap(stream);  // the stream that a pause has finished is closed after the lock
+    // An earlier notification of room may have gone to that stream, so repeat it.
     stream_->roomAdded();
     return noErr;
 }
 
-// A device that captured on during a pause would hand out what was heard in it, or in the moment
-// before it a second time. A finished one only keeps watch.
-OSStatus InputQueue::pauseDevice() {
+// A stream that captured on during a pause would deliver what was heard in it, or repeat the moment
+// before it. The finished stream stays, to notice when the device goes away.
+OSStatus InputSide::pauseDevice() {
     finishStream();
     return noErr;
 }
 
-void InputQueue::finishStream() {
+void InputSide::finishStream() {
+    CaptureStream* stream = nullptr;
     {
-        // What the device holds back goes where there is room for it.
-        const std::lock_guard lock(state());
-        collect();
+        const MutexLock lock(mutex);
+        collect();  // makes room for what the device holds back
+        stream = stream_.get();
     }
-    stream_->finish();
+    stream->finish();
 }
 
-void InputQueue::closeDevice() {
+void InputSide::closeDevice() {
+    std::unique_ptr<CaptureStream> closed;  // after the lock
+    MutexLock lock(mutex);
     if (stream_ != nullptr) {
+        lock.unlock();
         finishStream();
+        lock.lock();
     }
-    std::unique_ptr<CaptureStream> stream;
-    const std::lock_guard lock(state());
-    stream = std::move(stream_);
+    closed = std::move(stream_);
 }
 
-OSStatus InputQueue::prepare(AudioQueueBuffer& buffer,
-                             std::span<const AudioStreamPacketDescription> descriptions) {
+OSStatus InputSide::prepare(AudioQueueBuffer& buffer,
+                            std::span<const AudioStreamPacketDescription> descriptions) {
     if (!descriptions.empty()) {
         return kAudioQueueErr_InvalidParameter;
     }
-    if (buffer.mAudioDataBytesCapacity < largestPacket()) {
+    if (buffer.mAudioDataBytesCapacity < maximumPacketSize()) {
         return kAudioQueueErr_InvalidBuffer;
     }
     buffer.mAudioDataByteSize = 0;
     return noErr;
 }
 
-void InputQueue::accept(Entry& /*entry*/,
-                        std::span<const AudioStreamPacketDescription> /*descriptions*/) {
-    wake();
+void InputSide::accept(BufferLedger::Entry& /*entry*/,
+                       std::span<const AudioStreamPacketDescription> /*descriptions*/) {
+    wake_();
 }
 
-void InputQueue::collect() {
+void InputSide::collect() {
     do {
         fillBuffers();
         if (stream_ != nullptr && ring_.takeHeldBack()) {
@@ -169,7 +144,7 @@ void InputQueue::collect() {
     } while (!ring_.wakeAt(bytesWorthWaking()));
 }
 
-void InputQueue::endRun() {
+void InputSide::endRun() {
     if (!std::exchange(isInRun_, false)) {
         return;
     }
@@ -178,17 +153,17 @@ void InputQueue::endRun() {
         encoder_->finish(packets_);
         fillFromPackets();
     }
-    if (!enqueued().empty() && enqueued().front().buffer->mAudioDataByteSize > 0) {
+    if (buffers.hasEnqueued() && buffers.first().buffer->mAudioDataByteSize > 0) {
         giveBackFilled();
     }
-    // Left is what the application had no buffers for.
+    // Drop what the application had no buffers for.
     while (!ring_.peek().empty()) {
         ring_.release(ring_.peek().size());
     }
     forgetPackets();
 }
 
-void InputQueue::fillBuffers() {
+void InputSide::fillBuffers() {
     if (encoder_ != nullptr) {
         encodeRing();
     } else {
@@ -196,8 +171,8 @@ void InputQueue::fillBuffers() {
     }
 }
 
-void InputQueue::fillFromRing() {
-    while (!enqueued().empty()) {
+void InputSide::fillFromRing() {
+    while (buffers.hasEnqueued()) {
         const auto captured = ring_.peek();
         if (captured.empty()) {
             return;
@@ -211,9 +186,9 @@ void InputQueue::fillFromRing() {
     }
 }
 
-void InputQueue::encodeRing() {
+void InputSide::encodeRing() {
     fillFromPackets();
-    while (!enqueued().empty() && !ring_.peek().empty()) {
+    while (buffers.hasEnqueued() && !ring_.peek().empty()) {
         const auto captured = ring_.peek();
         encoder_->encode(captured, packets_);
         ring_.release(captured.size());
@@ -221,8 +196,8 @@ void InputQueue::encodeRing() {
     }
 }
 
-void InputQueue::fillFromPackets() {
-    while (!enqueued().empty() && nextByte_ < packets_.bytes.size()) {
+void InputSide::fillFromPackets() {
+    while (buffers.hasEnqueued() && nextByte_ < packets_.bytes.size()) {
         const bool isTaken = packets_.descriptions.empty() ? takeFrames() : takePacket();
         const bool isLongEnough =
             !packets_.descriptions.empty() &&
@@ -236,8 +211,8 @@ void InputQueue::fillFromPackets() {
     }
 }
 
-/// Packets of constant size. False when the first buffer is full.
-bool InputQueue::takeFrames() {
+/// Takes packets of constant size. False when the first buffer is full.
+bool InputSide::takeFrames() {
     const std::uint32_t packetSize = format_.mBytesPerPacket;
     const std::size_t size = std::min(roomInFirst(), packets_.bytes.size() - nextByte_);
     takeBytes(std::span(packets_.bytes).subspan(nextByte_, size), size / packetSize);
@@ -245,13 +220,13 @@ bool InputQueue::takeFrames() {
     return roomInFirst() > 0;
 }
 
-/// One packet of its own size. False when the first buffer has no room for it.
-bool InputQueue::takePacket() {
+/// Takes one packet of variable size. False when the first buffer has no room for it.
+bool InputSide::takePacket() {
     AudioStreamPacketDescription packet = packets_.descriptions[nextPacket_];
     if (packet.mDataByteSize > roomInFirst()) {
         return false;
     }
-    Entry& entry = enqueued().front();
+    BufferLedger::Entry& entry = buffers.first();
     const auto bytes =
         std::span(packets_.bytes)
             .subspan(static_cast<std::size_t>(packet.mStartOffset), packet.mDataByteSize);
@@ -265,10 +240,10 @@ bool InputQueue::takePacket() {
     return true;
 }
 
-void InputQueue::takeBytes(std::span<const std::byte> bytes, std::uint64_t frameCount) {
-    AudioQueueBuffer& buffer = *enqueued().front().buffer;
+void InputSide::takeBytes(std::span<const std::byte> bytes, std::uint64_t frameCount) {
+    AudioQueueBuffer& buffer = *buffers.first().buffer;
     if (buffer.mAudioDataByteSize == 0) {
-        enqueued().front().startTime.mSampleTime = static_cast<double>(filledFrames_);
+        buffers.first().startTime.mSampleTime = static_cast<double>(filledFrames_);
     }
     std::memcpy(static_cast<std::byte*>(buffer.mAudioData) + buffer.mAudioDataByteSize,
                 bytes.data(), bytes.size());
@@ -277,21 +252,21 @@ void InputQueue::takeBytes(std::span<const std::byte> bytes, std::uint64_t frame
     framesInFirst_ += frameCount;
 }
 
-void InputQueue::giveBackFilled() {
+void InputSide::giveBackFilled() {
     framesInFirst_ = 0;
-    giveBackFirst();
+    buffers.giveBackFirst();
 }
 
-/// Room for whole packets where these are of constant size.
-std::size_t InputQueue::roomInFirst() const {
-    const AudioQueueBuffer& buffer = *enqueued().front().buffer;
+/// Bytes. Whole packets if these are of constant size.
+std::size_t InputSide::roomInFirst() const {
+    const AudioQueueBuffer& buffer = *buffers.first().buffer;
     const std::size_t room = buffer.mAudioDataBytesCapacity - buffer.mAudioDataByteSize;
     return format_.mBytesPerPacket > 0 ? room - room % format_.mBytesPerPacket : room;
 }
 
-/// Bytes of the ring that the first buffer waits for.
-std::size_t InputQueue::bytesWorthWaking() const {
-    if (enqueued().empty()) {
+/// Bytes in the ring with which `collect` can give the first buffer back.
+std::size_t InputSide::bytesWorthWaking() const {
+    if (!buffers.hasEnqueued()) {
         return std::numeric_limits<std::size_t>::max();
     }
     const auto halfSecond = static_cast<std::size_t>(kPacketBufferInSeconds * pcm_.mSampleRate);
@@ -302,17 +277,11 @@ std::size_t InputQueue::bytesWorthWaking() const {
     return frameCount * pcm_.mBytesPerFrame;
 }
 
-void InputQueue::forgetPackets() {
+void InputSide::forgetPackets() {
     packets_.bytes.clear();
     packets_.descriptions.clear();
     nextByte_ = 0;
     nextPacket_ = 0;
-}
-
-void InputQueue::callBack(AudioQueueRef handle, const Entry& entry) {
-    callback_(userData_, handle, entry.buffer, &entry.startTime,
-              static_cast<std::uint32_t>(entry.descriptions.size()),
-              entry.descriptions.empty() ? nullptr : entry.descriptions.data());
 }
 
 }  // namespace zav::detail

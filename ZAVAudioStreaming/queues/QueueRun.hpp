@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+
+namespace zav::detail {
+
+/// The run of a queue, from its start to the end of its stop, as a state machine. It only keeps the
+/// state and decides what a call has to do in it; `BufferQueue` does it and reports back.
+///
+///     stopped  -- start -->             running
+///     running  -- pause -->             paused      -- start --> running
+///     running  -- asynchronous stop --> stopping    -- start --> running (the stop is called off)
+///     paused   -- asynchronous stop --> paused and stopping
+///     any      -- immediate stop, played out, device lost --> stopped
+///
+/// Threads: one at a time.
+class QueueRun {
+ public:
+    enum class StartAction { refuse, open, resume, callOffStop, nothing };
+    enum class PauseAction { refuse, pause, nothing };
+
+    StartAction startAction() const;
+    PauseAction pauseAction(bool hasEnqueued) const;
+
+    /// From a successful start to the end of the stop, also while paused.
+    bool isRunning() const { return phase_ != Phase::stopped; }
+    bool isPaused() const { return phase_ == Phase::paused; }
+    /// An asynchronous stop waits for the last frame.
+    bool isStopping() const { return isStopping_; }
+    /// No buffer is allocated or enqueued any more, and no call starts, pauses or stops the queue.
+    bool isBeingDisposedOf() const { return disposal_ != Disposal::none; }
+    bool isDisposedOf() const { return disposal_ == Disposal::done; }
+    /// A disposal was waiting for the end of the run, which has come.
+    bool isDisposalDue() const { return disposal_ == Disposal::afterStop && !isRunning(); }
+    /// How often the queue has stopped.
+    std::uint64_t stopCount() const { return stopCount_; }
+
+    void noteStarted() { phase_ = Phase::running; }
+    void noteResumed() { phase_ = Phase::running; }
+    void notePaused() { phase_ = Phase::paused; }
+    void noteStopping() { isStopping_ = true; }
+    void noteStopCalledOff() { isStopping_ = false; }
+    void noteStopped();
+    void noteDisposalAfterStop() { disposal_ = Disposal::afterStop; }
+    void noteDisposed();
+
+ private:
+    enum class Phase { stopped, running, paused };
+    enum class Disposal { none, afterStop, done };
+
+    Phase phase_ = Phase::stopped;
+    bool isStopping_ = false;
+    Disposal disposal_ = Disposal::none;
+    std::uint64_t stopCount_ = 0;
+};
+
+}  // namespace zav::detail
