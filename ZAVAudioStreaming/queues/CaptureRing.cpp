@@ -14,6 +14,8 @@ CaptureRing::CaptureRing(const AudioStreamBasicDescription& pcm, std::size_t fra
       meter_(pcm) {}
 
 void CaptureRing::clear() {
+    const RolePlayer device(device_);
+    const RolePlayer taker(taker_);
     pushedBytes_ = 0;
     takenBytes_ = 0;
     interruptionCount_ = 0;
@@ -23,6 +25,7 @@ void CaptureRing::clear() {
 }
 
 std::span<const std::byte> CaptureRing::peek() const {
+    const RolePlayer taker(taker_);
     const std::uint64_t taken = takenBytes_.load(std::memory_order_relaxed);
     const std::size_t there = pushedBytes_.load(std::memory_order_acquire) - taken;
     const std::size_t start = taken % ring_.size();
@@ -30,21 +33,26 @@ std::span<const std::byte> CaptureRing::peek() const {
 }
 
 void CaptureRing::release(std::size_t byteCount) {
+    const RolePlayer taker(taker_);
     takenBytes_.fetch_add(byteCount, std::memory_order_release);
 }
 
 bool CaptureRing::wakeAt(std::size_t byteCount) {
-    // In this order here and the other way round in `push`: one of the two sees the other.
+    const RolePlayer taker(taker_);
+    // Write, then read; `push` reads and writes the same two in the opposite order. So at least one
+    // of the two sees what the other wrote, and no wake-up is lost.
     wakeAt_ = byteCount;
     return pushedBytes_ - takenBytes_ < byteCount;
 }
 
 bool CaptureRing::takeHeldBack() {
+    const RolePlayer taker(taker_);
     const bool hasRoom = pushedBytes_ - takenBytes_ < ring_.size();
     return hasRoom && isHeldBack_.exchange(false);
 }
 
 std::size_t CaptureRing::push(std::span<const std::byte> captured) noexcept {
+    const RolePlayer device(device_);
     const std::uint64_t pushed = pushedBytes_.load(std::memory_order_relaxed);
     const std::size_t used = pushed - takenBytes_.load(std::memory_order_acquire);
     const std::size_t size = std::min(captured.size(), ring_.size() - used);
@@ -66,6 +74,7 @@ std::size_t CaptureRing::push(std::span<const std::byte> captured) noexcept {
 }
 
 void CaptureRing::deviceGone() noexcept {
+    const RolePlayer device(device_);
     isDeviceGone_ = true;
     wake_();
 }

@@ -9,33 +9,35 @@
 
 #include "ZAVAudioStreaming/queues/PeakMeter.hpp"
 #include "ZAVAudioStreaming/queues/QueueDevice.hpp"
+#include "ZAVAudioStreaming/support/ThreadRole.hpp"
 
 namespace zav::detail {
 
-/// The way of captured audio from the device to an input queue: a ring of bytes, without locks.
+/// The ring through which captured audio goes from the device to an input queue. It takes no lock.
 ///
-/// Roles: the *device thread* pushes, one *taker* at a time (whoever holds the queue's lock) takes.
-/// Each writes its own count of bytes, in whole frames, and reads the other's.
+/// Roles: the *device* pushes. The *taker*, which is whoever holds the lock of the queue's audio,
+/// takes. Each role is played by one thread at a time; debug builds assert it. Each role writes its
+/// own count of bytes, whole frames, and reads the other's.
 class CaptureRing final : public CaptureClient {
  public:
-    /// `wake` is called on the device thread when as much is there as was asked for.
+    /// The device calls `wake` when the ring contains as many bytes as `wakeAt` asked for.
     CaptureRing(const AudioStreamBasicDescription& pcm, std::size_t frameCapacity,
                 std::function<void()> wake);
 
-    /// While no device is there: empties the ring and begins a new run.
+    /// Empties the ring and begins a new run. No stream of a device is open.
     void clear();
 
-    /// Taker. What is there, in one piece as far as it does not go round the ring's end; `release`
-    /// gives its first bytes up.
+    /// Taker. The oldest bytes in the ring, up to its end in memory; the bytes that follow there
+    /// come with the next call. Empty only if the ring is. `release` removes the first ones.
     std::span<const std::byte> peek() const;
     void release(std::size_t byteCount);
 
-    /// Taker. Has `wake` called when this much is there, or the ring is full. False when it is
-    /// there already.
+    /// Taker. Has `wake` called when the ring contains this many bytes, or is full. Returns false
+    /// if it contains as many already.
     bool wakeAt(std::size_t byteCount);
 
-    /// Taker. Whether the device holds audio back and there is room again: true once, then the
-    /// device has to be told.
+    /// Taker. Returns true, once, if the device holds audio back and there is room again. The
+    /// caller then notifies the device.
     bool takeHeldBack();
 
     std::uint64_t capturedFrames() const { return pushedBytes_ / bytesPerFrame_; }
@@ -44,7 +46,7 @@ class CaptureRing final : public CaptureClient {
     AudioQueueLevel takeLevel() { return meter_.take(); }
     bool isDeviceGone() const { return isDeviceGone_; }
 
-    // The device's side.
+    // The device.
     std::size_t push(std::span<const std::byte> captured) noexcept override;
     void deviceGone() noexcept override;
 
@@ -53,6 +55,9 @@ class CaptureRing final : public CaptureClient {
     const std::function<void()> wake_;
     std::vector<std::byte> ring_;
     PeakMeter meter_;
+
+    ThreadRole device_;
+    mutable ThreadRole taker_;
 
     std::atomic<std::uint64_t> pushedBytes_{0};
     std::atomic<std::uint64_t> takenBytes_{0};

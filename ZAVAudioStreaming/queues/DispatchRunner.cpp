@@ -9,13 +9,13 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "ZAVAudioStreaming/queues/CallbackRunner.hpp"
 #include "ZAVAudioStreaming/queues/GlobalThreads.hpp"
+#include "ZAVAudioStreaming/support/Mutex.hpp"
 
 namespace zav::detail {
 namespace {
@@ -48,13 +48,13 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
 
     void end() override {
         {
-            const std::lock_guard lock(requesting_);
+            const MutexLock lock(requesting_);
             isEnded_ = true;
         }
         // The event is closed where it is waited for, after what waits for it now.
         asio::post(strand_, [self = shared_from_this()] { self->event_.cancel(); });
         if (!isCurrentThread()) {
-            const std::lock_guard none(running_);
+            const MutexLock none(running_);
         }
     }
 
@@ -75,7 +75,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
 
     bool requestUnlessEnded() {
         // The dispatch queue may be gone as soon as `end` has returned.
-        const std::lock_guard lock(requesting_);
+        const MutexLock lock(requesting_);
         if (isEnded_) {
             return false;
         }
@@ -99,7 +99,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     }
 
     void answerOne() {
-        const std::lock_guard running(running_);
+        const MutexLock running(running_);
         if (isEnded_) {
             return;
         }
@@ -112,8 +112,8 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     int eventHandle_;
     std::atomic<std::uint64_t> requests_{0};
     std::atomic<bool> isEnded_{false};
-    std::mutex requesting_;  // held while the dispatch queue is handed work
-    std::mutex running_;     // held while `deliver` runs
+    Mutex requesting_;  // held while the dispatch queue is handed work
+    Mutex running_;     // held while `deliver` runs
 };
 
 }  // namespace

@@ -21,12 +21,13 @@ PlaybackFeed::~PlaybackFeed() {
 }
 
 std::uint64_t PlaybackFeed::append(std::span<const std::byte> pcm) {
+    const RolePlayer appender(appender_);
     const std::size_t begun = (appendedBytes_ + pcm.size()) % bytesPerFrame_;
     const std::size_t rest = std::min(begun, pcm.size());
     const auto whole = pcm.first(pcm.size() - rest);
     auto piece = std::make_unique<Piece>();
     piece->bytes = whole;
-    // Made before anything is appended: there is memory for all of it, or nothing happens.
+    // Allocate everything before the first change, so that a failure changes nothing.
     std::unique_ptr<Piece> begunFrame;
     if (rest > 0) {
         begunFrame = std::make_unique<Piece>();
@@ -41,6 +42,7 @@ std::uint64_t PlaybackFeed::append(std::span<const std::byte> pcm) {
 }
 
 std::uint64_t PlaybackFeed::append(std::vector<std::byte> pcm) {
+    const RolePlayer appender(appender_);
     auto piece = std::make_unique<Piece>();
     piece->kept = std::move(pcm);
     piece->bytes = piece->kept;
@@ -65,6 +67,7 @@ std::uint64_t PlaybackFeed::appendedFrames() const {
 }
 
 void PlaybackFeed::dropPlayed() {
+    const RolePlayer appender(appender_);
     const std::uint64_t playedBytes =
         playedFrames_.load(std::memory_order_acquire) * bytesPerFrame_;
     for (Piece* second = first_->next; second != nullptr && second->startByte < playedBytes;
@@ -74,6 +77,7 @@ void PlaybackFeed::dropPlayed() {
 }
 
 void PlaybackFeed::clear() {
+    const RolePlayer appender(appender_);
     while (first_ != last_) {
         delete std::exchange(first_, first_->next.load());
     }
@@ -86,6 +90,7 @@ void PlaybackFeed::clear() {
 }
 
 void PlaybackFeed::rewind() {
+    const RolePlayer device(device_);
     pulled_ = marked_ = first_;
     pulledInPiece_ = first_->bytes.size();
     pulledBytes_ = 0;
@@ -100,6 +105,7 @@ void PlaybackFeed::resetCounts() {
 }
 
 std::size_t PlaybackFeed::pull(std::span<std::byte> room) noexcept {
+    const RolePlayer device(device_);
     const std::uint64_t published = publishedBytes_.load(std::memory_order_acquire);
     const std::uint64_t wholeFrames = published - published % bytesPerFrame_;
     const std::size_t size = std::min<std::uint64_t>(room.size(), wholeFrames - pulledBytes_);
@@ -119,6 +125,7 @@ std::size_t PlaybackFeed::pull(std::span<std::byte> room) noexcept {
 }
 
 std::uint64_t PlaybackFeed::mark() const noexcept {
+    const RolePlayer device(device_);
     const std::uint64_t played = playedFrames_.load(std::memory_order_relaxed);
     const Piece* waitedFor = marked_;
     while (waitedFor->endFrame <= played) {
@@ -131,13 +138,14 @@ std::uint64_t PlaybackFeed::mark() const noexcept {
 }
 
 void PlaybackFeed::played(std::uint64_t frameCount) noexcept {
+    const RolePlayer device(device_);
     const bool isMarkReached = mark() <= frameCount;
     for (Piece* next = marked_->next.load(std::memory_order_acquire);
          next != nullptr && marked_->endFrame <= frameCount;
          next = marked_->next.load(std::memory_order_acquire)) {
         marked_ = next;
     }
-    // After the last look at a piece that the appender may give up now.
+    // Last, because the appender may free the played pieces from now on.
     playedFrames_.store(frameCount, std::memory_order_release);
     if (isMarkReached) {
         wake_();
@@ -145,6 +153,7 @@ void PlaybackFeed::played(std::uint64_t frameCount) noexcept {
 }
 
 void PlaybackFeed::ranDry(std::uint64_t frameCount) noexcept {
+    const RolePlayer device(device_);
     const std::uint64_t endFrame = publishedBytes_ / bytesPerFrame_;
     if (!isEnding_ || frameCount < endFrame) {
         ++interruptionCount_;
@@ -152,6 +161,7 @@ void PlaybackFeed::ranDry(std::uint64_t frameCount) noexcept {
 }
 
 void PlaybackFeed::deviceGone() noexcept {
+    const RolePlayer device(device_);
     isDeviceGone_ = true;
     wake_();
 }

@@ -10,57 +10,61 @@
 
 #include "ZAVAudioStreaming/queues/PeakMeter.hpp"
 #include "ZAVAudioStreaming/queues/QueueDevice.hpp"
+#include "ZAVAudioStreaming/support/ThreadRole.hpp"
 
 namespace zav::detail {
 
-/// The way of an output queue's audio to the device: pieces of PCM that the queue appends and the
-/// device thread pulls as one stream of bytes, without locks.
+/// The list through which the audio of an output queue goes to the device. The queue appends pieces
+/// of PCM, and the device pulls them as one stream of bytes. It takes no lock.
 ///
-/// Roles: one *appender* at a time (whoever holds the queue's lock), one *device thread* at a time.
-/// The appender links a piece before it publishes the piece's bytes, so the device thread never
-/// looks beyond what is there. It frees a piece only when something of the one after it has been
-/// played: by then the device thread has left it.
+/// Roles: the *appender* is whoever holds the lock of the queue's audio. The *device* pulls and
+/// reports what it has played. Each role is played by one thread at a time; debug builds assert it.
+/// The appender links a piece before it publishes the piece's bytes, so the device never reads past
+/// the last piece. It frees a piece only when part of the next one has been played: by then the
+/// device has left it.
 class PlaybackFeed final : public PlaybackClient {
  public:
-    /// `wake` is called on the device thread when there is something to hear of.
+    /// The device calls `wake` when it has reached the mark, and when it is gone.
     PlaybackFeed(const AudioStreamBasicDescription& pcm, std::function<void()> wake);
     ~PlaybackFeed();
 
     PlaybackFeed(const PlaybackFeed&) = delete;
     PlaybackFeed& operator=(const PlaybackFeed&) = delete;
 
-    /// Appender. Appends bytes that the device thread reads where they are, until as many frames
-    /// have been played as are returned: the whole frames appended in this run. Frames may begin in
-    /// one piece and end in the next: a begun one is copied.
+    /// Appender. Appends bytes, and returns the whole frames appended in this run. The device reads
+    /// the bytes in place: they stay valid until that many frames have been played. A frame may
+    /// begin in one piece and end in the next; the beginning is copied.
     std::uint64_t append(std::span<const std::byte> pcm);
-    /// The same with bytes that the feed keeps.
+    /// Appender. The same with bytes that the feed owns.
     std::uint64_t append(std::vector<std::byte> pcm);
 
     /// Appender. Whole frames appended in this run.
     std::uint64_t appendedFrames() const;
+    /// Appender.
     bool isPlayedOut() const { return playedFrames_ >= appendedFrames(); }
 
     /// Appender. Frees what has been played.
     void dropPlayed();
 
-    /// While no device is there: begins a new run with nothing appended.
+    /// Begins a new run with nothing appended. No stream of a device is open.
     void clear();
-    /// While no device is there: begins the run again with what was appended, if nothing of it has
-    /// been dropped yet.
+    /// Begins the run again with all that was appended; nothing of it has been dropped yet. No
+    /// stream of a device is open.
     void rewind();
-    /// While no device is there: begins to count anew. What was counted in a run can be asked for
-    /// until the next one.
+    /// Sets the counts to zero. They stay readable from one run to the start of the next. No stream
+    /// of a device is open.
     void resetCounts();
 
     std::uint64_t playedFrames() const { return playedFrames_; }
     bool isDeviceGone() const { return isDeviceGone_; }
 
-    /// How often the device ran dry in this run. It always does at the end, which does not count.
+    /// How often the device ran dry in this run. Running dry at the announced end does not count.
     std::uint32_t interruptionCount() const { return interruptionCount_; }
     AudioQueueLevel takeLevel() { return meter_.take(); }
+    /// Appender. Announces that the end of what is appended is the end of the run.
     void setEnding(bool isEnding) { isEnding_ = isEnding; }
 
-    // The device's side.
+    // The device.
     std::size_t pull(std::span<std::byte> room) noexcept override;
     std::uint64_t mark() const noexcept override;
     void played(std::uint64_t frameCount) noexcept override;
@@ -83,18 +87,22 @@ class PlaybackFeed final : public PlaybackClient {
 
     PeakMeter meter_;
 
-    // The appender's. The first piece is one that the device may still look at, but reads no more.
+    ThreadRole appender_;
+    mutable ThreadRole device_;
+
+    // The appender's. The device may still follow the link of the first piece, but has read its
+    // bytes.
     Piece* first_;
     Piece* last_;
     std::uint64_t appendedBytes_ = 0;
 
-    // The device thread's.
-    Piece* pulled_;  // from where it copies next
+    // The device's.
+    Piece* pulled_;  // the piece that it copies from
     std::size_t pulledInPiece_ = 0;
     std::uint64_t pulledBytes_ = 0;
-    Piece* marked_;  // whose end is waited for; or whose end was reached, if none follows
+    Piece* marked_;  // the piece whose end is the mark, or the last one if that has been played
 
-    // What the two tell each other.
+    // Shared by both.
     std::atomic<std::uint64_t> publishedBytes_{0};
     std::atomic<std::uint64_t> playedFrames_{0};
     std::atomic<std::uint32_t> interruptionCount_{0};

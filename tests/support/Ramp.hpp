@@ -17,6 +17,11 @@ inline std::vector<std::int16_t> rampSamples(std::size_t count, std::size_t firs
     return samples;
 }
 
+/// The byte at a position of a stream whose bytes are looked at one by one.
+inline std::byte rampByte(std::size_t position) {
+    return static_cast<std::byte>(position % 251);
+}
+
 /// Whole samples of bytes.
 inline std::vector<std::int16_t> samplesOf(std::span<const std::byte> bytes) {
     std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));

@@ -15,7 +15,7 @@ constexpr pa_usec_t kFinishingTime = PA_USEC_PER_SEC;
 
 OSStatus PulseCapture::open(const AudioStreamBasicDescription& format) {
     const std::optional<PulseFormat> captured = pulseFormat(format);
-    // Without a clock: frames are counted as they come.
+    // No clock: captured frames are counted as they arrive.
     return captured ? PulseStream::open(*captured, PA_STREAM_RECORD, PA_STREAM_NOFLAGS)
                     : kAudioFormatUnsupportedDataFormatError;
 }
@@ -25,23 +25,25 @@ void PulseCapture::opened() {
     kept_.reserve(pa_stream_get_buffer_attr(stream())->fragsize);
     const auto onCaptured = [](pa_stream* /*stream*/, std::size_t /*bytes*/, void* self) noexcept {
         auto* const that = static_cast<PulseCapture*>(self);
+        that->assertLocked();
         that->deliver();
         that->noteSignOfLife();
     };
     pa_stream_set_read_callback(stream(), onCaptured, this);
-    // What came before the callback was there.
+    // Audio may have arrived before the callback was set.
     deliver();
 }
 
 void PulseCapture::finish() {
     const PulseLock lock(loop());
     if (!isLost() && !isFinished_) {
-        // Nothing comes after the answer, and everything that was captured has come before it.
+        // All captured audio arrives before the answer, and none after it.
         const auto onAnswer = [](pa_stream* /*stream*/, int /*success*/, void* self) noexcept {
             static_cast<PulseCapture*>(self)->connection().wake();
         };
         const PulseOperation operation(pa_stream_cork(stream(), 1, onAnswer, this));
-        connection().waitUntil(pa_rtclock_now() + kFinishingTime, [this, &operation] {
+        waitUntil(pa_rtclock_now() + kFinishingTime, [this, &operation] {
+            assertLocked();
             return isLost() || operation == nullptr ||
                    pa_operation_get_state(operation.get()) != PA_OPERATION_RUNNING;
         });
@@ -83,7 +85,7 @@ void PulseCapture::deliver() {
         } else {
             const std::span captured(static_cast<const std::byte*>(data), bytes);
             const auto rest = captured.subspan(client_.push(captured));
-            // Not left where it is: libpulse would wait for it without end when its server goes.
+            // Copy it out of libpulse, which would wait for it for ever if the server went away.
             kept_.assign(rest.begin(), rest.end());
             pending_ = kept_;
             isFull_ = !rest.empty();

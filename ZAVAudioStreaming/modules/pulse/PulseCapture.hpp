@@ -9,10 +9,10 @@
 
 namespace zav::detail {
 
-/// Captures through the sound server. What the client has no room for stays with libpulse, which
-/// keeps some megabytes.
+/// Captures through the sound server. Audio that the client has no room for stays with libpulse,
+/// which keeps some megabytes.
 ///
-/// Threads: as `CaptureStream`; the rest runs with the connection's lock.
+/// Threads: as `CaptureStream`. The rest needs the lock of the loop.
 class PulseCapture final : public CaptureStream, private PulseStream {
  public:
     explicit PulseCapture(CaptureClient& client) : client_(client) {}
@@ -23,30 +23,30 @@ class PulseCapture final : public CaptureStream, private PulseStream {
     PulseCapture(const PulseCapture&) = delete;
     PulseCapture& operator=(const PulseCapture&) = delete;
 
-    /// Statuses: those of `QueueDevice`. Once.
+    /// Statuses: those of `QueueDevice`. Called once.
     OSStatus open(const AudioStreamBasicDescription& format);
 
     void finish() override;
     void roomAdded() override;
 
  private:
-    void opened() override;
-    void heard() noexcept override {}
-    void lost() noexcept override;
+    void opened() override ZAV_REQUIRES(loop());
+    void heard() noexcept override ZAV_REQUIRES(loop()) {}
+    void lost() noexcept override ZAV_REQUIRES(loop());
 
-    /// Hands on what is there, as far as the client has room.
-    void deliver();
+    /// Pushes captured audio as far as the client has room.
+    void deliver() ZAV_REQUIRES(loop());
 
     CaptureClient& client_;
-    std::vector<std::byte> silence_;
-    /// What the client had no room for of the last fragment; its size is at most a fragment's.
-    std::vector<std::byte> kept_;
-    /// What is next, in one of these two.
-    std::span<const std::byte> pending_;
-    /// What the server has lost: silence in its place is next after that.
-    std::size_t missingBytes_ = 0;
-    bool isFull_ = false;
-    bool isFinished_ = false;
+    std::vector<std::byte> silence_ ZAV_GUARDED_BY(loop());
+    /// The part of the last fragment that the client had no room for.
+    std::vector<std::byte> kept_ ZAV_GUARDED_BY(loop());
+    /// The next bytes to push, in one of these two.
+    std::span<const std::byte> pending_ ZAV_GUARDED_BY(loop());
+    /// Bytes that the server has lost. Silence replaces them, after `pending_`.
+    std::size_t missingBytes_ ZAV_GUARDED_BY(loop()) = 0;
+    bool isFull_ ZAV_GUARDED_BY(loop()) = false;
+    bool isFinished_ ZAV_GUARDED_BY(loop()) = false;
 };
 
 }  // namespace zav::detail

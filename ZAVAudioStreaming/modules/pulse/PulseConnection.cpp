@@ -18,7 +18,7 @@ PulseConnection::~PulseConnection() {
 }
 
 OSStatus PulseConnection::open(pa_usec_t deadline) {
-    // Without a name of ours, so that the user's mixer shows the application's.
+    // No name of ours: the user's mixer then shows the application's.
     context_.reset(pa_context_new(pa_threaded_mainloop_get_api(loop_.get()), nullptr));
     if (context_ == nullptr) {
         return kAudioQueueErr_CannotStart;
@@ -28,6 +28,7 @@ OSStatus PulseConnection::open(pa_usec_t deadline) {
         return status();
     }
     const bool isSettled = waitUntil(deadline, [this] {
+        assertLocked();
         const pa_context_state_t state = pa_context_get_state(context());
         return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
     });

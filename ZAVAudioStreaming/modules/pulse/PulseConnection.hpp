@@ -10,10 +10,10 @@
 
 namespace zav::detail {
 
-/// A connection to the sound server. Each stream has one: a server that died or hangs is left
-/// behind with it.
+/// A connection to the sound server. Each stream has its own: when a server dies or hangs, its
+/// streams leave it together with their connections.
 ///
-/// Threads: with the lock, but for the constructor and the destructor.
+/// Threads: with the lock of the loop. Only the constructor and the destructor take it themselves.
 class PulseConnection {
  public:
     PulseConnection() = default;
@@ -21,28 +21,32 @@ class PulseConnection {
     PulseConnection(const PulseConnection&) = delete;
     PulseConnection& operator=(const PulseConnection&) = delete;
 
-    /// Connects to the server of the user's settings; none is started. Statuses:
-    /// kAudioQueueErr_InvalidDevice there is none, kAudioQueueErr_CannotStart it does not answer
-    /// until `deadline` (of `pa_rtclock_now`) or refuses.
-    OSStatus open(pa_usec_t deadline);
+    const PulseLoop& loop() const ZAV_RETURN_CAPABILITY(loop_) { return loop_; }
 
-    /// Leaves the server, without waiting for it. After this nothing is called back any more.
-    void close() { context_.reset(); }
+    /// Connects to the server of the user's settings, and starts none. Statuses:
+    /// kAudioQueueErr_InvalidDevice if there is no server, kAudioQueueErr_CannotStart if it refuses
+    /// or does not answer by `deadline` (a time of `pa_rtclock_now`).
+    OSStatus open(pa_usec_t deadline) ZAV_REQUIRES(loop_);
 
-    const PulseLoop& loop() const { return loop_; }
-    pa_context* context() const { return context_.get(); }
+    /// Disconnects without waiting for the server. No callback comes after this.
+    void close() ZAV_REQUIRES(loop_) { context_.reset(); }
 
-    /// What has gone wrong last, as a status.
-    OSStatus status() const;
+    pa_context* context() const ZAV_REQUIRES(loop_) { return context_.get(); }
 
-    /// Waits until `isMet`, which is asked whenever `wake` was called; false when it is not met by
-    /// `deadline`. The lock is free meanwhile.
-    bool waitUntil(pa_usec_t deadline, const std::function<bool()>& isMet);
+    /// The last error of the connection, as a status.
+    OSStatus status() const ZAV_REQUIRES(loop_);
+
+    /// Waits until `isMet`, which is called after each `wake`. Returns false if it is not met by
+    /// `deadline`. The lock is free while this waits.
+    bool waitUntil(pa_usec_t deadline, const std::function<bool()>& isMet) ZAV_REQUIRES(loop_);
     void wake() { pa_threaded_mainloop_signal(loop_.get(), 0); }
+
+    /// Called inside a callback of libpulse, which holds the lock.
+    void assertLocked() const ZAV_ASSERT_CAPABILITY(loop_) {}
 
  private:
     const PulseLoop loop_;
-    PulseContext context_;
+    PulseContext context_ ZAV_GUARDED_BY(loop_);
 };
 
 }  // namespace zav::detail

@@ -11,8 +11,7 @@ namespace {
 
 constexpr pa_usec_t kListingTime = 3 * PA_USEC_PER_SEC;
 
-/// What the server's answers are gathered in. libpulse ends the process when memory runs out, and
-/// so does this.
+/// Collects the server's answers. It ends the process when memory runs out, as libpulse does.
 struct Listing {
     explicit Listing(PulseConnection& listed) : connection(listed) {}
 
@@ -28,7 +27,7 @@ void onServer(pa_context* /*context*/, const pa_server_info* info, void* listing
     auto* const that = static_cast<Listing*>(listing);
     if (info != nullptr) {
         that->list.server = orEmpty(info->server_name);
-        // PipeWire's name holds its version; the other one is that of the server it stands in for.
+        // PipeWire's name contains its version. Its version field is that of PulseAudio.
         if (that->list.server.find_first_of("0123456789") == std::string::npos) {
             that->list.server += " " + orEmpty(info->server_version);
         }
@@ -67,10 +66,11 @@ void onSource(pa_context* /*context*/, const pa_source_info* info, int /*isLast*
     that->connection.wake();
 }
 
-/// A stream that is opened as a queue's is, to see on which device: where it lands the user's
-/// settings, libpulse's and the server's decide together. Corked, so that nothing sounds, and no
-/// device wakes up. Null when that cannot even be asked.
-PulseStreamObject openProbe(PulseConnection& connection, pa_stream_direction_t direction) {
+/// Opens a stream as a queue does, to see on which device it is placed: the settings of the user,
+/// of libpulse and of the server decide that together. The stream is corked, so that nothing sounds
+/// and no device wakes up. Null if it cannot be made.
+PulseStreamObject openProbe(PulseConnection& connection, pa_stream_direction_t direction)
+    ZAV_REQUIRES(connection.loop()) {
     constexpr pa_sample_spec kSpec = {PA_SAMPLE_S16NE, 48000, 2};
     constexpr auto kFlags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED |
                                                            PA_STREAM_DONT_INHIBIT_AUTO_SUSPEND);
@@ -117,8 +117,8 @@ OSStatus listPulseDevices(AudioDeviceList& list) {
     const PulseOperation sinks(pa_context_get_sink_info_list(context, onSink, &listing));
     const PulseOperation sources(pa_context_get_source_info_list(context, onSource, &listing));
     const PulseOperation server(pa_context_get_server_info(context, onServer, &listing));
-    // Answers come in the order of the questions. A stream that the server does not get opened in
-    // time is as none: a queue's would not be either.
+    // Answers arrive in the order of the requests. A stream that is not opened in time counts as
+    // none, because a queue could not open one either.
     connection.waitUntil(deadline, [&] {
         return server == nullptr ||
                pa_operation_get_state(server.get()) == PA_OPERATION_CANCELLED ||
@@ -132,7 +132,7 @@ OSStatus listPulseDevices(AudioDeviceList& list) {
     for (AudioDeviceInfo& device : listing.list.devices) {
         device.isUsed = device.name == (device.isInput ? captured : played);
     }
-    // Before what the answers go to.
+    // Before `listing`, which the answers are written to.
     connection.close();
     if (!isComplete) {
         return kAudioQueueErr_CannotStart;

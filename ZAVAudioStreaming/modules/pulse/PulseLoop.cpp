@@ -1,15 +1,18 @@
 #include "ZAVAudioStreaming/modules/pulse/PulseLoop.hpp"
 
-#include <mutex>
 #include <new>
 #include <semaphore>
 
 namespace zav::detail {
 namespace {
 
-std::mutex mutex;
-pa_threaded_mainloop* shared = nullptr;
-int userCount = 0;
+struct SharedLoop {
+    Mutex mutex;
+    pa_threaded_mainloop* loop ZAV_GUARDED_BY(mutex) = nullptr;
+    int userCount ZAV_GUARDED_BY(mutex) = 0;
+};
+
+SharedLoop shared;
 
 pa_threaded_mainloop* startedLoop() {
     pa_threaded_mainloop* const loop = pa_threaded_mainloop_new();
@@ -17,16 +20,16 @@ pa_threaded_mainloop* startedLoop() {
         throw std::bad_alloc();
     }
     std::binary_semaphore isUp(0);
-    const auto tell = [](pa_mainloop_api* /*api*/, void* semaphore) noexcept {
+    const auto announce = [](pa_mainloop_api* /*api*/, void* semaphore) noexcept {
         static_cast<std::binary_semaphore*>(semaphore)->release();
     };
-    pa_mainloop_api_once(pa_threaded_mainloop_get_api(loop), tell, &isUp);
+    pa_mainloop_api_once(pa_threaded_mainloop_get_api(loop), announce, &isUp);
     if (pa_threaded_mainloop_start(loop) < 0) {
         pa_threaded_mainloop_free(loop);
         throw std::bad_alloc();
     }
-    // The thread and the first one that asks for the lock set up the same things in libpulse, once
-    // more out of ThreadSanitizer's sight: one after the other.
+    // The thread and the first caller that takes the lock set up the same things in libpulse, which
+    // ThreadSanitizer cannot see. Wait, so that one follows the other.
     isUp.acquire();
     return loop;
 }
@@ -34,19 +37,19 @@ pa_threaded_mainloop* startedLoop() {
 }  // namespace
 
 PulseLoop::PulseLoop() {
-    const std::lock_guard lock(mutex);
-    if (userCount == 0) {
-        shared = startedLoop();
+    const MutexLock lock(shared.mutex);
+    if (shared.userCount == 0) {
+        shared.loop = startedLoop();
     }
-    ++userCount;
-    loop_ = shared;
+    ++shared.userCount;
+    loop_ = shared.loop;
 }
 
 PulseLoop::~PulseLoop() {
-    const std::lock_guard lock(mutex);
-    if (--userCount == 0) {
-        pa_threaded_mainloop_stop(shared);
-        pa_threaded_mainloop_free(shared);
+    const MutexLock lock(shared.mutex);
+    if (--shared.userCount == 0) {
+        pa_threaded_mainloop_stop(shared.loop);
+        pa_threaded_mainloop_free(shared.loop);
     }
 }
 

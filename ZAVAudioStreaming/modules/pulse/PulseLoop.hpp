@@ -2,19 +2,21 @@
 
 #include <pulse/pulseaudio.h>
 
+#include "ZAVAudioStreaming/support/Mutex.hpp"
+
 namespace zav::detail {
 
-/// The device thread: libpulse's main loop, which serves all connections of the process while there
-/// are any. One for all, because libpulse recycles memory between its loops behind
-/// ThreadSanitizer's back, and because nothing that runs on it takes long.
+/// The device thread: libpulse's main loop. One loop serves all connections of the process, because
+/// libpulse recycles memory between loops without ThreadSanitizer's knowledge, and because no call
+/// on it takes long. It is also the lock of everything that goes with it: hold a `PulseLock`.
+/// libpulse already holds it inside its callbacks.
 ///
 /// Threads: any but the device thread.
-class PulseLoop {
+class ZAV_CAPABILITY("mutex") PulseLoop {
  public:
-    /// Starts it if nobody has it yet. What goes with it needs the lock, which libpulse holds
-    /// whenever it calls us. Throws std::bad_alloc when there can be no thread.
+    /// Starts the loop for its first user. Throws std::bad_alloc if no thread can be started.
     PulseLoop();
-    /// Ends the thread if nobody else has it. The lock is free.
+    /// Ends the thread with its last user. The caller does not hold the lock.
     ~PulseLoop();
     PulseLoop(const PulseLoop&) = delete;
     PulseLoop& operator=(const PulseLoop&) = delete;
@@ -25,13 +27,13 @@ class PulseLoop {
     pa_threaded_mainloop* loop_;
 };
 
-/// Holds the lock; a thread that has it already may do so again.
-class PulseLock {
+/// Holds the lock of a loop. A thread that holds it already may do so again.
+class ZAV_SCOPED_CAPABILITY PulseLock {
  public:
-    explicit PulseLock(const PulseLoop& loop) : loop_(loop.get()) {
+    explicit PulseLock(const PulseLoop& loop) ZAV_ACQUIRE(loop) : loop_(loop.get()) {
         pa_threaded_mainloop_lock(loop_);
     }
-    ~PulseLock() { pa_threaded_mainloop_unlock(loop_); }
+    ~PulseLock() ZAV_RELEASE() { pa_threaded_mainloop_unlock(loop_); }
     PulseLock(const PulseLock&) = delete;
     PulseLock& operator=(const PulseLock&) = delete;
 

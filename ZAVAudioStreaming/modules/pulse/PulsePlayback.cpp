@@ -7,10 +7,10 @@
 namespace zav::detail {
 namespace {
 
-/// The timer comes so much after a mark, so that rounding does not bring it before.
+/// Added to the time of a mark, so that rounding cannot fire the timer before it.
 constexpr pa_usec_t kMargin = PA_USEC_PER_MSEC;
 
-/// So long the server may stand still before it gets silence behind what it has.
+/// The server may stand still for this long before silence is written behind the audio.
 constexpr pa_usec_t kStandstill = 100 * PA_USEC_PER_MSEC;
 
 }  // namespace
@@ -32,31 +32,44 @@ OSStatus PulsePlayback::open(const AudioStreamBasicDescription& format) {
         written->sampling.format = PA_SAMPLE_S16NE;
         written->silence = {};
     }
-    // A clock between the server's words, which are asked for regularly, to tell positions by.
+    {
+        const PulseLock lock(loop());
+        positions_.emplace(written->sampling.rate);
+    }
+    // libpulse asks the server for its timing regularly, and runs a clock between the answers.
     constexpr auto kFlags = static_cast<pa_stream_flags_t>(
         PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_START_CORKED);
     return PulseStream::open(*written, PA_STREAM_PLAYBACK, kFlags);
 }
 
 void PulsePlayback::opened() {
-    markTimer_.emplace(connection(), [this] { timeIsUp(); });
-    padTimer_.emplace(connection(), [this] { stoodStill(); });
+    markTimer_.emplace(connection(), [this] {
+        assertLocked();
+        markIsDue();
+    });
+    padTimer_.emplace(connection(), [this] {
+        assertLocked();
+        stoodStill();
+    });
     const auto onRequest = [](pa_stream* /*stream*/, std::size_t /*bytes*/, void* self) noexcept {
         auto* const that = static_cast<PulsePlayback*>(self);
-        // It has taken something: the answer to what was asked before may not hold any more.
+        that->assertLocked();
+        // The server has taken audio, so an earlier answer may no longer hold.
         that->askedAt_ = 0;
         that->fill();
         that->noteSignOfLife();
     };
     const auto onUnderflow = [](pa_stream* stream, void* self) noexcept {
         auto* const that = static_cast<PulsePlayback*>(self);
+        that->assertLocked();
         const std::int64_t bytes = pa_stream_get_underflow_index(stream);
-        that->ranDry(bytes < 0 ? that->written_
+        that->ranDry(bytes < 0 ? that->positions_->written()
                                : static_cast<std::uint64_t>(bytes) / that->frameBytes());
         that->noteSignOfLife();
     };
     const auto onStarted = [](pa_stream* /*stream*/, void* self) noexcept {
         auto* const that = static_cast<PulsePlayback*>(self);
+        that->assertLocked();
         that->isDry_ = false;
         that->noteSignOfLife();
     };
@@ -74,11 +87,11 @@ OSStatus PulsePlayback::start() {
     if (!isPlaying_) {
         isPlaying_ = true;
         isEmpty_ = false;
-        silentAt_ = pa_rtclock_now() + duration(pulled_ - played_);
+        positions_->resume(pa_rtclock_now());
         fill();
         cork(false);
     }
-    tell();
+    reportPlayed();
     return noErr;
 }
 
@@ -102,9 +115,9 @@ void PulsePlayback::audioAdded() {
     isDraining_ = false;
     isEmpty_ = false;
     fill();
-    // To set a timer wakes the device thread: not for nothing.
+    // Setting a timer wakes the device thread, so set it only for a new mark.
     if (isPlaying_ && client_.mark() != timedMark_) {
-        tell();
+        reportPlayed();
     }
 }
 
@@ -123,9 +136,9 @@ std::uint64_t PulsePlayback::framesPlayed() {
 void PulsePlayback::heard() noexcept {
     const pa_timing_info* const timing = pa_stream_get_timing_info(stream());
     if (timing != nullptr && timing->read_index_corrupt == 0) {
-        hasTaken(static_cast<std::uint64_t>(timing->read_index) / frameBytes());
+        noteTaken(static_cast<std::uint64_t>(timing->read_index) / frameBytes());
     }
-    tell();
+    reportPlayed();
 }
 
 void PulsePlayback::lost() noexcept {
@@ -155,9 +168,7 @@ void PulsePlayback::fill() {
             pa_stream_cancel_write(stream());
         } else {
             pa_stream_write(stream(), memory, bytes, nullptr, 0, PA_SEEK_RELATIVE);
-            written_ += bytes / frameBytes();
-            pulled_ += bytes / frameBytes();
-            isAllTaken_ = false;
+            positions_->addAudio(bytes / frameBytes());
         }
         if (bytes < room) {
             isEmpty_ = true;
@@ -177,45 +188,33 @@ std::size_t PulsePlayback::pull(std::span<std::byte> room) {
 }
 
 void PulsePlayback::pad() {
-    if (!isPlaying_ || !isEmpty_ || isAllTaken_) {
+    if (!isPlaying_ || !isEmpty_ || positions_->isAllTaken()) {
         return;
     }
-    if (isDraining_ && !endsInSilence()) {
+    if (isDraining_ && !positions_->endsInSilence()) {
         writeSilence();
     }
-    if (isDry_ || (isDraining_ && !endsInSilence())) {
+    if (isDry_ || (isDraining_ && !positions_->endsInSilence())) {
         padTimer_->callAt(pa_rtclock_now() + kStandstill);
     }
 }
 
 void PulsePlayback::stoodStill() {
-    if (isPlaying_ && isEmpty_ && isDry_ && !isAllTaken_) {
-        if (drySaidWith_ == pulled_) {
-            // That it runs dry again behind the silence is no news.
-            drySaidAt_ = pulled_;
-        }
+    if (isPlaying_ && isEmpty_ && isDry_ && !positions_->isAllTaken()) {
+        positions_->expectDryBehindSilence();
         writeSilence();
     }
     pad();
 }
 
 void PulsePlayback::writeSilence() {
-    const pa_buffer_attr* const sizes = pa_stream_get_buffer_attr(stream());
-    if (endsInSilence()) {
-        if ((lastSilence_.end - lastSilence_.begin) * frameBytes() >= sizes->tlength) {
-            return;
-        }
-    } else if (silenceBefore_.end > serverPosition()) {
-        // It sounds still, and will be over soon: the server has taken it for certain.
+    // No server works in blocks that are longer than this.
+    const std::size_t blockBytes = pa_stream_get_buffer_attr(stream())->tlength;
+    const std::uint64_t enough = (blockBytes + frameBytes() - 1) / frameBytes();
+    if (!positions_->beginSilence(serverPosition(), enough)) {
         return;
-    } else {
-        olderSilence_ += silenceBefore_.end - silenceBefore_.begin;
-        silenceBefore_ = lastSilence_;
-        lastSilence_ = {written_, written_};
     }
-    // No server works in blocks that are longer.
-    std::size_t leftBytes = sizes->tlength;
-    while (leftBytes >= frameBytes()) {
+    for (std::size_t leftBytes = blockBytes; leftBytes >= frameBytes();) {
         void* memory = nullptr;
         std::size_t bytes = leftBytes;
         if (pa_stream_begin_write(stream(), &memory, &bytes) < 0) {
@@ -224,32 +223,29 @@ void PulsePlayback::writeSilence() {
         bytes = std::min(bytes, leftBytes) / frameBytes() * frameBytes();
         std::fill_n(static_cast<std::byte*>(memory), bytes, format().silence);
         pa_stream_write(stream(), memory, bytes, nullptr, 0, PA_SEEK_RELATIVE);
-        written_ += bytes / frameBytes();
-        lastSilence_.end = written_;
+        positions_->addSilence(bytes / frameBytes());
         leftBytes -= bytes;
     }
 }
 
-void PulsePlayback::hasTaken(std::uint64_t position) {
-    if (position >= audioEnd() && !isAllTaken_) {
-        silentAt_ = pa_rtclock_now() + duration(pulled_ - this->position());
-        isAllTaken_ = true;
-    }
+void PulsePlayback::noteTaken(std::uint64_t serverPosition) {
+    position();
+    positions_->noteTaken(serverPosition, pa_rtclock_now());
 }
 
-void PulsePlayback::ranDry(std::uint64_t position) {
+void PulsePlayback::ranDry(std::uint64_t serverPosition) {
     isDry_ = true;
-    hasTaken(position);
+    noteTaken(serverPosition);
     pad();
-    const std::uint64_t frame = std::min(clientFrame(position), pulled_);
-    if (isPlaying_ && drySaidAt_ != frame) {
-        drySaidAt_ = frame;
-        drySaidWith_ = pulled_;
-        client_.ranDry(frame);
+    if (!isPlaying_) {
+        return;
+    }
+    if (const auto frame = positions_->noteDry(serverPosition)) {
+        client_.ranDry(*frame);
     }
 }
 
-void PulsePlayback::tell() {
+void PulsePlayback::reportPlayed() {
     if (!isPlaying_) {
         return;
     }
@@ -259,60 +255,41 @@ void PulsePlayback::tell() {
     }
     timedMark_ = client_.mark();
     timedFrom_ = now;
-    if (timedMark_ > pulled_) {
-        // Nobody can tell when.
-        markTimer_->stop();
+    if (timedMark_ > positions_->pulled()) {
+        markTimer_->stop();  // the time of audio that is not written is unknown
         return;
     }
-    if (now >= limit() && !isAllTaken_) {
-        // The clock has come to the end: whether that is true the server can tell.
+    if (now >= positions_->limit() && !positions_->isAllTaken()) {
+        // The clock has reached the end. Only the server knows whether it has taken the last frame.
         markTimer_->stop();
-        if (askedAt_ != pulled_) {
-            askedAt_ = pulled_;
+        if (askedAt_ != positions_->pulled()) {
+            askedAt_ = positions_->pulled();
             askForTiming();
         }
         return;
     }
-    markTimer_->callAt(pa_rtclock_now() + duration(timedMark_ - std::min(timedMark_, now)) +
-                       kMargin);
+    const std::uint64_t framesLeft = timedMark_ - std::min(timedMark_, now);
+    markTimer_->callAt(pa_rtclock_now() + positions_->duration(framesLeft) + kMargin);
 }
 
-void PulsePlayback::timeIsUp() {
+void PulsePlayback::markIsDue() {
     const std::uint64_t now = position();
     if (now != timedFrom_ || timedMark_ <= now) {
-        tell();
+        reportPlayed();
     } else {
-        // The clock stands still: the timer is not set again before the server's next word.
+        // The clock stands still: do not set the timer again before the server says something.
         timedMark_ = PlaybackClient::kNoMark;
     }
 }
 
 std::uint64_t PulsePlayback::position() {
-    if (isPlaying_) {
-        std::uint64_t sounded = 0;
-        if (isAllTaken_) {
-            // libpulse's clock stands still already.
-            const pa_usec_t now = pa_rtclock_now();
-            sounded = pulled_ - std::min(pulled_, frameCount(silentAt_ - std::min(silentAt_, now)));
-        } else {
-            sounded = std::min(clientFrame(serverPosition()), limit());
-        }
-        played_ = std::max(played_, sounded);
-    }
-    return played_;
+    return isPlaying_ ? positions_->update(serverPosition(), pa_rtclock_now())
+                      : positions_->played();
 }
 
 std::uint64_t PulsePlayback::serverPosition() const {
     pa_usec_t time = 0;
-    return pa_stream_get_time(stream(), &time) == 0 ? frameCount(time) : 0;
-}
-
-std::uint64_t PulsePlayback::clientFrame(std::uint64_t position) const {
-    std::uint64_t silent = olderSilence_;
-    for (const Silence& silence : {silenceBefore_, lastSilence_}) {
-        silent += std::clamp(position, silence.begin, silence.end) - silence.begin;
-    }
-    return position - std::min(position, silent);
+    return pa_stream_get_time(stream(), &time) == 0 ? positions_->frameCount(time) : 0;
 }
 
 }  // namespace zav::detail

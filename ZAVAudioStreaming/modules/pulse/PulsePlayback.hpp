@@ -1,30 +1,25 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>
 
+#include "ZAVAudioStreaming/modules/pulse/PlaybackPositions.hpp"
 #include "ZAVAudioStreaming/modules/pulse/PulseStream.hpp"
 #include "ZAVAudioStreaming/modules/pulse/WideSamples.hpp"
 #include "ZAVAudioStreaming/queues/QueueDevice.hpp"
 
 namespace zav::detail {
 
-/// Plays through the sound server. The client is asked for audio when the server wants some.
+/// Plays through the sound server. It pulls audio from the client when the server requests some,
+/// and reports played frames when a timer, set to the time of the client's mark, fires.
 ///
-/// The stream's clock tells how many frames have sounded, and a timer is set to the moment when it
-/// is to reach the client's mark. Two things are peculiar about the end of what there is to play:
+/// PipeWire does not play a last piece that is shorter than the blocks in which it works. So
+/// silence is written behind that piece: at once if nothing follows, otherwise when the server has
+/// stood still for a moment. (PipeWire's own way to drain a stream loses the audio that comes
+/// after.) The client's positions leave this silence out: see `PlaybackPositions`.
 ///
-/// - The clock may stand still a few frames short of it, or run over it while the server is late.
-///   So the last frame counts as played when the server has said that it has taken it, and as much
-///   time has gone by as what it took last needs to sound.
-/// - PipeWire plays nothing of a last piece that is shorter than the blocks in which it works. It
-///   gets silence behind that piece: at once when nothing follows, otherwise when it stood still
-///   for a moment. (Its own way to drain a stream loses what comes after.) Silence that was put in
-///   is no part of the client's count of frames.
-///
-/// Threads: as `PlaybackStream`; the rest runs with the connection's lock.
+/// Threads: as `PlaybackStream`. The rest needs the lock of the loop.
 class PulsePlayback final : public PlaybackStream, private PulseStream {
  public:
     explicit PulsePlayback(PlaybackClient& client) : client_(client) {}
@@ -32,7 +27,7 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     PulsePlayback(const PulsePlayback&) = delete;
     PulsePlayback& operator=(const PulsePlayback&) = delete;
 
-    /// Statuses: those of `QueueDevice`. Once.
+    /// Statuses: those of `QueueDevice`. Called once.
     OSStatus open(const AudioStreamBasicDescription& format);
 
     OSStatus start() override;
@@ -42,71 +37,46 @@ class PulsePlayback final : public PlaybackStream, private PulseStream {
     std::uint64_t framesPlayed() override;
 
  private:
-    /// Positions in what was written, in frames: the client's audio and pieces of silence.
-    struct Silence {
-        std::uint64_t begin = 0;
-        std::uint64_t end = 0;
-    };
+    void opened() override ZAV_REQUIRES(loop());
+    void heard() noexcept override ZAV_REQUIRES(loop());
+    void lost() noexcept override ZAV_REQUIRES(loop());
 
-    void opened() override;
-    void heard() noexcept override;
-    void lost() noexcept override;
-
-    /// Writes what the server takes and the client has.
-    void fill();
-    /// Bytes that the client put into `room`.
-    std::size_t pull(std::span<std::byte> room);
-    /// The client has run out of audio: sees to it that the server plays all that it has.
-    void pad();
-    void stoodStill();
-    void writeSilence();
-    /// The server has taken what was written before this position.
-    void hasTaken(std::uint64_t position);
+    /// Writes audio until the server or the client has enough.
+    void fill() ZAV_REQUIRES(loop());
+    /// Returns the bytes that the client has put into `room`, in the format of the server.
+    std::size_t pull(std::span<std::byte> room) ZAV_REQUIRES(loop());
+    /// The client has no more audio: makes the server play everything that it has.
+    void pad() ZAV_REQUIRES(loop());
+    void stoodStill() ZAV_REQUIRES(loop());
+    void writeSilence() ZAV_REQUIRES(loop());
+    /// The server has taken everything that was written before this position.
+    void noteTaken(std::uint64_t serverPosition) ZAV_REQUIRES(loop());
     /// The server had nothing to play behind this position.
-    void ranDry(std::uint64_t position);
+    void ranDry(std::uint64_t serverPosition) ZAV_REQUIRES(loop());
 
-    /// Tells the client if its mark is reached, and sets the timer to the next one.
-    void tell();
-    void timeIsUp();
-    /// Brings `played_` up to date.
-    std::uint64_t position();
-    /// How many of the client's frames may be said to have been played.
-    std::uint64_t limit() const {
-        return isAllTaken_ ? pulled_ : std::max<std::uint64_t>(pulled_, 1) - 1;
-    }
-
-    std::uint64_t serverPosition() const;
-    std::uint64_t clientFrame(std::uint64_t position) const;
-    bool endsInSilence() const { return lastSilence_.end == written_; }
-    std::uint64_t audioEnd() const { return endsInSilence() ? lastSilence_.begin : written_; }
+    /// Reports played frames to the client if its mark is reached, and sets the timer to the mark.
+    void reportPlayed() ZAV_REQUIRES(loop());
+    void markIsDue() ZAV_REQUIRES(loop());
+    /// The client's frames that have been played.
+    std::uint64_t position() ZAV_REQUIRES(loop());
+    std::uint64_t serverPosition() const ZAV_REQUIRES(loop());
 
     PlaybackClient& client_;
-    /// Not null when the client's samples are of 8 bits, and those that are written of 16.
+    /// Set if the client's samples have 8 bits and those of the server 16.
     const WideSamples* wideSamples_ = nullptr;
-    std::optional<PulseTimer> markTimer_;
-    std::optional<PulseTimer> padTimer_;
-    bool isPlaying_ = false;
-    bool isDraining_ = false;
-    bool isEmpty_ = false;  ///< the client had less than it was asked for
-    bool isDry_ = true;     ///< the server says that it stands still
+    std::optional<PulseTimer> markTimer_ ZAV_GUARDED_BY(loop());
+    std::optional<PulseTimer> padTimer_ ZAV_GUARDED_BY(loop());
+    std::optional<PlaybackPositions> positions_ ZAV_GUARDED_BY(loop());  ///< set by `open`
 
-    std::uint64_t written_ = 0;
-    // Of a piece of silence the server leaves what is no whole block, until something follows: the
-    // one before may be needed as well to tell positions by.
-    Silence lastSilence_;
-    Silence silenceBefore_;
-    std::uint64_t olderSilence_ = 0;  ///< frames in all pieces before those
-    std::uint64_t pulled_ = 0;        ///< the client's frames, as are those below
-    std::uint64_t played_ = 0;
-    std::uint64_t drySaidAt_ = 0;    ///< where it last ran dry
-    std::uint64_t drySaidWith_ = 0;  ///< frames pulled by then
-    std::uint64_t askedAt_ = 0;      ///< the end at which the server was asked for the time
-    /// The server has nothing left of the client's; what it took last sounds until `silentAt_`.
-    bool isAllTaken_ = true;
-    pa_usec_t silentAt_ = 0;
-    /// What the timer was set for, and the position then.
-    std::uint64_t timedMark_ = PlaybackClient::kNoMark;
-    std::uint64_t timedFrom_ = 0;
+    bool isPlaying_ ZAV_GUARDED_BY(loop()) = false;
+    bool isDraining_ ZAV_GUARDED_BY(loop()) = false;
+    bool isEmpty_ ZAV_GUARDED_BY(loop()) = false;  ///< the client had less than was pulled
+    bool isDry_ ZAV_GUARDED_BY(loop()) = true;     ///< the server reports that it stands still
+    /// The client's position for which the server was asked whether it has taken everything.
+    std::uint64_t askedAt_ ZAV_GUARDED_BY(loop()) = 0;
+    /// The mark that the timer is set to, and the position at which it was set.
+    std::uint64_t timedMark_ ZAV_GUARDED_BY(loop()) = PlaybackClient::kNoMark;
+    std::uint64_t timedFrom_ ZAV_GUARDED_BY(loop()) = 0;
 };
 
 }  // namespace zav::detail

@@ -16,11 +16,11 @@ pa_buffer_attr bufferSizes(const pa_sample_spec& sampling) {
     pa_buffer_attr sizes{};
     sizes.maxlength = kServersChoice;
     sizes.tlength = static_cast<std::uint32_t>(latency);
-    // One frame: the server starts to play with the first one, stands still when it runs dry, and
-    // goes on exactly there. With 0 it would run on, and drop what comes late.
+    // One frame: the server starts to play with the first frame, stands still when it runs dry, and
+    // continues exactly there. With 0 its clock would run on, and it would drop late audio.
     sizes.prebuf = static_cast<std::uint32_t>(frameBytes);
-    // Of the latency the device gets (tlength - 2 minreq) / 2. The smaller the requests may be, the
-    // longer its blocks are, and the fewer the times that it wakes the server, and the server us.
+    // The device gets (tlength - 2 minreq) / 2 of the latency. Small requests give the device
+    // longer blocks, so both sides wake less often.
     sizes.minreq = static_cast<std::uint32_t>(latency / 20 / frameBytes * frameBytes);
     sizes.fragsize = static_cast<std::uint32_t>(latency);
     return sizes;
@@ -43,12 +43,12 @@ OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t dire
         return connection_.status();
     }
     pa_stream_set_state_callback(stream(), onState, this);
-    pa_stream_set_latency_update_callback(stream(), onWord, this);
-    pa_stream_set_moved_callback(stream(), onWord, this);
-    pa_stream_set_suspended_callback(stream(), onWord, this);
+    pa_stream_set_latency_update_callback(stream(), onMessage, this);
+    pa_stream_set_moved_callback(stream(), onMessage, this);
+    pa_stream_set_suspended_callback(stream(), onMessage, this);
     const pa_buffer_attr sizes = bufferSizes(format_.sampling);
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | moreFlags);
-    // Without a device's name: the server's default, or what the user's settings name.
+    // No name of a device: the server's default, or the one in the user's settings.
     const int result =
         direction == PA_STREAM_PLAYBACK
             ? pa_stream_connect_playback(stream(), nullptr, &sizes, flags, nullptr, nullptr)
@@ -56,15 +56,20 @@ OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t dire
     if (result < 0) {
         return connection_.status();
     }
-    const bool isSettled = connection_.waitUntil(
-        deadline, [this] { return pa_stream_get_state(stream()) != PA_STREAM_CREATING; });
+    const bool isSettled = connection_.waitUntil(deadline, [this] {
+        assertLocked();
+        return pa_stream_get_state(stream()) != PA_STREAM_CREATING;
+    });
     if (!isSettled) {
         return kAudioQueueErr_CannotStart;
     }
     if (pa_stream_get_state(stream()) != PA_STREAM_READY) {
         return connection_.status();
     }
-    watchdog_.emplace(connection_, [this] { watch(); });
+    watchdog_.emplace(connection_, [this] {
+        assertLocked();
+        watch();
+    });
     lastHeard_ = pa_rtclock_now();
     watchdog_->callAt(lastHeard_ + kSilenceTime);
     opened();
@@ -86,16 +91,8 @@ void PulseStream::noteSignOfLife() {
     }
 }
 
-pa_usec_t PulseStream::duration(std::uint64_t frameCount) const {
-    return frameCount * PA_USEC_PER_SEC / format_.sampling.rate;
-}
-
-std::uint64_t PulseStream::frameCount(pa_usec_t duration) const {
-    return (duration * format_.sampling.rate + PA_USEC_PER_SEC / 2) / PA_USEC_PER_SEC;
-}
-
 void PulseStream::cork(bool isCorked) {
-    // The order of what it is told is the server's; nobody has to wait for the answer.
+    // The server keeps the order of requests, so there is no need to wait for the answer.
     const PulseOperation operation(pa_stream_cork(stream(), isCorked ? 1 : 0, nullptr, nullptr));
 }
 
@@ -105,14 +102,17 @@ void PulseStream::askForTiming() {
 
 void PulseStream::onState(pa_stream* stream, void* self) noexcept {
     auto* const that = static_cast<PulseStream*>(self);
+    that->assertLocked();
     if (that->isOpen_ && !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))) {
         that->lose();
     }
     that->connection_.wake();
 }
 
-void PulseStream::onWord(pa_stream* /*stream*/, void* self) noexcept {
-    static_cast<PulseStream*>(self)->noteSignOfLife();
+void PulseStream::onMessage(pa_stream* /*stream*/, void* self) noexcept {
+    auto* const that = static_cast<PulseStream*>(self);
+    that->assertLocked();
+    that->noteSignOfLife();
 }
 
 void PulseStream::watch() {
@@ -125,7 +125,7 @@ void PulseStream::watch() {
         lose();
         return;
     }
-    // Asked, and not taken for gone at once: this process may have been the one that stood still.
+    // Ask before the server counts as gone: it may be this process that stood still.
     isAsked_ = true;
     askForTiming();
     watchdog_->callAt(now + kSilenceTime);

@@ -3,6 +3,7 @@
 #include <pulse/pulseaudio.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include "ZAVAudioStreaming/core/OSStatus.hpp"
@@ -12,12 +13,13 @@
 
 namespace zav::detail {
 
-/// What playing and capturing have in common: a stream on a connection of its own, opened within a
-/// bound, and the watch over its server. The server says something all the time, with what it has
-/// captured, or since libpulse asks it for the timing of what plays; when nothing has come for two
-/// seconds it is asked for that once more, and after two more it counts as gone.
+/// The common part of playing and capturing: a stream on its own connection, opened within three
+/// seconds, and a watchdog for its server. A live server sends messages all the time: captured
+/// audio, or answers to libpulse's requests for the timing. After two seconds without one, the
+/// server is asked for its timing. After two more it counts as gone.
 ///
-/// Threads: `open` without the lock, the rest with it; a derived class closes in its destructor.
+/// Threads: `open` without the lock of the loop, the rest with it. A derived class calls `close` in
+/// its destructor.
 class PulseStream {
  public:
     PulseStream(const PulseStream&) = delete;
@@ -25,55 +27,62 @@ class PulseStream {
 
  protected:
     PulseStream() = default;
+    const PulseLoop& loop() const ZAV_RETURN_CAPABILITY(connection_.loop()) {
+        return connection_.loop();
+    }
+
     virtual ~PulseStream() = default;
 
     /// Statuses: those of `QueueDevice`.
     OSStatus open(const PulseFormat& format, pa_stream_direction_t direction,
-                  pa_stream_flags_t moreFlags);
+                  pa_stream_flags_t moreFlags) ZAV_EXCLUDES(loop());
 
-    /// After this nothing is called back any more.
-    void close();
+    /// No callback comes after this.
+    void close() ZAV_REQUIRES(loop());
 
-    /// The stream is there, and nothing was said of it yet: the place to set its callbacks.
-    virtual void opened() = 0;
+    /// The stream is open. The derived class sets its callbacks here.
+    virtual void opened() ZAV_REQUIRES(loop()) = 0;
 
-    /// The server has said something, and everything that libpulse knows may have changed.
-    virtual void heard() noexcept = 0;
+    /// The server has sent a message, so everything that libpulse reports may have changed.
+    virtual void heard() noexcept ZAV_REQUIRES(loop()) = 0;
 
-    /// The server or the device is gone. Called once; nothing is called after it.
-    virtual void lost() noexcept = 0;
+    /// The server or the device is gone. Called once, and no other function is called after it.
+    virtual void lost() noexcept ZAV_REQUIRES(loop()) = 0;
 
-    /// To be called whenever the server says something; calls `heard`.
-    void noteSignOfLife();
+    /// The derived class calls this for each message of the server. Calls `heard`.
+    void noteSignOfLife() ZAV_REQUIRES(loop());
 
-    const PulseLoop& loop() const { return connection_.loop(); }
+    /// Called inside a callback of libpulse, which holds the lock.
+    void assertLocked() const ZAV_ASSERT_CAPABILITY(loop()) {}
     PulseConnection& connection() { return connection_; }
-    pa_stream* stream() const { return stream_.get(); }
-    bool isLost() const { return isLost_; }
+    pa_stream* stream() const ZAV_REQUIRES(loop()) { return stream_.get(); }
+    bool isLost() const ZAV_REQUIRES(loop()) { return isLost_; }
     const PulseFormat& format() const { return format_; }
     std::size_t frameBytes() const { return frameBytes_; }
-    pa_usec_t duration(std::uint64_t frameCount) const;
-    std::uint64_t frameCount(pa_usec_t duration) const;
 
-    void cork(bool isCorked);
+    /// As `PulseConnection::waitUntil`.
+    bool waitUntil(pa_usec_t deadline, const std::function<bool()>& isMet) ZAV_REQUIRES(loop()) {
+        return connection_.waitUntil(deadline, isMet);
+    }
+    void cork(bool isCorked) ZAV_REQUIRES(loop());
     /// The answer is a sign of life.
-    void askForTiming();
+    void askForTiming() ZAV_REQUIRES(loop());
 
  private:
     static void onState(pa_stream* stream, void* self) noexcept;
-    static void onWord(pa_stream* stream, void* self) noexcept;
-    void watch();
-    void lose();
+    static void onMessage(pa_stream* stream, void* self) noexcept;
+    void watch() ZAV_REQUIRES(loop());
+    void lose() ZAV_REQUIRES(loop());
 
     PulseConnection connection_;
-    PulseStreamObject stream_;
-    std::optional<PulseTimer> watchdog_;
+    PulseStreamObject stream_ ZAV_GUARDED_BY(loop());
+    std::optional<PulseTimer> watchdog_ ZAV_GUARDED_BY(loop());
     PulseFormat format_{};
     std::size_t frameBytes_ = 0;
-    pa_usec_t lastHeard_ = 0;
-    bool isAsked_ = false;
-    bool isOpen_ = false;
-    bool isLost_ = false;
+    pa_usec_t lastHeard_ ZAV_GUARDED_BY(loop()) = 0;
+    bool isAsked_ ZAV_GUARDED_BY(loop()) = false;
+    bool isOpen_ ZAV_GUARDED_BY(loop()) = false;
+    bool isLost_ ZAV_GUARDED_BY(loop()) = false;
 };
 
 }  // namespace zav::detail

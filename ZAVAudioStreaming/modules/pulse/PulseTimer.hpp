@@ -9,34 +9,38 @@
 
 namespace zav::detail {
 
-/// Calls a function on the device thread at a moment that can be put off.
+/// Calls a function on the device thread at a given time. The function runs with the lock of the
+/// loop.
 ///
-/// Threads: with the lock. Goes before the connection closes.
+/// Threads: with the lock of the loop. Destroy it before the connection closes.
 class PulseTimer {
  public:
     PulseTimer(const PulseConnection& connection, std::function<void()> function)
-        : connection_(connection),
-          function_(std::move(function)),
-          event_(pa_context_rttime_new(connection.context(), PA_USEC_INVALID, call, this)) {}
-    ~PulseTimer() { api()->time_free(event_); }
+        : function_(std::move(function)),
+          context_(contextOf(connection)),
+          api_(pa_threaded_mainloop_get_api(connection.loop().get())),
+          event_(pa_context_rttime_new(context_, PA_USEC_INVALID, call, this)) {}
+    ~PulseTimer() { api_->time_free(event_); }
     PulseTimer(const PulseTimer&) = delete;
     PulseTimer& operator=(const PulseTimer&) = delete;
 
-    /// One call at `moment` of `pa_rtclock_now`, in place of any other.
-    void callAt(pa_usec_t moment) {
-        pa_context_rttime_restart(connection_.context(), event_, moment);
-    }
+    /// Calls the function once, at a time of `pa_rtclock_now`. Replaces an earlier time.
+    void callAt(pa_usec_t time) { pa_context_rttime_restart(context_, event_, time); }
     void stop() { callAt(PA_USEC_INVALID); }
 
  private:
-    static void call(pa_mainloop_api* /*api*/, pa_time_event* /*event*/, const timeval* /*moment*/,
+    static void call(pa_mainloop_api* /*api*/, pa_time_event* /*event*/, const timeval* /*time*/,
                      void* timer) noexcept {
         static_cast<PulseTimer*>(timer)->function_();
     }
-    pa_mainloop_api* api() const { return pa_threaded_mainloop_get_api(connection_.loop().get()); }
+    static pa_context* contextOf(const PulseConnection& connection) {
+        connection.assertLocked();
+        return connection.context();
+    }
 
-    const PulseConnection& connection_;
     const std::function<void()> function_;
+    pa_context* const context_;
+    pa_mainloop_api* const api_;
     pa_time_event* const event_;
 };
 
