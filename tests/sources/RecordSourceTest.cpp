@@ -71,7 +71,7 @@ TEST_F(RecordSourceTest, takesAFormatThatTheQueueHasCompleted) {
     queue.setProperty(kAudioQueueProperty_StreamDescription, pcmFormat(48000, 2));
     source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(48000, 2));
-    EXPECT_EQ(queue.calls.end()[-3], "allocate 96000");
+    EXPECT_EQ(queue.calls.end()[-2], "allocate 96000");
 }
 
 TEST_F(RecordSourceTest, throwsWhenItsQueueOrABufferCannotBeMade) {
