@@ -77,7 +77,7 @@ class ZAV_EXPORT PlaybackSink : public AudioStreamInputable {
 
     /// Bytes of each buffer that is allocated from now on. Unless it is set, it is computed when it
     /// is first needed: half a second of packets of the largest size, 16 KiB to 320 KiB, but at
-    /// least one packet. Fatal if half a second exceeds 32 bits.
+    /// least one packet. Fatal if half a second is negative or exceeds 4 GiB.
     std::uint32_t queueBufferSize();
     void setQueueBufferSize(std::uint32_t sizeInBytes);
     /// Packets of the largest size that fit in a buffer. Fatal if the queue cannot report that size

@@ -42,7 +42,7 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     /// Makes the queue and its buffers, and captures nothing yet.
     ///
     /// Errors: throws `AudioQueueError::failure` with the queue's status if the queue cannot be
-    /// made, and always with status 0 if a buffer cannot. Fatal if `queueBufferSize` is.
+    /// made, and always with status 0 if a buffer cannot. Fatal where `queueBufferSize` is fatal.
     RecordSource(NodeKey, const AudioStreamBasicDescription& dataFormat);
     ~RecordSource() override;
     /// Called by `makeNode`.
