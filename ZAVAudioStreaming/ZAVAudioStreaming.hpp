@@ -20,6 +20,7 @@
 #include "ZAVAudioStreaming/core/Version.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
 #include "ZAVAudioStreaming/sinks/FileSink.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"

@@ -4,6 +4,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
 
 namespace zav {
@@ -12,10 +13,18 @@ struct DisposeOfAudioQueue {
     void operator()(AudioQueueRef queue) const { AudioQueueDispose(queue, true); }
 };
 
-/// A node's queue. At its end no callback runs any more, except one that the end comes from.
+/// A queue that is disposed of at the end of its owner. No callback runs after that, except the one
+/// that destroys the owner.
 using OwnedAudioQueue = std::unique_ptr<std::remove_pointer_t<AudioQueueRef>, DisposeOfAudioQueue>;
 
-/// Reads a property of this type; `value` is untouched when that fails.
+/// Throws `AudioQueueError::failure` unless the queue's status is success.
+inline void throwOnQueueFailure(OSStatus status) {
+    if (status != noErr) {
+        throw AudioQueueError::failure(status);
+    }
+}
+
+/// Reads a property of this type. Returns the queue's status; `value` is untouched after a failure.
 template <class Value>
 [[nodiscard]] OSStatus readAudioQueueProperty(AudioQueueRef queue, AudioQueuePropertyID property,
                                               Value& value) {

@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
-#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
+#include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
+#include "ZAVAudioStreaming/support/BufferPool.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/LiveBufferSize.hpp"
+#include "ZAVAudioStreaming/support/Mutex.hpp"
 #include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
 namespace zav {
@@ -16,199 +20,141 @@ using namespace detail;
 
 namespace {
 
-constexpr std::uint32_t kMaximumBufferSize = 0x50000;
-constexpr std::uint32_t kMinimumBufferSize = 0x4000;
-constexpr double kBufferDurationInSeconds = 0.5;
+/// Copies as much of `input` as fits behind the buffer's audio, and returns the rest.
+std::span<const std::byte> append(std::span<const std::byte> input, AudioQueueBuffer& buffer) {
+    const std::size_t room = buffer.mAudioDataBytesCapacity - buffer.mAudioDataByteSize;
+    const auto taken = input.first(std::min(input.size(), room));
+    std::ranges::copy(taken,
+                      static_cast<std::byte*>(buffer.mAudioData) + buffer.mAudioDataByteSize);
+    buffer.mAudioDataByteSize += static_cast<std::uint32_t>(taken.size());
+    return input.subspan(taken.size());
+}
 
-std::uint32_t defaultBufferSize(std::uint32_t maxPacketSize,
-                                const AudioStreamBasicDescription& format) {
-    std::uint32_t size = std::max(kMaximumBufferSize, maxPacketSize);
-    if (format.mFramesPerPacket != 0) {
-        const auto packetCount = checkedTruncate<std::uint32_t>(
-            format.mSampleRate / format.mFramesPerPacket * kBufferDurationInSeconds);
-        size = checkedMultiply(maxPacketSize, packetCount);
+/// A property of four bytes. A queue that does not report it is a fatal stop at the caller's
+/// position.
+std::uint32_t readOrStop(AudioQueueRef queue, AudioQueuePropertyID property,
+                         std::string_view message,
+                         SourcePosition position = SourcePosition::current()) {
+    std::uint32_t value = 0;
+    if (readAudioQueueProperty(queue, property, value) != noErr) {
+        fatalError(message, position);
     }
-    // At least one packet has to fit.
-    if (size > kMaximumBufferSize && size > maxPacketSize) {
-        return kMaximumBufferSize;
-    }
-    return std::max(size, kMinimumBufferSize);
+    return value;
 }
 
 }  // namespace
 
-PlaybackSink::PlaybackSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream)
-    : upstream_(upstream) {}
+/// The queue of a sink, its buffers, and what happens to them.
+class detail::PlaybackSinkImpl {
+ public:
+    using Handler = std::shared_ptr<const std::function<void()>>;
 
-void PlaybackSink::onMade(NodeKey, std::weak_ptr<PlaybackSink> self) {
-    const AudioStreamBasicDescription format = inDataFormat();
-    AudioQueueRef queue = nullptr;
-    const OSStatus status = AudioQueueNewOutputWithDispatchQueue(
-        &queue, &format, 0, &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated),
-        [weakSelf = std::move(self)](AudioQueueRef, AudioQueueBufferRef buffer) noexcept {
-            if (const auto sink = weakSelf.lock()) {
-                sink->takeBack(*buffer);
-            }
-        });
-    if (status != noErr) {
-        throw AudioQueueError::failure(status);
+    explicit PlaybackSinkImpl(const PlaybackSink& sink) : sink_(sink) {}
+
+    void setQueue(AudioQueueRef queue) { queue_.reset(queue); }
+    AudioQueueRef queue() const { return queue_.get(); }
+    const BufferPool<AudioQueueBuffer>& buffers() const { return buffers_; }
+
+    std::uint32_t bufferSize() ZAV_EXCLUDES(mutex_);
+    void setBufferSize(std::uint32_t sizeInBytes) ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        bufferSize_ = sizeInBytes;
     }
-    queue_.reset(queue);
-}
-
-void PlaybackSink::play() {
-    if (delayPlaySchedule()) {
-        fatalError("");
+    Handler handler() const ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return handler_;
     }
-    if (const OSStatus status = AudioQueueStart(queue_.get(), nullptr); status != noErr) {
-        throw AudioQueueError::failure(status);
+    void setHandler(Handler handler) ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        handler_.swap(handler);  // the old one is destroyed without the lock
     }
-}
-
-void PlaybackSink::autoPlay(double delayInSeconds) {
-    if (isPlaying()) {
-        fatalError("autoPlay comes too late: the audio queue runs");
+    std::optional<double> schedule() const ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return schedule_;
     }
-    const std::lock_guard lock(mutex_);
-    delayPlaySchedule_ = delayInSeconds;
-}
-
-void PlaybackSink::stop() {
-    {
-        const std::lock_guard lock(mutex_);
-        delayPlaySchedule_.reset();
+    void setSchedule(std::optional<double> delayInSeconds) ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        schedule_ = delayInSeconds;
     }
-    if (const OSStatus status = AudioQueueStop(queue_.get(), true); status != noErr) {
-        throw AudioQueueError::failure(status);
+    bool paused() const ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        return paused_;
     }
-}
 
-bool PlaybackSink::isPlaying() const {
-    std::uint32_t isRunning = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
-        fatalError("The audio queue does not tell whether it runs");
+    /// Copies `input` into buffers and enqueues those that are half full. Starts the queue if a
+    /// buffer was enqueued and the start is due.
+    void receiveAudio(std::span<const std::byte> input, std::uint64_t packetNum,
+                      const AudioStreamPacketDescription* packetDescriptions);
+    /// Enqueues the rest and lets the queue stop when everything has been played.
+    void endFlow() ZAV_EXCLUDES(events_);
+    /// Takes a buffer that the queue has played or given back.
+    void takeBack(AudioQueueBuffer& buffer) ZAV_EXCLUDES(events_);
+
+ private:
+    AudioQueueBuffer& bufferToFill(std::uint32_t sizeInBytes) ZAV_REQUIRES(events_);
+    void enqueueRest() ZAV_REQUIRES(events_);
+    void pauseWhenDry() ZAV_REQUIRES(events_);
+    void startWhenDue() ZAV_EXCLUDES(events_);
+    void resume() ZAV_REQUIRES(events_);
+    void startWhenScheduled(const AudioStreamBasicDescription& format) ZAV_REQUIRES(events_);
+    void setPaused(bool paused) ZAV_REQUIRES(events_) ZAV_EXCLUDES(mutex_) {
+        const MutexLock lock(mutex_);
+        paused_ = paused;
     }
-    return isRunning != 0;
-}
 
-bool PlaybackSink::hasPlayedAll() const {
-    std::uint32_t hasPlayedAll = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_HasPlayedAll, hasPlayedAll) !=
-        noErr) {
-        fatalError("The audio queue does not tell whether it has played all");
+    const PlaybackSink& sink_;
+
+    /// Held during one event: while the sink decides about its buffers, calls the queue and prints
+    /// the lines about it. So the lines come in the order of the events, and the queue is never
+    /// paused with audio in it. No function of the queue runs a callback.
+    Mutex events_;
+    /// Changes in events only, like the buffers' contents.
+    BufferPool<AudioQueueBuffer> buffers_;
+
+    mutable Mutex mutex_ ZAV_ACQUIRED_AFTER(events_);  ///< no line is printed under it
+    std::optional<std::uint32_t> bufferSize_ ZAV_GUARDED_BY(mutex_);
+    Handler handler_ ZAV_GUARDED_BY(mutex_);
+    std::optional<double> schedule_ ZAV_GUARDED_BY(mutex_);
+    bool paused_ ZAV_GUARDED_BY(mutex_) = false;  ///< changes in events only
+
+    OwnedAudioQueue queue_;  // last, so that no callback finds the other members gone
+};
+
+std::uint32_t PlaybackSinkImpl::bufferSize() {
+    MutexLock lock(mutex_);
+    if (!bufferSize_) {
+        lock.unlock();  // the upstream may be the application's code
+        std::uint32_t maxPacketSize = 4;
+        // Best effort: the size is only a guess.
+        static_cast<void>(readAudioQueueProperty(
+            queue(), kAudioQueueProperty_MaximumOutputPacketSize, maxPacketSize));
+        const std::uint32_t size = playbackBufferSize(sink_.inDataFormat(), maxPacketSize);
+        lock.lock();
+        bufferSize_ = bufferSize_.value_or(size);
     }
-    return hasPlayedAll != 0;
+    return *bufferSize_;
 }
 
-double PlaybackSink::timeStamp() const {
-    AudioTimeStamp now;
-    if (AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr) != noErr) {
-        fatalError("The audio queue does not tell its time");
-    }
-    return now.mSampleTime / inDataFormat().mSampleRate;
-}
-
-std::uint32_t PlaybackSink::queueBufferSize() {
-    {
-        const std::lock_guard lock(mutex_);
-        if (queueBufferSize_) {
-            return *queueBufferSize_;
-        }
-    }
-    std::uint32_t maxPacketSize = 4;
-    // Best effort: the size is a guess anyway.
-    static_cast<void>(readAudioQueueProperty(
-        queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize, maxPacketSize));
-    const std::uint32_t size = defaultBufferSize(maxPacketSize, inDataFormat());
-    const std::lock_guard lock(mutex_);
-    if (!queueBufferSize_) {
-        queueBufferSize_ = size;
-    }
-    return *queueBufferSize_;
-}
-
-void PlaybackSink::setQueueBufferSize(std::uint32_t sizeInBytes) {
-    const std::lock_guard lock(mutex_);
-    queueBufferSize_ = sizeInBytes;
-}
-
-std::uint32_t PlaybackSink::maxPacketNumForBuffer() {
-    std::uint32_t maxPacketSize = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize,
-                               maxPacketSize) != noErr) {
-        fatalError("The audio queue does not tell the size of its packets");
-    }
-    return checkedDivide(queueBufferSize(), maxPacketSize);
-}
-
-std::function<void()> PlaybackSink::audioDataAcquireHandler() const {
-    std::unique_lock lock(mutex_);
-    const auto handler = audioDataAcquireHandler_;
-    lock.unlock();  // to copy it may run code of the application
-    return handler ? *handler : nullptr;
-}
-
-void PlaybackSink::setAudioDataAcquireHandler(std::function<void()> handler) {
-    std::shared_ptr<const std::function<void()>> exchanged;
-    if (handler) {
-        exchanged = std::make_shared<const std::function<void()>>(std::move(handler));
-    }
-    const std::lock_guard lock(mutex_);
-    audioDataAcquireHandler_.swap(exchanged);
-}
-
-bool PlaybackSink::paused() const {
-    const std::lock_guard lock(mutex_);
-    return paused_;
-}
-
-std::optional<double> PlaybackSink::delayPlaySchedule() const {
-    const std::lock_guard lock(mutex_);
-    return delayPlaySchedule_;
-}
-
-std::size_t PlaybackSink::allocatedBufferCount() const {
-    const std::lock_guard lock(mutex_);
-    return allocatedBuffers_.size();
-}
-
-std::size_t PlaybackSink::idleBufferCount() const {
-    const std::lock_guard lock(mutex_);
-    return idleBuffers_.size();
-}
-
-void PlaybackSink::onAudioStreamFlowStart() {}
-
-void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
-                                const AudioStreamPacketDescription* packetDescriptions) {
-    if (size == 0 || queue_ == nullptr) {
-        return;
-    }
-    std::span input(static_cast<const std::byte*>(bytes), checkedCast<std::size_t>(size));
+void PlaybackSinkImpl::receiveAudio(std::span<const std::byte> input, std::uint64_t packetNum,
+                                    const AudioStreamPacketDescription* packetDescriptions) {
     bool hasEnqueued = false;
     while (!input.empty()) {
-        const std::uint32_t bufferSize = queueBufferSize();
-        const std::lock_guard events(events_);
-        AudioQueueBuffer& buffer = bufferToFill(bufferSize);
-        const std::size_t room = buffer.mAudioDataBytesCapacity - buffer.mAudioDataByteSize;
-        const auto taken = input.first(std::min(input.size(), room));
-        std::copy(taken.begin(), taken.end(),
-                  static_cast<std::byte*>(buffer.mAudioData) + buffer.mAudioDataByteSize);
-        buffer.mAudioDataByteSize += static_cast<std::uint32_t>(taken.size());
-        input = input.subspan(taken.size());
+        const std::uint32_t size = bufferSize();
+        const MutexLock events(events_);
+        AudioQueueBuffer& buffer = bufferToFill(size);
+        input = append(input, buffer);
 
-        // A buffer from before the size was raised may be full and never reach the half.
+        // A full buffer may be smaller than the half: the size may have been raised since.
         const std::uint32_t filledSize = buffer.mAudioDataByteSize;
-        if (filledSize < bufferSize / 2 && filledSize < buffer.mAudioDataBytesCapacity) {
+        if (filledSize < size / 2 && filledSize < buffer.mAudioDataBytesCapacity) {
             break;
         }
         const std::uint32_t packetCount =
             packetDescriptions != nullptr ? checkedCast<std::uint32_t>(packetNum) : 0;
-        if (AudioQueueEnqueueBuffer(queue_.get(), &buffer, packetCount, packetDescriptions) !=
-            noErr) {
+        if (AudioQueueEnqueueBuffer(queue(), &buffer, packetCount, packetDescriptions) != noErr) {
             return;
         }
-        dropFirstIdle();
+        buffers_.useFirstIdle();
         hasEnqueued = true;
         printDiagnostics("[Playback] did enqueue " + std::to_string(filledSize) +
                          " bytes for playback");
@@ -218,139 +164,236 @@ void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint
     }
 }
 
-/// The first idle buffer, a new one when there is none. In an event.
-AudioQueueBuffer& PlaybackSink::bufferToFill(std::uint32_t sizeInBytes) {
-    if (idleBuffers_.empty()) {
-        AudioQueueBufferRef buffer = nullptr;
-        if (AudioQueueAllocateBuffer(queue_.get(), sizeInBytes, &buffer) != noErr) {
-            fatalError("Can not allocate buffer");
-        }
-        const std::lock_guard lock(mutex_);
-        fatalWithoutMemory([&] {
-            allocatedBuffers_.push_back(buffer);
-            idleBuffers_.reserve(allocatedBuffers_.size());  // the callback takes no memory
-        });
-        idleBuffers_.push_back(buffer);
+/// The first idle buffer, or a new one of `sizeInBytes` if none is idle.
+AudioQueueBuffer& PlaybackSinkImpl::bufferToFill(std::uint32_t sizeInBytes) {
+    if (AudioQueueBuffer* const idle = buffers_.firstIdle()) {
+        return *idle;
     }
-    return *idleBuffers_.front();
-}
-
-/// The buffer is with the queue now. In an event.
-void PlaybackSink::dropFirstIdle() {
-    const std::lock_guard lock(mutex_);
-    idleBuffers_.erase(idleBuffers_.begin());
-}
-
-void PlaybackSink::setPaused(bool paused) {
-    const std::lock_guard lock(mutex_);
-    paused_ = paused;
+    AudioQueueBufferRef buffer = nullptr;
+    if (AudioQueueAllocateBuffer(queue(), sizeInBytes, &buffer) != noErr) {
+        fatalError("Can not allocate buffer");
+    }
+    fatalWithoutMemory([&] { buffers_.add(*buffer); });
+    return *buffer;
 }
 
 /// Resumes what the sink has paused, or starts what has been scheduled.
-void PlaybackSink::startWhenDue() {
-    // The upstream is only asked when its answer counts, and under no lock: its code may be the
-    // application's.
+void PlaybackSinkImpl::startWhenDue() {
+    // Ask the upstream only when its answer counts, and under no lock: it may be the application's
+    // code.
     std::optional<AudioStreamBasicDescription> format;
-    if (delayPlaySchedule() && !paused()) {
-        format = inDataFormat();
+    if (schedule() && !paused()) {
+        format = sink_.inDataFormat();
     }
-    const std::lock_guard events(events_);
-    if (paused_) {
-        // All that was enqueued may have been played since, and the pause be newer than that.
-        if (enqueuedBufferCount() == 0) {
-            return;
-        }
-        static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
+    const MutexLock events(events_);
+    if (paused()) {
+        resume();
+    } else if (format) {
+        startWhenScheduled(*format);
+    }
+}
+
+void PlaybackSinkImpl::resume() {
+    // All that was just enqueued may have been played by now, and the pause be newer than that.
+    if (buffers_.isAnyInUse()) {
+        static_cast<void>(AudioQueueStart(queue(), nullptr));
         printDiagnostics("Resume playing");
         setPaused(false);
+    }
+}
+
+void PlaybackSinkImpl::startWhenScheduled(const AudioStreamBasicDescription& format) {
+    // Holds the lock, so that a stop comes before or after the start, not in between.
+    const MutexLock lock(mutex_);
+    if (!schedule_) {
         return;
     }
-    // A stop comes before or after the start, not in between.
-    const std::lock_guard lock(mutex_);
-    if (delayPlaySchedule_ && format) {
-        const std::uint32_t bytesPerSecond = checkedMultiply(
-            checkedTruncate<std::uint32_t>(format->mSampleRate), format->mBytesPerFrame);
-        if (*delayPlaySchedule_ * bytesPerSecond <= enqueuedByteCount()) {
-            delayPlaySchedule_.reset();
-            // Best effort: a queue that does not start keeps its audio, and `isPlaying` tells.
-            static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
-        }
+    const std::uint32_t bytesPerSecond =
+        checkedMultiply(checkedTruncate<std::uint32_t>(format.mSampleRate), format.mBytesPerFrame);
+    const auto enqueuedByteCount = buffers_.sumInUse(&AudioQueueBuffer::mAudioDataByteSize);
+    if (*schedule_ * bytesPerSecond <= checkedCast<std::uint32_t>(enqueuedByteCount)) {
+        schedule_.reset();
+        // Best effort: a queue that does not start keeps its audio, and `isPlaying` is false.
+        static_cast<void>(AudioQueueStart(queue(), nullptr));
     }
 }
 
-/// Bytes of all buffers that are with the queue. In an event.
-std::uint32_t PlaybackSink::enqueuedByteCount() const {
-    std::uint64_t byteCount = 0;
-    for (const AudioQueueBuffer* const buffer : allocatedBuffers_) {
-        if (std::find(idleBuffers_.begin(), idleBuffers_.end(), buffer) == idleBuffers_.end()) {
-            byteCount += buffer->mAudioDataByteSize;
-        }
-    }
-    return checkedCast<std::uint32_t>(byteCount);
-}
-
-void PlaybackSink::takeBack(AudioQueueBuffer& buffer) {
-    std::shared_ptr<const std::function<void()>> handler;
+void PlaybackSinkImpl::takeBack(AudioQueueBuffer& buffer) {
+    Handler called;
     {
-        const std::lock_guard events(events_);
+        const MutexLock events(events_);
         buffer.mAudioDataByteSize = 0;
-        {
-            const std::lock_guard lock(mutex_);
-            idleBuffers_.push_back(&buffer);
-            handler = audioDataAcquireHandler_;
-        }
-        if (!isPlaying()) {
+        buffers_.giveBack(buffer);
+        called = handler();
+        if (!sink_.isPlaying()) {
             return;
         }
-        if (enqueuedBufferCount() == 0) {
-            printDiagnostics(
-                "Enqueued audio bytes are exhausted, pause playing and resume when more audio "
-                "bytes are available.");
-            const OSStatus status = AudioQueuePause(queue_.get());
-            printDiagnostics("Pause Audio Queue result: " + std::to_string(status));
-            setPaused(true);
-        }
+        pauseWhenDry();
     }
-    if (handler) {
+    if (called) {
         try {
-            (*handler)();
+            (*called)();
         } catch (...) {
-            // Its audio is missing, and that is its own affair: playing goes on with what comes.
+            // The application's own failure: playing goes on with whatever it pushes.
         }
     }
 }
 
-void PlaybackSink::onAudioStreamFlowEnd() {
-    if (queue_ == nullptr) {
+void PlaybackSinkImpl::pauseWhenDry() {
+    if (buffers_.isAnyInUse()) {
         return;
     }
-    const std::lock_guard events(events_);
+    printDiagnostics(
+        "Enqueued audio bytes are exhausted, pause playing and resume when more audio bytes are "
+        "available.");
+    const OSStatus status = AudioQueuePause(queue());
+    printDiagnostics("Pause Audio Queue result: " + std::to_string(status));
+    setPaused(true);
+}
+
+void PlaybackSinkImpl::endFlow() {
+    const MutexLock events(events_);
     printDiagnostics("Stream ended");
     enqueueRest();
-    if (isPlaying() || !delayPlaySchedule()) {
+    if (sink_.isPlaying() || !schedule()) {
         printDiagnostics("Stop when the enqueued audio bytes exhaused.");
-    } else {
-        if (enqueuedBufferCount() == 0) {
-            return;
-        }
+    } else if (buffers_.isAnyInUse()) {
         printDiagnostics("Start playing due to audio stream end");
-        static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
+        static_cast<void>(AudioQueueStart(queue(), nullptr));
+    } else {
+        return;
     }
-    AudioQueueStop(queue_.get(), false);
+    static_cast<void>(AudioQueueStop(queue(), false));
 }
 
-/// Gives the queue the buffer that is partly filled, and lets a paused queue go on with it.
-/// `paused_` stays as it is: the next flow starts the queue again. In an event.
-void PlaybackSink::enqueueRest() {
-    if (idleBuffers_.empty() || idleBuffers_.front()->mAudioDataByteSize == 0) {
+/// Enqueues the buffer that is partly filled, and resumes a paused queue with it. `paused_` stays
+/// true: the next flow starts the queue again.
+void PlaybackSinkImpl::enqueueRest() {
+    AudioQueueBuffer* const rest = buffers_.firstIdle();
+    if (rest == nullptr || rest->mAudioDataByteSize == 0) {
         return;
     }
     // Best effort: a buffer that the queue refuses is lost with its audio.
-    static_cast<void>(AudioQueueEnqueueBuffer(queue_.get(), idleBuffers_.front(), 0, nullptr));
-    dropFirstIdle();
-    if (paused_) {
+    static_cast<void>(AudioQueueEnqueueBuffer(queue(), rest, 0, nullptr));
+    buffers_.useFirstIdle();
+    if (paused()) {
         printDiagnostics("Resume playing the last remained bytes");
-        static_cast<void>(AudioQueueStart(queue_.get(), nullptr));
+        static_cast<void>(AudioQueueStart(queue(), nullptr));
+    }
+}
+
+PlaybackSink::PlaybackSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream)
+    : upstream_(upstream), impl_(std::make_unique<PlaybackSinkImpl>(*this)) {}
+
+PlaybackSink::~PlaybackSink() = default;
+
+void PlaybackSink::onMade(NodeKey, std::weak_ptr<PlaybackSink> self) {
+    const AudioStreamBasicDescription format = inDataFormat();
+    AudioQueueRef queue = nullptr;
+    throwOnQueueFailure(AudioQueueNewOutputWithDispatchQueue(
+        &queue, &format, 0, &DispatchQueue::global(DispatchQueue::QualityOfService::userInitiated),
+        [weakSelf = std::move(self)](AudioQueueRef, AudioQueueBufferRef buffer) noexcept {
+            if (const auto sink = weakSelf.lock()) {
+                sink->impl_->takeBack(*buffer);
+            }
+        }));
+    impl_->setQueue(queue);
+}
+
+void PlaybackSink::play() {
+    if (delayPlaySchedule()) {
+        fatalError("");
+    }
+    throwOnQueueFailure(AudioQueueStart(audioQueueRef(), nullptr));
+}
+
+void PlaybackSink::autoPlay(double delayInSeconds) {
+    if (isPlaying()) {
+        fatalError("autoPlay comes too late: the audio queue runs");
+    }
+    impl_->setSchedule(delayInSeconds);
+}
+
+void PlaybackSink::stop() {
+    impl_->setSchedule(std::nullopt);
+    throwOnQueueFailure(AudioQueueStop(audioQueueRef(), true));
+}
+
+bool PlaybackSink::isPlaying() const {
+    return readOrStop(audioQueueRef(), kAudioQueueProperty_IsRunning,
+                      "The audio queue does not report whether it runs") != 0;
+}
+
+bool PlaybackSink::hasPlayedAll() const {
+    return readOrStop(audioQueueRef(), kAudioQueueProperty_HasPlayedAll,
+                      "The audio queue does not report whether it has played all") != 0;
+}
+
+double PlaybackSink::timeStamp() const {
+    AudioTimeStamp now;
+    if (AudioQueueGetCurrentTime(audioQueueRef(), nullptr, &now, nullptr) != noErr) {
+        fatalError("The audio queue does not report its time");
+    }
+    return now.mSampleTime / inDataFormat().mSampleRate;
+}
+
+std::uint32_t PlaybackSink::queueBufferSize() {
+    return impl_->bufferSize();
+}
+
+void PlaybackSink::setQueueBufferSize(std::uint32_t sizeInBytes) {
+    impl_->setBufferSize(sizeInBytes);
+}
+
+std::uint32_t PlaybackSink::maxPacketNumForBuffer() {
+    const std::uint32_t maxPacketSize =
+        readOrStop(audioQueueRef(), kAudioQueueProperty_MaximumOutputPacketSize,
+                   "The audio queue does not report the size of its packets");
+    return checkedDivide(queueBufferSize(), maxPacketSize);
+}
+
+std::function<void()> PlaybackSink::audioDataAcquireHandler() const {
+    const auto handler = impl_->handler();
+    return handler ? *handler : nullptr;
+}
+
+void PlaybackSink::setAudioDataAcquireHandler(std::function<void()> handler) {
+    impl_->setHandler(handler ? std::make_shared<const std::function<void()>>(std::move(handler))
+                              : nullptr);
+}
+
+bool PlaybackSink::paused() const {
+    return impl_->paused();
+}
+
+std::optional<double> PlaybackSink::delayPlaySchedule() const {
+    return impl_->schedule();
+}
+
+std::size_t PlaybackSink::allocatedBufferCount() const {
+    return impl_->buffers().count();
+}
+
+std::size_t PlaybackSink::idleBufferCount() const {
+    return impl_->buffers().idleCount();
+}
+
+AudioQueueRef PlaybackSink::audioQueueRef() const noexcept {
+    return impl_->queue();
+}
+
+void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+                                const AudioStreamPacketDescription* packetDescriptions) {
+    if (size == 0 || audioQueueRef() == nullptr) {
+        return;
+    }
+    impl_->receiveAudio({static_cast<const std::byte*>(bytes), checkedCast<std::size_t>(size)},
+                        packetNum, packetDescriptions);
+}
+
+void PlaybackSink::onAudioStreamFlowEnd() {
+    if (audioQueueRef() != nullptr) {
+        impl_->endFlow();
     }
 }
 

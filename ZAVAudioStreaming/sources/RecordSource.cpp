@@ -1,12 +1,14 @@
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
 
-#include <algorithm>
-#include <cmath>
+#include <atomic>
 #include <utility>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
+#include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/LiveBufferSize.hpp"
+#include "ZAVAudioStreaming/support/Mutex.hpp"
 
 namespace zav {
 
@@ -15,10 +17,8 @@ using namespace detail;
 namespace {
 
 constexpr std::uint64_t kQueueBufferCount = 3;
-constexpr std::uint32_t kMaximumCaptureSize = 0x50000;
-constexpr double kCaptureDurationInSeconds = 0.5;
 
-// Fixed names of these places, so that reports of all versions can be compared.
+// The fixed names of these places in a report.
 constexpr SourcePosition kEnqueuePosition{"RecordSource", 33};
 constexpr SourcePosition kIsRecordingPosition{"RecordSource", 174};
 constexpr SourcePosition kTimeStampPosition{"RecordSource", 184};
@@ -26,163 +26,240 @@ constexpr SourcePosition kMagicCookiePosition{"RecordSource", 195};
 
 }  // namespace
 
-RecordSource::RecordSource(NodeKey, const AudioStreamBasicDescription& dataFormat)
-    : outDataFormat_(dataFormat) {
-    AudioQueueRef queue = nullptr;
-    if (const OSStatus status =
-            AudioQueueNewInput(&dataFormat, onBuffer, this, nullptr, nullptr, 0, &queue);
-        status != noErr) {
-        throw AudioQueueError::failure(status);
+/// The queue of a source, its targets, and the flow from one to the other.
+class detail::RecordSourceImpl {
+ public:
+    explicit RecordSourceImpl(const AudioStreamBasicDescription& dataFormat);
+    /// Anything that runs the application's code holds the owner meanwhile: that code may drop the
+    /// last other reference.
+    void setOwner(std::weak_ptr<RecordSource> owner) { owner_ = std::move(owner); }
+
+    void record();
+    void stop(std::function<void()> completion) ZAV_EXCLUDES(mutex_);
+    bool isRecording() const;
+    std::uint32_t bufferSize() const;
+    std::uint64_t idleBufferCount() const { return idleBufferCount_; }
+    AudioQueueRef queue() const { return queue_.get(); }
+
+    const AudioStreamBasicDescription& dataFormat() const { return dataFormat_; }
+    /// Not locked: read it as the threads of `RecordSource` allow.
+    const StreamTargets& targets() const { return targets_; }
+    void addTarget(std::shared_ptr<AudioStreamInputable> target) {
+        const MutexLock lock(targetCalls_);
+        targets_.add(std::move(target));
     }
+
+ private:
+    static void onBuffer(void* userData, AudioQueueRef queue, AudioQueueBufferRef buffer,
+                         const AudioTimeStamp* startTime, std::uint32_t packetCount,
+                         const AudioStreamPacketDescription* packetDescriptions) noexcept;
+    void takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCount,
+                    const AudioStreamPacketDescription* packetDescriptions);
+    void endFlow() ZAV_EXCLUDES(mutex_);
+
+    AudioStreamBasicDescription dataFormat_;
+    std::weak_ptr<RecordSource> owner_;
+    std::atomic<std::uint64_t> idleBufferCount_ = 0;
+
+    /// The targets are called under it: one call after the other, and none between the start of the
+    /// queue and the flow start. Recursive, because a target may call `record` or add a target.
+    RecursiveMutex targetCalls_;
+    StreamTargets targets_ ZAV_GUARDED_BY(targetCalls_);
+
+    Mutex mutex_;  ///< nothing is called under it
+    std::function<void()> stopCompletion_ ZAV_GUARDED_BY(mutex_);
+    bool flowHasEnded_ ZAV_GUARDED_BY(mutex_) = false;
+
+    OwnedAudioQueue queue_;  // last, so that no callback finds the other members gone
+};
+
+RecordSourceImpl::RecordSourceImpl(const AudioStreamBasicDescription& dataFormat)
+    : dataFormat_(dataFormat) {
+    AudioQueueRef queue = nullptr;
+    throwOnQueueFailure(
+        AudioQueueNewInput(&dataFormat, onBuffer, this, nullptr, nullptr, 0, &queue));
     queue_.reset(queue);
 
-    // Asked with no room, and without looking at the status: a queue that answers all the same
-    // knows better, any other leaves the format as it was asked for.
+    // Asked without room and without a look at the status: a queue that answers regardless
+    // completes the format; any other leaves it as it was asked for.
     std::uint32_t room = 0;
-    static_cast<void>(AudioQueueGetProperty(queue, kAudioQueueProperty_StreamDescription,
-                                            &outDataFormat_, &room));
+    static_cast<void>(
+        AudioQueueGetProperty(queue, kAudioQueueProperty_StreamDescription, &dataFormat_, &room));
 
-    const std::uint32_t bufferSize = queueBufferSize();
+    const std::uint32_t size = bufferSize();
     for (std::uint64_t i = 0; i < kQueueBufferCount; ++i) {
         AudioQueueBufferRef buffer = nullptr;
-        if (AudioQueueAllocateBuffer(queue, bufferSize, &buffer) != noErr) {
-            throw AudioQueueError::failure(noErr);  // the status stays here, on purpose
+        if (AudioQueueAllocateBuffer(queue, size, &buffer) != noErr) {
+            throw AudioQueueError::failure(noErr);  // always 0, on purpose
         }
-        // Ignored on purpose: with fewer buffers the queue still captures, though a flow without
-        // the third one does not end.
+        // Ignored on purpose: the queue also captures with fewer buffers, but then the flow never
+        // ends.
         static_cast<void>(AudioQueueEnqueueBuffer(queue, buffer, 0, nullptr));
     }
 }
 
-void RecordSource::onMade(NodeKey, std::weak_ptr<RecordSource> self) {
-    self_ = std::move(self);
-}
-
-void RecordSource::record() {
-    const auto self = self_.lock();  // a target may drop the last other reference
+void RecordSourceImpl::record() {
+    const auto owner = owner_.lock();
     printDiagnostics("Start recording");
-    // The first buffer may come back before the targets know that the flow starts.
-    const std::lock_guard lock(targetsMutex_);
-    if (const OSStatus status = AudioQueueStart(queue_.get(), nullptr); status != noErr) {
-        throw AudioQueueError::failure(status);
-    }
-    downstreams_.onAudioStreamFlowStart();
+    // The first buffer may come back before the targets have seen the flow start.
+    const MutexLock lock(targetCalls_);
+    throwOnQueueFailure(AudioQueueStart(queue(), nullptr));
+    targets_.onAudioStreamFlowStart();
 }
 
-void RecordSource::stop(std::function<void()> completion) {
-    const auto self = self_.lock();  // a target or a completion may drop the last other reference
+void RecordSourceImpl::stop(std::function<void()> completion) {
+    const auto owner = owner_.lock();
     printDiagnostics("Stop recording");
-    if (const OSStatus status = AudioQueueStop(queue_.get(), true); status != noErr) {
-        throw AudioQueueError::failure(status);
-    }
+    throwOnQueueFailure(AudioQueueStop(queue(), true));
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         if (!flowHasEnded_) {
-            stopCompletionHandler_.swap(completion);
+            stopCompletion_.swap(completion);
             return;
         }
     }
-    // The last buffer came back before we could store it, or nothing was there to stop.
+    // The last buffer came back before the completion could be stored, or an earlier stop or a lost
+    // device had ended the flow.
     if (completion) {
         completion();
     }
 }
 
-bool RecordSource::isRecording() const {
+bool RecordSourceImpl::isRecording() const {
     std::uint32_t isRunning = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
+    if (readAudioQueueProperty(queue(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
         fatalError("", kIsRecordingPosition);
     }
     return isRunning != 0;
 }
 
-double RecordSource::timeStamp() const {
-    AudioTimeStamp now;
-    if (AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr) != noErr) {
-        fatalError("", kTimeStampPosition);
-    }
-    return now.mSampleTime / outDataFormat_.mSampleRate;
-}
-
-std::vector<std::byte> RecordSource::magicCookie() const {
-    std::uint32_t size = 0;
-    if (AudioQueueGetPropertySize(queue_.get(), kAudioQueueProperty_MagicCookie, &size) != noErr) {
-        fatalError("", kMagicCookiePosition);
-    }
-    std::vector<std::byte> cookie(size);
-    // Best effort: the size was there, and zeros are the answer of a queue that cannot tell.
-    static_cast<void>(
-        AudioQueueGetProperty(queue_.get(), kAudioQueueProperty_MagicCookie, cookie.data(), &size));
-    return cookie;
-}
-
-std::uint32_t RecordSource::queueBufferSize() const {
-    std::uint32_t packetSize = outDataFormat_.mBytesPerPacket;
+std::uint32_t RecordSourceImpl::bufferSize() const {
+    std::uint32_t packetSize = dataFormat_.mBytesPerPacket;
     if (packetSize == 0) {
-        // When this fails, too, no buffer can be allocated.
+        // Best effort: after a failure the size is 0 and no buffer can be allocated.
         static_cast<void>(readAudioQueueProperty(
-            queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize, packetSize));
+            queue(), kAudioQueueProperty_MaximumOutputPacketSize, packetSize));
     }
-    const double size =
-        std::ceil(outDataFormat_.mSampleRate * kCaptureDurationInSeconds * packetSize);
-    return std::min(checkedTruncate<std::uint32_t>(size), kMaximumCaptureSize);
+    return captureBufferSize(dataFormat_, packetSize);
 }
 
-void RecordSource::addStreamTarget(std::shared_ptr<AudioStreamInputable> target) {
-    downstreams_.add(std::move(target));
-}
-
-void RecordSource::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQueueBufferRef buffer,
-                            const AudioTimeStamp* /*startTime*/, std::uint32_t packetCount,
-                            const AudioStreamPacketDescription* packetDescriptions) noexcept {
+void RecordSourceImpl::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQueueBufferRef buffer,
+                                const AudioTimeStamp* /*startTime*/, std::uint32_t packetCount,
+                                const AudioStreamPacketDescription* packetDescriptions) noexcept {
     if (userData == nullptr) {
         fatalError("A queue's callback came without its source");
     }
-    // A target or a completion may drop the last other reference. Nobody owns a source that is
-    // being destroyed: the end of its queue waits for this call.
-    if (const auto self = static_cast<RecordSource*>(userData)->self_.lock()) {
-        self->takeBuffer(*buffer, packetCount, packetDescriptions);
+    auto& source = *static_cast<RecordSourceImpl*>(userData);
+    // A source that is being destroyed has no owner; the disposal of its queue waits for this call.
+    if (const auto owner = source.owner_.lock()) {
+        source.takeBuffer(*buffer, packetCount, packetDescriptions);
     }
 }
 
-void RecordSource::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCount,
-                              const AudioStreamPacketDescription* packetDescriptions) {
+void RecordSourceImpl::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCount,
+                                  const AudioStreamPacketDescription* packetDescriptions) {
     if (const std::uint32_t size = buffer.mAudioDataByteSize; size != 0) {
         const std::uint32_t packetNum =
-            packetCount != 0 ? packetCount : checkedDivide(size, outDataFormat_.mBytesPerPacket);
-        const std::lock_guard lock(targetsMutex_);
-        downstreams_.receiveAudio(buffer.mAudioData, size, packetNum, packetDescriptions);
+            packetCount != 0 ? packetCount : checkedDivide(size, dataFormat_.mBytesPerPacket);
+        const MutexLock lock(targetCalls_);
+        targets_.receiveAudio(buffer.mAudioData, size, packetNum, packetDescriptions);
     }
-    ++idleQueueBufferCount_;
+    ++idleBufferCount_;
 
     if (isRecording()) {
-        if (AudioQueueEnqueueBuffer(queue_.get(), &buffer, 0, nullptr) != noErr) {
+        if (AudioQueueEnqueueBuffer(queue(), &buffer, 0, nullptr) != noErr) {
             fatalError("", kEnqueuePosition);
         }
-        --idleQueueBufferCount_;
+        --idleBufferCount_;
         return;
     }
     printDiagnostics("[RecordSource] recording is not playing");
-    if (idleQueueBufferCount_ == kQueueBufferCount) {
+    if (idleBufferCount_ == kQueueBufferCount) {
         endFlow();
     }
 }
 
-void RecordSource::endFlow() {
+void RecordSourceImpl::endFlow() {
     printDiagnostics("[RecordSource] recording is stopped");
     {
-        const std::lock_guard lock(targetsMutex_);
-        downstreams_.onAudioStreamFlowEnd();
+        const MutexLock lock(targetCalls_);
+        targets_.onAudioStreamFlowEnd();
     }
     std::function<void()> completion;
     {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         flowHasEnded_ = true;
-        completion.swap(stopCompletionHandler_);
+        completion.swap(stopCompletion_);
     }
     if (completion) {
         completion();
     }
+}
+
+RecordSource::RecordSource(NodeKey, const AudioStreamBasicDescription& dataFormat)
+    : impl_(std::make_unique<RecordSourceImpl>(dataFormat)) {}
+
+RecordSource::~RecordSource() = default;
+
+void RecordSource::onMade(NodeKey, std::weak_ptr<RecordSource> self) {
+    impl_->setOwner(std::move(self));
+}
+
+void RecordSource::record() {
+    impl_->record();
+}
+
+void RecordSource::stop(std::function<void()> completion) {
+    impl_->stop(std::move(completion));
+}
+
+bool RecordSource::isRecording() const {
+    return impl_->isRecording();
+}
+
+double RecordSource::timeStamp() const {
+    AudioTimeStamp now;
+    if (AudioQueueGetCurrentTime(audioQueueRef(), nullptr, &now, nullptr) != noErr) {
+        fatalError("", kTimeStampPosition);
+    }
+    return now.mSampleTime / impl_->dataFormat().mSampleRate;
+}
+
+std::vector<std::byte> RecordSource::magicCookie() const {
+    std::uint32_t size = 0;
+    if (AudioQueueGetPropertySize(audioQueueRef(), kAudioQueueProperty_MagicCookie, &size) !=
+        noErr) {
+        fatalError("", kMagicCookiePosition);
+    }
+    std::vector<std::byte> cookie(size);
+    // Best effort: a queue that reports the size but not the bytes leaves zeros.
+    static_cast<void>(AudioQueueGetProperty(audioQueueRef(), kAudioQueueProperty_MagicCookie,
+                                            cookie.data(), &size));
+    return cookie;
+}
+
+std::uint32_t RecordSource::queueBufferSize() const {
+    return impl_->bufferSize();
+}
+
+std::uint64_t RecordSource::idleQueueBufferCount() const noexcept {
+    return impl_->idleBufferCount();
+}
+
+AudioQueueRef RecordSource::audioQueueRef() const noexcept {
+    return impl_->queue();
+}
+
+AudioStreamBasicDescription RecordSource::outDataFormat() const {
+    return impl_->dataFormat();
+}
+
+const StreamTargets& RecordSource::downstreams() const noexcept {
+    return impl_->targets();
+}
+
+void RecordSource::addStreamTarget(std::shared_ptr<AudioStreamInputable> target) {
+    impl_->addTarget(std::move(target));
 }
 
 }  // namespace zav

@@ -1,4 +1,4 @@
-// Graphs of the live nodes on audio queues and a device whose clock is moved by hand.
+// Graphs of the live nodes, on real audio queues and a device whose clock the test moves.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ namespace {
 
 class LiveGraph : public ::testing::Test {
  protected:
-    /// Time passes, and callbacks run as they would in it.
+    /// Moves the clock and runs the callbacks that are due.
     void pass(double seconds, std::initializer_list<AudioQueueRef> queues) {
         device_.advance(seconds, [&] { settle(queues); });
     }
@@ -35,7 +35,7 @@ class LiveGraph : public ::testing::Test {
     VirtualDevice device_;
 };
 
-TEST_F(LiveGraph, whatIsSaidIsEncodedOnceByteForByte) {
+TEST_F(LiveGraph, recordedAudioIsEncodedByteForByte) {
     constexpr std::size_t kSeconds = 60;
     const Bytes audio = testPcm(16000 * kSeconds);
     device_.speaker = [&, said = std::size_t{0}](std::span<std::byte> captured) mutable {
@@ -62,7 +62,7 @@ TEST_F(LiveGraph, whatIsSaidIsEncodedOnceByteForByte) {
     EXPECT_EQ(encoded, wanted);
 }
 
-TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
+TEST_F(LiveGraph, theLastReferenceMayBeDroppedOnAnyThread) {
     const std::jthread clock([&](const std::stop_token& isOver) {
         while (!isOver.stop_requested()) {
             device_.advance(0.005);
@@ -87,7 +87,7 @@ TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
         const double until = static_cast<double>(random() % 5) * 0.3;
         ASSERT_TRUE(waitFor([&] { return source->timeStamp() >= until; }, std::this_thread::yield));
         if (round % 3 == 0) {
-            source.reset();  // while it records
+            source.reset();  // drops a source that records
             ++completions;
         } else {
             auto* const stopping = source.get();
@@ -100,7 +100,7 @@ TEST_F(LiveGraph, theLastReferencesMayBeDroppedAnywhereWhileTimePasses) {
         ASSERT_TRUE(waitFor([&] { return watched.expired(); }, std::this_thread::yield));
     }
     EXPECT_TRUE(waitFor([&] { return completions == kRounds; }, std::this_thread::yield));
-    // A sink may be at its end in the handler, which held it last.
+    // The handler may have held a sink last, and still be destroying it.
     EXPECT_TRUE(waitFor([&] { return device_.openStreamCount() == 0; }));
 }
 

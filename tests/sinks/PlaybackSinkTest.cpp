@@ -50,7 +50,7 @@ class PlaybackSinkTest : public PushingTest {
         };
     }
 
-    /// Pushes so many new bytes.
+    /// Pushes `size` new bytes.
     void push(std::size_t size, const AudioStreamPacketDescription* descriptions = nullptr,
               std::uint64_t packetNum = 1) {
         const Bytes bytes = testBytes(size, ++seed_);
@@ -58,7 +58,7 @@ class PlaybackSinkTest : public PushingTest {
         PushingTest::push(bytes, packetNum, descriptions);
     }
 
-    /// What the queue was told, and the lines about it, in their order since the last call.
+    /// The calls of the queue and the printed lines since the last call, in their order.
     Events events() {
         takeLines();
         return std::exchange(events_, {});
@@ -79,7 +79,7 @@ class PlaybackSinkTest : public PushingTest {
     Events events_;
 };
 
-TEST_F(PlaybackSinkTest, staysRegisteredAndHarmlessWhenItsQueueCannotBeMade) {
+TEST_F(PlaybackSinkTest, ignoresAllAudioWhenItsQueueCannotBeMade) {
     source_ = makeNode<PeripheralSource>();
     scriptedQueue().failures["newOutput"] = kAudioFormatUnsupportedDataFormatError;
     expectThrown(AudioQueueError::failure(kAudioFormatUnsupportedDataFormatError),
@@ -89,6 +89,22 @@ TEST_F(PlaybackSinkTest, staysRegisteredAndHarmlessWhenItsQueueCannotBeMade) {
     push(2 * kBufferSize);
     end();
     EXPECT_EQ(events(), Events{"newOutput"});
+}
+
+/// Sets a property before the sink has a queue.
+class SinkWithSmallBuffers : public PlaybackSink {
+ public:
+    SinkWithSmallBuffers(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)
+        : PlaybackSink(key, upstream) {
+        setQueueBufferSize(100);
+    }
+};
+
+TEST_F(PlaybackSinkTest, takesItsSizeInTheConstructorOfADerivedClass) {
+    source_ = makeNode<PeripheralSource>();
+    const auto sink = makeNode<SinkWithSmallBuffers>(source_);
+    push(100);
+    EXPECT_EQ(events(), (Events{"newOutput", "enqueue", didEnqueue(100)}));
 }
 
 TEST_F(PlaybackSinkTest, enqueuesBuffersThatAreHalfFull) {
@@ -107,21 +123,24 @@ TEST_F(PlaybackSinkTest, enqueuesBuffersThatAreHalfFull) {
     EXPECT_EQ(sink_->idleBufferCount(), 1U);
     EXPECT_EQ(events(), (Events{"enqueue", didEnqueue(kHalf), "enqueue", didEnqueue(kBufferSize),
                                 "enqueue", didEnqueue(kBufferSize)}));
+}
 
-    // Played buffers are filled again; the one that holds the rest stays the first.
+TEST_F(PlaybackSinkTest, fillsPlayedBuffersAgainBehindTheOneWithTheRest) {
+    auto& queue = scriptedQueue();
+    push(2 * kBufferSize + 100);
     sink_->play();
     queue.handBackAll();
-    EXPECT_EQ(sink_->idleBufferCount(), 4U);
+    EXPECT_EQ(sink_->idleBufferCount(), 3U);
     push(kBufferSize);
     push(kBufferSize);
     queue.handBackAll();
-    EXPECT_EQ(sink_->allocatedBufferCount(), 4U);
-    EXPECT_GT(queue.played.size(), 4 * kBufferSize);
+    EXPECT_EQ(sink_->allocatedBufferCount(), 3U);
+    EXPECT_GT(queue.played.size(), 3 * kBufferSize);
     pushed_.resize(queue.played.size());
     EXPECT_EQ(queue.played, pushed_);
 }
 
-TEST_F(PlaybackSinkTest, passesThePacketDescriptionsOfTheCallOn) {
+TEST_F(PlaybackSinkTest, passesOnThePacketDescriptionsOfTheChunk) {
     const AudioStreamPacketDescription descriptions[3] = {};
     push(100);
     push(2 * kBufferSize, descriptions, 3);
@@ -148,9 +167,9 @@ TEST_F(PlaybackSinkTest, keepsABufferThatTheQueueRefuses) {
     queue.handBackAll();
     pushed_.erase(pushed_.begin() + 2 * kBufferSize, pushed_.begin() + 2 * kBufferSize + 100);
     EXPECT_EQ(queue.played, pushed_);
+}
 
-    // A rest at flow end that it refuses is given up.
-    make();
+TEST_F(PlaybackSinkTest, dropsARestThatTheQueueRefusesAtFlowEnd) {
     push(100);
     scriptedQueue().failures["enqueue"] = kAudioQueueErr_NoMemory;
     end();
@@ -158,7 +177,7 @@ TEST_F(PlaybackSinkTest, keepsABufferThatTheQueueRefuses) {
     EXPECT_EQ(sink_->allocatedBufferCount(), 1U);
 }
 
-TEST_F(PlaybackSinkTest, sizesItsBuffersOnceForHalfASecond) {
+TEST_F(PlaybackSinkTest, sizesItsBuffersForHalfASecond) {
     const auto sizeFor = [&](double rate, std::uint32_t framesPerPacket, std::uint32_t packetSize) {
         auto format = pcmFormat(rate, 1);
         format.mFramesPerPacket = framesPerPacket;
@@ -178,11 +197,13 @@ TEST_F(PlaybackSinkTest, sizesItsBuffersOnceForHalfASecond) {
     EXPECT_DEATH(sizeFor(std::numeric_limits<double>::infinity(), 1, 2),
                  "Fatal error: Not enough bits");
     EXPECT_DEATH(sizeFor(1e9, 1, 16), "Fatal error: Arithmetic overflow");
+}
 
+TEST_F(PlaybackSinkTest, keepsTheSizeThatItComputedFirst) {
     make(pcmFormat(48000, 1));
     scriptedQueue().failures["get xops"] = -1;
     EXPECT_EQ(sink_->queueBufferSize(), 96000U);  // packets of 4 bytes
-    EXPECT_DEATH(sink_->maxPacketNumForBuffer(), "Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(sink_->maxPacketNumForBuffer(), "Fatal error: The audio queue does not report");
     scriptedQueue().failures.clear();
     scriptedQueue().setProperty(kAudioQueueProperty_MaximumOutputPacketSize, 7U);
     EXPECT_EQ(sink_->queueBufferSize(), 96000U);
@@ -191,7 +212,7 @@ TEST_F(PlaybackSinkTest, sizesItsBuffersOnceForHalfASecond) {
     EXPECT_DEATH(sink_->maxPacketNumForBuffer(), "Fatal error: Division by zero");
 }
 
-TEST_F(PlaybackSinkTest, takesASizeAtAnyTime) {
+TEST_F(PlaybackSinkTest, usesANewSizeForNewBuffers) {
     sink_->setQueueBufferSize(100);
     push(120);
     EXPECT_EQ(scriptedQueue().calls.back(), "allocate 100");
@@ -204,12 +225,14 @@ TEST_F(PlaybackSinkTest, takesASizeAtAnyTime) {
                                 didEnqueue(520)}));
 }
 
-TEST_F(PlaybackSinkTest, playsAndStops) {
+TEST_F(PlaybackSinkTest, throwsTheStatusOfAStartOrStopThatFails) {
     scriptedQueue().failures = {{"start", kAudioQueueErr_InvalidDevice},
                                 {"stop", kAudioQueueErr_DisposalPending}};
     expectThrown(AudioQueueError::failure(kAudioQueueErr_InvalidDevice), [&] { sink_->play(); });
     expectThrown(AudioQueueError::failure(kAudioQueueErr_DisposalPending), [&] { sink_->stop(); });
-    scriptedQueue().failures.clear();
+}
+
+TEST_F(PlaybackSinkTest, playsUntilItIsStopped) {
     sink_->play();
     EXPECT_TRUE(sink_->isPlaying());
     EXPECT_DEATH(sink_->autoPlay(1), "Fatal error: autoPlay comes too late");
@@ -218,19 +241,23 @@ TEST_F(PlaybackSinkTest, playsAndStops) {
     EXPECT_EQ(scriptedQueue().calls.back(), "time");
     sink_->stop();
     EXPECT_FALSE(sink_->isPlaying());
+}
 
+TEST_F(PlaybackSinkTest, refusesToPlayWhileAutoPlayIsPending) {
     sink_->autoPlay(1);
     EXPECT_DEATH(sink_->play(), "^Fatal error: : file PlaybackSink.cpp");
     sink_->stop();
     EXPECT_EQ(sink_->delayPlaySchedule(), std::nullopt);
     sink_->play();
+}
 
+TEST_F(PlaybackSinkTest, stopsTheProcessWhenTheQueueCannotReportOrAllocate) {
     scriptedQueue().failures = {{"get aqrn", -1}, {"time", -1}, {"allocate", -1}};
-    EXPECT_DEATH(sink_->isPlaying(), "^Fatal error: The audio queue does not tell");
-    EXPECT_DEATH(sink_->hasPlayedAll(), "^Fatal error: The audio queue does not tell");
-    EXPECT_DEATH(sink_->autoPlay(1), "^Fatal error: The audio queue does not tell");
-    EXPECT_DEATH(end(), "^Fatal error: The audio queue does not tell");
-    EXPECT_DEATH(sink_->timeStamp(), "^Fatal error: The audio queue does not tell");
+    EXPECT_DEATH(sink_->isPlaying(), "^Fatal error: The audio queue does not report");
+    EXPECT_DEATH(sink_->hasPlayedAll(), "^Fatal error: The audio queue does not report");
+    EXPECT_DEATH(sink_->autoPlay(1), "^Fatal error: The audio queue does not report");
+    EXPECT_DEATH(end(), "^Fatal error: The audio queue does not report");
+    EXPECT_DEATH(sink_->timeStamp(), "^Fatal error: The audio queue does not report");
     EXPECT_DEATH(push(1), "^Fatal error: Can not allocate buffer: file PlaybackSink.cpp");
 }
 
@@ -251,16 +278,17 @@ TEST_F(PlaybackSinkTest, startsByItselfWhenEnoughAudioIsEnqueued) {
     make();
     sink_->autoPlay(static_cast<double>(kHalf) / 32000);
     push(kHalf);
-    EXPECT_TRUE(isStarted());  // at exactly that much
+    EXPECT_TRUE(isStarted());  // at exactly the delay
+}
 
-    // The bytes of compressed audio tell no time.
+TEST_F(PlaybackSinkTest, startsCompressedAudioWithTheFirstBuffer) {
     make(opusFormat(16000, 1));
     sink_->autoPlay(10);
     push(0x50000 / 2);
-    EXPECT_TRUE(isStarted());
+    EXPECT_TRUE(scriptedQueue().isRunning);
+}
 
-    // More waits than 32 bits tell.
-    make();
+TEST_F(PlaybackSinkTest, stopsTheProcessWhenTheScheduleExceeds32Bits) {
     sink_->autoPlay(1);
     push(kHalf);
     scriptedQueue().enqueued.front()->mAudioDataByteSize = UINT32_MAX;
@@ -274,7 +302,7 @@ TEST_F(PlaybackSinkTest, startsByItselfWhenEnoughAudioIsEnqueued) {
     EXPECT_DEATH(push(100), "Fatal error: Arithmetic overflow");
 }
 
-TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
+TEST_F(PlaybackSinkTest, resumesWithTheNextBufferAfterItRanDry) {
     auto& queue = scriptedQueue();
     sink_->play();
     push(2 * kBufferSize);
@@ -295,15 +323,15 @@ TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
     EXPECT_EQ(events(), (Events{kExhausted, "pause", "Pause Audio Queue result: -66681"}));
     EXPECT_TRUE(sink_->paused());
 
-    // Nothing of the upstream is needed for that.
+    // To resume does not need the upstream.
     EXPECT_EQ(sink_->upstream(), source_);
     source_.reset();
     const Bytes last(kBufferSize);
     sink_->receiveAudio(last.data(), last.size(), 1, nullptr);
     EXPECT_FALSE(sink_->paused());
+}
 
-    // What a stop gives back is no reason to pause.
-    make();
+TEST_F(PlaybackSinkTest, doesNotPauseForBuffersThatAStopGivesBack) {
     sink_->play();
     push(kBufferSize);
     sink_->stop();
@@ -313,7 +341,7 @@ TEST_F(PlaybackSinkTest, pausesWhenItRunsDryAndGoesOnWithTheNextBuffer) {
     EXPECT_EQ(events(), Events{});
 }
 
-/// Its format is asked for when the sink has enqueued a buffer and looks whether to go on.
+/// The sink asks for the format after it has enqueued a buffer, before it decides about the start.
 class SourceThatIsAsked : public PeripheralSource {
  public:
     using PeripheralSource::PeripheralSource;
@@ -324,11 +352,11 @@ class SourceThatIsAsked : public PeripheralSource {
     mutable std::function<void()> onQuestion = [] {};
 };
 
-TEST_F(PlaybackSinkTest, staysPausedWhenWhatItEnqueuedHasBeenPlayedMeanwhile) {
+TEST_F(PlaybackSinkTest, staysPausedWhenTheNewBufferHasBeenPlayedMeanwhile) {
     const auto source = makeNode<SourceThatIsAsked>();
     make(pcmFormat(16000, 1), source);
     sink_->setQueueBufferSize(kBufferSize);
-    sink_->autoPlay(10);  // the sink asks for the format before it looks at the queue
+    sink_->autoPlay(10);  // without a schedule the sink would not ask for the format
     ASSERT_EQ(AudioQueueStart(sink_->audioQueueRef(), nullptr), noErr);
     events();
     source->onQuestion = [] { scriptedQueue().handBackAll(); };
@@ -339,7 +367,7 @@ TEST_F(PlaybackSinkTest, staysPausedWhenWhatItEnqueuedHasBeenPlayedMeanwhile) {
     EXPECT_FALSE(sink_->paused());
 }
 
-TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
+TEST_F(PlaybackSinkTest, stopsAfterTheRestAtFlowEnd) {
     start();
     sink_->play();
     push(kBufferSize + 100);
@@ -351,9 +379,9 @@ TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
     EXPECT_FALSE(sink_->isPlaying());
     EXPECT_EQ(scriptedQueue().played, pushed_);
     EXPECT_EQ(events(), Events{});
+}
 
-    // Paused, with a rest.
-    make();
+TEST_F(PlaybackSinkTest, resumesForTheRestAtFlowEnd) {
     sink_->play();
     push(kBufferSize + 100);
     scriptedQueue().handBack();
@@ -365,9 +393,9 @@ TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
     scriptedQueue().handBackAll();
     EXPECT_EQ(scriptedQueue().played, pushed_);
     EXPECT_FALSE(sink_->isPlaying());
+}
 
-    // Paused, with nothing left.
-    make();
+TEST_F(PlaybackSinkTest, stopsAtOnceAtFlowEndWhenItIsPausedWithoutARest) {
     sink_->play();
     push(kBufferSize);
     scriptedQueue().handBackAll();
@@ -376,9 +404,9 @@ TEST_F(PlaybackSinkTest, playsTheRestAtFlowEndAndStops) {
     end();
     EXPECT_EQ(events(), (Events{"Stream ended", kStopping, "stop when played"}));
     EXPECT_FALSE(sink_->isPlaying());
+}
 
-    // Never started, nothing scheduled: what was enqueued comes back unplayed.
-    make();
+TEST_F(PlaybackSinkTest, givesBackBuffersUnplayedAtTheEndOfAFlowThatNeverStarted) {
     push(kBufferSize);
     events();
     end();
@@ -403,7 +431,7 @@ TEST_F(PlaybackSinkTest, playsAFlowThatIsTooShortForItsSchedule) {
 TEST_F(PlaybackSinkTest, asksForMoreWhenABufferHasBeenPlayed) {
     EXPECT_EQ(sink_->audioDataAcquireHandler(), nullptr);
     int callCount = 0;
-    // Whatever the sink can do, it can be told to do inside.
+    // The handler may call every function of the sink.
     sink_->setAudioDataAcquireHandler([&] {
         ++callCount;
         push(kBufferSize);
@@ -426,14 +454,14 @@ TEST_F(PlaybackSinkTest, asksForMoreWhenABufferHasBeenPlayed) {
     EXPECT_EQ(callCount, 2);
     EXPECT_FALSE(sink_->isPlaying());
     EXPECT_EQ(sink_->delayPlaySchedule(), 1.0);
-    scriptedQueue().handBack();  // given back by the stop: nobody is asked
+    scriptedQueue().handBack();  // the stop gives this one back, so the handler is not called
     EXPECT_EQ(callCount, 2);
 }
 
-TEST_F(PlaybackSinkTest, mayBeDroppedByItsHandlerAndIgnoresBuffersFromThenOn) {
+TEST_F(PlaybackSinkTest, ignoresBuffersAfterItsHandlerHasDroppedIt) {
     const std::weak_ptr<PlaybackSink> watch = sink_;
     scriptedQueue().onCall = [callback = scriptedQueue().outputCallback](const std::string& call) {
-        if (call == "dispose") {  // which waits for the callback
+        if (call == "dispose") {  // the disposal waits for this callback
             callback(nullptr, scriptedQueue().enqueued[0]);
         }
     };
@@ -449,8 +477,8 @@ TEST_F(PlaybackSinkTest, mayBeDroppedByItsHandlerAndIgnoresBuffersFromThenOn) {
     EXPECT_EQ(scriptedQueue().calls.back(), "dispose");
 }
 
-// The pause of a queue that has run dry, decided on the callback's thread, against the next buffers
-// of the pushing thread: nothing may stay in a paused queue, and the lines tell which came first.
+// The callback's thread pauses a queue that has run dry, while the pushing thread enqueues. No
+// buffer may stay in a paused queue, and the lines come in the order of the events.
 TEST_F(PlaybackSinkTest, losesNoAudioHoweverPausesMeetPushes) {
     for (std::uint32_t round = 0; round < 100; ++round) {
         make();

@@ -33,7 +33,7 @@ class RecordSourceTest : public testing::Test {
         return [this, name] { events_.push_back(name); };
     }
 
-    /// A new source, which records.
+    /// A new source that records.
     void makeRecording() {
         make();
         source_->record();
@@ -51,7 +51,7 @@ class RecordSourceTest : public testing::Test {
     std::shared_ptr<RecordingSink> target_;
 };
 
-TEST_F(RecordSourceTest, makesAQueueWithThreeBuffersAndDoesNotStartIt) {
+TEST_F(RecordSourceTest, makesAStoppedQueueWithThreeBuffers) {
     auto& queue = scriptedQueue();
     source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
     EXPECT_EQ(queue.calls, (Calls{"newInput", "get aqft without room", "allocate 16000", "enqueue",
@@ -63,15 +63,18 @@ TEST_F(RecordSourceTest, makesAQueueWithThreeBuffersAndDoesNotStartIt) {
     EXPECT_NE(source_->audioQueueRef(), nullptr);
     EXPECT_FALSE(source_->isRecording());
     EXPECT_EQ(lines_.take(), Calls{});
+}
 
-    // A queue that completes the format although it is given no room for that.
+// The source gives the queue no room for the format, and takes the answer regardless.
+TEST_F(RecordSourceTest, takesAFormatThatTheQueueHasCompleted) {
+    auto& queue = scriptedQueue();
     queue.setProperty(kAudioQueueProperty_StreamDescription, pcmFormat(48000, 2));
     source_ = makeNode<RecordSource>(pcmFormat(16000, 1));
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(48000, 2));
-    EXPECT_EQ(queue.calls.end()[-3], "allocate 96000");
+    EXPECT_EQ(queue.calls.end()[-2], "allocate 96000");
 }
 
-TEST_F(RecordSourceTest, throwsTheStatusOfAQueueAndZeroForABuffer) {
+TEST_F(RecordSourceTest, throwsWhenItsQueueOrABufferCannotBeMade) {
     const auto makeSource = [] { makeNode<RecordSource>(pcmFormat(16000, 1)); };
     auto& queue = scriptedQueue();
     queue.failures["newInput"] = kAudioFormatUnsupportedDataFormatError;
@@ -103,7 +106,7 @@ TEST_F(RecordSourceTest, sizesItsBuffersForHalfASecondOfPackets) {
                  "Fatal error: Not enough bits");
 }
 
-TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
+TEST_F(RecordSourceTest, startsTheFlowAfterTheQueue) {
     make();
     scriptedQueue().failures["start"] = kAudioQueueErr_InvalidDevice;
     expectThrown(AudioQueueError::failure(kAudioQueueErr_InvalidDevice),
@@ -118,7 +121,7 @@ TEST_F(RecordSourceTest, startsTheQueueAndThenTheFlow) {
     EXPECT_TRUE(source_->isRecording());
 }
 
-TEST_F(RecordSourceTest, pushesFilledBuffersAndGivesThemBack) {
+TEST_F(RecordSourceTest, givesBackTheBuffersThatItHasPushed) {
     makeRecording();
     auto& queue = scriptedQueue();
     const auto first = queue.enqueued;
@@ -154,8 +157,12 @@ TEST_F(RecordSourceTest, endsTheFlowWhenAllBuffersAreBack) {
     const std::string notPlaying = "[RecordSource] recording is not playing";
     EXPECT_EQ(lines_.take(), (Calls{"Stop recording", notPlaying, notPlaying, notPlaying,
                                     "[RecordSource] recording is stopped"}));
+}
 
-    // The idle buffers stay: a second recording starts, and has nothing to push.
+TEST_F(RecordSourceTest, keepsItsBuffersInASecondRecording) {
+    makeRecording();
+    source_->stop();
+    scriptedQueue().handBackAll();
     source_->record();
     EXPECT_TRUE(scriptedQueue().enqueued.empty());
     EXPECT_EQ(source_->idleQueueBufferCount(), 3U);
@@ -179,7 +186,7 @@ TEST_F(RecordSourceTest, runsTheCompletionOfTheLastStopBeforeTheFlowEnd) {
     EXPECT_EQ(events_, (Calls{"start", "end"}));
 }
 
-TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeBack) {
+TEST_F(RecordSourceTest, runsTheCompletionWhereverTheBuffersComeBack) {
     const auto stop = [&](bool isATarget, const std::function<void()>& duringTheStop) {
         makeRecording();
         scriptedQueue().onCall = [=](const std::string& call) {
@@ -207,8 +214,9 @@ TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeB
     stop(false, [] {});
     stop(false, handBackAll);
     stop(false, [&] { std::thread(handBackAll).join(); });
+}
 
-    // The device goes away, and the application stops when it sees that.
+TEST_F(RecordSourceTest, completesAStopInsideTheCallAfterTheDeviceWasLost) {
     makeRecording();
     loseDevice();
     EXPECT_EQ(events_, (Calls{"start", "end"}));
@@ -217,9 +225,9 @@ TEST_F(RecordSourceTest, runsTheCompletionWhoeverStopsAndWhereverTheBuffersComeB
     source_->stop();
 }
 
-TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
+TEST_F(RecordSourceTest, getsBackABufferThatItEnqueuedAfterTheStop) {
     makeRecording();
-    // The queue runs when it is asked, and another thread has stopped it when it gets the buffer.
+    // Another thread stops the queue after it has reported that it runs.
     scriptedQueue().onCall = [&](const std::string& call) {
         if (call == "get aqrn") {
             scriptedQueue().onCall = nullptr;
@@ -233,7 +241,7 @@ TEST_F(RecordSourceTest, getsABufferBackThatCameToTheQueueAfterItsStop) {
     EXPECT_EQ(events_, (Calls{"start", "audio", "end", "completion"}));
 }
 
-TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletionAndIgnoresBuffersFromThenOn) {
+TEST_F(RecordSourceTest, ignoresBuffersAfterATargetOrACompletionHasDroppedIt) {
     for (const std::string place : {"start", "audio", "end", "completion", "late completion"}) {
         SCOPED_TRACE(place);
         make();
@@ -246,7 +254,8 @@ TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletionAndIgnoresBuffersFrom
         };
         target_->onCall = dropAt;
         scriptedQueue().onCall = [](const std::string& call) {
-            if (call == "dispose" && !scriptedQueue().enqueued.empty()) {  // waits for the callback
+            if (call == "dispose" &&
+                !scriptedQueue().enqueued.empty()) {  // it waits for this callback
                 scriptedQueue().handBack(testBytes(100));
             }
         };
@@ -269,7 +278,7 @@ TEST_F(RecordSourceTest, mayBeDroppedByATargetOrACompletionAndIgnoresBuffersFrom
     }
 }
 
-TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
+TEST_F(RecordSourceTest, reportsTheTimeOrCookieOfItsQueue) {
     make(pcmFormat(44100, 2));
     scriptedQueue().sampleTime = 22050;
     EXPECT_EQ(source_->timeStamp(), 0.5);
@@ -282,7 +291,7 @@ TEST_F(RecordSourceTest, tellsWhatTheQueueTells) {
     EXPECT_EQ(source_->magicCookie(), Bytes(39));
 }
 
-TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
+TEST_F(RecordSourceTest, stopsTheProcessAtFixedPositions) {
     makeRecording();
     auto& failures = scriptedQueue().failures;
     failures = {{"get aqrn", -1}, {"time", -1}, {"size of aqmc", -1}};
@@ -305,9 +314,9 @@ TEST_F(RecordSourceTest, stopsTheProcessAtFixedPlaces) {
     EXPECT_DEATH(scriptedQueue().handBack(testBytes(10)), "^Fatal error: Division by zero");
 }
 
-// A queue's thread that fills buffers as fast as it gets them, a second `record` that has the
-// targets called on this thread meanwhile, and a stop at some moment.
-TEST_F(RecordSourceTest, makesOneCallAtATimeAndEndsEveryFlowOnceHoweverThreadsMeet) {
+// The queue's thread fills buffers as fast as it gets them. Meanwhile this thread calls the targets
+// by further `record`s, and stops at some moment.
+TEST_F(RecordSourceTest, callsItsTargetsOneAtATimeHoweverThreadsMeet) {
     const auto await = [](auto condition) { return waitFor(condition, std::this_thread::yield); };
     for (std::size_t round = 0; round < 300; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));

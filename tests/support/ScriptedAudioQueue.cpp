@@ -14,7 +14,7 @@ namespace {
 OpaqueAudioQueue theQueue;
 std::unique_ptr<ScriptedAudioQueue> currentQueue = std::make_unique<ScriptedAudioQueue>();
 
-/// Notes a call and, unless it is to fail, does what it does.
+/// Notes a call and, unless it fails, applies its effect.
 template <class Effect>
 OSStatus perform(const std::string& call, const std::string& arguments, Effect effect) {
     ScriptedAudioQueue& queue = *currentQueue;
@@ -32,7 +32,7 @@ OSStatus perform(const std::string& call, const std::string& arguments, Effect e
     return status;
 }
 
-/// The scripted queue hands buffers back by itself.
+/// The scripted queue hands back its buffers without it.
 class UnusedDispatchQueue : public DispatchQueue {
  public:
     void async(std::function<void()> /*work*/) override {}
@@ -55,7 +55,7 @@ void ScriptedAudioQueue::handBack(std::span<const std::byte> captured,
         if (isPlayed) {
             played.insert(played.end(), bytes, bytes + buffer->mAudioDataByteSize);
         }
-        const auto block = outputCallback;  // survives a queue that is disposed of inside it
+        const auto block = outputCallback;  // a copy, because it may dispose of the queue
         lock.unlock();
         block(&theQueue, buffer);
         return;
@@ -91,7 +91,6 @@ std::jthread ScriptedAudioQueue::startDevice(std::function<void()> handOneBack) 
     });
 }
 
-/// Under the lock.
 void ScriptedAudioQueue::halt() {
     isRunning = isPaused = isStopping = false;
     hasStopped = true;
@@ -156,7 +155,7 @@ OSStatus AudioQueueEnqueueBuffer(AudioQueueRef, AudioQueueBufferRef buffer,
     return perform("enqueue", packets, [&](auto& queue) {
         queue.enqueued.push_back(buffer);
         queue.descriptions.push_back(descriptions);
-        // A recording node enqueues nothing but what a callback has given it.
+        // A stopped input queue returns the buffer at once.
         queue.returningCount += queue.hasStopped && queue.inputCallback != nullptr ? 1 : 0;
     });
 }

@@ -15,15 +15,16 @@
 
 namespace zav::test {
 
-/// The audio queue service for tests of nodes, linked in place of the real one: one queue, whose
-/// device is the test. A buffer comes back when the test says so, on the thread that says it.
+/// The audio queue service for tests of nodes, linked in place of the real one. It has one queue,
+/// and the test is its device: a buffer comes back when the test calls `handBack`, on the same
+/// thread.
 ///
-/// Threads: the service's functions and this struct's may be called by several; the fields are the
-/// test's while no other thread is at work.
+/// Threads: call the service's functions and this struct's from any thread. The test uses the
+/// fields only while no other thread runs.
 struct ScriptedAudioQueue : ScriptedCalls {
     ScriptedAudioQueue() { setProperty(kAudioQueueProperty_MaximumOutputPacketSize, 2U); }
 
-    /// Called at the end of every call, with what has been noted, while nothing is locked.
+    /// Called at the end of every call, with its text in `calls`. No lock is held then.
     std::function<void(const std::string& call)> onCall;
     double sampleTime = 0;
 
@@ -34,27 +35,28 @@ struct ScriptedAudioQueue : ScriptedCalls {
     bool isStopping = false;
     bool hasStopped = false;
     std::deque<AudioQueueBufferRef> enqueued;
-    /// How many of those, the first ones, a stop has given back; also what a callback that captured
-    /// enqueues behind another thread's stop.
+    /// How many of them, from the first one on, come back because of a stop. A buffer that a
+    /// capture callback enqueues after another thread's stop counts, too.
     std::size_t returningCount = 0;
     /// The bytes of the buffers that came back while the queue ran and was not paused.
     std::vector<std::byte> played;
 
-    /// What the node did.
+    /// What the node passed to the service.
     AudioStreamBasicDescription format;
     AudioQueueInputCallback inputCallback = nullptr;
     void* userData = nullptr;
     AudioQueueOutputCallbackBlock outputCallback;
-    /// Of each enqueued buffer.
+    /// One for each enqueued buffer.
     std::vector<const AudioStreamPacketDescription*> descriptions;
 
-    /// Hands the first buffer back: played, or filled with what was captured.
+    /// Hands back the first buffer: played, or filled with `captured`.
     void handBack(std::span<const std::byte> captured = {},
                   std::span<const AudioStreamPacketDescription> packets = {});
     void handBackAll();
-    /// A device on a thread of its own: calls `handOneBack` whenever there is a buffer that can be
-    /// played or filled, or that a stop has given back.
+    /// A device on its own thread: calls `handOneBack` whenever a buffer can be played or filled,
+    /// or comes back because of a stop.
     std::jthread startDevice(std::function<void()> handOneBack);
+    /// Ends the run. The caller holds the lock.
     void halt();
 
     std::deque<std::vector<std::byte>> bufferBytes;
@@ -62,7 +64,7 @@ struct ScriptedAudioQueue : ScriptedCalls {
     std::mutex mutex;
 };
 
-/// The one queue of the running test. `resetAudioQueue` makes it new.
+/// The queue of the running test. `resetAudioQueue` makes a new one.
 ScriptedAudioQueue& scriptedQueue();
 void resetAudioQueue();
 

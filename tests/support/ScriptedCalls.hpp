@@ -12,13 +12,13 @@
 
 namespace zav::test {
 
-/// What the scripted services have in common: every call is noted, and fails on demand.
+/// The base of the scripted services: notes every call, and fails it on demand.
 struct ScriptedCalls {
-    /// Statuses to answer with, by the first words of the call; what is not here succeeds.
+    /// The status of each call that fails, by the call's name without its arguments.
     std::map<std::string, OSStatus> failures;
-    /// What was called, with those arguments that matter.
+    /// All calls in their order, with the arguments that matter.
     std::vector<std::string> calls;
-    /// A property that is not here cannot be asked for.
+    /// The properties of the service. To ask for any other one fails.
     std::map<std::uint32_t, std::vector<std::byte>> properties;
 
     OSStatus note(const std::string& call, const std::string& arguments = "") {

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+#include "ZAVAudioStreaming/core/FatalError.hpp"
+#include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+
+/// The sizes of the queue buffers of the two live nodes, in bytes: half a second of packets, within
+/// limits. A product that 32 bits cannot hold is a fatal stop at the caller's position.
+namespace zav::detail {
+
+inline constexpr double kLiveBufferDurationInSeconds = 0.5;
+inline constexpr std::uint32_t kMaximumLiveBufferSize = 0x50000;
+inline constexpr std::uint32_t kMinimumPlaybackBufferSize = 0x4000;
+
+/// 16 KiB to 320 KiB, but at least one packet. Packets of an unknown number of frames get the
+/// largest size.
+inline std::uint32_t playbackBufferSize(const AudioStreamBasicDescription& format,
+                                        std::uint32_t maxPacketSize,
+                                        SourcePosition position = SourcePosition::current()) {
+    std::uint32_t size = std::max(kMaximumLiveBufferSize, maxPacketSize);
+    if (format.mFramesPerPacket != 0) {
+        const auto packetCount = checkedTruncate<std::uint32_t>(
+            format.mSampleRate / format.mFramesPerPacket * kLiveBufferDurationInSeconds, position);
+        size = checkedMultiply(maxPacketSize, packetCount, position);
+    }
+    if (size > kMaximumLiveBufferSize && size > maxPacketSize) {
+        return kMaximumLiveBufferSize;
+    }
+    return std::max(size, kMinimumPlaybackBufferSize);
+}
+
+/// At most 320 KiB. Counts each packet as one frame.
+inline std::uint32_t captureBufferSize(const AudioStreamBasicDescription& format,
+                                       std::uint32_t packetSize,
+                                       SourcePosition position = SourcePosition::current()) {
+    const double size = std::ceil(format.mSampleRate * kLiveBufferDurationInSeconds * packetSize);
+    return std::min(checkedTruncate<std::uint32_t>(size, position), kMaximumLiveBufferSize);
+}
+
+}  // namespace zav::detail
