@@ -29,7 +29,7 @@ OSStatus queueStatusOf(Call call) noexcept {
     } catch (const std::bad_alloc&) {
         return kAudioQueueErr_NoMemory;
     } catch (const std::system_error&) {
-        // No thread or no descriptor is left.
+        // The system has no more threads or descriptors.
         return kAudioQueueErr_NoMemory;
     }
 }
@@ -126,7 +126,7 @@ OSStatus AudioQueueStop(AudioQueueRef inAQ, bool inImmediate) {
 }
 
 OSStatus AudioQueueDispose(AudioQueueRef inAQ, bool inImmediate) {
-    // The handle is gone before this returns.
+    // The handle is deleted before this returns.
     const auto queue = inAQ->queue;
     return queueStatusOf([&] { return queue->dispose(inImmediate); });
 }

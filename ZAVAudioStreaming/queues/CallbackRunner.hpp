@@ -11,8 +11,8 @@
 
 namespace zav::detail {
 
-/// Where the callbacks of one queue run: calls `deliver` when it is woken, never twice at the same
-/// time, and never on the thread that wakes it.
+/// Runs the callbacks of one queue: calls `deliver` after each `wake`, never twice at the same
+/// time, and never on the thread that calls `wake`.
 ///
 /// Threads: any.
 class CallbackRunner {
@@ -22,8 +22,8 @@ class CallbackRunner {
     CallbackRunner(const CallbackRunner&) = delete;
     CallbackRunner& operator=(const CallbackRunner&) = delete;
 
-    /// Has `deliver` called once more, soon. Takes no lock and no memory: the device thread calls
-    /// it too.
+    /// Makes the runner call `deliver` once more, soon. Takes no lock and allocates nothing,
+    /// because the device thread calls it too.
     virtual void wake() noexcept = 0;
 
     /// Whether the caller is inside `deliver`.
@@ -32,7 +32,7 @@ class CallbackRunner {
     /// Whether every wake-up so far has been answered.
     bool isIdle() const noexcept { return answeredWakeUps_ == wakeUps_; }
 
-    /// No call of `deliver` begins after this, and none is running, except one that calls this.
+    /// No call of `deliver` runs after this returns, except the one that called it.
     virtual void end() = 0;
 
  protected:
@@ -54,10 +54,10 @@ class CallbackRunner {
     std::atomic<std::thread::id> runningThread_;
 };
 
-/// On a thread of its own, which this starts.
+/// Runs callbacks on a thread of its own, which this starts.
 std::shared_ptr<CallbackRunner> makeThreadRunner(std::function<void()> deliver);
 
-/// Through `queue`, which outlives the runner.
+/// Runs callbacks on `queue`, which outlives the runner.
 std::shared_ptr<CallbackRunner> makeDispatchRunner(DispatchQueue& queue,
                                                    std::function<void()> deliver);
 

@@ -23,7 +23,7 @@ class GlobalQueue : public DispatchQueue {
 }  // namespace
 
 asio::thread_pool& detail::globalThreads() {
-    // A single core gets two as well: one piece of work that waits must not hold up the rest.
+    // At least two: one piece of work that waits must not block the others.
     static auto* const threads =
         new asio::thread_pool(std::max<std::size_t>(2, std::thread::hardware_concurrency()));
     return *threads;

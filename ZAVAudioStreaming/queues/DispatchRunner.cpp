@@ -28,8 +28,8 @@ int makeEvent() {
     return event;
 }
 
-/// A dispatch queue takes locks and memory to hand work in, which the device thread may not. So a
-/// wake-up is a write to an event, which a thread of the global queue waits for and hands on.
+/// The device thread may not use a dispatch queue, which takes locks and allocates. So a wake-up is
+/// a write to an event descriptor. A thread of the global queue waits for it and passes it on.
 class DispatchRunner : public CallbackRunner, public std::enable_shared_from_this<DispatchRunner> {
  public:
     DispatchRunner(DispatchQueue& queue, std::function<void()> deliver)
@@ -42,7 +42,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     void wake() noexcept override {
         noteWakeUp();
         const std::uint64_t one = 1;
-        // It fails only when the event is raised already.
+        // Fails only if the event is raised already.
         static_cast<void>(!::write(eventHandle_, &one, sizeof(one)));
     }
 
@@ -51,7 +51,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
             const MutexLock lock(requesting_);
             isEnded_ = true;
         }
-        // The event is closed where it is waited for, after what waits for it now.
+        // On the strand that waits for the event, so that it is not closed under a waiter.
         asio::post(strand_, [self = shared_from_this()] { self->event_.cancel(); });
         if (!isCurrentThread()) {
             const MutexLock none(running_);
@@ -74,7 +74,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     }
 
     bool requestUnlessEnded() {
-        // The dispatch queue may be gone as soon as `end` has returned.
+        // The dispatch queue may be destroyed as soon as `end` has returned.
         const MutexLock lock(requesting_);
         if (isEnded_) {
             return false;
@@ -84,7 +84,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
         return true;
     }
 
-    /// Requests that come while one is being answered are answered by the same piece of work.
+    /// Requests that arrive while one is answered are answered by the same piece of work.
     void request() {
         if (requests_.fetch_add(1) == 0) {
             queue_.async([self = shared_from_this()] { self->answerRequests(); });
@@ -112,7 +112,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     int eventHandle_;
     std::atomic<std::uint64_t> requests_{0};
     std::atomic<bool> isEnded_{false};
-    Mutex requesting_;  // held while the dispatch queue is handed work
+    Mutex requesting_;  // held while work is passed to the dispatch queue
     Mutex running_;     // held while `deliver` runs
 };
 

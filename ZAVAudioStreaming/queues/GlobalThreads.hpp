@@ -4,8 +4,8 @@
 
 namespace zav::detail {
 
-/// The threads of the global dispatch queue, started by the first call. They live as long as the
-/// process: work may still be under way when it ends.
+/// The threads of the global dispatch queue. The first call starts them. They live as long as the
+/// process, because work may still run when it ends.
 asio::thread_pool& globalThreads();
 
 }  // namespace zav::detail

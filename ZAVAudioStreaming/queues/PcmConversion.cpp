@@ -25,7 +25,7 @@ std::uint32_t bytesPerSample(const AudioStreamBasicDescription& format) {
     return format.mBytesPerFrame / format.mChannelsPerFrame;
 }
 
-/// Rate, channels and sizes that are in keeping with each other.
+/// Whether rate, channels and sizes are possible and consistent.
 bool isSound(const AudioStreamBasicDescription& format) {
     const bool hasSoundRate = format.mSampleRate >= kLowestRate &&
                               format.mSampleRate <= kHighestRate &&
@@ -65,14 +65,14 @@ bool isPcm(const AudioStreamBasicDescription& format) {
     }
 }
 
-/// Whether all that differs is which half of the numbers comes first.
+/// Whether the two formats differ in their sign only.
 bool hasOtherSign(const AudioStreamBasicDescription& format) {
     const bool isSigned = has(format, kAudioFormatFlagIsSignedInteger);
     return format.mFormatID == kAudioFormatLinearPCM && isInteger(format) &&
            isSigned == (format.mBitsPerChannel == 8);
 }
 
-/// Whether a byte of no meaning lies above each sample's 24 bits.
+/// Whether each sample has 24 bits and an unused byte above them.
 bool isLowIn32(const AudioStreamBasicDescription& format) {
     return format.mBitsPerChannel == 24 && bytesPerSample(format) == 4 &&
            !has(format, kAudioFormatFlagIsAlignedHigh);
@@ -92,7 +92,7 @@ AudioStreamBasicDescription devicePcm(AudioStreamBasicDescription format) {
         format.mFormatFlags ^= kAudioFormatFlagIsSignedInteger;
     }
     if (format.mBitsPerChannel == 24 && bytesPerSample(format) == 4 && !isLowIn32(format)) {
-        // The same 32 bits, the lowest of them silent.
+        // The same 32 bits, with the lowest byte silent.
         format.mBitsPerChannel = 32;
     }
     format.mFormatFlags &= ~kAudioFormatFlagIsAlignedHigh;
@@ -102,7 +102,7 @@ AudioStreamBasicDescription devicePcm(AudioStreamBasicDescription format) {
     return format;
 }
 
-/// Turns sign bits over and leaves out, or puts back, the byte above 24 bits.
+/// Flips sign bits, and removes or adds the byte above 24 bits.
 class IntegerChange {
  public:
     explicit IntegerChange(const AudioStreamBasicDescription& stream)
@@ -154,7 +154,7 @@ class IntegerChange {
     std::size_t deviceSize_;
 };
 
-/// Between the stream's 64 bits and the device's 32.
+/// Converts between the 64 bits of the stream and the 32 of the device.
 class FloatChange {
  public:
     explicit FloatChange(const AudioStreamBasicDescription& stream)
@@ -190,7 +190,7 @@ class FloatChange {
     bool isSwapped_;
 };
 
-/// Buffers may end inside a frame: the rest waits for the next one.
+/// Buffers may end inside a frame. Its beginning is kept for the next buffer.
 template <class Change>
 class PcmDecoder : public QueueDecoder {
  public:

@@ -10,7 +10,7 @@
 namespace zav::detail {
 namespace {
 
-// What samples there are: their size in bytes, how far one is from silence, and how far it can be.
+// The kinds of samples: their size in bytes, their magnitude, and the greatest magnitude.
 
 template <std::size_t kByteCount, bool kIsBigEndian>
 std::uint32_t bitsOf(const std::byte* sample) {
@@ -109,7 +109,7 @@ void PeakMeter::add(std::span<const std::byte> pcm) noexcept {
         return;
     }
     const AudioQueueLevel level = measure_(pcm);
-    // Nobody else raises it. That it was taken meanwhile is as if this had come before or after.
+    // Only this thread raises the peak. A `take` in between counts as before or after this call.
     if (level.peak > peak_) {
         peak_ = level.peak;
     }

@@ -10,20 +10,20 @@
 
 namespace zav::detail {
 
-/// Measures how loud the PCM is that goes to a device or comes from it. The first `take` begins
-/// that: nobody pays for what nobody looks at.
+/// Measures how loud the PCM of a device is. The measurement costs time, so it begins with the
+/// first `take`.
 ///
 /// Threads: `add` on the device thread, without locks; `take` on any.
 class PeakMeter {
  public:
-    /// For a format that devices take (`QueueDevice`).
+    /// `pcm` is a format of `QueueDevice`.
     explicit PeakMeter(const AudioStreamBasicDescription& pcm);
 
-    /// While no device is there: begins a new run.
+    /// Begins a new run. No stream of a device is open.
     void clear();
-    /// Whole samples.
+    /// Adds whole samples to the measurement.
     void add(std::span<const std::byte> pcm) noexcept;
-    /// The peak since the last call, the clipped samples since the run began.
+    /// Returns the peak since the last call, and the clipped samples since the run began.
     AudioQueueLevel take() noexcept;
 
  private:

@@ -7,8 +7,8 @@
 
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 
-/// What stands between a queue's stream and the PCM of its device, when the two are not the same.
-/// Throws std::bad_alloc, and `StatusFailure` where that is said.
+/// Conversion between the stream of a queue and the PCM of its device. Functions throw
+/// std::bad_alloc, and StatusFailure where their comment says so.
 ///
 /// Threads: one at a time.
 namespace zav::detail {
@@ -18,40 +18,41 @@ class QueueDecoder {
  public:
     virtual ~QueueDecoder() = default;
 
-    /// The PCM that comes out, in a form that a device takes; the same from the making on, whatever
-    /// the cookie and the packets turn out to hold. Its rate can differ from the record's.
+    /// The PCM that `decode` returns, in a format that devices take. It never changes, whatever the
+    /// cookie and the packets contain. Its rate can differ from the rate of the stream's record.
     virtual AudioStreamBasicDescription pcmFormat() const = 0;
 
-    /// Bytes that no packet of the stream exceeds. A cookie can make it smaller or larger.
+    /// Upper limit for the bytes of a packet. A cookie can change it.
     virtual std::uint32_t maximumPacketSize() const = 0;
 
-    /// What the decoder needs beside the format, before the first packet. Throws
+    /// Sets the decoder's configuration, before the first packet. Throws
     /// kAudioQueueErr_InvalidPropertyValue for bytes that are no cookie of the format and
-    /// kAudioQueueErr_InvalidProperty when the format has none; the decoder is then as it was.
+    /// kAudioQueueErr_InvalidProperty when the format has none; the decoder is then unchanged.
     virtual void setMagicCookie(std::span<const std::byte> cookie) = 0;
 
-    /// Decodes the packets in `bytes` and appends their PCM, whole frames, to `pcm`, the priming of
-    /// the codec included. `descriptions` lie inside `bytes`; when there are none, packets are
-    /// found as `AudioQueueEnqueueBuffer` tells, and the PCM of the last ones can come with the
-    /// bytes that follow. What cannot be decoded is left out, and so is everything while a cookie
-    /// is missing that the format cannot do without.
+    /// Decodes the packets in `bytes` and appends their PCM, whole frames, to `pcm`, including the
+    /// codec's priming. `descriptions` lie inside `bytes`. Without descriptions, packets are found
+    /// as `AudioQueueEnqueueBuffer` describes, and the PCM of the last ones can come with later
+    /// bytes. Packets that cannot be decoded are left out; so are all packets while a necessary
+    /// cookie is missing.
     virtual void decode(std::span<const std::byte> bytes,
                         std::span<const AudioStreamPacketDescription> descriptions,
                         std::vector<std::byte>& pcm) = 0;
 
-    /// The stream ends here: appends what the decoder still holds. It goes on after all if `decode`
-    /// follows and not `reset`: with the bytes of a begun PCM frame, with the next whole packet.
+    /// Ends the stream: appends the audio that the decoder still holds. If `decode` follows without
+    /// `reset`, the stream goes on: PCM with the rest of a begun frame, other formats with the next
+    /// whole packet.
     virtual void finish(std::vector<std::byte>& pcm) = 0;
 
-    /// Forgets the stream so far; another one follows.
+    /// Forgets the stream. Another one follows.
     virtual void reset() = 0;
 };
 
-/// Packets one behind the other.
+/// Consecutive packets.
 struct EncodedPackets {
     std::vector<std::byte> bytes;
-    /// Places in `bytes`. Empty when packets are of constant size. One that tells its frames holds
-    /// another number than the format says: a short one at the end.
+    /// Places in `bytes`; empty if packets are of constant size. Only a packet whose number of
+    /// frames differs from the format's, a short one at the end, has the number set.
     std::vector<AudioStreamPacketDescription> descriptions;
 };
 
@@ -60,25 +61,25 @@ class QueueEncoder {
  public:
     virtual ~QueueEncoder() = default;
 
-    /// The PCM that goes in, in a form that a device gives.
+    /// The PCM that `encode` takes, in a format that devices deliver.
     virtual AudioStreamBasicDescription pcmFormat() const = 0;
 
-    /// The stream's format, with what the encoder adds to it (frames in a packet, for example).
+    /// The stream's format, with the fields that the encoder fills in (such as frames per packet).
     virtual AudioStreamBasicDescription streamFormat() const = 0;
 
-    /// Bytes that no packet of the stream exceeds.
+    /// Upper limit for the bytes of a packet.
     virtual std::uint32_t maximumPacketSize() const = 0;
 
-    /// Bare, as files hand it out; empty where the format has none. It is there from the making on,
-    /// and may be completed by `finish`, for the stream that ends there.
+    /// The bare form that files return too; empty if the format has none. Available from the start.
+    /// `finish` may complete it for the stream that ends there.
     virtual std::span<const std::byte> magicCookie() const = 0;
 
-    /// Encodes whole frames and appends the packets that are complete. `pcm` is kept as far as it
-    /// does not fill a packet. `packets` may hold some already.
+    /// Encodes whole frames and appends complete packets to `packets`. Frames that do not fill a
+    /// packet are kept.
     virtual void encode(std::span<const std::byte> pcm, EncodedPackets& packets) = 0;
 
-    /// Capture ends here: appends what is left, the last packet filled up with silence where the
-    /// codec cannot make one so short. A new stream can follow.
+    /// Ends the stream: appends the rest. If the codec has no short packets, the last one is filled
+    /// up with silence. A new stream can follow.
     virtual void finish(EncodedPackets& packets) = 0;
 };
 

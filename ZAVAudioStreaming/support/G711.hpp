@@ -1,7 +1,6 @@
 #pragma once
 
-/// The samples of ITU-T G.711: sign, three bits of exponent, four of mantissa; as numbers of 16
-/// bits.
+/// Decodes samples of ITU-T G.711 (sign, three bits of exponent, four of mantissa) to 16 bits.
 namespace zav::detail {
 
 constexpr int fromALaw(int byte) {

@@ -12,9 +12,9 @@ namespace zav::detail {
 /// Two counts differ: the server counts everything that was written to it, which is the client's
 /// audio and pieces of silence behind it. The client counts its own audio only.
 ///
-/// The last frame of the client's audio counts as played when the server has taken it, and as much
-/// time has passed as the audio that it took last needs to sound. The server's clock alone does not
-/// tell: it may stop a few frames short of the end, or run past it while the server is late.
+/// The last frame of the client's audio counts as played when the server has taken all of it, and
+/// the audio taken last has had time to sound. The server's clock alone does not prove that: it may
+/// stop a few frames short of the end, or run past it while the server is late.
 ///
 /// Threads: one at a time. It calls nothing.
 class PlaybackPositions {
@@ -29,8 +29,8 @@ class PlaybackPositions {
     /// The client's audio has been written.
     void addAudio(std::uint64_t frameCount);
     /// Begins or extends the piece of silence behind the audio. Returns false if no silence should
-    /// be written now: the piece is as long as `enough`, or an older piece, needed to tell
-    /// positions by, still sounds at `serverPosition`.
+    /// be written now: the piece is as long as `enough`, or an older piece still sounds at
+    /// `serverPosition` and is needed to compute positions.
     bool beginSilence(std::uint64_t serverPosition, std::uint64_t enough);
     /// Silence has been written to the piece that was begun.
     void addSilence(std::uint64_t frameCount);
@@ -80,8 +80,8 @@ class PlaybackPositions {
     std::uint64_t pulled_ = 0;
     std::uint64_t played_ = 0;
 
-    // The server leaves the end of a piece that is no whole block unplayed until something follows.
-    // So the piece before the last one may still sound, and is needed to tell positions by.
+    // The server does not play the end of a piece that fills no whole block until more follows. So
+    // the piece before the last one may still sound, and is needed to compute positions.
     Silence lastSilence_;
     Silence silenceBefore_;
     std::uint64_t olderSilence_ = 0;  ///< frames of all pieces before those two
