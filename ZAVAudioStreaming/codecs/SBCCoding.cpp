@@ -5,9 +5,12 @@
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
-#include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 bool suits(const SBCCoding::SBCConfiguration& configuration,

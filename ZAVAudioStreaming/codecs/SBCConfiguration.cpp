@@ -2,10 +2,16 @@
 
 #include <sbc/sbc.h>
 
+#include <span>
+
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr auto kNoMemory = "No memory for the SBC codec state";
@@ -13,6 +19,18 @@ constexpr auto kNoMemory = "No memory for the SBC codec state";
 template <class Enumeration>
 constexpr std::uint8_t codeOf(Enumeration value) {
     return static_cast<std::uint8_t>(value);
+}
+
+/// Whether libsbc accepts a frame, by its checksum and its bitpool. The frame must be whole: libsbc
+/// reads beyond the end of one that is cut short.
+bool hasValidChecksum(std::span<const std::byte> frame) {
+    sbc_t state{};
+    if (sbc_init(&state, 0) != 0) {
+        fatalError(kNoMemory);
+    }
+    const bool isValid = sbc_parse(&state, frame.data(), frame.size()) > 0;
+    sbc_finish(&state);
+    return isValid;
 }
 
 }  // namespace
@@ -43,23 +61,18 @@ std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromDa
 
 std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromFrame(
     const void* bytes, std::size_t size) {
-    sbc_t state{};
-    if (sbc_init(&state, 0) != 0) {
-        fatalError(kNoMemory);
-    }
-    const bool isFrame = sbc_parse(&state, bytes, size) > 0;
-    const sbc_t header = state;  // sbc_finish clears the fields
-    sbc_finish(&state);
-    if (!isFrame) {
+    const std::span frame(static_cast<const std::byte*>(bytes), size);
+    const auto header = SBCHeader::fromBytes(frame);
+    if (!header || size < header->frameLength() || !hasValidChecksum(frame)) {
         return nullptr;
     }
     auto configuration = std::make_shared<SBCConfiguration>();
-    configuration->freq = static_cast<Frequency>(header.frequency);
-    configuration->mode = static_cast<ChannelMode>(header.mode);
-    configuration->subband = static_cast<Subband>(header.subbands);
-    configuration->blocks = static_cast<Block>(header.blocks);
-    configuration->allocation = static_cast<AllocationMethod>(header.allocation);
-    configuration->bitpool = header.bitpool;
+    configuration->freq = frequencyFromRawValue(header->sampleRate).value();
+    configuration->mode = static_cast<ChannelMode>(header->mode);
+    configuration->subband = header->subbands == 8 ? Subband::_8 : Subband::_4;
+    configuration->blocks = static_cast<Block>(header->blocks / 4 - 1);
+    configuration->allocation = static_cast<AllocationMethod>(header->allocation);
+    configuration->bitpool = header->bitpool;
     return configuration;
 }
 

@@ -9,6 +9,7 @@
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav {
 
