@@ -51,7 +51,7 @@ OpusDecoder::OpusDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& 
     codec_.reset(opus_decoder_create(static_cast<opus_int32>(opus.mSampleRate),
                                      static_cast<int>(opus.mChannelsPerFrame), &error));
     requireCreated(error);
-    setOutDataFormat(pcmFormat(opus.mSampleRate, opus.mChannelsPerFrame, 0));
+    setOutDataFormat(linearPcm(opus.mSampleRate, opus.mChannelsPerFrame));
 }
 
 OpusDecoder::~OpusDecoder() = default;

@@ -41,12 +41,7 @@ OpusEncoder::OpusEncoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& 
                                      static_cast<int>(pcm.mChannelsPerFrame),
                                      OPUS_APPLICATION_AUDIO, &error));
     requireCreated(error);
-
-    AudioStreamBasicDescription opus;
-    opus.mSampleRate = pcm.mSampleRate;
-    opus.mFormatID = kAudioFormatOpus;
-    opus.mChannelsPerFrame = pcm.mChannelsPerFrame;
-    setOutDataFormat(opus);
+    setOutDataFormat(opusFormat(pcm.mSampleRate, pcm.mChannelsPerFrame));
 }
 
 OpusEncoder::~OpusEncoder() = default;

@@ -33,6 +33,15 @@ bool hasValidChecksum(std::span<const std::byte> frame) {
     return isValid;
 }
 
+SBCHeader headerOf(const SBCCoding::SBCConfiguration& configuration) {
+    return {.sampleRate = SBCCoding::rawValue(configuration.freq),
+            .blocks = 4 * (SBCCoding::rawValue(configuration.blocks) + 1),
+            .mode = static_cast<SBCHeader::ChannelMode>(configuration.mode),
+            .allocation = static_cast<SBCHeader::Allocation>(configuration.allocation),
+            .subbands = configuration.subband == SBCCoding::Subband::_8 ? 8U : 4U,
+            .bitpool = configuration.bitpool};
+}
+
 }  // namespace
 
 SBCCoding::SBCConfiguration::~SBCConfiguration() {
@@ -106,6 +115,15 @@ std::uint32_t SBCCoding::SBCConfiguration::formatFlags() const {
     return SbcFormatFlags{endian == Endianess::big, codeOf(blocks),
                           allocation == AllocationMethod::SNR, subband == Subband::_8, bitpool}
         .packed();
+}
+
+AudioStreamBasicDescription sbcFormat(const SBCCoding::SBCConfiguration& configuration,
+                                      double sampleRate, std::uint32_t channels) {
+    AudioStreamBasicDescription format = headerOf(configuration).dataFormat();
+    format.mSampleRate = sampleRate;
+    format.mFormatFlags = configuration.formatFlags();
+    format.mChannelsPerFrame = channels;
+    return format;
 }
 
 }  // namespace zav

@@ -37,8 +37,11 @@ std::shared_ptr<SBCCoding::SBCConfiguration> configurationOf(
 SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)
     : SBCCoding(key, upstream, configurationOf(*upstream)) {
     const AudioStreamBasicDescription sbc = inDataFormat();
-    setOutDataFormat(pcmFormat(sbc.mSampleRate, sbc.mChannelsPerFrame,
-                               sbc.mFormatFlags & kSbcFormatFlagIsBigEndian));
+    AudioStreamBasicDescription pcm = linearPcm(sbc.mSampleRate, sbc.mChannelsPerFrame);
+    if ((sbc.mFormatFlags & kSbcFormatFlagIsBigEndian) != 0) {
+        pcm.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    }
+    setOutDataFormat(pcm);
 }
 
 SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream,

@@ -47,14 +47,12 @@ SBCEncoder::SBCEncoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>
     const AudioStreamBasicDescription pcm = inDataFormat();
     const auto codeSize = checkedCast<std::uint32_t>(config()->codeSize());
 
-    AudioStreamBasicDescription sbc;
-    sbc.mSampleRate = pcm.mSampleRate;
-    sbc.mFormatID = kAudioFormatSbc;
-    sbc.mFormatFlags = config()->formatFlags();
+    AudioStreamBasicDescription sbc = sbcFormat(*config(), pcm.mSampleRate, pcm.mChannelsPerFrame);
+    // The codec state decides about its frames: a field that was set after it was made is not in
+    // it.
     sbc.mBytesPerPacket = checkedCast<std::uint32_t>(config()->frameLen());
     sbc.mFramesPerPacket =
         checkedDivide(checkedDivide(codeSize, pcm.mBitsPerChannel / 8), pcm.mChannelsPerFrame);
-    sbc.mChannelsPerFrame = pcm.mChannelsPerFrame;
     setOutDataFormat(sbc);
 }
 

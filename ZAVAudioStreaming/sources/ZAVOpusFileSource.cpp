@@ -38,11 +38,7 @@ ContainerFileSource::OpenedFile ZAVOpusFileSource::open(const std::filesystem::p
         throw AudioFileError::invalidFormat();
     }
     const auto header = OpusFileHeader::fromBytes(bytes);
-    AudioStreamBasicDescription format;
-    format.mSampleRate = header.sampleRate;
-    format.mFormatID = kAudioFormatOpus;
-    format.mChannelsPerFrame = header.channels;
-    return {std::move(file), format};
+    return {std::move(file), opusFormat(header.sampleRate, header.channels)};
 }
 
 void ZAVOpusFileSource::readPackets(std::int64_t count) {
