@@ -26,7 +26,7 @@ constexpr std::uint8_t codeOf(Enumeration value) {
 bool hasValidChecksum(std::span<const std::byte> frame) {
     sbc_t state{};
     if (sbc_init(&state, 0) != 0) {
-        fatalError(kNoMemory);
+        fatalError(FatalCause::outOfMemory, kNoMemory);
     }
     const bool isValid = sbc_parse(&state, frame.data(), frame.size()) > 0;
     sbc_finish(&state);
@@ -89,7 +89,7 @@ sbc_struct* SBCCoding::SBCConfiguration::sbc() {
     if (sbc_ == nullptr) {
         auto state = std::make_unique<sbc_struct>();
         if (sbc_init(state.get(), 0) != 0) {
-            fatalError(kNoMemory);
+            fatalError(FatalCause::outOfMemory, kNoMemory);
         }
         state->frequency = codeOf(freq);
         state->mode = codeOf(mode);

@@ -32,8 +32,10 @@ const std::shared_ptr<AudioStreamOutputable>& requireLinearPCM(
 void encodeFrame(sbc_t* state, const std::byte* pcm, std::size_t codeSize, std::byte* frame,
                  std::size_t frameLen, SourcePosition position) {
     ssize_t written = 0;
-    if (sbc_encode(state, pcm, codeSize, frame, frameLen, &written) < 1) {
-        fatalError("Encoding failed", position);
+    if (const ssize_t result = sbc_encode(state, pcm, codeSize, frame, frameLen, &written);
+        result < 1) {
+        fatalError(FatalCause::sbcEncoding, static_cast<std::int32_t>(result), "Encoding failed",
+                   position);
     }
     // Negative for settings that libsbc cannot pack: then nothing was written.
     zeroTail(frame, static_cast<std::size_t>(std::max<ssize_t>(written, 0)), frameLen);

@@ -22,7 +22,8 @@ constexpr std::size_t kFirstRoom = 4096;
 constexpr std::uint32_t kUsualPacketLength = 64 * 1024;
 
 [[noreturn]] void stopForCutPacket(SourcePosition position = SourcePosition::current()) {
-    fatalError("Reading the packet length field from opus file failed", position);
+    fatalError(FatalCause::damagedFile, "Reading the packet length field from opus file failed",
+               position);
 }
 
 }  // namespace

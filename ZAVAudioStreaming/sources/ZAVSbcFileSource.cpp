@@ -49,11 +49,11 @@ bool isAcceptedMagic(std::span<const std::byte> magic) {
 std::shared_ptr<Configuration> configurationOf(const SbcFileHeader& header) {
     const auto frequency = SBCCoding::frequencyFromRawValue(header.sampleRate);
     if (!frequency) {
-        fatalError("The sample rate of the SBC file is not one of SBC's");
+        fatalError(FatalCause::damagedFile, "The sample rate of the SBC file is not one of SBC's");
     }
     const auto blocks = SBCCoding::blockFromRawValue(header.blocks);
     if (!blocks) {
-        fatalError("The block count code of the SBC file is not 0 to 3");
+        fatalError(FatalCause::damagedFile, "The block count code of the SBC file is not 0 to 3");
     }
     auto configuration = std::make_shared<Configuration>();
     configuration->freq = *frequency;
