@@ -22,7 +22,7 @@ using namespace detail;
 
 namespace {
 
-TEST(Errors, areValuesThatTellTheirCaseAndStatus) {
+TEST(Errors, areComparedByValue) {
     const std::unordered_set<AudioStreamError> seen{AudioStreamError::unacceptableData()};
     EXPECT_TRUE(seen.contains(AudioStreamError::unacceptableData()));
     const std::unordered_set<OpusCoding::OpusError> seenOfOpus{OpusCoding::OpusError::opus()};
@@ -31,17 +31,20 @@ TEST(Errors, areValuesThatTellTheirCaseAndStatus) {
     EXPECT_NE(AudioFileError::open(-43), AudioFileError::open(-54));
     EXPECT_NE(AudioFileError::open(-43), AudioFileError::read(-43));
     EXPECT_EQ(AudioQueueError::failure(-50).status(), -50);
+}
+
+TEST(Errors, nameTheirStatus) {
     EXPECT_STREQ(AudioFileError::open(0x7479703F).what(), "AudioFileError.open('typ?')");
     EXPECT_STREQ(AudioFileError::read(-36).what(), "AudioFileError.read(-36)");
 }
 
-TEST(OSStatusText, showsFourCharactersOnlyWhenTheyPrint) {
+TEST(OSStatusText, showsFourCharactersIfAllArePrintable) {
     EXPECT_EQ(statusText(0x666D743F), "'fmt?'");
     EXPECT_EQ(statusText(-50), "-50");
     EXPECT_EQ(fourCharText(0x00736263), "\\x00sbc");
 }
 
-TEST(FatalError, printsOneLineAndAborts) {
+TEST(FatalError, printsOneLineBeforeItAborts) {
     EXPECT_EXIT(fatalError(FatalCause::misuse, "Everything is lost", {"Somewhere", 12}),
                 testing::KilledBySignal(SIGABRT),
                 "^Fatal error: Everything is lost: file Somewhere, line 12\n$");
@@ -50,7 +53,7 @@ TEST(FatalError, printsOneLineAndAborts) {
 }
 
 TEST(FatalError, callsItsHandlerInPlaceBeforeItStops) {
-    const auto stop = [] {
+    const auto write = [] {
         const auto context = std::make_shared<int>();
         setFatalErrorHandler([context](const FatalStop& stop) {
             // Two owners, here and in the installed handler: a stop must not copy it, because that
@@ -61,7 +64,7 @@ TEST(FatalError, callsItsHandlerInPlaceBeforeItStops) {
         });
         fatalError(FatalCause::fileWriting, -34, "bad", {"/folder/Node.cpp", 3});
     };
-    EXPECT_EXIT(stop(), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(write(), testing::KilledBySignal(SIGABRT),
                 "^owners 2, writing -34 bad Node.cpp 3.Fatal error: bad: file Node.cpp, line 3\n$");
 }
 
@@ -96,7 +99,7 @@ TEST(FatalError, onASecondThreadWaitsForTheFirstOnesHandler) {
     EXPECT_EXIT(stopTwice(), testing::ExitedWithCode(7), "^$");
 }
 
-TEST(Diagnostics, goToStandardOutputUnlessTaken) {
+TEST(Diagnostics, goToStandardOutputWithoutAReceiver) {
     testing::internal::CaptureStdout();
     printDiagnostics("[Node] did something ");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "[Node] did something \n");
@@ -110,7 +113,7 @@ TEST(Diagnostics, goToStandardOutputUnlessTaken) {
     EXPECT_TRUE(setDiagnosticsHandler(nullptr));
 }
 
-TEST(CheckedArithmetic, stopsWhereTheResultDoesNotFit) {
+TEST(CheckedArithmetic, stopsIfTheResultDoesNotFit) {
     EXPECT_EQ(checkedCast<std::uint32_t>(std::int64_t{4294967295}), 4294967295U);
     EXPECT_DEATH(checkedCast<std::uint32_t>(std::int64_t{-1}), "ErrorsTest.cpp");
     EXPECT_DEATH(checkedCast<std::int64_t>(std::numeric_limits<std::uint64_t>::max()),
