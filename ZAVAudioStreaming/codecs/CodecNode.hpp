@@ -10,13 +10,13 @@
 
 namespace zav {
 
-/// What every codec node is around its codec: one upstream, any number of targets, and the format
-/// of what it puts out. By itself it passes flow start and flow end on and drops every chunk.
+/// Base of the codec nodes: one upstream, any number of targets, and the output format. On its own
+/// it passes flow start and flow end on and drops every chunk.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT CodecNode : public AudioStreamInputable, public AudioStreamOutputable {
  public:
-    /// The node that this one was made on. One that is gone is a fatal stop.
+    /// The node that this one was made on. Fatal if it is gone.
     std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
     const StreamTargets& downstreams() const noexcept { return downstreams_; }
 

@@ -30,7 +30,7 @@ const char* failureMessage(int result) {
         case OPUS_UNIMPLEMENTED:
             return "Encoding failed: Invalid/unsupported request number";
         case OPUS_INVALID_STATE:
-            // Without the prefix on purpose: so it has always read.
+            // This fixed text has no prefix.
             return "An encoder or decoder structure is invalid or already freed";
         case OPUS_ALLOC_FAIL:
             return "Encoding failed: Memory allocation has failed";

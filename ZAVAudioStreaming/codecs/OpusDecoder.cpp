@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kBytesPerSample = sizeof(opus_int16);
 
-/// One packet's place in a chunk.
+/// Where one packet of a chunk is.
 struct PacketPlace {
     const std::byte* start;
     opus_int32 size;
@@ -29,7 +29,7 @@ PacketPlace packetPlace(const std::byte* chunk, std::uint64_t chunkSize, std::ui
     return {chunk + index * packetSize, checkedCast<opus_int32>(packetSize)};
 }
 
-// Formats that change in the middle of a stream must not lead out of the block.
+// A format that changes in the middle of a stream must not lead to a write outside the block.
 void requireRoom(std::size_t roomInSamples, std::int32_t frameCount, std::uint32_t channels,
                  SourcePosition position = SourcePosition::current()) {
     if (checkedMultiply(checkedCast<std::size_t>(frameCount), std::size_t{channels}) >

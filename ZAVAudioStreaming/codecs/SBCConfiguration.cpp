@@ -45,8 +45,8 @@ SBCHeader headerOf(const SBCCoding::SBCConfiguration& configuration) {
 }  // namespace
 
 SBCCoding::SBCConfiguration::~SBCConfiguration() {
-    // Only the record is freed, without sbc_finish: libsbc's private memory behind it stays, on
-    // purpose, also for a state that nobody asked for before.
+    // On purpose, only the record is freed, and a state that does not exist yet is made first.
+    // Without sbc_finish, libsbc's private memory stays.
     delete sbc();
 }
 

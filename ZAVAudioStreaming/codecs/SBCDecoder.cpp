@@ -13,7 +13,7 @@ using namespace detail;
 
 namespace {
 
-// Fixed names of these places, so that reports of all versions can be compared.
+// The names of these places are fixed.
 constexpr SourcePosition kChunkSizePosition{"SBCCoding", 481};
 constexpr SourcePosition kDecodePosition{"SBCCoding", 496};
 

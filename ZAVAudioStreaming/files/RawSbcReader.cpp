@@ -11,8 +11,8 @@
 namespace zav::detail {
 namespace {
 
-/// Whether libsbc accepts a whole frame. The checksum also covers scale factors, which follow the
-/// header; libsbc unpacks these anyway, and one frame a file is not worth a second reader of them.
+/// Whether libsbc accepts a whole frame. libsbc decides and not `SBCHeader`, because the checksum
+/// also covers the scale factors behind the header.
 bool hasValidChecksum(std::span<const std::byte> frame) {
     sbc_t state{};
     if (sbc_init(&state, 0) != 0) {

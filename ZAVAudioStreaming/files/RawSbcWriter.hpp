@@ -29,8 +29,8 @@ class RawSbcWriter : public AudioFileWriter {
     void finish() override { file_.close(); }
 
  private:
-    /// Whether there are `packetCount` frames of the length that the format announces, by the first
-    /// frame's header and the size of all. Spares the common case a look at every frame.
+    /// Whether these are `packetCount` frames of the format's length, by the first header and the
+    /// size of all frames. Avoids reading every header in the usual case.
     bool hasFramesOfUsualLength(std::span<const std::byte> frames, std::uint32_t packetCount);
     /// Counts the frames by their headers. Throws kAudioFileParameterError if they are not
     /// whole frames.

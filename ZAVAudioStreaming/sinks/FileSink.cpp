@@ -22,7 +22,7 @@ FileSink::FileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstre
 
 FileSink::~FileSink() {
     if (fileID_ != nullptr) {
-        // Nobody is left to tell.
+        // A destructor cannot report a failure.
         static_cast<void>(AudioFileClose(fileID_));
     }
 }
@@ -48,7 +48,7 @@ void FileSink::setMagicCookie(std::span<const std::byte> magicCookie) {
 void FileSink::onAudioStreamFlowStart() {
     const AudioStreamBasicDescription format = inDataFormat();
     if (fileID_ != nullptr) {
-        // The flow before has not ended: close its file before the new one takes its place.
+        // The flow before has not ended. Close its file before the new one replaces it.
         static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));
     }
     if (const OSStatus status = AudioFileCreateWithURL(fileURL_, fileFormat_, &format,
@@ -78,7 +78,7 @@ void FileSink::onAudioStreamFlowEnd() {
     if (fileID_ == nullptr) {
         fatalError(FatalCause::misuse, kNoFileOpen);
     }
-    // Ignored on purpose: what could be written is written, and the flow is over either way.
+    // Ignored on purpose: nothing more can be written, and the flow is over either way.
     static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));
 }
 

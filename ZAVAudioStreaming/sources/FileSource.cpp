@@ -30,7 +30,7 @@ AudioFileID openForReading(const std::filesystem::path& fileURL) {
 }  // namespace
 
 void FileSource::Close::operator()(AudioFileID file) const {
-    // A file that was only read has nothing left to lose.
+    // A failure to close loses nothing of a file that was only read.
     static_cast<void>(AudioFileClose(file));
 }
 

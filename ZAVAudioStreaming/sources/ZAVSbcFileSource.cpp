@@ -22,18 +22,18 @@ namespace {
 using Configuration = SBCCoding::SBCConfiguration;
 using HeaderBytes = std::array<std::byte, SbcFileHeader::kByteCount>;
 
-/// Divisor that turns the PCM bytes of a frame, per channel, into the format's frames per packet.
-/// Not a count of frames; it is what streams from such files have always announced.
+/// Divides the PCM bytes of one channel of a frame for the format's frames per packet. The value is
+/// fixed. It does not give the true number of frames.
 constexpr std::uint32_t kFramesPerPacketDivisor = 128;
 
-/// The number that one character spells; none for all but the ten digits.
+/// Value of a decimal digit. Empty for every other character.
 std::optional<std::int8_t> numberSpelledBy(char character) {
     std::int8_t number = 0;
     const auto [end, error] = std::from_chars(&character, &character + 1, number);
     return error == std::errc() ? std::optional(number) : std::nullopt;
 }
 
-/// See the class comment: true for no file, because `kMagicText` has no digits.
+/// Never true, because `kMagicText` has no digits: see the class comment.
 bool isAcceptedMagic(std::span<const std::byte> magic) {
     for (std::size_t i = 0; i < magic.size(); ++i) {
         const std::optional<std::int8_t> expected =
@@ -108,7 +108,7 @@ std::int64_t ZAVSbcFileSource::readPackets(std::int64_t count) {
     const std::size_t frameLength = outDataFormat().mBytesPerPacket;
     const auto wanted = checkedCast<std::size_t>(
         checkedMultiply(count, std::int64_t{outDataFormat().mBytesPerPacket}));
-    // No more room than the file can fill, whatever the count.
+    // No more memory than the file can fill, whatever the count.
     const std::uint64_t fileSize = file.size();
     const auto available = static_cast<std::size_t>(fileSize - std::min(offset, fileSize));
     ChunkBuffer chunk(std::min(wanted, available));

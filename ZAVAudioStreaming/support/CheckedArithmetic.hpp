@@ -7,11 +7,11 @@
 
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 
-/// Size arithmetic of the nodes: a result that its type cannot hold ends the process, because going
-/// on with a wrapped size would write outside a buffer.
+/// Size arithmetic of the nodes. A result that does not fit its type is a fatal stop, because a
+/// wrapped size would lead to a write outside a buffer. The stop names the caller's position.
 namespace zav::detail {
 
-/// `value` as a `To`; a value outside its range is a fatal stop at the caller's position.
+/// `value` as a `To`. Fatal if it is outside the range of `To`.
 template <std::integral To, std::integral From>
 constexpr To checkedCast(From value, SourcePosition position = SourcePosition::current()) {
     if (!std::in_range<To>(value)) {
@@ -21,8 +21,7 @@ constexpr To checkedCast(From value, SourcePosition position = SourcePosition::c
     return static_cast<To>(value);
 }
 
-/// `value` without its fraction as a `To`; one that is not finite or outside its range is a fatal
-/// stop at the caller's position.
+/// `value` without its fraction as a `To`. Fatal if it is not finite or outside the range of `To`.
 template <std::integral To, std::floating_point From>
 To checkedTruncate(From value, SourcePosition position = SourcePosition::current()) {
     const From whole = std::trunc(value);
@@ -34,7 +33,7 @@ To checkedTruncate(From value, SourcePosition position = SourcePosition::current
     return static_cast<To>(whole);
 }
 
-/// left x right; an overflow is a fatal stop at the caller's position.
+/// left x right. Fatal if it overflows.
 template <std::integral T>
 constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePosition::current()) {
     T product{};
@@ -44,7 +43,7 @@ constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePos
     return product;
 }
 
-/// dividend / divisor, whole; a zero divisor is a fatal stop at the caller's position.
+/// dividend / divisor, without the remainder. Fatal if the divisor is zero.
 template <std::integral T>
 constexpr T checkedDivide(T dividend, T divisor,
                           SourcePosition position = SourcePosition::current()) {

@@ -1,7 +1,7 @@
 #pragma once
 
-/// The samples of ITU-T G.711: sign, three bits of exponent, four of mantissa; as numbers of 16
-/// bits.
+/// Decodes samples of ITU-T G.711 (one bit of sign, three of exponent, four of mantissa) to the
+/// range of 16 bits.
 namespace zav::detail {
 
 constexpr int fromALaw(int byte) {

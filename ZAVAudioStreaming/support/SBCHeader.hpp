@@ -34,7 +34,7 @@ struct SBCHeader {
     ChannelMode mode = ChannelMode::mono;
     Allocation allocation = Allocation::loudness;
     std::uint32_t subbands = 8;  ///< 4 or 8
-    std::uint8_t bitpool = 32;   ///< bits that one block shares out; any value is read
+    std::uint8_t bitpool = 32;   ///< bits for the samples of one block; not checked
 
     /// Reads the parameters. Empty if there are fewer than `kByteCount` bytes or the first one is
     /// not the sync byte. The checksum is not examined.
@@ -45,9 +45,10 @@ struct SBCHeader {
     /// Samples of each channel in the frame.
     constexpr std::uint32_t samplesPerChannel() const { return blocks * subbands; }
 
-    /// Bytes of the whole frame (A2DP, appendix B, 12.9): the first four, four bits a scale factor,
-    /// the join bits of joint stereo, then the samples, filled up to whole bytes. Mono and dual
-    /// channel use the bitpool once a channel, the stereo modes once for both.
+    /// Bytes of the whole frame (A2DP, appendix B, section 12.9): four bytes of header, four bits
+    /// for each scale factor, the join bits of joint stereo and the samples, padded to whole bytes.
+    /// In mono and dual channel, each channel has the bitpool for itself. In the stereo modes, both
+    /// channels share it.
     constexpr std::uint32_t frameLength() const {
         const bool isPerChannel = mode == ChannelMode::mono || mode == ChannelMode::dual;
         const std::uint32_t joinBits = mode == ChannelMode::jointStereo ? subbands : 0;
@@ -55,7 +56,7 @@ struct SBCHeader {
         return 4 + subbands * channels() / 2 + (joinBits + sampleBits + 7) / 8;
     }
 
-    /// Format of a stream of such frames, for little-endian PCM on the other side of the codec.
+    /// Format of a stream of these frames. The PCM side is little-endian.
     AudioStreamBasicDescription dataFormat() const;
 
     friend bool operator==(const SBCHeader&, const SBCHeader&) = default;

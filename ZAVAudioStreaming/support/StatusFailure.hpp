@@ -6,7 +6,7 @@
 
 namespace zav::detail {
 
-/// A status on its way to the caller of a service.
+/// Carries a status from where a service fails to its function that returns the status.
 class StatusFailure : public std::exception {
  public:
     explicit StatusFailure(OSStatus status) : status_(status) {}

@@ -9,7 +9,8 @@
 
 namespace zav::test {
 
-/// Keeps the library's diagnostics lines while it lives, in place of printing them. One at a time.
+/// While it lives, keeps the library's diagnostics lines, which are not printed then. Make one at a
+/// time.
 class DiagnosticsLines {
  public:
     DiagnosticsLines() {
