@@ -10,8 +10,8 @@ struct OpusDecoder;
 namespace zav {
 
 /// Turns Opus packets of at most 60 ms into 16-bit linear PCM in the machine's byte order. The PCM
-/// has the rate and the channels of the upstream's format. libopus converts packets that were
-/// encoded at others. No other field of the format is read.
+/// has the rate and the channels of the upstream's format. libopus converts packets of another rate
+/// or another number of channels. No other field of the format is read.
 ///
 /// Threads: see `OpusCoding`.
 class ZAV_EXPORT OpusDecoder : public OpusCoding {

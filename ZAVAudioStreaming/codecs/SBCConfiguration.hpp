@@ -36,8 +36,8 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
     static std::shared_ptr<SBCConfiguration> fromDataFormat(
         const AudioStreamBasicDescription& format);
 
-    /// Reads the configuration from the header of the SBC frame at the start of `bytes`. The
-    /// channel mode, which a stream format does not hold, is among it. Null unless a whole valid
+    /// Reads the configuration from the header of the SBC frame at the start of `bytes`. This
+    /// includes the channel mode, which a stream format does not hold. Null unless a whole valid
     /// frame (sync byte, checksum) starts there. `endian` is `little`, because frames have no byte
     /// order.
     static std::shared_ptr<SBCConfiguration> fromFrame(const void* bytes, std::size_t size);
@@ -71,9 +71,7 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
 ///
 /// It follows the fields of the moment and makes no codec state.
 ///
-/// configuration  must have `sampleRate` as its rate, and be mono for one channel alone: nodes
-/// refuse
-///                a format that does not suit
+/// configuration  has this rate, and mono for one channel alone: nodes refuse other formats
 /// sampleRate     frames per second
 /// channels       1 or 2
 ZAV_EXPORT AudioStreamBasicDescription sbcFormat(const SBCCoding::SBCConfiguration& configuration,

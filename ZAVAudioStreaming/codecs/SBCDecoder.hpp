@@ -9,9 +9,9 @@
 namespace zav {
 
 /// Turns whole SBC frames into 16-bit linear PCM. It makes its configuration from the upstream's
-/// format, which for two channels always gives plain stereo. libsbc takes the mode from each frame.
-/// But frames must have the `frameLen` of the configuration. Frames of joint stereo and dual
-/// channel mostly have another one, which is a fatal stop.
+/// format, which for two channels always gives plain stereo. libsbc takes the mode from each frame,
+/// but every frame must have the configuration's `frameLen`. Another length is a fatal stop. Joint
+/// stereo and dual channel usually have another length.
 ///
 /// Threads: see `SBCCoding`.
 class ZAV_EXPORT SBCDecoder : public SBCCoding {

@@ -16,10 +16,10 @@ namespace zav {
 class ZAV_EXPORT ZAVSbcFileSink : public ContainerFileSink {
  public:
     /// Throws `AudioStreamError::unacceptableData`, before it touches the file, unless the upstream
-    /// is SBC at one of its four rates, with one or two channels and an `mBitsPerChannel` of 16. In
-    /// the format of an `SBCEncoder` these bits are 0, so it cannot feed this sink. Pass its bytes
-    /// through a `PeripheralSource` whose format has the 16. Throws `AudioFileError::create` if the
-    /// file cannot be created.
+    /// is SBC at one of its four rates, with one or two channels and an `mBitsPerChannel` of 16. An
+    /// `SBCEncoder` announces 0, so it cannot feed this sink directly. Pass its bytes through a
+    /// `PeripheralSource` whose format has 16. Throws `AudioFileError::create` if the file cannot
+    /// be created.
     ZAVSbcFileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                    std::filesystem::path fileUrl);
 

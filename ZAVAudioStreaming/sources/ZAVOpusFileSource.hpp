@@ -23,7 +23,7 @@ class ZAV_EXPORT ZAVOpusFileSource : public ContainerFileSource {
     /// file has some packets left, but fewer than `count`.
     ///
     /// Errors: throws `AudioFileError::noMoreData` if no packet is left, and does not call flow
-    /// end: this is how a file ends whose number of packets is a multiple of `count`. Throws
+    /// end. A file whose number of packets is a multiple of `count` ends this way. Throws
     /// `std::system_error` if the file cannot be read; nothing was pushed then. Fatal for a packet
     /// that is cut off, whatever its length field says ("Reading the packet length field from opus
     /// file failed"), and for a negative count. A last record header that is cut off is ignored.

@@ -22,8 +22,8 @@ namespace {
 using Configuration = SBCCoding::SBCConfiguration;
 using HeaderBytes = std::array<std::byte, SbcFileHeader::kByteCount>;
 
-/// Divides the PCM bytes of one channel of a frame for the format's frames per packet. The value is
-/// fixed. It does not give the true number of frames.
+/// The format's frames per packet are the PCM bytes of a frame, per channel, divided by this. The
+/// value is fixed. The result is not the true number of frames.
 constexpr std::uint32_t kFramesPerPacketDivisor = 128;
 
 /// Value of a decimal digit. Empty for every other character.

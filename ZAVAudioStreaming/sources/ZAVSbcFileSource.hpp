@@ -17,8 +17,8 @@ namespace zav {
 /// digit and compares the file's byte with that number, but the text has no digits. This is on
 /// purpose: the header does not hold the channel mode, so joint stereo and dual channel would be
 /// announced as plain stereo. To read SBC back, keep it as a raw stream (`kAudioFileSBCType`),
-/// whose frames hold all parameters. All that follows the check works, for a subclass that knows
-/// its files.
+/// whose frames hold all parameters. The rest of the node works, for a subclass whose files are
+/// known.
 ///
 /// Threads: see `ContainerFileSource`.
 class ZAV_EXPORT ZAVSbcFileSource : public ContainerFileSource {
