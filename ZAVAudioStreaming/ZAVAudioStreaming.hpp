@@ -1,6 +1,7 @@
 #pragma once
 
-/// Everything that an application needs to build audio graphs.
+/// Everything that an application needs: the nodes, their formats and errors, the layouts of the
+/// two containers, and the file and queue services.
 
 #include "ZAVAudioStreaming/codecs/FrameAligner.hpp"
 #include "ZAVAudioStreaming/codecs/OpusDecoder.hpp"
@@ -8,6 +9,8 @@
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/codecs/SBCDecoder.hpp"
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
+#include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
+#include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
@@ -15,11 +18,17 @@
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/core/MakeNode.hpp"
+#include "ZAVAudioStreaming/core/OSStatus.hpp"
+#include "ZAVAudioStreaming/core/OpusPacket.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
+#include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
 #include "ZAVAudioStreaming/core/Version.hpp"
+#include "ZAVAudioStreaming/platform/AudioDevices.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/platform/AudioFileProperty.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/platform/DispatchQueue.hpp"
 #include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
 #include "ZAVAudioStreaming/sinks/FileSink.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"

@@ -164,7 +164,7 @@ class PlainOpusWriter : public PlainWriter {
 class OpusSinkGraph : public SinkGraph<ZAVOpusFileSink> {
  public:
     explicit OpusSinkGraph(const std::vector<PacketChunk>& chunks)
-        : SinkGraph(test::opusFormat(16000, 1)), chunks_(chunks) {}
+        : SinkGraph(opusFormat(16000, 1)), chunks_(chunks) {}
 
     void runChunk(std::size_t index) { push(source(), chunks_[index]); }
 
@@ -273,7 +273,7 @@ void compareOpusReaders(benchmark::State& state) {
     const std::filesystem::path path = folder / "file";
     {
         const auto source = makeNode<PeripheralSource>();
-        source->setOutDataFormat(test::opusFormat(16000, 1));
+        source->setOutDataFormat(opusFormat(16000, 1));
         makeNode<ZAVOpusFileSink>(source, path);
         source->downstreams().onAudioStreamFlowStart();
         for (const PacketChunk& chunk : chunksOf(slicePackets(), 1)) {

@@ -159,7 +159,7 @@ class DecoderGraph {
  public:
     DecoderGraph(const Stream& stream, const std::vector<PacketChunk>& chunks) : chunks_(chunks) {
         source_->setOutDataFormat(
-            test::opusFormat(stream.rate, static_cast<std::uint32_t>(stream.channels)));
+            opusFormat(stream.rate, static_cast<std::uint32_t>(stream.channels)));
         const auto decoder = makeNode<OpusDecoder>(source_);
         makeNode<PeripheralSink>(decoder);
     }

@@ -10,13 +10,13 @@
 
 namespace zav {
 
-/// What every codec node is around its codec: one upstream, any number of targets, and the format
-/// of what it puts out. By itself it passes flow start and flow end on and drops every chunk.
+/// Base of the codec nodes: one upstream, any number of targets, and the output format. On its own
+/// it passes flow start and flow end on and drops every chunk.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT CodecNode : public AudioStreamInputable, public AudioStreamOutputable {
  public:
-    /// The node that this one was made on. One that is gone is a fatal stop.
+    /// The node that this one was made on. Fatal if it is gone.
     std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
     const StreamTargets& downstreams() const noexcept { return downstreams_; }
 
@@ -34,11 +34,6 @@ class ZAV_EXPORT CodecNode : public AudioStreamInputable, public AudioStreamOutp
  protected:
     explicit CodecNode(const std::shared_ptr<AudioStreamOutputable>& upstream)
         : upstream_(upstream) {}
-
-    /// Packed 16-bit PCM, as decoders put it out. `byteOrder` is `kAudioFormatFlagIsBigEndian` or
-    /// 0.
-    static AudioStreamBasicDescription pcmFormat(double sampleRate, std::uint32_t channels,
-                                                 std::uint32_t byteOrder);
 
  private:
     UpstreamLink upstream_;

@@ -19,8 +19,8 @@ bool isUnsigned(const AudioStreamBasicDescription& pcm) {
     return (pcm.mFormatFlags & (kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger)) == 0;
 }
 
-/// One frame of silence: all zero, except that unsigned samples rest in the middle of their range,
-/// which is the highest bit of the highest byte.
+/// One frame of silence. It is all zero for signed samples and float. The silence of an unsigned
+/// sample is the middle of its range: only the highest bit of its highest byte is set.
 std::vector<std::byte> silentFrame(const AudioStreamBasicDescription& pcm) {
     const std::uint32_t bytesPerSample = pcm.mBitsPerChannel / 8;
     const bool samplesAreFull =
@@ -93,7 +93,7 @@ void FrameAligner::onAudioStreamFlowEnd() {
     downstreams_.onAudioStreamFlowEnd();
 }
 
-/// Passes the whole pieces at the start of `pcm` on and returns how many bytes those are.
+/// Passes the whole pieces at the start of `pcm` on and returns their size in bytes.
 std::size_t FrameAligner::passPieces(std::span<const std::byte> pcm) const {
     const std::size_t size = pcm.size() - pcm.size() % bytesPerChunk_;
     if (size > 0) {

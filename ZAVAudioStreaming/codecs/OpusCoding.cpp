@@ -30,7 +30,7 @@ const char* failureMessage(int result) {
         case OPUS_UNIMPLEMENTED:
             return "Encoding failed: Invalid/unsupported request number";
         case OPUS_INVALID_STATE:
-            // Without the prefix on purpose: so it has always read.
+            // This fixed text has no prefix.
             return "An encoder or decoder structure is invalid or already freed";
         case OPUS_ALLOC_FAIL:
             return "Encoding failed: Memory allocation has failed";
@@ -62,15 +62,15 @@ std::int64_t OpusCoding::frameCountPerPkt(double sampleRate) {
     return checkedTruncate<std::int64_t>(static_cast<float>(sampleRate) * kPacketDurationInSeconds);
 }
 
-void OpusCoding::requireCreated(int error, SourcePosition position) {
+void OpusCoding::requireCreated(FatalCause cause, int error, SourcePosition position) {
     if (error != OPUS_OK) {
-        fatalError("Creating opus codec failed", position);
+        fatalError(cause, error, "Creating opus codec failed", position);
     }
 }
 
-int OpusCoding::requireSuccess(int result, SourcePosition position) {
+int OpusCoding::requireSuccess(FatalCause cause, int result, SourcePosition position) {
     if (result <= 0) {
-        fatalError(failureMessage(result), position);
+        fatalError(cause, result, failureMessage(result), position);
     }
     return result;
 }

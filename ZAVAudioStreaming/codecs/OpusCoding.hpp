@@ -12,9 +12,9 @@
 
 namespace zav {
 
-/// Base of the Opus codec nodes. An Opus stream here is made of packets of 60 ms, one or more in a
-/// chunk, at 8000, 12000, 16000, 24000 or 48000 Hz with one or two channels. Its format record says
-/// just that: `kAudioFormatOpus`, the rate, the channels, all else 0, also `mFramesPerPacket`.
+/// Base of the Opus codec nodes. An Opus stream has packets of 60 ms, one or more in a chunk. Its
+/// rate is 8000, 12000, 16000, 24000 or 48000 Hz, and it has one or two channels. `opusFormat`
+/// makes its format record.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT OpusCoding : public CodecNode {
@@ -22,31 +22,33 @@ class ZAV_EXPORT OpusCoding : public CodecNode {
     class OpusError;
 
     /// Frames in 60 ms at the upstream's rate of this moment: 480, 720, 960, 1440 or 2880 at the
-    /// five rates. The product is formed in single precision and truncated. One that is not finite
-    /// or does not fit is a fatal stop.
+    /// five rates. Computed in single precision and truncated. Fatal if the result is not finite or
+    /// does not fit.
     std::int64_t frameCountPerPkt() const { return frameCountPerPkt(inDataFormat().mSampleRate); }
     /// The same at any rate, in Hz.
     static std::int64_t frameCountPerPkt(double sampleRate);
 
  protected:
     /// Throws `AudioStreamError::unacceptableData` unless the upstream's format has this ID, one of
-    /// the five rates and one or two channels. Nothing else of the format is looked at.
+    /// the five rates and one or two channels. No other field of the format is checked.
     OpusCoding(const std::shared_ptr<AudioStreamOutputable>& upstream, std::uint32_t formatID);
 
-    /// Channels that the codec is made for: the upstream's at construction.
+    /// Channels of the codec: those of the upstream when the node was made.
     std::uint32_t codecChannels() const noexcept { return codecChannels_; }
 
-    /// Stops the process unless libopus made the codec.
-    static void requireCreated(int error, SourcePosition position = SourcePosition::current());
-    /// `result` of `opus_encode` or `opus_decode`; stops the process when it is 0 or an error, with
-    /// a text of our own for each (the decoder's speak of encoding, too).
-    static int requireSuccess(int result, SourcePosition position = SourcePosition::current());
+    /// A fatal stop for `cause` unless libopus made the codec.
+    static void requireCreated(FatalCause cause, int error,
+                               SourcePosition position = SourcePosition::current());
+    /// Returns `result`, of `opus_encode` or `opus_decode`. A fatal stop for `cause` if it is 0 or
+    /// an error. Each error has its own text; a decoder's texts name encoding, too.
+    static int requireSuccess(FatalCause cause, int result,
+                              SourcePosition position = SourcePosition::current());
 
  private:
     std::uint32_t codecChannels_ = 0;
 };
 
-/// Declared for applications that want one type for all failures of Opus; no node throws it.
+/// For applications that want one error type for all failures of Opus. No node throws it.
 class ZAV_EXPORT OpusCoding::OpusError : public std::runtime_error {
  public:
     enum class Code { opus };

@@ -9,31 +9,30 @@ struct OpusDecoder;
 
 namespace zav {
 
-/// Turns Opus packets of at most 60 ms into 16-bit linear PCM in the machine's byte order, at the
-/// rate and with the channels of the upstream's format; libopus converts whatever the packets were
-/// encoded at. Looks at nothing else of that format.
+/// Turns Opus packets of at most 60 ms into 16-bit linear PCM in the machine's byte order. The PCM
+/// has the rate and the channels of the upstream's format. libopus converts packets of another rate
+/// or another number of channels. No other field of the format is read.
 ///
 /// Threads: see `OpusCoding`.
 class ZAV_EXPORT OpusDecoder : public OpusCoding {
  public:
-    /// Throws `AudioStreamError::unacceptableData` when the upstream is not Opus or fails
-    /// `OpusCoding`'s checks. A codec that libopus cannot make is the fatal stop "Creating opus
-    /// codec failed".
+    /// Throws `AudioStreamError::unacceptableData` if the upstream is not Opus or fails
+    /// `OpusCoding`'s checks. Fatal if libopus cannot make the codec ("Creating opus codec
+    /// failed").
     OpusDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream);
     ~OpusDecoder() override;
 
-    /// Decodes `packetNum` packets and passes their PCM on as one chunk, with its frames as
-    /// `packetNum`; also when there is none. Without descriptions the chunk is cut into `packetNum`
-    /// equal parts (the remainder is ignored): one packet a chunk needs none. libopus conceals an
-    /// empty packet as a lost one.
+    /// Decodes `packetNum` packets and passes their PCM on as one chunk, whose `packetNum` counts
+    /// frames. A chunk without packets is passed on, too. Without descriptions, the chunk is cut
+    /// into `packetNum` equal parts and the remainder is ignored, so a chunk of one packet needs no
+    /// description. An empty packet is a lost one, which libopus conceals.
     ///
-    /// Precondition: every description lies within `size` bytes. The node does not compare them:
-    /// whoever makes descriptions keeps this.
+    /// Precondition: every description lies within `size` bytes. The node does not check this.
     ///
-    /// Errors: fatal stops for a packet that libopus refuses ("Encoding failed: " and why, in the
-    /// words of the encoder; a packet of more than 60 ms lacks "bytes allocated in the buffer"),
-    /// for one of 2 GiB and more, and for an upstream whose format has changed so that the PCM does
-    /// not fit.
+    /// Errors: fatal if libopus refuses a packet. The text is the encoder's: "Encoding failed: "
+    /// and a reason ("Not enough bytes allocated in the buffer" for a packet of more than 60 ms).
+    /// Fatal if a packet has 2 GiB or more, or if the upstream's format has changed so that the PCM
+    /// does not fit.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
 

@@ -13,18 +13,19 @@ struct OpusEncoder;
 
 namespace zav {
 
-/// Turns linear PCM into Opus packets of 60 ms, with libopus's defaults for audio (its variable bit
-/// rate among them). The samples must be signed 16-bit integers in the machine's byte order, which
-/// the node does not check: anything else comes out as noise. Takes chunks of any size and passes
-/// each packet on by itself: every target gets `packetNum` 1, no packet descriptions and 1 to 3828
-/// bytes, and all targets get a packet before any gets the next.
+/// Turns linear PCM into Opus packets of 60 ms, with libopus's defaults for audio, such as its
+/// variable bit rate. The samples must be signed 16-bit integers in the machine's byte order. The
+/// node does not check this, and other samples become noise. Takes chunks of any size. Passes each
+/// packet on alone: every target receives 1 to 3828 bytes, `packetNum` 1 and no packet
+/// descriptions. All targets receive a packet before any of them receives the next one.
 ///
-/// What does not fill a packet is saved for the next chunk and dropped at flow end. Saved bytes
-/// stay saved until a later chunk leaves bytes over again, or the flow ends: a chunk that completes
-/// the saved packet and then ends exactly on a packet boundary leaves them in place, and the next
-/// chunk begins with them once more, so that this audio is heard twice. Chunks of whole packets
-/// never leave anything over. A chunk that is too short to complete the saved packet is added to
-/// the saved bytes.
+/// The bytes of an incomplete packet are saved for the next chunk and dropped at flow end. A chunk
+/// that is too short to complete the saved packet is added to the saved bytes.
+///
+/// Saved bytes stay saved until a later chunk leaves bytes over, or the flow ends. If a chunk
+/// completes the saved packet and then ends exactly on a packet boundary, they stay, and the next
+/// chunk begins with them again: this audio is heard twice. Chunks of whole packets never leave
+/// bytes over; a `FrameAligner` makes them.
 ///
 /// Prints a diagnostics line for each packet that needed no saved bytes: "Succeed opus encoding to
 /// N bytes".
@@ -32,9 +33,9 @@ namespace zav {
 /// Threads: see `OpusCoding`.
 class ZAV_EXPORT OpusEncoder : public OpusCoding {
  public:
-    /// Throws `AudioStreamError::unacceptableData` when the upstream is not linear PCM or fails
-    /// `OpusCoding`'s checks. A codec that libopus cannot make is the fatal stop "Creating opus
-    /// codec failed".
+    /// Throws `AudioStreamError::unacceptableData` if the upstream is not linear PCM or fails
+    /// `OpusCoding`'s checks. Fatal if libopus cannot make the codec ("Creating opus codec
+    /// failed").
     OpusEncoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream);
     ~OpusEncoder() override;
 
@@ -43,9 +44,9 @@ class ZAV_EXPORT OpusEncoder : public OpusCoding {
         return partialFrameBytes_;
     }
 
-    /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. A packet that
-    /// libopus refuses is a fatal stop that says why, as is an upstream whose format has changed
-    /// so that a packet lacks PCM.
+    /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. Fatal, with
+    /// libopus's reason in the text, if libopus refuses a packet. Fatal if the upstream's format
+    /// has changed so that a packet needs more PCM than its chunk has.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override;
@@ -57,7 +58,7 @@ class ZAV_EXPORT OpusEncoder : public OpusCoding {
 
     enum class Report { nothing, size };
 
-    /// Encodes one packet's PCM, which is aligned for its samples, and passes the packet on.
+    /// Encodes the PCM of one packet and passes the packet on. `pcm` is aligned for its samples.
     void encodePacket(std::span<const std::byte> pcm, Report report);
 
     std::unique_ptr<::OpusEncoder, Destroy> codec_;

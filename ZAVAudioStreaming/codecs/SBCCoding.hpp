@@ -9,14 +9,14 @@
 
 namespace zav {
 
-/// Base of the SBC codec nodes: holds the configuration, and checks at construction that the
+/// Base of the SBC codec nodes. It holds the configuration, and its constructor checks that the
 /// upstream's format suits it.
 ///
-/// Threads: the thread that drives the graph; a configuration shared with other nodes makes them
-/// all one graph in this respect.
+/// Threads: the thread that drives the graph. Nodes that share a configuration share this thread,
+/// too.
 class ZAV_EXPORT SBCCoding : public CodecNode {
  public:
-    /// The cases' positions are libsbc's codes for the parameter.
+    /// The position of a case is libsbc's code for it.
     enum class Frequency : std::uint8_t { _16000, _32000, _44100, _48000 };
     enum class ChannelMode : std::uint8_t { mono, dual, stereo, jointStereo };
     enum class Subband : std::uint8_t { _4, _8 };
@@ -26,17 +26,18 @@ class ZAV_EXPORT SBCCoding : public CodecNode {
 
     /// The rate in Hz.
     static std::uint32_t rawValue(Frequency frequency);
-    /// Empty for a rate that SBC does not have.
+    /// Empty if SBC does not have this rate.
     static std::optional<Frequency> frequencyFromRawValue(std::int64_t rateInHz);
     /// The position, 0 to 3, not the number of blocks.
     static std::uint32_t rawValue(Block block) { return static_cast<std::uint32_t>(block); }
-    /// Empty for anything but 0 to 3.
+    /// Empty unless `position` is 0 to 3.
     static std::optional<Block> blockFromRawValue(std::int64_t position);
 
     class SBCConfiguration;
 
-    /// Throws `AudioStreamError::unacceptableData` unless the upstream's rate is the
-    /// configuration's, its channels (one: mono, two: any other mode) and its byte order too.
+    /// Throws `AudioStreamError::unacceptableData` unless the upstream has the rate, the byte order
+    /// and the channels of the configuration (one for mono, two for every other mode). Fatal if the
+    /// configuration is null.
     SBCCoding(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
               std::shared_ptr<SBCConfiguration> configuration);
 

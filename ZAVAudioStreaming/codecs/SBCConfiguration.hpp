@@ -12,16 +12,16 @@ struct sbc_struct;
 
 namespace zav {
 
-/// Parameters of an SBC stream, with the libsbc codec state made from them. The application shares
-/// it with the one node that uses it: the state holds the filters' memory, so a second node or a
-/// second stream needs a configuration of its own.
+/// Parameters of an SBC stream, and the libsbc codec state that is made from them. The application
+/// shares a configuration with one node. The state holds the memory of the codec's filters, so
+/// another node or another stream needs a configuration of its own.
 ///
-/// The state is made once, when `sbc`, `frameLen` or `codeSize` is first read (an `SBCEncoder` does
-/// so when it is made); fields that are set later reach neither those values nor the encoding.
-/// libsbc alone decides which combinations are good: `bitpool` is 2 to 16 x subbands for mono and
-/// dual channel, to 32 x subbands (250 at most) for stereo and joint stereo.
+/// The state is made once, at the first call of `sbc`, `frameLen` or `codeSize` (an `SBCEncoder`
+/// calls them in its constructor). A field that is set later changes neither these values nor the
+/// encoding. The fields are not checked. libsbc takes a `bitpool` of 2 to 16 x subbands for mono
+/// and dual channel, and of 2 to 32 x subbands (250 at most) for stereo and joint stereo.
 ///
-/// Threads: one at a time, the making of the state is not guarded.
+/// Threads: one at a time. The making of the state is not guarded.
 class ZAV_EXPORT SBCCoding::SBCConfiguration {
  public:
     SBCConfiguration() = default;
@@ -30,15 +30,16 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
     SBCConfiguration(const SBCConfiguration&) = delete;
     SBCConfiguration& operator=(const SBCConfiguration&) = delete;
 
-    /// Reads the configuration back from an SBC stream's format. Two channels always give `stereo`,
-    /// any count but two gives `mono`, and an unknown rate leaves 16000 Hz: the nodes' checks
-    /// against the same format find what does not fit.
+    /// Reads the configuration back from the format of an SBC stream. Two channels give `stereo`,
+    /// and any other number gives `mono`. A rate that SBC does not have gives 16000 Hz; a node on a
+    /// stream of this format then refuses it.
     static std::shared_ptr<SBCConfiguration> fromDataFormat(
         const AudioStreamBasicDescription& format);
 
-    /// Reads the configuration from the header of the SBC frame at the start of `bytes`, including
-    /// the channel mode that a stream format cannot tell. Null when no whole valid frame (sync
-    /// byte, checksum) starts there. `endian` is `little`: frames do not carry it.
+    /// Reads the configuration from the header of the SBC frame at the start of `bytes`. This
+    /// includes the channel mode, which a stream format does not hold. Null unless a whole valid
+    /// frame (sync byte, checksum) starts there. `endian` is `little`, because frames have no byte
+    /// order.
     static std::shared_ptr<SBCConfiguration> fromFrame(const void* bytes, std::size_t size);
 
     Frequency freq = Frequency::_16000;
@@ -49,7 +50,8 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
     AllocationMethod allocation = AllocationMethod::loudness;
     std::uint8_t bitpool = 32;
 
-    /// The codec state, made at the first call; owned by this configuration.
+    /// The codec state, made at the first call and owned by this configuration. Fatal if there is
+    /// no memory for it.
     sbc_struct* sbc();
     /// Bytes of one encoded SBC frame.
     std::size_t frameLen();
@@ -62,5 +64,17 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
  private:
     sbc_struct* sbc_ = nullptr;
 };
+
+/// Format of a stream of SBC frames with this configuration, as an `SBCEncoder` announces it. An
+/// application gives it to the `PeripheralSource` in front of an `SBCDecoder`. A `ZAVSbcFileSink`
+/// also demands an `mBitsPerChannel` of 16, which is 0 here.
+///
+/// It follows the fields of the moment and makes no codec state.
+///
+/// configuration  has this rate, and mono for one channel alone: nodes refuse other formats
+/// sampleRate     frames per second
+/// channels       1 or 2
+ZAV_EXPORT AudioStreamBasicDescription sbcFormat(const SBCCoding::SBCConfiguration& configuration,
+                                                 double sampleRate, std::uint32_t channels);
 
 }  // namespace zav

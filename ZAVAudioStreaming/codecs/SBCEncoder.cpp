@@ -17,7 +17,7 @@ using namespace detail;
 
 namespace {
 
-// Fixed names of these places, so that reports of all versions can be compared.
+// The names of these places are fixed.
 constexpr SourcePosition kSavedFramePosition{"SBCCoding", 338};
 constexpr SourcePosition kWholeFramesPosition{"SBCCoding", 349};
 
@@ -32,10 +32,12 @@ const std::shared_ptr<AudioStreamOutputable>& requireLinearPCM(
 void encodeFrame(sbc_t* state, const std::byte* pcm, std::size_t codeSize, std::byte* frame,
                  std::size_t frameLen, SourcePosition position) {
     ssize_t written = 0;
-    if (sbc_encode(state, pcm, codeSize, frame, frameLen, &written) < 1) {
-        fatalError("Encoding failed", position);
+    if (const ssize_t result = sbc_encode(state, pcm, codeSize, frame, frameLen, &written);
+        result < 1) {
+        fatalError(FatalCause::sbcEncoding, static_cast<std::int32_t>(result), "Encoding failed",
+                   position);
     }
-    // Negative for settings that libsbc cannot pack: then nothing was written.
+    // Negative if libsbc cannot pack these settings. It has written nothing then.
     zeroTail(frame, static_cast<std::size_t>(std::max<ssize_t>(written, 0)), frameLen);
 }
 
@@ -47,14 +49,11 @@ SBCEncoder::SBCEncoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>
     const AudioStreamBasicDescription pcm = inDataFormat();
     const auto codeSize = checkedCast<std::uint32_t>(config()->codeSize());
 
-    AudioStreamBasicDescription sbc;
-    sbc.mSampleRate = pcm.mSampleRate;
-    sbc.mFormatID = kAudioFormatSbc;
-    sbc.mFormatFlags = config()->formatFlags();
+    AudioStreamBasicDescription sbc = sbcFormat(*config(), pcm.mSampleRate, pcm.mChannelsPerFrame);
+    // The sizes are the codec state's, which a field that was set later does not change.
     sbc.mBytesPerPacket = checkedCast<std::uint32_t>(config()->frameLen());
     sbc.mFramesPerPacket =
         checkedDivide(checkedDivide(codeSize, pcm.mBitsPerChannel / 8), pcm.mChannelsPerFrame);
-    sbc.mChannelsPerFrame = pcm.mChannelsPerFrame;
     setOutDataFormat(sbc);
 }
 
@@ -70,7 +69,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
     const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
 
     if (savedSize + remaining() < codeSize) {
-        // Not one whole frame: everything waits.
+        // Less than one frame: all bytes wait.
         const std::byte noFrames{};
         downstreams().receiveAudio(&noFrames, 0, 0, nullptr);
         if (remaining() > 0) {
@@ -99,7 +98,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
 
     downstreams().receiveAudio(output.data(), outputSize, frameCount, nullptr);
 
-    // When nothing is left over, the saved bytes stay as they are: see the class comment.
+    // If no bytes are left over, the saved ones stay as they are: see the class comment.
     if (remaining() > 0) {
         auto& saved = savedBytes();
         fatalWithoutMemory([&] { saved.assign(input, inputEnd); });

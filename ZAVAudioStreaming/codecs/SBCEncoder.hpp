@@ -11,24 +11,25 @@
 
 namespace zav {
 
-/// Turns linear PCM into SBC frames. The samples must be signed 16-bit integers, which the node
-/// does not check: anything else comes out as noise. Takes chunks of any size, encodes every whole
-/// block of `codeSize` bytes into one frame of `frameLen` bytes, and passes a chunk's frames on as
-/// one buffer, also when there are none. What does not fill a frame is saved for the next chunk and
-/// dropped at flow end.
+/// Turns linear PCM into SBC frames. The samples must be signed 16-bit integers. The node does not
+/// check this, and other samples become noise. Takes chunks of any size. Encodes each block of
+/// `codeSize` bytes into one frame of `frameLen` bytes, and passes all frames of a chunk on as one
+/// chunk, even if there are none.
 ///
-/// Saved bytes stay saved until a later chunk leaves bytes over again, or the flow ends: a chunk
-/// that completes the saved frame and then ends exactly on a frame boundary leaves them in place,
-/// and the next chunk begins with them once more, so that this audio is heard twice. Chunks of
-/// whole frames never leave anything over. A chunk that is too short to complete the saved frame is
-/// added to the saved bytes, and a chunk of no frames is passed on.
+/// The bytes of an incomplete frame are saved for the next chunk and dropped at flow end. A chunk
+/// that is too short to complete the saved frame is added to the saved bytes.
+///
+/// Saved bytes stay saved until a later chunk leaves bytes over, or the flow ends. If a chunk
+/// completes the saved frame and then ends exactly on a frame boundary, they stay, and the next
+/// chunk begins with them again: this audio is heard twice. Chunks of whole frames never leave
+/// bytes over; a `FrameAligner` makes them.
 ///
 /// Threads: see `SBCCoding`.
 class ZAV_EXPORT SBCEncoder : public SBCCoding {
  public:
-    /// Throws `AudioStreamError::unacceptableData` when the upstream is not linear PCM or fails
-    /// `SBCCoding`'s checks. Makes the configuration's codec state. An upstream format with no
-    /// channels or less than 8 bits per channel is a fatal stop.
+    /// Throws `AudioStreamError::unacceptableData` if the upstream is not linear PCM or fails
+    /// `SBCCoding`'s checks. Makes the configuration's codec state. Fatal if the upstream's format
+    /// has less than 8 bits per channel.
     SBCEncoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                std::shared_ptr<SBCConfiguration> configuration);
 
@@ -37,9 +38,9 @@ class ZAV_EXPORT SBCEncoder : public SBCCoding {
         return partialFrameBytes_;
     }
 
-    /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. A frame that
-    /// libsbc refuses is the fatal stop "Encoding failed". A bitpool above its limit is not refused
-    /// by libsbc: such frames are all zero bytes.
+    /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. Fatal if
+    /// libsbc refuses a frame ("Encoding failed"). libsbc does not refuse a bitpool above its
+    /// limit; the frames are then all zero bytes.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override;

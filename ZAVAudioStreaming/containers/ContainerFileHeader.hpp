@@ -9,9 +9,10 @@
 
 namespace zav {
 
-/// What both container headers begin with: the magic text at offset 0, the sample rate at 32, the
-/// channels at 36. Fields are little-endian and read and written one by one; bytes that belong to
-/// no field are written as zero and not read.
+/// Start of both container headers: the magic text at offset 0, the sample rate at 32, the channels
+/// at
+/// 36. Fields are little-endian, and each is read and written on its own. Bytes outside the fields
+/// are written as zero and not read.
 struct ZAV_EXPORT ContainerFileHeader {
     /// Bytes of the magic text with the zero bytes after it.
     static constexpr std::size_t kMagicByteCount = 16;

@@ -10,19 +10,19 @@
 
 namespace zav {
 
-/// The first 48 bytes of an Opus container file; docs/opus-container.md has the whole format.
+/// The first 48 bytes of an Opus container file. docs/opus-container.md describes the whole format.
 struct ZAV_EXPORT OpusFileHeader : ContainerFileHeader {
     static constexpr std::size_t kByteCount = 48;
 
     std::array<std::byte, kByteCount> toBytes() const;
-    /// Reads the fields and looks at nothing else, the magic text included.
+    /// Reads the fields and checks nothing, not even the magic text.
     static OpusFileHeader fromBytes(std::span<const std::byte, kByteCount> bytes);
 
     /// Whether the file begins with "ZAV.Opus" and eight zero bytes.
     static bool hasMagic(std::span<const std::byte, kByteCount> bytes);
 };
 
-/// The 8 bytes before each packet: its length, little-endian, and four bytes FF that nobody reads.
+/// The 8 bytes before each packet: its length, little-endian, and four bytes FF that are not read.
 struct ZAV_EXPORT OpusRecordHeader {
     static constexpr std::size_t kByteCount = 8;
 

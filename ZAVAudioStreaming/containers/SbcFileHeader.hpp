@@ -11,8 +11,8 @@
 
 namespace zav {
 
-/// The first 64 bytes of an SBC container file; docs/sbc-container.md has the whole format. The
-/// channel mode is not stored: one channel is mono, anything else reads as stereo.
+/// The first 64 bytes of an SBC container file. docs/sbc-container.md describes the whole format.
+/// The channel mode is not stored: one channel is mono, any other number is read as stereo.
 struct ZAV_EXPORT SbcFileHeader : ContainerFileHeader {
     static constexpr std::size_t kByteCount = 64;
     /// Followed by zero bytes up to `kMagicByteCount`.
@@ -25,7 +25,7 @@ struct ZAV_EXPORT SbcFileHeader : ContainerFileHeader {
     std::uint8_t bitpool = 0;
 
     std::array<std::byte, kByteCount> toBytes() const;
-    /// Reads the fields and looks at nothing else, the magic text included.
+    /// Reads the fields and checks nothing, not even the magic text.
     static SbcFileHeader fromBytes(std::span<const std::byte, kByteCount> bytes);
 };
 

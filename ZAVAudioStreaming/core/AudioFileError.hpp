@@ -18,9 +18,9 @@ class ZAV_EXPORT AudioFileError : public std::runtime_error {
     static AudioFileError read(OSStatus status);
     /// A container file could not be created.
     static AudioFileError create();
-    /// A container file's header is not what its type promises.
+    /// A container file has no valid header.
     static AudioFileError invalidFormat();
-    /// No packet is left in an Opus container file: the usual end of reading one.
+    /// No packet is left in an Opus container file. This is the usual end of reading.
     static AudioFileError noMoreData();
 
     Code code() const noexcept { return code_; }

@@ -7,8 +7,8 @@
 
 namespace zav {
 
-/// Thrown by node constructors whose upstream's format does not suit them. Nothing has been
-/// registered with the upstream then.
+/// Thrown by the constructor of a node if the format of its upstream does not suit it. Nothing has
+/// been registered with the upstream.
 class ZAV_EXPORT AudioStreamError : public std::runtime_error {
  public:
     enum class Code { unacceptableData };

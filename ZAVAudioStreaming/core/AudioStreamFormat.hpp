@@ -4,13 +4,15 @@
 
 #include "ZAVAudioStreaming/core/OSStatus.hpp"
 
-/// The two records that travel with audio, and the constants that fill them. Words used everywhere:
-/// a *sample* is one channel's value, a *frame* one sample per channel, a *packet* the codec's unit
-/// (one frame for PCM), a *chunk* what one `receiveAudio` call carries.
+/// The two records that travel with audio, and the constants and functions that fill them.
+///
+/// Words used everywhere: a *sample* is one value of one channel. A *frame* is one sample of each
+/// channel. A *packet* is the unit of a codec (for PCM, one frame). A *chunk* is the audio of one
+/// `receiveAudio` call.
 namespace zav {
 
-/// Format of a stream. A plain value: nodes copy it, never share it. A node that has not worked out
-/// its output format holds an all-zero record. 40 bytes, laid out as the platform's own record.
+/// Format of a stream. A plain value: nodes copy it and never share it. All fields are zero while a
+/// node does not know its output format. 40 bytes, laid out as the platform's own record.
 struct AudioStreamBasicDescription {
     double mSampleRate = 0;               ///< frames per second
     std::uint32_t mFormatID = 0;          ///< kAudioFormat... code
@@ -27,8 +29,8 @@ struct AudioStreamBasicDescription {
 };
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 
-/// Place of one packet of varying size inside a chunk. Chunks of constant-size packets (PCM, SBC)
-/// travel without descriptions.
+/// Place of one packet inside a chunk, for packets that vary in size. Chunks of packets of constant
+/// size (PCM, SBC) have no descriptions.
 struct AudioStreamPacketDescription {
     std::int64_t mStartOffset = 0;              ///< bytes from the start of the chunk
     std::uint32_t mVariableFramesInPacket = 0;  ///< frames; 0 when constant for the format
@@ -62,8 +64,8 @@ inline constexpr std::uint32_t kAudioFormatFlagIsPacked = 0x8;
 inline constexpr std::uint32_t kAudioFormatFlagIsAlignedHigh = 0x10;  ///< in a wider container
 inline constexpr std::uint32_t kAudioFormatFlagIsNonInterleaved = 0x20;
 
-/// Values of `mFormatFlags` for ALAC and FLAC: the bits of a sample before it was encoded. 0 when
-/// nobody knows.
+/// Values of `mFormatFlags` for ALAC and FLAC: the bits of a sample before it was encoded. 0 if
+/// unknown.
 inline constexpr std::uint32_t kLosslessFormatFlag_16BitSourceData = 1;
 inline constexpr std::uint32_t kLosslessFormatFlag_20BitSourceData = 2;
 inline constexpr std::uint32_t kLosslessFormatFlag_24BitSourceData = 3;
@@ -72,8 +74,8 @@ inline constexpr std::uint32_t kLosslessFormatFlag_32BitSourceData = 4;
 /// SBC streams: a zero byte, then "sbc".
 inline constexpr std::uint32_t kAudioFormatSbc = 0x00736263;
 
-/// Bits of `mFormatFlags` for SBC. Channel mode and sample rate are not among them: the mode shows
-/// only as one or two channels, the rate only in `mSampleRate`.
+/// Bits of `mFormatFlags` for SBC. They hold neither the sample rate, which is in `mSampleRate`,
+/// nor the channel mode, of which a format knows only the number of channels.
 inline constexpr std::uint32_t kSbcFormatFlagIsBigEndian = 0x2;  ///< PCM side is big-endian
 inline constexpr std::uint32_t kSbcFormatFlagBlocksBits =
     0x300;  ///< 0, 1, 2, 3: 4, 8, 12, 16 blocks
@@ -82,5 +84,34 @@ inline constexpr std::uint32_t kSbcFormatFlagIs12Blocks = 0x200;
 inline constexpr std::uint32_t kSbcFormatFlagAllocationBits = 0x400;  ///< set: SNR, clear: loudness
 inline constexpr std::uint32_t kSbcFormatFlagIs8Subband = 0x800;      ///< set: 8 subbands, clear: 4
 inline constexpr std::uint32_t kSbcFormatFlagBitPoolBits = 0xFF0000;
+
+/// Format of linear PCM: packed signed integers, little-endian, the channels of a frame one after
+/// the other. The codec nodes take and make it with 16 bits.
+///
+/// sampleRate      frames per second
+/// channels        samples in a frame
+/// bitsPerChannel  bits of a sample: 8, 16, 24 or 32
+constexpr AudioStreamBasicDescription linearPcm(double sampleRate, std::uint32_t channels,
+                                                std::uint32_t bitsPerChannel = 16) {
+    const std::uint32_t bytesPerFrame = bitsPerChannel / 8 * channels;
+    return {.mSampleRate = sampleRate,
+            .mFormatID = kAudioFormatLinearPCM,
+            .mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked,
+            .mBytesPerPacket = bytesPerFrame,
+            .mFramesPerPacket = 1,
+            .mBytesPerFrame = bytesPerFrame,
+            .mChannelsPerFrame = channels,
+            .mBitsPerChannel = bitsPerChannel};
+}
+
+/// Format of an Opus stream, as the Opus nodes take and announce it. Both the size and the duration
+/// of a packet may vary, so they are 0.
+///
+/// sampleRate  frames per second on the PCM side: 8000, 12000, 16000, 24000 or 48000
+/// channels    1 or 2
+constexpr AudioStreamBasicDescription opusFormat(double sampleRate, std::uint32_t channels) {
+    return {
+        .mSampleRate = sampleRate, .mFormatID = kAudioFormatOpus, .mChannelsPerFrame = channels};
+}
 
 }  // namespace zav

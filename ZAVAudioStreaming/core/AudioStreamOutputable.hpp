@@ -19,12 +19,12 @@ class ZAV_EXPORT AudioStreamOutputable {
     AudioStreamOutputable(const AudioStreamOutputable&) = delete;
     AudioStreamOutputable& operator=(const AudioStreamOutputable&) = delete;
 
-    /// Format of everything that this node pushes; valid once the node is made.
+    /// Format of the audio that this node pushes. Valid once the node is made.
     virtual AudioStreamBasicDescription outDataFormat() const = 0;
 
-    /// Appends `target` to the targets and holds it strongly, for good: a target cannot be removed.
-    /// One that is added twice receives everything twice. Never fails; an implementation must not
-    /// read the target's formats here.
+    /// Appends `target` to the targets and holds it strongly. A target cannot be removed. One that
+    /// is added twice receives everything twice. Never fails. An implementation must not read the
+    /// formats of `target` here, because they may not be known yet.
     virtual void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) = 0;
 
  protected:

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what the shared library exports; everything else is compiled with hidden visibility.
+/// Marks what the shared library exports. All other symbols are hidden.
 #define ZAV_EXPORT __attribute__((visibility("default")))

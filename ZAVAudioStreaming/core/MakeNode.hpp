@@ -11,8 +11,8 @@
 
 namespace zav {
 
-/// First parameter of every node's constructor. Only `makeNode` can make one, so that no node is
-/// built without being linked; a derived class inherits the constructors with
+/// First parameter of every node's constructor. Only `makeNode` can make a key, so that every node
+/// is linked. A derived class inherits the constructors with
 /// `using PeripheralSink::PeripheralSink;`.
 class NodeKey {
     NodeKey() = default;
@@ -35,17 +35,18 @@ class NodeKey {
 /// Makes a consuming node on `upstream` and registers it there:
 /// `makeNode<SBCEncoder>(source, configuration)`.
 ///
-/// The node's constructor checks and may throw; nothing is registered then. Only when the most
-/// derived object is complete is it added to the upstream's targets. The upstream holds the node
-/// strongly, the node holds the upstream weakly. A null upstream is a fatal stop.
+/// The node's constructor checks the upstream and may throw. Nothing is registered then. The node
+/// is added to the upstream's targets after its constructor, and those of derived classes, have
+/// returned. The upstream holds the node strongly, and the node holds the upstream weakly. Fatal if
+/// `upstream` is null.
 ///
-/// A node whose making does not end with its constructor, because it hands out a weak reference to
-/// itself or has to be registered before something can fail, declares a public
+/// Some nodes need a step after their constructor: they hand out a weak reference to themselves, or
+/// must be registered before something that can fail. Such a node declares a public
 ///
 ///     void onMade(NodeKey, std::weak_ptr<ItsClass> self);
 ///
-/// `makeNode` calls it last. It may throw; a consuming node then stays registered, and its upstream
-/// keeps it alive: it has to do nothing from then on.
+/// `makeNode` calls it last. It may throw. A consuming node then stays registered, and its upstream
+/// keeps it alive, so from then on it must do nothing.
 template <std::derived_from<AudioStreamInputable> Node, class... Arguments>
 std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
                                Arguments&&... arguments) {
@@ -56,7 +57,7 @@ std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
         "derived from a node inherits it with 'using Base::Base;'. An abstract class misses an "
         "override.");
     if (upstream == nullptr) {
-        fatalError("A node needs an upstream");
+        fatalError(FatalCause::misuse, "A node needs an upstream");
     }
     auto node = std::make_shared<Node>(NodeKey(), upstream, std::forward<Arguments>(arguments)...);
     upstream->addStreamTarget(node);
@@ -64,8 +65,8 @@ std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
     return node;
 }
 
-/// Makes a source, which has no upstream: `makeNode<FileSource>("speech.wav")`. `onMade` is called
-/// as for a consuming node.
+/// Makes a source, which has no upstream: `makeNode<FileSource>("speech.wav")`. Calls `onMade` as
+/// for a consuming node.
 template <std::derived_from<AudioStreamOutputable> Node, class... Arguments>
 requires(!std::derived_from<Node, AudioStreamInputable>) std::shared_ptr<Node> makeNode(
     Arguments&&... arguments) {

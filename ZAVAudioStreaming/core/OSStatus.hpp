@@ -8,8 +8,8 @@
 
 namespace zav {
 
-/// Status of a platform call: 0 is success, anything else a code of the platform's, either a small
-/// negative number (-43: no such file) or four characters packed into the integer ('fmt?').
+/// Status of a platform call. 0 is success. Every other value is one of the platform's error codes:
+/// a small negative number (-43: no such file) or four packed characters ('fmt?').
 using OSStatus = std::int32_t;
 
 inline constexpr OSStatus noErr = 0;
@@ -23,11 +23,11 @@ constexpr std::uint32_t fourCharCode(const char (&text)[5]) {
     return code;
 }
 
-/// The code as it is usually written: 'fmt?' in quotes when all four bytes are printable, otherwise
+/// The code as text: four characters in quotes ('fmt?') if all four bytes are printable, otherwise
 /// the signed decimal number.
 ZAV_EXPORT std::string statusText(OSStatus status);
 
-/// The four characters of a format or file type code; bytes that do not print stand as "\xNN".
+/// The four characters of a format or file type code. A byte that is not printable becomes "\xNN".
 ZAV_EXPORT std::string fourCharText(std::uint32_t code);
 
 }  // namespace zav

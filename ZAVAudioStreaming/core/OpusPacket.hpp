@@ -7,11 +7,11 @@
 
 namespace zav {
 
-/// Opus counts all durations at this rate, in Hz, whatever rate was encoded from.
+/// Rate in Hz at which Opus counts all durations, whatever the rate of the encoded audio was.
 inline constexpr std::uint32_t kOpusRate = 48000;
 
-/// Frames at 48 kHz in an Opus packet, by its first two bytes (RFC 6716, section 3.1); 0 for a
-/// packet without bytes and for what is no packet: more than 120 ms, or a count that is missing.
+/// Frames at 48 kHz in an Opus packet, by its first two bytes (RFC 6716, section 3.1). 0 if the
+/// packet is empty or invalid: longer than 120 ms, or without the byte that counts its frames.
 constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
     if (packet.empty()) {
         return 0;
@@ -34,9 +34,8 @@ constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
     return frameSize * count > kMostFrames ? 0 : frameSize * count;
 }
 
-/// The frames at 48 kHz that a decoder drops at the start of a stream, by the identification header
-/// that Opus files have for a magic cookie (RFC 7845, section 5.1); 0 for what is too short for
-/// one.
+/// Frames at 48 kHz that a player drops at the start of a stream. `opusHead` is the identification
+/// header (RFC 7845, section 5.1), which is the magic cookie of Opus files. 0 if it is too short.
 constexpr std::uint32_t opusPreSkip(std::span<const std::byte> opusHead) {
     constexpr std::size_t kOffset = 10;
     return opusHead.size() < kOffset + 2
@@ -45,8 +44,7 @@ constexpr std::uint32_t opusPreSkip(std::span<const std::byte> opusHead) {
                      std::to_integer<std::uint32_t>(opusHead[kOffset + 1]) << 8U;
 }
 
-/// The factor by which a player multiplies decoded samples, by the same header; 1 for what is too
-/// short for one.
+/// Factor by which a player multiplies decoded samples, from the same header. 1 if it is too short.
 inline double opusGain(std::span<const std::byte> opusHead) {
     constexpr std::size_t kOffset = 16;  // a signed number of 1/256 decibels
     if (opusHead.size() < kOffset + 2) {

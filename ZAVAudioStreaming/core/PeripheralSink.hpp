@@ -9,8 +9,8 @@
 
 namespace zav {
 
-/// Tail of a graph for the application's own use: derive from it and override what you need,
-/// typically to send the bytes to the peripheral.
+/// Tail of a graph that the application fills in. Derive from it and override the operations that
+/// you need, typically to send the bytes to the peripheral.
 ///
 ///     class Accessory : public zav::PeripheralSink {
 ///      public:
@@ -20,13 +20,13 @@ namespace zav {
 ///     };
 ///     auto accessory = zav::makeNode<Accessory>(encoder);
 ///
-/// Takes any format. The base operations do nothing and keep no state; an override need not call
+/// Takes any format. The base operations do nothing and keep no state. An override need not call
 /// them.
 class ZAV_EXPORT PeripheralSink : public AudioStreamInputable {
  public:
     PeripheralSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream);
 
-    /// The node that this one was made on. One that is gone is a fatal stop.
+    /// The node that this one was made on. Fatal if it is gone.
     std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
 
     AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }

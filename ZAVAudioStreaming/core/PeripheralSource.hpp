@@ -8,10 +8,10 @@
 
 namespace zav {
 
-/// Head of a graph for audio that the application already holds as bytes, typically what arrived
-/// from the peripheral. The application declares the format before it makes downstream nodes, then
-/// pushes: `source->downstreams().receiveAudio(...)` calls every target in order, as does a
-/// range-for over them. The node itself converts, buffers and checks nothing.
+/// Head of a graph for audio that the application already holds as bytes, typically because the
+/// peripheral sent it. The application sets the format before it makes downstream nodes. Then it
+/// pushes: `source->downstreams().receiveAudio(...)` calls every target in order. A range-for over
+/// `downstreams()` reaches them, too. The node converts, buffers and checks nothing.
 ///
 /// Threads: the application's, one at a time.
 class ZAV_EXPORT PeripheralSource : public AudioStreamOutputable {

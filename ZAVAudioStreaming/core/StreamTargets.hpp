@@ -11,19 +11,19 @@
 
 namespace zav {
 
-/// The targets of a producing node, in the order in which they were added, and the walk over them.
-/// A walk, also a range-for, covers the targets that the list held when it began: a target may add
-/// another one while it is being called.
+/// The targets of a producing node, in the order in which they were added. A target may add another
+/// one while it is called: each operation, and a range-for too, reaches the targets that were in
+/// the list when it began.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT StreamTargets {
  public:
     class Iterator;
 
-    /// Appends a target. Null is a fatal stop.
+    /// Appends a target. Fatal if it is null.
     void add(std::shared_ptr<AudioStreamInputable> target);
 
-    /// Each makes the same call on every target, finishing one before it starts the next.
+    /// Each makes the same call on every target, one after the other.
     void onAudioStreamFlowStart() const;
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) const;
@@ -45,7 +45,7 @@ class ZAV_EXPORT StreamTargets {
     std::vector<std::shared_ptr<AudioStreamInputable>> targets_;
 };
 
-/// Goes by index, so that targets added during a walk do not invalidate it.
+/// Counts by index, so that a target that is added during the walk does not invalidate it.
 class StreamTargets::Iterator {
  public:
     using iterator_category = std::input_iterator_tag;

@@ -7,14 +7,15 @@
 
 namespace zav {
 
-/// A consuming node's reference to its upstream: set once, does not keep the upstream alive.
+/// Reference of a consuming node to its upstream. It is set once and does not keep the upstream
+/// alive.
 class ZAV_EXPORT UpstreamLink {
  public:
     explicit UpstreamLink(const std::shared_ptr<AudioStreamOutputable>& upstream)
         : upstream_(upstream) {}
 
-    /// The upstream. One that is gone is a fatal stop: the application must keep every upstream
-    /// alive as long as its downstreams.
+    /// The upstream. Fatal if it is gone: the application must keep every upstream alive as long as
+    /// its downstreams.
     std::shared_ptr<AudioStreamOutputable> get() const;
 
     /// The upstream's current format.

@@ -2,11 +2,11 @@
 
 #include "ZAVAudioStreaming/core/Export.hpp"
 
-/// The library's version, readable from the binary itself: both symbols have C linkage and keep
-/// their exact names in the shared library's table.
+/// The library's version. Both symbols have C linkage, so that tools find them by name in the
+/// shared library.
 extern "C" {
 
-/// The `what`-style line, ended by a line feed and a zero byte.
+/// One line, with a line feed and a zero byte at its end, that the tool `what` finds in a binary.
 ZAV_EXPORT extern const unsigned char ZAVAudioStreamingVersionString[];
 
 ZAV_EXPORT extern const double ZAVAudioStreamingVersionNumber;

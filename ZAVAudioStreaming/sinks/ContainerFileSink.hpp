@@ -14,9 +14,9 @@
 
 namespace zav {
 
-/// What the sinks of the library's own two file formats share. The file is made, empty, with the
-/// node; it is opened and gets its header at flow start and is closed at flow end. A later flow
-/// writes over it from its first byte on without shortening it: what is longer stays behind it.
+/// Base of the sinks of the library's own two file formats. The constructor creates the empty file.
+/// Flow start opens it and writes the header. Flow end closes it. A later flow writes over the file
+/// from its first byte on and does not shorten it: if the earlier flow was longer, its end stays.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT ContainerFileSink : public AudioStreamInputable {
@@ -25,29 +25,29 @@ class ZAV_EXPORT ContainerFileSink : public AudioStreamInputable {
 
     AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }
 
-    /// Opens the file and writes the header; a fatal stop when either fails.
+    /// Opens the file and writes the header. Fatal if either fails.
     void onAudioStreamFlowStart() override;
-    /// Closes the file; a failure to close is ignored. A fatal stop when none is open.
+    /// Closes the file and ignores a failure to close. Fatal if no file is open.
     void onAudioStreamFlowEnd() override;
 
  protected:
-    /// Creates the file, or empties the one that is there. Throws `AudioFileError::create`.
+    /// Creates the file, or empties an existing one. Throws `AudioFileError::create` if it cannot.
     ContainerFileSink(const std::shared_ptr<AudioStreamOutputable>& upstream,
                       std::filesystem::path fileUrl);
 
-    /// Whether the upstream's rate is one of these, in Hz, and whether it has one or two channels;
-    /// each asks for the format anew.
+    /// Whether the upstream's rate is one of these, in Hz. Reads the format again.
     static bool hasRateOf(std::span<const double> ratesInHz, const AudioStreamOutputable& upstream);
+    /// Whether the upstream has one or two channels. Reads the format again.
     static bool isMonoOrStereo(const AudioStreamOutputable& upstream);
 
     /// Writes the header for the upstream's format of this moment. Throws `std::system_error`.
     virtual void writeFileMeta() = 0;
 
-    /// Fills in the fields that both headers have; a rate or channel count that does not fit its
-    /// field is a fatal stop.
+    /// Fills in the fields that both headers have. Fatal if the rate or the number of channels does
+    /// not fit its field.
     void fillCommonFields(ContainerFileHeader& header) const;
 
-    /// The open file. None open is a fatal stop.
+    /// The open file. Fatal if no file is open.
     FileHandle& fileHandle();
 
  private:

@@ -22,7 +22,7 @@ FileSink::FileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstre
 
 FileSink::~FileSink() {
     if (fileID_ != nullptr) {
-        // Nobody is left to tell.
+        // A destructor cannot report a failure.
         static_cast<void>(AudioFileClose(fileID_));
     }
 }
@@ -35,24 +35,26 @@ double FileSink::estimatedDuration() const {
 
 void FileSink::setMagicCookie(std::span<const std::byte> magicCookie) {
     if (fileID_ == nullptr) {
-        fatalError(kNoFileOpen);
+        fatalError(FatalCause::misuse, kNoFileOpen);
     }
-    if (AudioFileSetProperty(fileID_, kAudioFilePropertyMagicCookieData,
-                             checkedCast<std::uint32_t>(magicCookie.size()),
-                             magicCookie.data()) != noErr) {
-        fatalError("");
+    if (const OSStatus status = AudioFileSetProperty(fileID_, kAudioFilePropertyMagicCookieData,
+                                                     checkedCast<std::uint32_t>(magicCookie.size()),
+                                                     magicCookie.data());
+        status != noErr) {
+        fatalError(FatalCause::fileProperty, status, "");
     }
 }
 
 void FileSink::onAudioStreamFlowStart() {
     const AudioStreamBasicDescription format = inDataFormat();
     if (fileID_ != nullptr) {
-        // The flow before has not ended: close its file before the new one takes its place.
+        // The flow before has not ended. Close its file before the new one replaces it.
         static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));
     }
-    if (AudioFileCreateWithURL(fileURL_, fileFormat_, &format, kAudioFileFlags_EraseFile,
-                               &fileID_) != noErr) {
-        fatalError("Creating audio file failed");
+    if (const OSStatus status = AudioFileCreateWithURL(fileURL_, fileFormat_, &format,
+                                                       kAudioFileFlags_EraseFile, &fileID_);
+        status != noErr) {
+        fatalError(FatalCause::fileCreation, status, "Creating audio file failed");
     }
 }
 
@@ -66,16 +68,17 @@ void FileSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t
     if (const OSStatus status = AudioFileWritePackets(fileID_, false, byteCount, packetDescriptions,
                                                       curPacketIdx_, &packetCount, bytes);
         status != noErr) {
-        fatalError("Writing packets to file failed: " + std::to_string(status));
+        fatalError(FatalCause::fileWriting, status,
+                   "Writing packets to file failed: " + std::to_string(status));
     }
     curPacketIdx_ += packetCount;
 }
 
 void FileSink::onAudioStreamFlowEnd() {
     if (fileID_ == nullptr) {
-        fatalError(kNoFileOpen);
+        fatalError(FatalCause::misuse, kNoFileOpen);
     }
-    // Ignored on purpose: what could be written is written, and the flow is over either way.
+    // Ignored on purpose: nothing more can be written, and the flow is over either way.
     static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));
 }
 

@@ -36,8 +36,8 @@ std::uint32_t readOrStop(AudioQueueRef queue, AudioQueuePropertyID property,
                          std::string_view message,
                          SourcePosition position = SourcePosition::current()) {
     std::uint32_t value = 0;
-    if (readAudioQueueProperty(queue, property, value) != noErr) {
-        fatalError(message, position);
+    if (const OSStatus status = readAudioQueueProperty(queue, property, value); status != noErr) {
+        fatalError(FatalCause::audioQueue, status, message, position);
     }
     return value;
 }
@@ -170,8 +170,9 @@ AudioQueueBuffer& PlaybackSinkImpl::bufferToFill(std::uint32_t sizeInBytes) {
         return *idle;
     }
     AudioQueueBufferRef buffer = nullptr;
-    if (AudioQueueAllocateBuffer(queue(), sizeInBytes, &buffer) != noErr) {
-        fatalError("Can not allocate buffer");
+    if (const OSStatus status = AudioQueueAllocateBuffer(queue(), sizeInBytes, &buffer);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "Can not allocate buffer");
     }
     fatalWithoutMemory([&] { buffers_.add(*buffer); });
     return *buffer;
@@ -302,14 +303,14 @@ void PlaybackSink::onMade(NodeKey, std::weak_ptr<PlaybackSink> self) {
 
 void PlaybackSink::play() {
     if (delayPlaySchedule()) {
-        fatalError("");
+        fatalError(FatalCause::misuse, "");
     }
     throwOnQueueFailure(AudioQueueStart(audioQueueRef(), nullptr));
 }
 
 void PlaybackSink::autoPlay(double delayInSeconds) {
     if (isPlaying()) {
-        fatalError("autoPlay comes too late: the audio queue runs");
+        fatalError(FatalCause::misuse, "autoPlay comes too late: the audio queue runs");
     }
     impl_->setSchedule(delayInSeconds);
 }
@@ -331,8 +332,9 @@ bool PlaybackSink::hasPlayedAll() const {
 
 double PlaybackSink::timeStamp() const {
     AudioTimeStamp now;
-    if (AudioQueueGetCurrentTime(audioQueueRef(), nullptr, &now, nullptr) != noErr) {
-        fatalError("The audio queue does not report its time");
+    if (const OSStatus status = AudioQueueGetCurrentTime(audioQueueRef(), nullptr, &now, nullptr);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "The audio queue does not report its time");
     }
     return now.mSampleTime / inDataFormat().mSampleRate;
 }

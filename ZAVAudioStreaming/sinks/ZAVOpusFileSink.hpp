@@ -9,27 +9,26 @@
 
 namespace zav {
 
-/// Writes an Opus stream into an Opus container file (docs/opus-container.md), one record a packet.
-/// Each record is two writes and nothing is held back: what was received is in the file.
+/// Writes an Opus stream into an Opus container file (docs/opus-container.md), one record for each
+/// packet. A record is two writes. Nothing is held back: every received packet is in the file.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT ZAVOpusFileSink : public ContainerFileSink {
  public:
     /// Throws `AudioStreamError::unacceptableData`, before it touches the file, unless the upstream
-    /// is Opus with one or two channels at 8000, 16000, 32000, 44100 or 48000 Hz. The list is not
-    /// the encoder's on purpose: 12000 and 24000 Hz are refused. Throws `AudioFileError::create`
-    /// when the file cannot be made.
+    /// is Opus with one or two channels at 8000, 16000, 32000, 44100 or 48000 Hz. On purpose, these
+    /// are not the encoder's rates: 12000 and 24000 Hz are refused. Throws `AudioFileError::create`
+    /// if the file cannot be created.
     ZAVOpusFileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                     std::filesystem::path fileUrl);
 
-    /// Writes `packetNum` records. Without descriptions the chunk is cut into as many equal
-    /// packets, and the remainder is dropped.
+    /// Writes `packetNum` records. Without descriptions, the chunk is cut into `packetNum` equal
+    /// packets and the remainder is dropped.
     ///
     /// Precondition: every description lies within `size` bytes.
     ///
-    /// Errors: fatal stops for a chunk outside a flow, a failed write ("Writting to opus file
-    /// failed: " and the system's words), a packet of 4 GiB and more, a `packetNum` of 2^63 and
-    /// more.
+    /// Errors: fatal for a chunk outside a flow, a failed write ("Writting to opus file failed: "
+    /// and the system's words), a packet of 4 GiB or more, or a `packetNum` of 2^63 or more.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
 

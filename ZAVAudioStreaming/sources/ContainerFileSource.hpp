@@ -11,10 +11,10 @@
 
 namespace zav {
 
-/// What the sources of the library's own two file formats share: the open file behind its header,
-/// the format read from there, and the targets. The application pulls with `readPackets`.
+/// Base of the sources of the library's own two file formats: the open file, the format from its
+/// header, and the targets. The application pulls with `readPackets`.
 ///
-/// Threads: the application's, one at a time; targets are called on it.
+/// Threads: the application's, one at a time. Targets are called on the same thread.
 class ZAV_EXPORT ContainerFileSource : public AudioStreamOutputable {
  public:
     AudioStreamBasicDescription outDataFormat() const override { return outDataFormat_; }
@@ -22,7 +22,7 @@ class ZAV_EXPORT ContainerFileSource : public AudioStreamOutputable {
     void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;
 
  protected:
-    /// A file that is positioned behind its header, and the format that the header says.
+    /// A file whose position is the end of its header, and the format that the header describes.
     struct OpenedFile {
         FileHandle file;
         AudioStreamBasicDescription format;
@@ -30,14 +30,14 @@ class ZAV_EXPORT ContainerFileSource : public AudioStreamOutputable {
 
     explicit ContainerFileSource(OpenedFile opened);
 
-    /// Fills `header` from the start of the file. Throws `AudioFileError::invalidFormat` when the
-    /// file is shorter, `std::system_error` when it cannot be read.
+    /// Fills `header` from the start of the file. Throws `AudioFileError::invalidFormat` if the
+    /// file is shorter, and `std::system_error` if it cannot be read.
     static void readHeader(FileHandle& file, std::span<std::byte> header);
 
     FileHandle& fileHandle() noexcept { return fileHandle_; }
 
  private:
-    StreamTargets downstreams_;  // released after the file is closed, so it comes first
+    StreamTargets downstreams_;  // first, so that the file is closed before they are released
     FileHandle fileHandle_;
     AudioStreamBasicDescription outDataFormat_;
 };

@@ -21,7 +21,8 @@ AudioFileID openForReading(const std::filesystem::path& fileURL) {
         throw AudioFileError::open(status);
     }
     if (file == nullptr) {
-        fatalError("The file service opened a file and gave no ID for it");
+        fatalError(FatalCause::brokenService,
+                   "The file service opened a file and gave no ID for it");
     }
     return file;
 }
@@ -29,7 +30,7 @@ AudioFileID openForReading(const std::filesystem::path& fileURL) {
 }  // namespace
 
 void FileSource::Close::operator()(AudioFileID file) const {
-    // A file that was only read has nothing left to lose.
+    // A failure to close loses nothing of a file that was only read.
     static_cast<void>(AudioFileClose(file));
 }
 

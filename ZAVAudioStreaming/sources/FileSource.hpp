@@ -12,33 +12,33 @@
 
 namespace zav {
 
-/// Reads any audio file that the file service can open and pushes its packets, undecoded. The
-/// application pulls: it calls `readPackets` until that returns 0.
+/// Reads any audio file that the file service can open, and pushes its packets without decoding
+/// them. The application calls `readPackets` until it returns 0.
 ///
-/// Threads: the application's, one at a time; targets are called on it.
+/// Threads: the application's, one at a time. Targets are called on the same thread.
 class ZAV_EXPORT FileSource : public AudioStreamOutputable {
  public:
-    /// Throws `AudioFileError::open` with the service's status when the file cannot be opened.
+    /// Throws `AudioFileError::open` with the service's status if the file cannot be opened.
     FileSource(NodeKey, const std::filesystem::path& fileURL);
 
-    /// The file's own format, asked for at every call.
+    /// The file's own format. Every call reads it again.
     AudioStreamBasicDescription outDataFormat() const override;
     /// Bytes that no packet of the file exceeds.
     std::uint32_t packetSizeUpperBound() const;
-    /// Share of the file's packets read so far, 0 to 1. Not finite for a file without packets.
+    /// Fraction of the file's packets read so far, 0 to 1. Not finite for a file without packets.
     float progress() const;
 
-    /// Reads up to `count` packets and pushes them as one chunk; returns how many there were. The
-    /// first call also announces flow start, as does every call until a packet was read. A call
-    /// that finds no packet, or asks for none, announces flow end, every time: stop at the first 0,
-    /// because a `FileSink` in the graph ends the process at a second flow end.
+    /// Reads up to `count` packets, pushes them as one chunk and returns their number. Calls flow
+    /// start first, unless an earlier call has read a packet. Calls flow end every time there is no
+    /// packet to read or `count` is 0. Stop at the first 0, because a second flow end is fatal for
+    /// a `FileSink` in the graph.
     ///
-    /// No packet descriptions are passed on, also where packets vary in size: read one packet at a
-    /// time when the targets have to tell them apart.
+    /// The chunk has no packet descriptions, even if packets vary in size. Read one packet at a
+    /// time if the targets need to know where each one ends.
     ///
-    /// Errors: throws `AudioFileError::read` with the service's status; nothing was pushed, and the
-    /// next call tries the same packets again. A negative count, or a chunk of 4 GiB and more
-    /// (count x packetSizeUpperBound), is a fatal stop.
+    /// Errors: throws `AudioFileError::read` with the service's status. Nothing was pushed then,
+    /// and the next call reads the same packets again. Fatal for a negative count or a chunk of 4
+    /// GiB or more (count x packetSizeUpperBound).
     std::int64_t readPackets(std::int64_t count);
 
     const StreamTargets& downstreams() const noexcept { return downstreams_; }
@@ -49,7 +49,7 @@ class ZAV_EXPORT FileSource : public AudioStreamOutputable {
         void operator()(AudioFileID file) const;
     };
 
-    StreamTargets downstreams_;  // released after the file is closed, so it comes first
+    StreamTargets downstreams_;  // first, so that the file is closed before they are released
     std::unique_ptr<std::remove_pointer_t<AudioFileID>, Close> fileID_;
     std::int64_t curPacketIdx_ = 0;
 };

@@ -127,8 +127,10 @@ void RecordSourceImpl::stop(std::function<void()> completion) {
 
 bool RecordSourceImpl::isRecording() const {
     std::uint32_t isRunning = 0;
-    if (readAudioQueueProperty(queue(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
-        fatalError("", kIsRecordingPosition);
+    if (const OSStatus status =
+            readAudioQueueProperty(queue(), kAudioQueueProperty_IsRunning, isRunning);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "", kIsRecordingPosition);
     }
     return isRunning != 0;
 }
@@ -147,7 +149,7 @@ void RecordSourceImpl::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQu
                                 const AudioTimeStamp* /*startTime*/, std::uint32_t packetCount,
                                 const AudioStreamPacketDescription* packetDescriptions) noexcept {
     if (userData == nullptr) {
-        fatalError("A queue's callback came without its source");
+        fatalError(FatalCause::brokenService, "A queue's callback came without its source");
     }
     auto& source = *static_cast<RecordSourceImpl*>(userData);
     // A source that is being destroyed has no owner; the disposal of its queue waits for this call.
@@ -167,8 +169,9 @@ void RecordSourceImpl::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packet
     ++idleBufferCount_;
 
     if (isRecording()) {
-        if (AudioQueueEnqueueBuffer(queue(), &buffer, 0, nullptr) != noErr) {
-            fatalError("", kEnqueuePosition);
+        if (const OSStatus status = AudioQueueEnqueueBuffer(queue(), &buffer, 0, nullptr);
+            status != noErr) {
+            fatalError(FatalCause::audioQueue, status, "", kEnqueuePosition);
         }
         --idleBufferCount_;
         return;
@@ -219,17 +222,19 @@ bool RecordSource::isRecording() const {
 
 double RecordSource::timeStamp() const {
     AudioTimeStamp now;
-    if (AudioQueueGetCurrentTime(audioQueueRef(), nullptr, &now, nullptr) != noErr) {
-        fatalError("", kTimeStampPosition);
+    if (const OSStatus status = AudioQueueGetCurrentTime(audioQueueRef(), nullptr, &now, nullptr);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "", kTimeStampPosition);
     }
     return now.mSampleTime / impl_->dataFormat().mSampleRate;
 }
 
 std::vector<std::byte> RecordSource::magicCookie() const {
     std::uint32_t size = 0;
-    if (AudioQueueGetPropertySize(audioQueueRef(), kAudioQueueProperty_MagicCookie, &size) !=
-        noErr) {
-        fatalError("", kMagicCookiePosition);
+    if (const OSStatus status =
+            AudioQueueGetPropertySize(audioQueueRef(), kAudioQueueProperty_MagicCookie, &size);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "", kMagicCookiePosition);
     }
     std::vector<std::byte> cookie(size);
     // Best effort: a queue that reports the size but not the bytes leaves zeros.

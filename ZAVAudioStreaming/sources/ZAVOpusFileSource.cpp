@@ -16,13 +16,14 @@ using namespace detail;
 
 namespace {
 
-/// Room for one chunk of a few packets, taken at once.
+/// Memory that is reserved first, in bytes: enough for a chunk of a few packets.
 constexpr std::size_t kFirstRoom = 4096;
-/// A packet that claims more than this is believed only when the file is that long.
+/// For a longer packet, memory is taken only if the rest of the file is that long.
 constexpr std::uint32_t kUsualPacketLength = 64 * 1024;
 
 [[noreturn]] void stopForCutPacket(SourcePosition position = SourcePosition::current()) {
-    fatalError("Reading the packet length field from opus file failed", position);
+    fatalError(FatalCause::damagedFile, "Reading the packet length field from opus file failed",
+               position);
 }
 
 }  // namespace
@@ -38,11 +39,7 @@ ContainerFileSource::OpenedFile ZAVOpusFileSource::open(const std::filesystem::p
         throw AudioFileError::invalidFormat();
     }
     const auto header = OpusFileHeader::fromBytes(bytes);
-    AudioStreamBasicDescription format;
-    format.mSampleRate = header.sampleRate;
-    format.mFormatID = kAudioFormatOpus;
-    format.mChannelsPerFrame = header.channels;
-    return {std::move(file), format};
+    return {std::move(file), opusFormat(header.sampleRate, header.channels)};
 }
 
 void ZAVOpusFileSource::readPackets(std::int64_t count) {
@@ -55,7 +52,7 @@ void ZAVOpusFileSource::readPackets(std::int64_t count) {
 
     std::vector<std::byte> chunk;
     std::vector<AudioStreamPacketDescription> descriptions;
-    // Not for all of `count` at once: that many packets need not be there.
+    // Not for all of `count`: the file may have far fewer packets.
     chunk.reserve(kFirstRoom);
     descriptions.reserve(kFirstRoom / sizeof(AudioStreamPacketDescription));
 

@@ -10,7 +10,6 @@
 
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
 
@@ -23,18 +22,18 @@ namespace {
 using Configuration = SBCCoding::SBCConfiguration;
 using HeaderBytes = std::array<std::byte, SbcFileHeader::kByteCount>;
 
-/// Divisor that turns the PCM bytes of a frame, per channel, into the format's frames per packet.
-/// Not a count of frames; it is what streams from such files have always announced.
+/// The format's frames per packet are the PCM bytes of a frame, per channel, divided by this. The
+/// value is fixed. The result is not the true number of frames.
 constexpr std::uint32_t kFramesPerPacketDivisor = 128;
 
-/// The number that one character spells; none for all but the ten digits.
+/// Value of a decimal digit. Empty for every other character.
 std::optional<std::int8_t> numberSpelledBy(char character) {
     std::int8_t number = 0;
     const auto [end, error] = std::from_chars(&character, &character + 1, number);
     return error == std::errc() ? std::optional(number) : std::nullopt;
 }
 
-/// See the class comment: true for no file, because `kMagicText` has no digits.
+/// Never true, because `kMagicText` has no digits: see the class comment.
 bool isAcceptedMagic(std::span<const std::byte> magic) {
     for (std::size_t i = 0; i < magic.size(); ++i) {
         const std::optional<std::int8_t> expected =
@@ -50,11 +49,11 @@ bool isAcceptedMagic(std::span<const std::byte> magic) {
 std::shared_ptr<Configuration> configurationOf(const SbcFileHeader& header) {
     const auto frequency = SBCCoding::frequencyFromRawValue(header.sampleRate);
     if (!frequency) {
-        fatalError("The sample rate of the SBC file is not one of SBC's");
+        fatalError(FatalCause::damagedFile, "The sample rate of the SBC file is not one of SBC's");
     }
     const auto blocks = SBCCoding::blockFromRawValue(header.blocks);
     if (!blocks) {
-        fatalError("The block count code of the SBC file is not 0 to 3");
+        fatalError(FatalCause::damagedFile, "The block count code of the SBC file is not 0 to 3");
     }
     auto configuration = std::make_shared<Configuration>();
     configuration->freq = *frequency;
@@ -92,16 +91,11 @@ ContainerFileSource::OpenedFile ZAVSbcFileSource::openBehindMagic(
     FileHandle file, std::span<const std::byte, SbcFileHeader::kByteCount> headerBytes) {
     const auto header = SbcFileHeader::fromBytes(headerBytes);
     const auto configuration = configurationOf(header);
-
-    AudioStreamBasicDescription format;
-    format.mSampleRate = header.sampleRate;
-    format.mFormatID = kAudioFormatSbc;
-    format.mFormatFlags = configuration->formatFlags();
-    format.mBytesPerPacket = checkedCast<std::uint32_t>(configuration->frameLen());
+    AudioStreamBasicDescription format =
+        sbcFormat(*configuration, header.sampleRate, header.channels);
     format.mFramesPerPacket = checkedDivide(checkedCast<std::uint32_t>(configuration->codeSize()),
                                             std::uint32_t{header.channels}) /
                               kFramesPerPacketDivisor;
-    format.mChannelsPerFrame = header.channels;
     return {std::move(file), format};
 }
 
@@ -114,7 +108,7 @@ std::int64_t ZAVSbcFileSource::readPackets(std::int64_t count) {
     const std::size_t frameLength = outDataFormat().mBytesPerPacket;
     const auto wanted = checkedCast<std::size_t>(
         checkedMultiply(count, std::int64_t{outDataFormat().mBytesPerPacket}));
-    // No more room than the file can fill, whatever the count.
+    // No more memory than the file can fill, whatever the count.
     const std::uint64_t fileSize = file.size();
     const auto available = static_cast<std::size_t>(fileSize - std::min(offset, fileSize));
     ChunkBuffer chunk(std::min(wanted, available));

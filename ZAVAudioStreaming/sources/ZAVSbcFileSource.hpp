@@ -13,35 +13,35 @@ namespace zav {
 
 /// Reads an SBC container file (docs/sbc-container.md) and pushes its frames.
 ///
-/// It refuses every file: the check of the magic text compares each of its bytes with the number
-/// that the text's character spells, and no letter spells one. Kept on purpose, because the header
-/// does not tell the channel mode: joint stereo and dual channel streams would come out as plain
-/// stereo. SBC that is to be read back is better kept as a raw stream (`kAudioFileSBCType`), whose
-/// frames say everything themselves. What lies behind the check is complete, for a subclass that
-/// knows its files.
+/// It refuses every file. The check of the magic text reads each character of the text as a decimal
+/// digit and compares the file's byte with that number, but the text has no digits. This is on
+/// purpose: the header does not hold the channel mode, so joint stereo and dual channel would be
+/// announced as plain stereo. To read SBC back, keep it as a raw stream (`kAudioFileSBCType`),
+/// whose frames hold all parameters. The rest of the node works, for a subclass whose files are
+/// known.
 ///
 /// Threads: see `ContainerFileSource`.
 class ZAV_EXPORT ZAVSbcFileSource : public ContainerFileSource {
  public:
-    /// Throws `std::system_error` when the file cannot be opened or read, and otherwise
+    /// Always throws: `std::system_error` if the file cannot be opened or read, otherwise
     /// `AudioFileError::invalidFormat`.
     ZAVSbcFileSource(NodeKey, const std::filesystem::path& fileURL);
 
-    /// Reads up to `count` frames and pushes them as one chunk; returns how many whole ones there
-    /// were. The read that starts at the first frame announces flow start. A part of a frame at the
-    /// end of the file travels with the last chunk's bytes, not with its count; a read that finds
-    /// less than a frame drops it, announces flow end, every time, and returns 0.
+    /// Reads up to `count` frames, pushes them as one chunk and returns the number of whole frames.
+    /// Calls flow start first if it starts at the first frame. If the file ends with a part of a
+    /// frame, these bytes are in the last chunk but are not counted. Calls flow end and returns 0
+    /// every time less than one frame is left; such a rest is dropped.
     ///
-    /// Errors: throws `std::system_error` when the file cannot be read. A negative count, or more
-    /// bytes than can be counted, is a fatal stop.
+    /// Errors: throws `std::system_error` if the file cannot be read. Fatal for a negative count or
+    /// if the number of bytes does not fit 64 bits.
     std::int64_t readPackets(std::int64_t count);
 
  protected:
-    /// On a file whose magic text has been accepted: see `openBehindMagic`.
+    /// Takes a file whose magic text has been accepted: see `openBehindMagic`.
     ZAVSbcFileSource(NodeKey, OpenedFile opened);
 
-    /// Works out the stream's format from the header of a file that is positioned behind it. A rate
-    /// that SBC does not have, a code for the blocks above 3 or no channels are fatal stops.
+    /// Makes the stream's format from `header`. The position of `file` must be the end of the
+    /// header. Fatal for a rate that SBC does not have, a block code above 3, or no channels.
     static OpenedFile openBehindMagic(FileHandle file,
                                       std::span<const std::byte, SbcFileHeader::kByteCount> header);
 

@@ -7,47 +7,48 @@
 
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 
-/// Size arithmetic of the nodes: a result that its type cannot hold ends the process, because going
-/// on with a wrapped size would write outside a buffer.
+/// Size arithmetic of the nodes. A result that does not fit its type is a fatal stop, because a
+/// wrapped size would lead to a write outside a buffer. The stop names the caller's position.
 namespace zav::detail {
 
-/// `value` as a `To`; a value outside its range is a fatal stop at the caller's position.
+/// `value` as a `To`. Fatal if it is outside the range of `To`.
 template <std::integral To, std::integral From>
 constexpr To checkedCast(From value, SourcePosition position = SourcePosition::current()) {
     if (!std::in_range<To>(value)) {
-        fatalError("Not enough bits to represent the passed value", position);
+        fatalError(FatalCause::arithmetic, "Not enough bits to represent the passed value",
+                   position);
     }
     return static_cast<To>(value);
 }
 
-/// `value` without its fraction as a `To`; one that is not finite or outside its range is a fatal
-/// stop at the caller's position.
+/// `value` without its fraction as a `To`. Fatal if it is not finite or outside the range of `To`.
 template <std::integral To, std::floating_point From>
 To checkedTruncate(From value, SourcePosition position = SourcePosition::current()) {
     const From whole = std::trunc(value);
     const From end = std::ldexp(From{1}, std::numeric_limits<To>::digits);
     if (!(whole >= static_cast<From>(std::numeric_limits<To>::min()) && whole < end)) {
-        fatalError("Not enough bits to represent the passed value", position);
+        fatalError(FatalCause::arithmetic, "Not enough bits to represent the passed value",
+                   position);
     }
     return static_cast<To>(whole);
 }
 
-/// left x right; an overflow is a fatal stop at the caller's position.
+/// left x right. Fatal if it overflows.
 template <std::integral T>
 constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePosition::current()) {
     T product{};
     if (__builtin_mul_overflow(left, right, &product)) {
-        fatalError("Arithmetic overflow", position);
+        fatalError(FatalCause::arithmetic, "Arithmetic overflow", position);
     }
     return product;
 }
 
-/// dividend / divisor, whole; a zero divisor is a fatal stop at the caller's position.
+/// dividend / divisor, without the remainder. Fatal if the divisor is zero.
 template <std::integral T>
 constexpr T checkedDivide(T dividend, T divisor,
                           SourcePosition position = SourcePosition::current()) {
     if (divisor == 0) {
-        fatalError("Division by zero", position);
+        fatalError(FatalCause::arithmetic, "Division by zero", position);
     }
     return static_cast<T>(dividend / divisor);
 }

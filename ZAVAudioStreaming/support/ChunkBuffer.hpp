@@ -9,17 +9,17 @@
 
 namespace zav::detail {
 
-/// Memory for one chunk, its contents undefined, aligned for any sample, as long as the call that
-/// makes it. Small chunks stay on the stack: for one SBC frame, the heap would cost as much as
-/// everything else that a node does around the codec. No memory is a fatal stop at the caller's
-/// position.
+/// Memory for one chunk, for the length of one call. Its contents are undefined. It is aligned for
+/// samples of any type. Small chunks stay on the stack: for one SBC frame, the heap would cost as
+/// much as everything else that a node does around the codec. Fatal, at the caller's position, if
+/// there is no memory.
 class ChunkBuffer {
  public:
     explicit ChunkBuffer(std::size_t size, SourcePosition position = SourcePosition::current()) {
         if (size > sizeof(small_)) {
             large_.reset(new (std::nothrow) std::byte[size]);
             if (large_ == nullptr) {
-                fatalError("Out of memory", position);
+                fatalError(FatalCause::outOfMemory, "Out of memory", position);
             }
         }
     }
@@ -27,7 +27,7 @@ class ChunkBuffer {
     std::byte* data() noexcept { return large_ != nullptr ? large_.get() : small_.data(); }
 
  private:
-    // Not initialised on purpose: clearing it would cost what it saves.
+    // Not initialised on purpose: clearing it would cost as much time as the stack saves.
     alignas(std::max_align_t) std::array<std::byte, 8192> small_;
     std::unique_ptr<std::byte[]> large_;
 };

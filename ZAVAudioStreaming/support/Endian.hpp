@@ -6,7 +6,7 @@
 
 namespace zav::detail {
 
-/// The integer that these bytes are, the lowest one first.
+/// Reads all bytes as one integer, lowest byte first.
 inline std::uint32_t littleEndianAt(std::span<const std::byte> bytes) {
     std::uint32_t value = 0;
     for (std::size_t i = bytes.size(); i-- > 0;) {
@@ -15,7 +15,7 @@ inline std::uint32_t littleEndianAt(std::span<const std::byte> bytes) {
     return value;
 }
 
-/// Writes the integer over all of these bytes, the lowest one first.
+/// Fills all bytes with one integer, lowest byte first.
 inline void putLittleEndian(std::span<std::byte> bytes, std::uint32_t value) {
     for (std::byte& byte : bytes) {
         byte = static_cast<std::byte>(value);
@@ -23,7 +23,7 @@ inline void putLittleEndian(std::span<std::byte> bytes, std::uint32_t value) {
     }
 }
 
-/// The integer that these bytes are, the highest one first.
+/// Reads all bytes as one integer, highest byte first.
 inline std::uint64_t bigEndianAt(std::span<const std::byte> bytes) {
     std::uint64_t value = 0;
     for (const std::byte byte : bytes) {
@@ -32,7 +32,7 @@ inline std::uint64_t bigEndianAt(std::span<const std::byte> bytes) {
     return value;
 }
 
-/// Writes the integer over all of these bytes, the highest one first.
+/// Fills all bytes with one integer, highest byte first.
 inline void putBigEndian(std::span<std::byte> bytes, std::uint64_t value) {
     for (std::size_t i = bytes.size(); i-- > 0; value >>= 8U) {
         bytes[i] = static_cast<std::byte>(value);

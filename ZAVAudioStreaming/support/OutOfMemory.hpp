@@ -7,16 +7,16 @@
 
 namespace zav::detail {
 
-/// Makes a call that takes memory in the middle of a stream: none left is a fatal stop at the
-/// caller's position, because no exception may come out of there.
+/// Makes a call that takes memory in the middle of a stream. Fatal, at the caller's position, if
+/// there is none, because no exception may leave a node there.
 template <class Call>
 void fatalWithoutMemory(Call call, SourcePosition position = SourcePosition::current()) {
     try {
         call();
     } catch (const std::bad_alloc&) {
-        fatalError("Out of memory", position);
+        fatalError(FatalCause::outOfMemory, "Out of memory", position);
     } catch (const std::length_error&) {
-        fatalError("Out of memory", position);
+        fatalError(FatalCause::outOfMemory, "Out of memory", position);
     }
 }
 

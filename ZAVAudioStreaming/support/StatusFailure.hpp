@@ -6,7 +6,7 @@
 
 namespace zav::detail {
 
-/// A status on its way to the caller of a service.
+/// Carries a status from a failed step of a service up to the function that returns it.
 class StatusFailure : public std::exception {
  public:
     explicit StatusFailure(OSStatus status) : status_(status) {}

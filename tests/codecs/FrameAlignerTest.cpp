@@ -33,7 +33,7 @@ TEST_F(FrameAlignerTest, passesWholePiecesOnAsOneChunk) {
     EXPECT_FALSE(sink_->chunks[1].hasDescriptions);
     EXPECT_EQ(sink_->allBytes(), Bytes(pcm.begin(), pcm.begin() + 1792));
 
-    // What is aligned is not copied.
+    // Whole pieces are not copied.
     push(std::span(pcm).subspan(1, 512));
     EXPECT_EQ(sink_->chunks.back().address, &pcm[1]);
     push(std::span(pcm).subspan(2, 512 + 10));
@@ -62,7 +62,7 @@ TEST_F(FrameAlignerTest, dropsOrPadsTheRestAtFlowEnd) {
 }
 
 TEST_F(FrameAlignerTest, padsWithTheSilenceOfTheFormat) {
-    // What 12 bytes look like of which the first one was received, in the middle of a frame or not.
+    // One byte was received, and 11 bytes of silence follow it: 8 stands for 0x80, x for the rest.
     const auto padded = [&](std::uint32_t channels, std::uint32_t bits, std::uint32_t flags) {
         make(pcmFormat(16000, channels, bits, flags), 12U, AtFlowEnd::padWithSilence);
         push(Bytes{std::byte{0x11}});
@@ -93,14 +93,16 @@ TEST_F(FrameAlignerTest, refusesWhatItCannotAlign) {
     expectRefused<FrameAligner>({pcmFormat(16000, 2)}, 258U);
 }
 
-TEST_F(FrameAlignerTest, knowsTheFramesOfTheEncodersAndTheFormatsAroundIt) {
+TEST_F(FrameAlignerTest, knowsTheSizesOfTheEncodersFrames) {
     SBCCoding::SBCConfiguration stereo;
     stereo.mode = SBCCoding::ChannelMode::stereo;
     stereo.subband = SBCCoding::Subband::_4;
     EXPECT_EQ(FrameAligner::bytesPerSbcFrame(stereo), 16U * 4U * 2U * 2U);
     EXPECT_EQ(FrameAligner::bytesPerOpusPacket(pcmFormat(8000, 1)), 960U);
     EXPECT_EQ(FrameAligner::bytesPerOpusPacket(pcmFormat(48000, 2)), 11520U);
+}
 
+TEST_F(FrameAlignerTest, hasTheFormatOfItsUpstream) {
     make(pcmFormat(16000, 1), 256U);
     EXPECT_EQ(node_->outDataFormat(), pcmFormat(16000, 1));
 }

@@ -56,14 +56,14 @@ TEST_F(OpusDecoderTest, decodesAsAPlainLoopDoesAtEveryRate) {
 TEST_F(OpusDecoderTest, cutsAChunkWithoutDescriptionsIntoEqualParts) {
     const auto packets = opusLoopEncode(pcm_, 16000, 1, true);
     ASSERT_EQ(packets[0].size(), packets[1].size());
-    push(joined({packets[0], packets[1], bytesFrom({1})}), 2);  // the last one is never looked at
+    push(joined({packets[0], packets[1], bytesFrom({1})}), 2);  // the last byte is ignored
     EXPECT_EQ(sink_->allBytes(), opusLoopDecode(packets, 16000, 1));
 }
 
 TEST_F(OpusDecoderTest, followsDescriptionsInAnyOrder) {
     const auto size = static_cast<std::uint32_t>(packets_[0].size());
     const AudioStreamPacketDescription descriptions[] = {
-        {size, 7, static_cast<std::uint32_t>(packets_[1].size())},  // nobody reads the 7
+        {size, 7, static_cast<std::uint32_t>(packets_[1].size())},  // the 7 is not read
         {0, 0, size}};
     push(joined({packets_[0], packets_[1]}), 2, descriptions);
     EXPECT_EQ(sink_->allBytes(), opusLoopDecode(std::vector{packets_[1], packets_[0]}, 16000, 1));
@@ -90,7 +90,7 @@ TEST_F(OpusDecoderTest, saysWhyItStops) {
                  "^Fatal error: Not enough bits");
 }
 
-// What the formats turn into must not lead out of the block of PCM.
+// A changed format must not lead to a write outside the block of PCM.
 TEST_F(OpusDecoderTest, stopsWhenAFormatHasChanged) {
     make(opusFormat(16000, 2));
     source_->setOutDataFormat(opusFormat(16000, 0));

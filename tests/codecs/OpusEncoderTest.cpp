@@ -32,9 +32,12 @@ class OpusEncoderTest : public NodeTest<OpusEncoder> {
     const std::span<const std::byte> pcm_{pcmBytes_};
 };
 
-TEST_F(OpusEncoderTest, announcesItsFormatAndPacketDuration) {
+TEST_F(OpusEncoderTest, announcesItsFormat) {
     EXPECT_EQ(node_->outDataFormat(), opusFormat(16000, 1));
-    // Single precision: as doubles the last product is 59999.99.
+}
+
+TEST_F(OpusEncoderTest, countsTheFramesOfAPacketAtTheRateOfTheMoment) {
+    // In single precision. In double precision the last product is 59999.99.
     const std::vector<std::pair<double, std::int64_t>> frameCounts = {
         {8000, 480}, {12000, 720}, {16000, 960}, {24000, 1440}, {48000, 2880}, {999999.99, 60000}};
     for (const auto& [rate, frameCount] : frameCounts) {
@@ -67,7 +70,7 @@ TEST_F(OpusEncoderTest, savesWhatDoesNotFillAPacket) {
 
 TEST_F(OpusEncoderTest, givesTheSamePacketsForAnyCutThatLeavesBytesOver) {
     const auto expected = opusLoopEncode(pcm_, 16000, 1);
-    // Also chunks at odd addresses, and so short that the saved packet waits for several.
+    // Some chunks have odd addresses. The shortest ones complete a packet only together.
     for (const std::size_t step : {11U, 1919U, 1921U, 5001U, 19199U}) {
         make(pcmFormat(16000, 1));
         pushInChunks(pcm_, step);
@@ -75,8 +78,8 @@ TEST_F(OpusEncoderTest, givesTheSamePacketsForAnyCutThatLeavesBytesOver) {
     }
 }
 
-// Bytes stay saved through a chunk that ends on a packet boundary, and begin the next chunk again.
-// Streams that exist depend on it.
+// A chunk that ends on a packet boundary leaves the saved bytes, and the next chunk begins with
+// them again. This is on purpose.
 TEST_F(OpusEncoderTest, repeatsSavedBytesAfterAChunkThatEndsOnAPacketBoundary) {
     push(pcm_.first(5000));         // two packets, 1160 bytes saved
     push(pcm_.subspan(5000, 760));  // completes a packet
@@ -100,7 +103,7 @@ TEST_F(OpusEncoderTest, dropsSavedBytesAtFlowEndButKeepsTheCodec) {
     EXPECT_TRUE(packets() == opusLoopEncode(pcm_.first(2 * kPcmSize), 16000, 1));
 }
 
-TEST_F(OpusEncoderTest, encodesTheBytesOfAnySampleTypeAsAPlainLoopDoesAtEveryRate) {
+TEST_F(OpusEncoderTest, encodesAsAPlainLoopDoesAtEveryRate) {
     for (const int rate : {8000, 12000, 16000, 24000, 48000}) {
         for (const unsigned channels : {1U, 2U}) {
             const Bytes pcm = testPcm(static_cast<std::size_t>(rate) / 2);
@@ -141,7 +144,7 @@ TEST_F(OpusEncoderTest, saysWhyItStops) {
     };
     EXPECT_DEATH(makeWithRefusal(), "^Fatal error: Creating opus codec failed: file");
 
-    // What the upstream turns into must not lead out of its chunks.
+    // A changed format must not lead to a read outside the chunk.
     push(pcm_.first(1900));
     source_->setOutDataFormat(pcmFormat(8000, 1));
     EXPECT_DEATH(push(pcm_), "^Fatal error: The upstream's format has changed");

@@ -11,7 +11,7 @@ using Configuration = SBCCoding::SBCConfiguration;
 using Mode = SBCCoding::ChannelMode;
 using Endian = SBCCoding::Endianess;
 
-TEST(SBCConfiguration, packsIntoTheFlagsBitByBitAndComesBack) {
+TEST(SBCConfiguration, packsIntoTheFlagsBitByBit) {
     Configuration configuration;
     EXPECT_EQ(configuration.formatFlags(), 0x00200B00U);
     configuration.endian = Endian::big;
@@ -21,7 +21,9 @@ TEST(SBCConfiguration, packsIntoTheFlagsBitByBitAndComesBack) {
     configuration.blocks = SBCCoding::Block::_8;
     configuration.bitpool = 0xFA;
     EXPECT_EQ(configuration.formatFlags(), 0x00FA0502U);
+}
 
+TEST(SBCConfiguration, comesBackFromADataFormat) {
     const auto back =
         Configuration::fromDataFormat(sbcFormat(48000, 2, 0x00FA0602U | 0x80000000U, 0));
     EXPECT_EQ(back->freq, SBCCoding::Frequency::_48000);
@@ -56,8 +58,18 @@ TEST(SBCConfiguration, comesBackFromAFrameWithItsMode) {
     }
 }
 
-// The state that nobody asked for is made at the end, and libsbc's memory behind it stays.
-TEST(SBCConfiguration, makesItsStateOnceAndEndsWithoutFinishingTheCodec) {
+TEST(SBCConfiguration, describesTheStreamOfItsFrames) {
+    Configuration configuration;
+    EXPECT_EQ(zav::sbcFormat(configuration, 16000, 1), sbcFormat(16000, 1, 0x00200B00, 72));
+    configuration.mode = Mode::jointStereo;
+    configuration.endian = Endian::big;
+    configuration.bitpool = 51;
+    // 4 bytes, 8 of scale factors, 8 bits and 16 x 51 bits; 115 bytes
+    EXPECT_EQ(zav::sbcFormat(configuration, 48000, 2), sbcFormat(48000, 2, 0x00330B02, 115));
+}
+
+// A state that was never used is made at the end, and libsbc's memory is not freed.
+TEST(SBCConfiguration, makesItsStateOnce) {
     const WrappedCodecs before = wrappedCodecs();
     { const Configuration unused; }
     EXPECT_EQ(wrappedCodecs().sbcStatesMade, before.sbcStatesMade + 1);
@@ -76,7 +88,7 @@ TEST(SBCConfiguration, makesItsStateOnceAndEndsWithoutFinishingTheCodec) {
 
 class SBCCodingTest : public NodeTest<SBCCoding> {};
 
-TEST_F(SBCCodingTest, takesTheRateTheChannelsAndTheByteOrderOfItsConfigurationOnly) {
+TEST_F(SBCCodingTest, takesFormatsThatSuitItsConfiguration) {
     constexpr std::uint32_t kBig = kAudioFormatFlagIsBigEndian;
     const auto configuration = std::make_shared<Configuration>();
     configuration->freq = SBCCoding::Frequency::_32000;
@@ -97,7 +109,7 @@ TEST_F(SBCCodingTest, takesTheRateTheChannelsAndTheByteOrderOfItsConfigurationOn
     }
 }
 
-TEST_F(SBCCodingTest, passesTheFlowOnAndDropsTheAudio) {
+TEST_F(SBCCodingTest, passesOnlyTheFlowOn) {
     const auto configuration = std::make_shared<Configuration>();
     make(pcmFormat(16000, 1), configuration);
     EXPECT_EQ(node_->config(), configuration);

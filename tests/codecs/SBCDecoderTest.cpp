@@ -48,13 +48,13 @@ TEST_F(SBCDecoderTest, stopsAtWhatIsNoWholeFrame) {
                  "format: file SBCCoding, line 481\n");
     Bytes damaged = frameBytes_;
     damaged[72] = std::byte{0};  // the second frame's sync byte
-    // Not even the frame before it is passed on.
+    // The frame before it is not passed on.
     sink_->onCall = [](const std::string& call) { std::cerr << call; };
     EXPECT_DEATH(push(damaged, 10), "^Fatal error: Decoding failed: file SBCCoding, line 496\n");
 }
 
-TEST_F(SBCDecoderTest, leavesSilenceWhereAFrameSaysLessThanItsPlace) {
-    // Frames of 4 blocks fill a quarter of what the stream's format promises.
+TEST_F(SBCDecoderTest, leavesSilenceAfterAFrameOfFewerSamples) {
+    // A frame of 4 blocks has a quarter of the samples that the stream's format announces.
     Configuration shorter;
     shorter.blocks = SBCCoding::Block::_4;
     Bytes frame = SbcLoop(shorter).encode(testPcm(32));
@@ -66,10 +66,13 @@ TEST_F(SBCDecoderTest, leavesSilenceWhereAFrameSaysLessThanItsPlace) {
     EXPECT_EQ(std::ranges::count(rest, std::byte{0}), 256 - 64);
 }
 
-TEST_F(SBCDecoderTest, refusesUnsuitableUpstreamsAndAConfigurationOfItsOwn) {
+TEST_F(SBCDecoderTest, refusesUnsuitableUpstreams) {
     expectRefused<SBCDecoder>({pcmFormat(16000, 1), sbcFormat(22050, 1, kDefaultFlags, 72),
                                sbcFormat(16000, 0, kDefaultFlags, 72),
                                sbcFormat(16000, 3, kDefaultFlags, 72)});
+}
+
+TEST_F(SBCDecoderTest, takesNoConfiguration) {
     EXPECT_DEATH(makeNode<SBCDecoder>(source_, std::make_shared<Configuration>()),
                  "Fatal error: Use of unimplemented initializer "
                  "'init\\(audioFrom:configuration:\\)' for class 'ZAVAudioStreaming.SBCDecoder'");

@@ -37,7 +37,7 @@ TEST_F(SBCEncoderTest, savesWhatDoesNotFillAFrame) {
     push(pcm_.subspan(1000, 1000));
     EXPECT_EQ(savedSize(), 208U);
 
-    // A chunk without frames is passed on, too.
+    // Chunks without frames are passed on, too.
     EXPECT_EQ(sink_->packetCounts(), (std::vector<std::uint64_t>{0, 0, 0, 3, 4}));
     EXPECT_EQ(sink_->chunks[3].bytes.size(), 3 * kFrameLength);
     EXPECT_FALSE(sink_->chunks[3].hasDescriptions);
@@ -53,8 +53,8 @@ TEST_F(SBCEncoderTest, givesTheSameFramesForAnyCutThatLeavesBytesOver) {
     }
 }
 
-// Bytes stay saved through a chunk that ends on a frame boundary, and begin the next chunk again.
-// Streams that exist depend on it.
+// A chunk that ends on a frame boundary leaves the saved bytes, and the next chunk begins with them
+// again. This is on purpose.
 TEST_F(SBCEncoderTest, repeatsSavedBytesAfterAChunkThatEndsOnAFrameBoundary) {
     push(pcm_.first(300));                     // one frame, 44 bytes saved
     push(pcm_.subspan(300, 212 + kCodeSize));  // completes that frame and one more
@@ -109,7 +109,7 @@ TEST_F(SBCEncoderTest, refusesUnsuitableUpstreams) {
     EXPECT_DEATH(make(lessThanAByte, configuration), "Fatal error: Division by zero");
 }
 
-// Frames of all parameters are compared with another encoder's by way of the tool.
+// A test of the tool compares frames of all parameters with those of another encoder.
 TEST_F(SBCEncoderTest, announcesTheFormatOfItsFrames) {
     EXPECT_EQ(node_->outDataFormat(), sbcFormat(16000, 1, 0x00200B00, 72));
     const auto configuration = std::make_shared<Configuration>();

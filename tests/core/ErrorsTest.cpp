@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <future>
 #include <limits>
+#include <memory>
+#include <thread>
 #include <unordered_set>
 
 #include "ZAVAudioStreaming/codecs/OpusCoding.hpp"
@@ -18,7 +22,7 @@ using namespace detail;
 
 namespace {
 
-TEST(Errors, areValuesThatTellTheirCaseAndStatus) {
+TEST(Errors, areComparedByValue) {
     const std::unordered_set<AudioStreamError> seen{AudioStreamError::unacceptableData()};
     EXPECT_TRUE(seen.contains(AudioStreamError::unacceptableData()));
     const std::unordered_set<OpusCoding::OpusError> seenOfOpus{OpusCoding::OpusError::opus()};
@@ -27,61 +31,89 @@ TEST(Errors, areValuesThatTellTheirCaseAndStatus) {
     EXPECT_NE(AudioFileError::open(-43), AudioFileError::open(-54));
     EXPECT_NE(AudioFileError::open(-43), AudioFileError::read(-43));
     EXPECT_EQ(AudioQueueError::failure(-50).status(), -50);
+}
+
+TEST(Errors, nameTheirStatus) {
     EXPECT_STREQ(AudioFileError::open(0x7479703F).what(), "AudioFileError.open('typ?')");
     EXPECT_STREQ(AudioFileError::read(-36).what(), "AudioFileError.read(-36)");
 }
 
-TEST(OSStatusText, showsFourCharactersOnlyWhenTheyPrint) {
+TEST(OSStatusText, showsFourCharactersIfAllArePrintable) {
     EXPECT_EQ(statusText(0x666D743F), "'fmt?'");
     EXPECT_EQ(statusText(-50), "-50");
     EXPECT_EQ(fourCharText(0x00736263), "\\x00sbc");
 }
 
-TEST(FatalError, printsOneLineAndAborts) {
-    EXPECT_EXIT(fatalError("Everything is lost", {"Somewhere", 12}),
+TEST(FatalError, printsOneLineBeforeItAborts) {
+    EXPECT_EXIT(fatalError(FatalCause::misuse, "Everything is lost", {"Somewhere", 12}),
                 testing::KilledBySignal(SIGABRT),
                 "^Fatal error: Everything is lost: file Somewhere, line 12\n$");
-    EXPECT_EXIT(fatalError(""), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(fatalError(FatalCause::misuse, ""), testing::KilledBySignal(SIGABRT),
                 "^Fatal error: : file ErrorsTest.cpp, line [0-9]+\n$");
 }
 
-TEST(FatalError, tellsTheHandlerFirstAndStopsAllTheSame) {
-    const auto stop = [] {
-        setFatalErrorHandler([](std::string_view message, SourcePosition position) {
-            std::fprintf(stderr, "told %s %s %u|", std::string(message).c_str(), position.file,
-                         position.line);
+TEST(FatalError, callsItsHandlerInPlaceBeforeItStops) {
+    const auto write = [] {
+        const auto context = std::make_shared<int>();
+        setFatalErrorHandler([context](const FatalStop& stop) {
+            // Two owners, here and in the installed handler: a stop must not copy it, because that
+            // may take memory.
+            std::fprintf(stderr, "owners %ld, %s %d %s %s %u|", context.use_count(),
+                         stop.cause == FatalCause::fileWriting ? "writing" : "", stop.code,
+                         std::string(stop.text).c_str(), stop.position.file, stop.position.line);
         });
-        fatalError("bad", {"/folder/Node.cpp", 3});
+        fatalError(FatalCause::fileWriting, -34, "bad", {"/folder/Node.cpp", 3});
     };
-    EXPECT_EXIT(stop(), testing::KilledBySignal(SIGABRT),
-                "^told bad Node.cpp 3.Fatal error: bad: file Node.cpp, line 3\n$");
-    const auto exit = [] {
-        setFatalErrorHandler([](std::string_view, SourcePosition) { std::_Exit(7); });
-        fatalError("bad");
-    };
-    EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "^$");
-    const auto failAgain = [] {
-        setFatalErrorHandler([](std::string_view, SourcePosition) { fatalError("second"); });
-        fatalError("first");
-    };
-    EXPECT_EXIT(failAgain(), testing::KilledBySignal(SIGABRT), "^Fatal error: second");
+    EXPECT_EXIT(write(), testing::KilledBySignal(SIGABRT),
+                "^owners 2, writing -34 bad Node.cpp 3.Fatal error: bad: file Node.cpp, line 3\n$");
 }
 
-TEST(Diagnostics, goToStandardOutputUnlessTaken) {
+TEST(FatalError, leavesTheEndToItsHandler) {
+    const auto exit = [] {
+        setFatalErrorHandler([](const FatalStop&) { std::_Exit(7); });
+        fatalError(FatalCause::misuse, "bad");
+    };
+    EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "^$");
+}
+
+TEST(FatalError, doesNotCallAHandlerThatItselfStopsAgain) {
+    const auto failAgain = [] {
+        setFatalErrorHandler([](const FatalStop&) { fatalError(FatalCause::misuse, "second"); });
+        fatalError(FatalCause::misuse, "first");
+    };
+    EXPECT_EXIT(failAgain(), testing::KilledBySignal(SIGABRT), "^Fatal error: second: [^\n]*\n$");
+}
+
+TEST(FatalError, onASecondThreadWaitsForTheFirstOnesHandler) {
+    const auto stopTwice = [] {
+        std::promise<void> handling;
+        setFatalErrorHandler([&](const FatalStop&) {
+            handling.set_value();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            std::_Exit(7);
+        });
+        std::thread([] { fatalError(FatalCause::misuse, "first"); }).detach();
+        handling.get_future().wait();
+        fatalError(FatalCause::misuse, "second");
+    };
+    EXPECT_EXIT(stopTwice(), testing::ExitedWithCode(7), "^$");
+}
+
+TEST(Diagnostics, goToStandardOutputWithoutAReceiver) {
     testing::internal::CaptureStdout();
     printDiagnostics("[Node] did something ");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "[Node] did something \n");
 
-    static std::string taken;
-    EXPECT_EQ(setDiagnosticsHandler([](std::string_view line) { taken = line; }), nullptr);
+    std::string taken;
+    EXPECT_FALSE(setDiagnosticsHandler([&](std::string_view line) { taken = line; }));
     testing::internal::CaptureStdout();
     printDiagnostics("quiet");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(taken, "quiet");
-    EXPECT_NE(setDiagnosticsHandler(nullptr), nullptr);
+    EXPECT_TRUE(setDiagnosticsHandler(nullptr));
 }
 
-TEST(CheckedArithmetic, stopsWhereTheResultDoesNotFit) {
+TEST(CheckedArithmetic, stopsIfTheResultDoesNotFit) {
     EXPECT_EQ(checkedCast<std::uint32_t>(std::int64_t{4294967295}), 4294967295U);
     EXPECT_DEATH(checkedCast<std::uint32_t>(std::int64_t{-1}), "ErrorsTest.cpp");
     EXPECT_DEATH(checkedCast<std::int64_t>(std::numeric_limits<std::uint64_t>::max()),

@@ -1,4 +1,4 @@
-// Linking and fan-out: the rules that every node keeps.
+// Linking and fan-out: the rules of every node.
 
 #include <stdexcept>
 
@@ -32,11 +32,11 @@ TEST(FanOut, callsEveryTargetInTheOrderOfAdding) {
 
 TEST(FanOut, aTargetAddedDuringAWalkIsCalledOnlyInTheNextOne) {
     const auto source = makeNode<PeripheralSource>();
-    source->downstreams().onAudioStreamFlowStart();  // to nobody
+    source->downstreams().onAudioStreamFlowStart();  // without targets
     const auto adder = makeNode<RecordingSink>(source);
     std::shared_ptr<RecordingSink> added;
     adder->onCall = [&](const std::string&) {
-        // Many, so that a list that moved its memory would be noticed.
+        // Many, so that the list moves its memory.
         for (int i = 0; i < 100; ++i) {
             added = makeNode<RecordingSink>(source);
         }
@@ -53,7 +53,7 @@ TEST(FanOut, aTargetAddedDuringAWalkIsCalledOnlyInTheNextOne) {
     EXPECT_EQ(source->downstreams().size(), 201U);
 }
 
-TEST(Linking, theUpstreamHoldsItsTargetsAndNotTheOtherWayRound) {
+TEST(Linking, theUpstreamHoldsItsTargets) {
     auto source = makeNode<PeripheralSource>();
     const std::weak_ptr<PeripheralSource> sourceWatch = source;
     const std::weak_ptr<RecordingSink> sinkWatch = makeNode<RecordingSink>(source);
@@ -65,7 +65,7 @@ TEST(Linking, theUpstreamHoldsItsTargetsAndNotTheOtherWayRound) {
 }
 
 TEST(Linking, aConstructorThatThrowsHasRegisteredNothing) {
-    // The base class is complete when the derived one gives up.
+    // The constructor of the base class has returned when this one throws.
     class Picky : public RecordingSink {
      public:
         Picky(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)

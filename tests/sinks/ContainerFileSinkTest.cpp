@@ -20,7 +20,7 @@ AudioStreamBasicDescription sbcContainerFormat(double rate = 44100, std::uint32_
     return format;
 }
 
-/// The bytes of the hex dump on a page of the documentation.
+/// Bytes of the hex dump on a page of the documentation.
 Bytes exampleOf(const std::string& page) {
     std::ifstream file(std::string(ZAV_DOCS) + "/" + page);
     Bytes bytes;
@@ -40,7 +40,7 @@ Bytes exampleOf(const std::string& page) {
 
 class ContainerFileSinkTest : public PushingTest {
  protected:
-    /// Makes a sink for such audio on a new source.
+    /// Makes a sink for this format on a new source.
     template <class Sink>
     std::shared_ptr<Sink> make(const AudioStreamBasicDescription& format) {
         source_ = makeNode<PeripheralSource>();
@@ -52,7 +52,7 @@ class ContainerFileSinkTest : public PushingTest {
     const std::filesystem::path path_ = folder_ / "container";
 };
 
-TEST_F(ContainerFileSinkTest, writesWhatThePagesOfTheFormatsSay) {
+TEST_F(ContainerFileSinkTest, writesTheExamplesOfTheDocumentation) {
     make<ZAVOpusFileSink>(opusFormat(16000, 1));
     start();
     push(bytesFrom({0x58, 0x07, 0xC9, 0x72, 0x1F}), 1);
@@ -64,7 +64,7 @@ TEST_F(ContainerFileSinkTest, writesWhatThePagesOfTheFormatsSay) {
     EXPECT_EQ(readFile(path_), exampleOf("sbc-container.md"));
 }
 
-TEST_F(ContainerFileSinkTest, makesTheFileAtOnceAndItsHeaderAtFlowStart) {
+TEST_F(ContainerFileSinkTest, writesTheHeaderAtFlowStart) {
     writeFile(path_, testBytes(200));
     const auto opusSink = make<ZAVOpusFileSink>(opusFormat(48000, 2));
     EXPECT_EQ(opusSink->fileURL(), path_);
@@ -75,7 +75,7 @@ TEST_F(ContainerFileSinkTest, makesTheFileAtOnceAndItsHeaderAtFlowStart) {
 
     make<ZAVSbcFileSink>(sbcContainerFormat());
     EXPECT_TRUE(readFile(path_).empty());
-    // The header is of the format at flow start.
+    // The header describes the format at flow start.
     source_->setOutDataFormat(sbcContainerFormat(32000.9, 1, 0x00FF0E02));
     start();
     push({}, 0);
@@ -127,7 +127,7 @@ TEST_F(ContainerFileSinkTest, writesALaterFlowOverTheFirstWithoutShorteningIt) {
 }
 
 TEST_F(ContainerFileSinkTest, refusesUnsuitableUpstreamsBeforeItTouchesTheFile) {
-    // Also what an Opus encoder makes at 12 and 24 kHz, and what an SBC encoder makes at any rate.
+    // Among them the formats of an Opus encoder at 12 and 24 kHz and of an SBC encoder.
     expectRefused<ZAVOpusFileSink>({opusFormat(12000, 1), opusFormat(24000, 1),
                                     opusFormat(16000, 0), opusFormat(16000, 3), pcmFormat(8000, 1)},
                                    path_);
@@ -171,7 +171,7 @@ TEST_F(ContainerFileSinkTest, stopsTheProcessWhenItCannotGoOn) {
     EXPECT_DEATH(start(), "^Fatal error: Not enough bits");
 }
 
-// The messages of a write that fails in the middle of a stream: the header still fits the limit.
+// A write fails in the middle of a stream: the header still fits the limit.
 TEST_F(ContainerFileSinkTest, saysWhyAWriteFailed) {
     const auto pushBeyondTheLimit = [&](std::size_t limit) {
         const ResourceLimit fileSize(RLIMIT_FSIZE, limit);

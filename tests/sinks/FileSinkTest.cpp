@@ -19,7 +19,7 @@ class FileSinkTest : public PushingTest {
     std::shared_ptr<FileSink> sink_;
 };
 
-TEST_F(FileSinkTest, writesOnlyBetweenFlowStartAndFlowEndInTheFormatOfTheStart) {
+TEST_F(FileSinkTest, writesDuringAFlowInTheFormatOfItsStart) {
     EXPECT_EQ(sink_->fileURL(), "out.caf");
     EXPECT_EQ(sink_->fileFormat(), kAudioFileCAFType);
     const Bytes bytes = testBytes(4);
@@ -36,9 +36,10 @@ TEST_F(FileSinkTest, writesOnlyBetweenFlowStartAndFlowEndInTheFormatOfTheStart) 
     EXPECT_EQ(file_.written, bytes);
     const std::string create = "create anew out.caf as caff";
     EXPECT_EQ(file_.calls, (Calls{create, "write 2 at 0", "close"}));
+}
 
-    // The file of an unfinished flow is closed.
-    file_.calls.clear();
+TEST_F(FileSinkTest, closesTheFileOfAnUnfinishedFlow) {
+    const std::string create = "create anew out.caf as caff";
     start();
     start();
     source_.reset();
@@ -87,7 +88,7 @@ TEST_F(FileSinkTest, stopsTheProcessWhenItCannotGoOn) {
     file_.properties.clear();
     EXPECT_DEATH(sink_->estimatedDuration(), "^Fatal error: : file FileSink.cpp");
 
-    // A flow whose file does not close well has ended all the same.
+    // A failure to close does not keep the flow from ending.
     file_.failures = {{"close", kAudioFileIOError}};
     end();
     EXPECT_EQ(sink_->estimatedDuration(), 0.0);

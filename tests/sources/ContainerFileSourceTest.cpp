@@ -76,7 +76,7 @@ TEST_F(ZAVOpusFileSourceTest, deliversPacketsWithTheirDescriptions) {
               joined({testBytes(10, 10), testBytes(30, 30), testBytes(40, 40), testBytes(50, 50)}));
 }
 
-TEST_F(ZAVOpusFileSourceTest, answersAReadOfNothingAndDeliversAnEmptyPacketAlone) {
+TEST_F(ZAVOpusFileSourceTest, deliversAnEmptyPacketAlone) {
     fill({0});
     open();
     source_->readPackets(0);
@@ -86,7 +86,9 @@ TEST_F(ZAVOpusFileSourceTest, answersAReadOfNothingAndDeliversAnEmptyPacketAlone
     EXPECT_TRUE(sink_->chunks[0].hasDescriptions);
     EXPECT_EQ(sink_->chunks[0].packetNum, 0U);
     EXPECT_EQ(sink_->chunks[1].descriptions, (Descriptions{{0, 0, 0}}));
+}
 
+TEST_F(ZAVOpusFileSourceTest, findsNoPacketInAFileWithoutAny) {
     fill({});
     open();
     expectNoMoreData(1);
@@ -97,12 +99,12 @@ TEST_F(ZAVOpusFileSourceTest, looksAtNothingButItsFields) {
     fill({10, 20});
     file_[20] = std::byte{0xAA};
     file_[40] = std::byte{0xAA};
-    file_[32 + 3] = std::byte{0xFF};  // a rate that nobody has
+    file_[32 + 3] = std::byte{0xFF};  // a rate that Opus does not have
     file_[37] = std::byte{0xFF};
     file_[48 + 4] = std::byte{0};  // behind the first packet's length
     open();
     EXPECT_EQ(source_->outDataFormat(), opusFormat(0xFF003E80, 0xFF01));
-    // More than could ever be there: only what is there takes memory.
+    // Memory is taken only for packets that the file has.
     source_->readPackets(std::int64_t{1} << 58U);
     EXPECT_EQ(sink_->chunks[0].packetNum, 2U);
     EXPECT_EQ(sink_->calls.back(), "end");
@@ -119,8 +121,8 @@ TEST_F(ZAVOpusFileSourceTest, refusesOtherFiles) {
     expectNoSuchFile();
 }
 
-// What a cut file must come to, worked out from the layout alone.
-TEST_F(ZAVOpusFileSourceTest, endsWellWhereverTheFileIsCut) {
+// The expected values follow from the layout of the file alone.
+TEST_F(ZAVOpusFileSourceTest, endsCleanlyWhereverTheFileIsCut) {
     const std::vector<std::uint32_t> lengths = {5, 0, 9, 0};
     fill(lengths);
     const Bytes whole = file_;
@@ -151,7 +153,7 @@ TEST_F(ZAVOpusFileSourceTest, endsWellWhereverTheFileIsCut) {
         }
         expectThrown(AudioFileError::noMoreData(), readAll);
         EXPECT_EQ(sink_->allBytes().size(), end - 48 - 8 * packets);
-        // A multiple of what is asked for ends without a flow end.
+        // No flow end if the number of packets is a multiple of the number that is read at once.
         EXPECT_EQ(sink_->calls.back() == "end", packets % 3 != 0);
     }
 }
@@ -161,7 +163,7 @@ TEST_F(ZAVOpusFileSourceTest, stopsAtOnceForALengthOfGigabytes) {
     file_ = joined({file_, OpusRecordHeader{0xFFFFFFFF}.toBytes(), testBytes(100)});
     open();
     const auto readWithLittleMemory = [&] {
-    // Not under the sanitizers, whose own memory does not fit.
+    // Not under the sanitizers, which themselves need more memory.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         const ResourceLimit memory(RLIMIT_AS, std::uint64_t{1} << 30U);
 #endif
@@ -173,7 +175,7 @@ TEST_F(ZAVOpusFileSourceTest, stopsAtOnceForALengthOfGigabytes) {
     EXPECT_DEATH(source_->readPackets(std::int64_t{1} << 60U), "^Fatal error: Arithmetic overflow");
 }
 
-/// Comes in behind the check of the magic text, which lets nothing through.
+/// Skips the check of the magic text, which refuses every file.
 class OpenedSbcFileSource : public ZAVSbcFileSource {
  public:
     OpenedSbcFileSource(NodeKey key, const std::filesystem::path& path)
@@ -212,8 +214,7 @@ TEST_F(ZAVSbcFileSourceTest, refusesEveryFile) {
         expectThrown(AudioFileError::invalidFormat(), [&] { makeNode<ZAVSbcFileSource>(path_); });
     };
     file_ = joined({header_.toBytes(), testBytes(72)});
-    // As the sink writes it, wherever it is cut, and with each byte that could be meant by a
-    // letter.
+    // A file as the sink writes it, cut at every byte. Then every value of the bytes of the text.
     for (std::size_t cut = 0; cut <= file_.size(); ++cut) {
         expectInvalid(std::span(file_).first(cut));
     }
@@ -243,13 +244,13 @@ TEST_F(ZAVSbcFileSourceTest, worksOutItsFormatFromTheHeader) {
     expected.mFramesPerPacket = 0;
     EXPECT_EQ(source_->outDataFormat(), expected);
 
-    header_.channels = 5;  // reads as stereo, and is announced as it stands
+    header_.channels = 5;  // decoded as stereo, but announced as 5
     openWith(0);
     expected.mChannelsPerFrame = 5;
     EXPECT_EQ(source_->outDataFormat(), expected);
 }
 
-TEST_F(ZAVSbcFileSourceTest, deliversFramesAndThePartOfOneWithTheLastChunk) {
+TEST_F(ZAVSbcFileSourceTest, deliversAPartOfAFrameWithTheLastChunk) {
     openWith(3 * 72 + 10);
     EXPECT_EQ(source_->readPackets(0), 0);
     EXPECT_EQ(source_->readPackets(2), 2);
@@ -263,7 +264,7 @@ TEST_F(ZAVSbcFileSourceTest, deliversFramesAndThePartOfOneWithTheLastChunk) {
     EXPECT_EQ(sink_->allBytes(), testBytes(3 * 72 + 10));
 }
 
-TEST_F(ZAVSbcFileSourceTest, endsWellWhereverTheFileIsCut) {
+TEST_F(ZAVSbcFileSourceTest, endsCleanlyWhereverTheFileIsCut) {
     constexpr std::size_t kFrame = 72;
     for (std::size_t body = 0; body <= 3 * kFrame; ++body) {
         openWith(body);
@@ -273,7 +274,7 @@ TEST_F(ZAVSbcFileSourceTest, endsWellWhereverTheFileIsCut) {
         }
         EXPECT_EQ(frames, body / kFrame) << body;
         EXPECT_EQ(sink_->calls.back(), "end") << body;
-        // A part of a frame travels only with a chunk that has a whole one before it.
+        // A part of a frame is delivered only in a chunk that also has a whole one.
         const bool isRestRead = frames % 2 == 1;
         EXPECT_EQ(sink_->allBytes().size(), isRestRead ? body : frames * kFrame) << body;
     }

@@ -30,14 +30,16 @@ class FileSourceTest : public testing::Test {
     std::shared_ptr<RecordingSink> sink_;
 };
 
-TEST_F(FileSourceTest, opensForReadingWithoutAHintAndCloses) {
+TEST_F(FileSourceTest, reportsTheFilesOwnProperties) {
     open();
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(44100, 4));
     file_.setProperty(kAudioFilePropertyDataFormat, pcmFormat(8000, 1));
     EXPECT_EQ(source_->outDataFormat(), pcmFormat(8000, 1));
     EXPECT_EQ(source_->packetSizeUpperBound(), 8U);
+}
 
-    // The file is closed before the targets are released.
+TEST_F(FileSourceTest, closesTheFileBeforeItReleasesItsTargets) {
+    open();
     class Watcher : public PeripheralSink {
      public:
         using PeripheralSink::PeripheralSink;
@@ -57,7 +59,7 @@ TEST_F(FileSourceTest, throwsTheStatusOfAFileThatDoesNotOpen) {
     EXPECT_DEATH(open(), "Fatal error: ");
 }
 
-TEST_F(FileSourceTest, pushesTheFileInTheChunksThatAreAskedFor) {
+TEST_F(FileSourceTest, pushesTheFileInChunksOfTheGivenCount) {
     open();
     EXPECT_EQ(source_->progress(), 0.0F);
     EXPECT_EQ(source_->readPackets(4), 4);
@@ -75,7 +77,7 @@ TEST_F(FileSourceTest, pushesTheFileInTheChunksThatAreAskedFor) {
     EXPECT_EQ(file_.descriptions, nullptr);
 }
 
-TEST_F(FileSourceTest, announcesTheStartUntilAPacketWasRead) {
+TEST_F(FileSourceTest, callsFlowStartUntilAPacketWasRead) {
     open();
     EXPECT_EQ(source_->readPackets(0), 0);
     EXPECT_EQ(source_->readPackets(1), 1);
@@ -91,7 +93,7 @@ TEST_F(FileSourceTest, announcesTheStartUntilAPacketWasRead) {
     EXPECT_FALSE(std::isfinite(source_->progress()));
 }
 
-TEST_F(FileSourceTest, staysWhereItIsWhenAReadFails) {
+TEST_F(FileSourceTest, readsTheSamePacketsAgainAfterAFailure) {
     open();
     source_->readPackets(3);
     file_.failures["read"] = kAudioFileIOError;
@@ -102,11 +104,15 @@ TEST_F(FileSourceTest, staysWhereItIsWhenAReadFails) {
     EXPECT_EQ(sink_->allBytes(), file_.audio);
 }
 
-TEST_F(FileSourceTest, stopsTheProcessAtImpossibleCountsAndWhenAPropertyHasNoSize) {
+TEST_F(FileSourceTest, stopsTheProcessAtImpossibleCounts) {
     open();
     EXPECT_DEATH(source_->readPackets(-1), "Fatal error: .*FileSource.cpp");
     EXPECT_DEATH(source_->readPackets(std::int64_t{1} << 32U), "Fatal error: .*FileSource.cpp");
     EXPECT_DEATH(source_->readPackets(0x20000000), "Fatal error: Arithmetic overflow");
+}
+
+TEST_F(FileSourceTest, stopsTheProcessIfAPropertyHasNoSize) {
+    open();
     file_.properties.clear();
     EXPECT_DEATH(source_->outDataFormat(), "^Fatal error: : file FileSource.cpp");
     EXPECT_DEATH(source_->packetSizeUpperBound(), "^Fatal error: : file FileSource.cpp");

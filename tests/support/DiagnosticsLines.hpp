@@ -9,12 +9,12 @@
 
 namespace zav::test {
 
-/// Keeps the library's diagnostics lines while it lives, in place of printing them. One at a time.
+/// While it lives, keeps the library's diagnostics lines, which are not printed then. Make one at a
+/// time.
 class DiagnosticsLines {
  public:
     DiagnosticsLines() {
-        take();
-        setDiagnosticsHandler([](std::string_view line) {
+        setDiagnosticsHandler([this](std::string_view line) {
             const std::lock_guard lock(mutex_);
             lines_.emplace_back(line);
         });
@@ -31,8 +31,8 @@ class DiagnosticsLines {
     }
 
  private:
-    inline static std::mutex mutex_;
-    inline static std::vector<std::string> lines_;
+    std::mutex mutex_;
+    std::vector<std::string> lines_;
 };
 
 }  // namespace zav::test

@@ -4,7 +4,7 @@
 
 namespace zav::test {
 
-/// Expects that the call throws this very error.
+/// Expects that the call throws an error equal to `expected`.
 template <class Error, class Call>
 void expectThrown(const Error& expected, Call call) {
     try {

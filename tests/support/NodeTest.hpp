@@ -19,7 +19,7 @@
 
 namespace zav::test {
 
-/// A source that the test pushes through.
+/// A source, and short names for pushing through it.
 class PushingTest : public testing::Test {
  protected:
     void start() { source_->downstreams().onAudioStreamFlowStart(); }
@@ -32,11 +32,11 @@ class PushingTest : public testing::Test {
     std::shared_ptr<PeripheralSource> source_ = makeNode<PeripheralSource>();
 };
 
-/// A node behind that source, and a sink that keeps what comes out of it.
+/// A node on that source, and a sink that keeps the node's output.
 template <class Node>
 class NodeTest : public PushingTest {
  protected:
-    /// Makes all three anew.
+    /// Makes all three again.
     template <class... Arguments>
     void make(const AudioStreamBasicDescription& format, Arguments&&... arguments) {
         source_ = makeNode<PeripheralSource>();
@@ -51,7 +51,7 @@ class NodeTest : public PushingTest {
         }
     }
 
-    /// Of an encoder.
+    /// Number of saved bytes of an encoder.
     std::size_t savedSize() const {
         return node_->partialFrameBytes() ? node_->partialFrameBytes()->size() : 0;
     }
@@ -60,7 +60,7 @@ class NodeTest : public PushingTest {
     std::shared_ptr<RecordingSink> sink_;
 };
 
-/// Expects that no node of this kind can be made behind any of these formats, nor behind none.
+/// Expects that a node of this kind refuses each of these formats, and an all-zero one.
 template <class Node, class... Arguments>
 void expectRefused(std::vector<AudioStreamBasicDescription> formats,
                    const Arguments&... arguments) {

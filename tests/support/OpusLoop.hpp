@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-/// Plain loops over libopus, to compare the codec nodes with.
+/// Plain loops over libopus, as a reference for the codec nodes.
 namespace zav::test {
 
 /// Bytes of 60 ms of 16-bit PCM.
@@ -15,7 +15,8 @@ inline std::size_t opusPacketPcmSize(int rate, int channels) {
     return static_cast<std::size_t>(rate * 60 / 1000 * channels * 2);
 }
 
-/// Encodes all whole packets of PCM: as our encoder does, or as an accessory of another make may.
+/// Encodes all whole packets of PCM, with a variable bit rate as our encoder does, or with a
+/// constant one.
 inline std::vector<std::vector<std::byte>> opusLoopEncode(std::span<const std::byte> pcm, int rate,
                                                           int channels,
                                                           bool hasConstantBitRate = false) {

@@ -13,7 +13,7 @@ namespace zav::test {
 
 using Calls = std::vector<std::string>;
 
-/// Keeps everything that it is sent.
+/// Keeps everything that it receives.
 class RecordingSink : public PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -23,7 +23,7 @@ class RecordingSink : public PeripheralSink {
         std::uint64_t packetNum;
         bool hasDescriptions;
         std::vector<AudioStreamPacketDescription> descriptions;
-        const void* address;  ///< where the bytes were
+        const void* address;  ///< of the bytes during the call
     };
 
     void onAudioStreamFlowStart() override { note("start"); }
@@ -47,7 +47,7 @@ class RecordingSink : public PeripheralSink {
         return all;
     }
 
-    /// Of each chunk.
+    /// `packetNum` of each chunk.
     std::vector<std::uint64_t> packetCounts() const {
         std::vector<std::uint64_t> counts;
         for (const Chunk& chunk : chunks) {

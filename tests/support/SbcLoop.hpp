@@ -8,7 +8,7 @@
 
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 
-/// Plain loops over libsbc, to compare the codec nodes with.
+/// Plain loops over libsbc, as a reference for the codec nodes.
 namespace zav::test {
 
 class SbcLoop {
@@ -41,7 +41,7 @@ class SbcLoop {
         return frames;
     }
 
-    /// Decodes all frames, which have one length.
+    /// Decodes all frames. They must have one length.
     std::vector<std::byte> decode(std::span<const std::byte> frames) {
         const std::size_t codeSize = sbc_get_codesize(&state_);
         const std::size_t frameLength = sbc_get_frame_length(&state_);

@@ -9,22 +9,22 @@
 
 namespace zav::test {
 
-/// The audio file service for tests of nodes, linked in place of the real one: a file in memory.
+/// A file in memory. Tests of nodes link it in place of the audio file service.
 struct ScriptedAudioFile : ScriptedCalls {
     static constexpr std::uint32_t kPacketSize = 8;
-    /// What there is to be read.
+    /// The audio that can be read.
     std::vector<std::byte> audio;
     bool givesNoID = false;
-    /// Packets that a write reports; 0: as many as it was given.
+    /// Packets that a write reports. 0: the number that it was given.
     std::uint32_t packetsReported = 0;
 
     AudioStreamBasicDescription createdFormat;
-    /// What the last call brought along.
+    /// Of the last call.
     const AudioStreamPacketDescription* descriptions = nullptr;
     std::vector<std::byte> written;
 };
 
-/// The one file of the running test. `resetAudioFile` makes it new.
+/// The file of the running test. `resetAudioFile` makes a new one.
 ScriptedAudioFile& scriptedFile();
 void resetAudioFile();
 

@@ -8,7 +8,7 @@
 
 namespace zav::test {
 
-/// Fails the test if anything is printed on standard error while this lives.
+/// Fails the test if a byte is written to standard error while this lives.
 class SilentStderr {
  public:
     SilentStderr() {

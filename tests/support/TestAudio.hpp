@@ -27,7 +27,7 @@ inline Bytes testPcm(std::size_t sampleCount) {
     return bytes;
 }
 
-/// Bytes without a pattern, the same for the same seed.
+/// Pseudo-random bytes, the same for the same seed.
 inline Bytes testBytes(std::size_t count, std::uint32_t seed = 1) {
     Bytes bytes;
     for (std::size_t i = 0; i < count; ++i) {
