@@ -11,6 +11,7 @@
 
 #include "ZAVAudioStreaming/posix/LoadModule.hpp"
 #include "ZAVAudioStreaming/queues/CompressedCodecs.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
 #include "fuzz/MemoryFile.hpp"
 
 namespace {
@@ -31,11 +32,7 @@ class Input {
     }
 
     std::uint32_t number(std::size_t size = 1) {
-        std::uint32_t value = 0;
-        for (const std::byte byte : take(size)) {
-            value = value << 8U | std::to_integer<std::uint32_t>(byte);
-        }
-        return value;
+        return static_cast<std::uint32_t>(zav::detail::bigEndianAt(take(size)));
     }
 
     template <class Value, std::size_t count>
@@ -65,7 +62,8 @@ zav::AudioStreamBasicDescription takeFormat(Input& input) {
     return format;
 }
 
-void decodeDescribed(Input& input, zav::QueueDecoder& decoder, std::vector<std::byte>& pcm) {
+void decodeDescribed(Input& input, zav::detail::QueueDecoder& decoder,
+                     std::vector<std::byte>& pcm) {
     const auto bytes = input.take(input.number(2));
     std::vector<zav::AudioStreamPacketDescription> places(input.number() % 8);
     for (auto& place : places) {
@@ -77,7 +75,7 @@ void decodeDescribed(Input& input, zav::QueueDecoder& decoder, std::vector<std::
     decoder.decode(bytes, places, pcm);
 }
 
-void decodeStream(Input& input, zav::QueueDecoder& decoder) {
+void decodeStream(Input& input, zav::detail::QueueDecoder& decoder) {
     // An end takes one byte of input and makes a new decoder.
     constexpr int kMostCalls = 50;
     std::vector<std::byte> pcm;
@@ -106,17 +104,17 @@ void decodeStream(Input& input, zav::QueueDecoder& decoder) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input({data, size});
-    std::unique_ptr<zav::QueueDecoder> decoder;
+    std::unique_ptr<zav::detail::QueueDecoder> decoder;
     try {
         decoder = zav::detail::moduleTable<zav::detail::CompressedCodecs>()->makeDecoder(
             takeFormat(input));
-    } catch (const zav::StatusFailure&) {
+    } catch (const zav::detail::StatusFailure&) {
         return 0;
     }
     if (const auto cookie = input.take(input.number(2)); !cookie.empty()) {
         try {
             decoder->setMagicCookie(cookie);
-        } catch (const zav::StatusFailure&) {
+        } catch (const zav::detail::StatusFailure&) {
             // As good as none.
         }
     }

@@ -76,9 +76,7 @@ constexpr int kMostChunks = 4096;
 }
 
 std::uint64_t integerAt(std::span<const std::byte> bytes, bool isBigEndian) {
-    std::array<std::byte, sizeof(std::uint64_t)> turned{};
-    std::reverse_copy(bytes.begin(), bytes.end(), turned.begin());
-    return bigEndianAt(isBigEndian ? bytes : std::span(turned).first(bytes.size()));
+    return isBigEndian ? bigEndianAt(bytes) : littleEndianAt(bytes);
 }
 
 bool canBeId(std::string_view id) {

@@ -191,20 +191,4 @@ AudioStreamBasicDescription dataFormatOf(const SF_INFO& info, bool isBigEndian) 
     return format;
 }
 
-std::byte silenceByteOf(const AudioStreamBasicDescription& format) {
-    // ITU-T G.711: the codes of the smallest positive value, with A-law's even bits inverted.
-    constexpr std::byte kALawSilence{0xD5};
-    constexpr std::byte kULawSilence{0xFF};
-    constexpr std::byte kUnsignedMiddle{0x80};
-    if (format.mFormatID == kAudioFormatALaw) {
-        return kALawSilence;
-    }
-    if (format.mFormatID == kAudioFormatULaw) {
-        return kULawSilence;
-    }
-    const bool isUnsigned =
-        (format.mFormatFlags & (kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsFloat)) == 0;
-    return isUnsigned ? kUnsignedMiddle : std::byte{0};
-}
-
 }  // namespace zav::detail

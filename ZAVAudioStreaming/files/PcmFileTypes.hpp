@@ -2,7 +2,6 @@
 
 #include <sndfile.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -40,8 +39,5 @@ int sndfileFormatFor(const PcmFileType& type, const AudioStreamBasicDescription&
 /// The format record of an opened file. `isBigEndian` is its samples' byte order.
 /// Throws 'fmt?' when its encoding is none of ours.
 AudioStreamBasicDescription dataFormatOf(const SF_INFO& info, bool isBigEndian);
-
-/// The byte that silence in this format consists of.
-std::byte silenceByteOf(const AudioStreamBasicDescription& format);
 
 }  // namespace zav::detail

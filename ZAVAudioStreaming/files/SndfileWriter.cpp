@@ -6,6 +6,7 @@
 
 #include "ZAVAudioStreaming/files/AiffHeader.hpp"
 #include "ZAVAudioStreaming/files/CafCookie.hpp"
+#include "ZAVAudioStreaming/support/Silence.hpp"
 
 namespace zav::detail {
 namespace {

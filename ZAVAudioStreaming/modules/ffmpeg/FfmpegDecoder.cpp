@@ -11,6 +11,7 @@
 #include "ZAVAudioStreaming/modules/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/SourceDepth.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/queues/DeviceRate.hpp"
 #include "ZAVAudioStreaming/support/Endian.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 

@@ -18,6 +18,7 @@ extern "C" {
 #include "ZAVAudioStreaming/modules/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/SourceDepth.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/queues/DeviceRate.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav::detail {

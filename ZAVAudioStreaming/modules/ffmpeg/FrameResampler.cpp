@@ -7,7 +7,6 @@ extern "C" {
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 
 namespace zav::detail {
 namespace {
@@ -50,12 +49,6 @@ AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double r
     pcm.mChannelsPerFrame = channels;
     pcm.mBitsPerChannel = bytesPerSample * 8;
     return pcm;
-}
-
-bool isDeviceRate(double rate) {
-    constexpr double kLowest = 8000;
-    constexpr double kHighest = 192000;
-    return rate >= kLowest && rate <= kHighest && rate == std::floor(rate);
 }
 
 FrameResampler::FrameResampler(AVSampleFormat sampleFormat, std::uint32_t rate,

@@ -13,9 +13,6 @@ namespace zav::detail {
 AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double rate,
                                            std::uint32_t channels);
 
-/// Whether devices have this rate, in Hz.
-bool isDeviceRate(double rate);
-
 /// Brings what a decoder gives into one form, whatever the stream turns out to be.
 class FrameResampler {
  public:

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <cstring>
 #include <string_view>
 
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
@@ -18,6 +18,8 @@ constexpr std::size_t kAlacConfigSize = 24;
 constexpr std::size_t kAlacAtomSize = 12 + kAlacConfigSize;  // size, 'alac', version
 constexpr std::size_t kAlacFormatAtomSize = 12;              // size, 'frma', 'alac'
 constexpr std::size_t kStreamInfoSize = 34;
+constexpr std::size_t kOpusHeadSize = 19;  // of one or two channels; the shortest there is
+constexpr std::string_view kOpusHeadMarker = "OpusHead";
 constexpr std::size_t kFlacMarkerSize = 8;  // 'fLaC', then the header of STREAMINFO's block
 
 [[noreturn]] void refuseCookie() {
@@ -130,12 +132,6 @@ std::vector<std::byte> configOfFields(std::uint32_t objectType, std::uint32_t ra
     return config;
 }
 
-void putLittleEndian(std::vector<std::byte>& bytes, std::uint32_t value, int size) {
-    for (; size > 0; --size, value >>= 8U) {
-        bytes.push_back(static_cast<std::byte>(value));
-    }
-}
-
 }  // namespace
 
 bool hasMagicCookie(AVCodecID codec) {
@@ -159,13 +155,11 @@ std::vector<std::byte> extradataOfCookie(AVCodecID codec, std::span<const std::b
             return alacExtradata(cookie);
         case AV_CODEC_ID_FLAC:
             return flacExtradata(cookie);
-        case AV_CODEC_ID_OPUS: {
-            constexpr std::size_t kShortestHead = 19;
-            if (cookie.size() < kShortestHead || !beginsWith(cookie, "OpusHead")) {
+        case AV_CODEC_ID_OPUS:
+            if (cookie.size() < kOpusHeadSize || !beginsWith(cookie, kOpusHeadMarker)) {
                 refuseCookie();
             }
             break;
-        }
         default:
             break;
     }
@@ -187,16 +181,14 @@ std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::b
 
 std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
                                     std::uint32_t inputRate) {
-    std::vector<std::byte> head;
-    for (const char letter : std::string_view("OpusHead")) {
-        head.push_back(static_cast<std::byte>(letter));
-    }
-    putLittleEndian(head, 1, 1);  // version
-    putLittleEndian(head, channels, 1);
-    putLittleEndian(head, preSkip, 2);
-    putLittleEndian(head, inputRate, 4);
-    putLittleEndian(head, 0, 2);  // gain
-    putLittleEndian(head, 0, 1);  // mapping family: mono or stereo
+    // Left at 0: the gain (offset 16) and the mapping family (18), which means mono or stereo.
+    std::vector<std::byte> head(kOpusHeadSize);
+    const std::span bytes(head);
+    std::memcpy(head.data(), kOpusHeadMarker.data(), kOpusHeadMarker.size());
+    putLittleEndian(bytes.subspan(8, 1), 1);  // version
+    putLittleEndian(bytes.subspan(9, 1), channels);
+    putLittleEndian(bytes.subspan(10, 2), preSkip);
+    putLittleEndian(bytes.subspan(12, 4), inputRate);
     return head;
 }
 

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <string_view>
 
+#include "ZAVAudioStreaming/support/Endian.hpp"
+
 namespace zav::detail {
 namespace {
 
@@ -54,11 +56,7 @@ class PageHeader {
     explicit PageHeader(std::span<const std::byte> bytes) : bytes_(bytes) {}
 
     std::uint64_t integerAt(std::size_t offset, std::size_t size) const {
-        std::uint64_t value = 0;
-        for (std::size_t i = size; i-- > 0;) {
-            value = value << 8U | std::to_integer<std::uint64_t>(bytes_[offset + i]);
-        }
-        return value;
+        return littleEndianAt(bytes_.subspan(offset, size));
     }
 
     std::span<const std::byte> bytes_;

@@ -13,6 +13,7 @@ extern "C" {
 #include "ZAVAudioStreaming/modules/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/PacketDuration.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav::detail {
@@ -39,14 +40,8 @@ std::uint64_t unheardFramesIn(const AVPacket& packet) {
     if (data == nullptr || size < kSize) {
         return 0;
     }
-    const auto integerAt = [data](std::size_t offset) {
-        std::uint64_t value = 0;
-        for (std::size_t i = 4; i-- > 0;) {
-            value = value << 8U | data[offset + i];
-        }
-        return value;
-    };
-    return integerAt(0) + integerAt(4);
+    const auto bytes = std::as_bytes(std::span(data, size));
+    return littleEndianAt(bytes.first(4)) + littleEndianAt(bytes.subspan(4, 4));
 }
 
 /// Where the bytes of a packet that libavformat handed out stand in the file. Nearly always that is
