@@ -18,7 +18,7 @@ constexpr std::size_t kAlacConfigSize = 24;
 constexpr std::size_t kAlacAtomSize = 12 + kAlacConfigSize;  // size, 'alac', version
 constexpr std::size_t kAlacFormatAtomSize = 12;              // size, 'frma', 'alac'
 constexpr std::size_t kStreamInfoSize = 34;
-constexpr std::size_t kOpusHeadSize = 19;  // of one or two channels; the shortest there is
+constexpr std::size_t kOpusHeadSize = 19;  // for one or two channels, the shortest form
 constexpr std::string_view kOpusHeadMarker = "OpusHead";
 constexpr std::size_t kFlacMarkerSize = 8;  // 'fLaC', then the header of STREAMINFO's block
 
@@ -43,8 +43,8 @@ Bytes take(Bytes& bytes, std::size_t size) {
     return front;
 }
 
-/// Takes a descriptor with this tag from the front and returns what is in it (ISO/IEC 14496-1,
-/// 8.3.3: the size in groups of seven bits). A size that says too much is cut.
+/// Takes a descriptor with this tag from the front and returns its content (ISO/IEC 14496-1, 8.3.3:
+/// the size is in groups of seven bits). A size that exceeds the bytes is cut.
 Bytes takeDescriptor(Bytes& bytes, std::byte tag) {
     if (take(bytes, 1)[0] != tag) {
         refuseCookie();
@@ -60,7 +60,8 @@ Bytes takeDescriptor(Bytes& bytes, std::byte tag) {
     return take(bytes, std::min(size, bytes.size()));
 }
 
-/// From the ES descriptor (3) to the decoder's configuration (4) to what is specific to it (5).
+/// Descends from the ES descriptor (tag 3) to the decoder's configuration (4) and to the
+/// information that is specific to the codec (5).
 Bytes configInEsDescriptor(Bytes cookie) {
     constexpr std::byte kHasDependency{0x80};
     constexpr std::byte kHasUrl{0x40};
@@ -198,9 +199,10 @@ std::vector<std::byte> makeAlacConfig(std::uint32_t framesPerPacket, std::uint32
     const std::span bytes(config);
     putBigEndian(bytes.first(4), framesPerPacket);
     putBigEndian(bytes.subspan(5, 1), depth);
-    putBigEndian(bytes.subspan(6, 1), 40);  // adaptation of the Rice parameter: history's weight,
-    putBigEndian(bytes.subspan(7, 1), 10);  // its first value,
-    putBigEndian(bytes.subspan(8, 1), 14);  // and the parameter's limit
+    putBigEndian(bytes.subspan(6, 1),
+                 40);  // adaptation of the Rice parameter: its history's weight,
+    putBigEndian(bytes.subspan(7, 1), 10);  // its initial value,
+    putBigEndian(bytes.subspan(8, 1), 14);  // and its limit
     putBigEndian(bytes.subspan(9, 1), channels);
     putBigEndian(bytes.subspan(10, 2), 255);  // longest run
     putBigEndian(bytes.subspan(20, 4), rate);
@@ -218,7 +220,7 @@ std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t
         return configOfFields(kLowComplexity, static_cast<std::uint32_t>(known - kAacRates.begin()),
                               channelCode);
     }
-    // 5 bits of type, 4 that announce a rate, 24 of rate, 4 of channels, 3 of zero.
+    // 5 bits of object type, 4 that announce an explicit rate, 24 of rate, 4 of channels, 3 zeros.
     std::vector<std::byte> config(5);
     putBigEndian(config, std::uint64_t{kLowComplexity} << 35U | std::uint64_t{kOtherRate} << 31U |
                              std::uint64_t{rate} << 7U | channelCode << 3U);
@@ -226,7 +228,8 @@ std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t
 }
 
 std::size_t adtsHeaderSize(std::span<const std::byte> packet) {
-    // ISO/IEC 13818-7, 6.2.1: sync, layer 0, no checksum; 13 bits of length from bit 30 on.
+    // ISO/IEC 13818-7, 6.2.1: 12 bits of sync, layer 0, the lowest bit of the second byte set if
+    // there is no checksum; 13 bits of length from bit 30 on.
     constexpr std::size_t kHeaderSize = 7;
     constexpr std::size_t kChecksumSize = 2;
     if (packet.size() < kHeaderSize || packet[0] != std::byte{0xFF} ||
