@@ -19,6 +19,9 @@ struct RecordOptions {
     SbcOptions sbc;
 };
 
+/// The extensions that `record` takes, with the codec that each chooses.
+std::string recordableExtensions();
+
 /// Records from the sound server's input to a file.
 void record(const RecordOptions& options, const CommonOptions& common);
 
