@@ -1,5 +1,5 @@
-// Any stream in any format through the decoder of an output queue: PCM in whole frames or nothing,
-// never a crash, a hang, or memory out of proportion.
+// Decodes any stream in any format with the decoder of an output queue. The result is whole frames
+// of PCM or nothing, never a crash or a hang, and takes memory in proportion.
 
 #include <algorithm>
 #include <array>
@@ -18,7 +18,7 @@ namespace {
 
 using zav::fuzz::require;
 
-/// What the fuzzer thought of, taken from its front. Behind the end there are zeros.
+/// The fuzzer's input, consumed from its front. After the end, numbers are 0.
 class Input {
  public:
     explicit Input(std::span<const std::uint8_t> bytes) : bytes_(std::as_bytes(bytes)) {}
@@ -76,7 +76,7 @@ void decodeDescribed(Input& input, zav::detail::QueueDecoder& decoder,
 }
 
 void decodeStream(Input& input, zav::detail::QueueDecoder& decoder) {
-    // An end takes one byte of input and makes a new decoder.
+    // `finish` costs one byte of input but makes a new decoder, so the calls are limited.
     constexpr int kMostCalls = 50;
     std::vector<std::byte> pcm;
     for (int call = 0; call < kMostCalls && !input.isEmpty(); ++call) {
@@ -115,7 +115,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         try {
             decoder->setMagicCookie(cookie);
         } catch (const zav::detail::StatusFailure&) {
-            // As good as none.
+            // The decoder is as it was.
         }
     }
     decodeStream(input, *decoder);
