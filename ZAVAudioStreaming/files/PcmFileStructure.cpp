@@ -223,9 +223,9 @@ class ChunkExaminer {
         return chunk;
     }
 
-    /// True if what looks like a chunk is something else: padding, or audio after the header of a
-    /// writer that was killed. That can only follow the format and the data. Before them, the file
-    /// is refused.
+    /// True if these bytes cannot be a chunk: they are padding, or audio after the header of a
+    /// writer that was killed. Both can only follow the format and the data. Such bytes before them
+    /// make the file invalid, and it is refused.
     bool isAfterLastChunk(const Chunk& chunk, int count) const {
         const bool isImpossible = !chunk.hasValidSize || count == kMostChunks;
         const bool isComplete = hasFormat_ && hasData_;

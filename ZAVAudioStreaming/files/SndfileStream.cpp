@@ -10,8 +10,7 @@
 
 namespace zav::detail {
 
-/// The callbacks that libsndfile gets. They catch every exception, because none may cross its C
-/// code.
+/// The callbacks for libsndfile. They catch every exception, because none may cross its C code.
 struct SndfileCallbacks {
     template <class Result, class Call>
     static Result guarded(void* user, Result failure, Call call) noexcept {

@@ -192,8 +192,8 @@ void SndfileWriter::fillWithSilence(std::uint64_t endFrame) {
     while (frameCount_ < endFrame) {
         writeFrames(step.data(), std::min(stepFrames, endFrame - frameCount_));
         if (silence == std::byte{0}) {
-            // Bytes that are skipped read as zero and take no room on the disk. Only the first step
-            // is written, over bytes of an older header that libsndfile can leave behind a newer
+            // Bytes that are skipped read as zero and take no room on the disk. The first step is
+            // written nevertheless: libsndfile can leave bytes of an older header behind a newer
             // one.
             break;
         }

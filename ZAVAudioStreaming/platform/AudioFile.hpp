@@ -27,7 +27,8 @@
 ///     Oggf   Opus (mono, stereo), Vorbis, FLAC; of several streams, the first is read
 ///
 /// A packet is the codec's own unit. Packets that only prime or flush a decoder are counted and
-/// read like all others. Durations leave their frames out if the file declares them.
+/// read like all others. Durations do not include the frames of such packets if the file declares
+/// them.
 ///
 /// Magic cookies are read in their bare form: AAC's AudioSpecificConfig, ALAC's 24 bytes of
 /// configuration, FLAC's 34 bytes of STREAMINFO, Opus' identification header, and Vorbis' three
@@ -173,18 +174,17 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 
 /// Writes packets. The first one gets the index `inStartingPacket`.
 ///
-/// If packets have a constant size, `inNumBytes` determines their number, and `*ioNumPackets` is
-/// ignored on entry: a decoder passes the number of codec frames there, not of PCM packets. On
-/// return
-/// `*ioNumPackets` is the number of packets written.
+/// If packets have a constant size, `inNumBytes` determines their number. `*ioNumPackets` is
+/// ignored on entry, because a decoder passes the number of codec frames there, not of PCM packets.
+/// On return it is the number of packets written.
 ///
 /// An index before the end overwrites. An index beyond the end leaves silence in between if the
 /// audio is PCM, float, A-law or mu-law. In all other types both are 'pck?'.
 ///
-/// Packets of varying size need descriptions, unless all bytes are a single packet. In a
-/// description, `mVariableFramesInPacket` is the duration of a packet that does not have the usual
-/// one, such as the last. SBC packets need no descriptions, nor do AAC packets with ADTS headers,
-/// because they contain their own sizes. ADTS headers are removed.
+/// Packets of varying size need descriptions, unless all bytes are a single packet. SBC packets
+/// need none, because they contain their own sizes. In a description, `mVariableFramesInPacket` is
+/// the duration of a packet that does not have the usual one, such as the last. AAC packets can
+/// have ADTS headers, which are removed.
 ///
 /// Errors: 'prm?' a file that was opened for reading, 'pck?' an index that the type does not allow,
 /// -50 bytes that are not whole packets, descriptions that reach outside the bytes, or an empty

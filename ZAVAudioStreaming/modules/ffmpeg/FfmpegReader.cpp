@@ -65,8 +65,8 @@ const AVInputFormat* findDemuxer(const FileHandle& file, std::uint64_t start) {
 /// libavformat prints a warning about a rate of 0, without a context that we could silence. So the
 /// rate is checked first.
 void requireCafRate(const FileHandle& file, std::uint64_t start) {
-    constexpr std::uint64_t kOffset =
-        20;  // in the description, which is the first chunk of every CAF file
+    // The rate is in the description, which is the first chunk of every CAF file.
+    constexpr std::uint64_t kOffset = 20;
     std::array<std::byte, sizeof(double)> bytes{};
     file.readAt(start + kOffset, bytes.data(), bytes.size());
     const auto rate = std::bit_cast<double>(bigEndianAt(bytes));

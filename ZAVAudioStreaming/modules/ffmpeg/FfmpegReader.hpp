@@ -30,7 +30,7 @@ class FfmpegReader : public AudioFileReader {
                           AudioStreamPacketDescription* descriptions, void* buffer) override;
 
  private:
-    /// Scans the file on the first call. Every call throws again what that scan threw.
+    /// Scans the file on the first call. If that scan throws, every later call throws the same.
     const PacketTable& table();
     void readBytes(std::uint64_t offset, void* buffer, std::size_t size);
 

@@ -199,10 +199,10 @@ std::vector<std::byte> makeAlacConfig(std::uint32_t framesPerPacket, std::uint32
     const std::span bytes(config);
     putBigEndian(bytes.first(4), framesPerPacket);
     putBigEndian(bytes.subspan(5, 1), depth);
-    putBigEndian(bytes.subspan(6, 1),
-                 40);  // adaptation of the Rice parameter: its history's weight,
-    putBigEndian(bytes.subspan(7, 1), 10);  // its initial value,
-    putBigEndian(bytes.subspan(8, 1), 14);  // and its limit
+    // The adaptation of the Rice parameter: weight of its history, initial value, limit.
+    putBigEndian(bytes.subspan(6, 1), 40);
+    putBigEndian(bytes.subspan(7, 1), 10);
+    putBigEndian(bytes.subspan(8, 1), 14);
     putBigEndian(bytes.subspan(9, 1), channels);
     putBigEndian(bytes.subspan(10, 2), 255);  // longest run
     putBigEndian(bytes.subspan(20, 4), rate);

@@ -17,7 +17,8 @@ bool isParsed(AVCodecID codec, std::byte first) {
         case AV_CODEC_ID_AC3:
             return true;
         case AV_CODEC_ID_AAC:
-            // Without an ADTS header, a packet that starts with this byte would start with its end.
+            // A packet without an ADTS header cannot start with this byte: it is the code that ends
+            // a packet.
             return first == std::byte{0xFF};
         default:
             return false;

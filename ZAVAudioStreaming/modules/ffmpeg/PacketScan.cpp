@@ -33,8 +33,8 @@ std::int64_t sum(std::int64_t left, std::int64_t right) {
 
 /// Frames that a player leaves out at both ends of a packet.
 std::uint64_t unheardFramesIn(const AVPacket& packet) {
-    constexpr std::size_t kSize =
-        10;  // two little-endian integers of 4 bytes, two bytes of reasons
+    // Two little-endian integers of 4 bytes, then two bytes of reasons.
+    constexpr std::size_t kSize = 10;
     std::size_t size = 0;
     const std::uint8_t* const data =
         av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
