@@ -12,6 +12,7 @@
 #include "ZAVAudioStreaming/posix/LoadModule.hpp"
 #include "ZAVAudioStreaming/queues/CompressedCodecs.hpp"
 #include "ZAVAudioStreaming/support/Endian.hpp"
+#include "ZAVAudioStreaming/support/StatusFailure.hpp"
 #include "fuzz/MemoryFile.hpp"
 
 namespace {
