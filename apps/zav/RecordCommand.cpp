@@ -280,10 +280,11 @@ void start(zav::RecordSource& source) {
 std::string recordableExtensions() {
     std::string text;
     for (const Codec& codec : kCodecs) {
-        text += (text.empty() ? "" : "; ") + extensionsOfTypes([&codec](const FileType& type) {
-                    return usualCodecOf(type) == codec.name;
-                }) +
-                ": " + std::string(codec.name);
+        const std::string extensions = extensionsOfTypes(
+            [&codec](const FileType& type) { return usualCodecOf(type) == codec.name; });
+        if (!extensions.empty()) {
+            text += (text.empty() ? "" : "; ") + extensions + " for " + std::string(codec.name);
+        }
     }
     return text;
 }

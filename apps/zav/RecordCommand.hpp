@@ -19,7 +19,7 @@ struct RecordOptions {
     SbcOptions sbc;
 };
 
-/// The extensions that `record` takes, with the codec that each chooses.
+/// The extensions that `record` takes, by the codec that they choose: ".wav or .au for pcm; ...".
 std::string recordableExtensions();
 
 /// Records from the sound server's input to a file.

@@ -198,9 +198,9 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     verb->add_flag("--packets", line.info.listsPackets,
                    "List all packets (frames, for SBC) as well");
     addFile(*verb, "FILE", line.info.file,
-            wrapped(namesOfTypes(holdsPcm) +
-                    " with PCM, A-law or mu-law; CAF also with AAC, ALAC or MP3; " +
-                    namesOfTypes([](const FileType& type) { return !holdsPcm(type); })));
+            wrapped(namesOfTypes(holdsPcm) + " with PCM, A-law or mu-law; " +
+                    namesOfTypes([](const FileType& type) { return !holdsPcm(type); }) +
+                    "; AAC and ALAC also in CAF, Vorbis and FLAC also in Ogg"));
     verb->footer("Example: zav info --json speech.sbc");
     return verb;
 }
