@@ -1,5 +1,5 @@
-// Opens any bytes as an audio file, asks for every property and reads it all: a status or audio,
-// never a crash, a hang, or memory out of proportion to the file.
+// Opens any bytes as an audio file, reads every property and all packets. The result is a status or
+// audio, never a crash or a hang, and takes memory in proportion to the file.
 
 #include <algorithm>
 #include <cstddef>

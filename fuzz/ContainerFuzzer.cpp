@@ -1,6 +1,6 @@
-// Reads any bytes as an Opus container, and as an SBC container from behind the check that lets
-// none through: packets that lie within their chunk, the errors and the fatal stops that are
-// promised, and nothing else.
+// Reads any bytes as an Opus container and as an SBC container. The results are packets inside
+// their chunk, and the documented errors and fatal stops. The SBC source refuses every file by its
+// magic text, so a second pass opens the file after that check.
 
 #include <algorithm>
 #include <array>
@@ -19,7 +19,7 @@ namespace {
 
 using zav::fuzz::require;
 
-/// A fatal stop that is promised for some files: comes out of the library as an exception here.
+/// A documented fatal stop. The handler throws it, because the process must go on.
 struct PromisedStop {};
 
 void expectPromisedStop(const zav::FatalStop& stop) {
@@ -34,7 +34,7 @@ void expectPromisedStop(const zav::FatalStop& stop) {
     }
 }
 
-/// Touches every byte that it is told of.
+/// Reads every byte that it receives.
 class CheckingSink : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -73,7 +73,7 @@ class OpenedSbcFileSource : public zav::ZAVSbcFileSource {
     }
 };
 
-/// One read after the other, of ever more packets. Says what came of the last one.
+/// Reads again and again, each time twice as many packets.
 template <class Source>
 void readThrough(const std::string& path, std::size_t fileSize) {
     const auto source = zav::makeNode<Source>(path);
@@ -101,7 +101,7 @@ void expectPromises(const std::string& path, std::size_t fileSize) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string path = zav::fuzz::memoryFile(data, size);
     expectPromises<zav::ZAVOpusFileSource>(path, size);
-    // Not for every input: each codec state that this makes leaves libsbc's memory behind.
+    // Only for inputs with the magic text: each codec state that this makes leaks memory of libsbc.
     if (size >= zav::SbcFileHeader::kByteCount &&
         std::equal(zav::SbcFileHeader::kMagicText.begin(), zav::SbcFileHeader::kMagicText.end(),
                    data)) {

@@ -10,14 +10,14 @@
 
 namespace zav::fuzz {
 
-/// What must hold; the fuzzer reports the input for which it does not.
+/// Aborts if the condition is false, so that the fuzzer reports the input.
 inline void require(bool condition) {
     if (!condition) {
         std::abort();
     }
 }
 
-/// Path of a file in memory with this content, the same file at every call.
+/// Writes the content into a file in memory and returns its path. Every call uses the same file.
 inline std::string memoryFile(const std::uint8_t* data, std::size_t size) {
     static const int memory = ::memfd_create("input", MFD_CLOEXEC);
     require(::ftruncate(memory, 0) == 0);

@@ -1,5 +1,5 @@
-// Any stream in any format through the decoder of an output queue: PCM in whole frames or nothing,
-// never a crash, a hang, or memory out of proportion.
+// Decodes any stream in any format with the decoder of an output queue. The result is whole frames
+// of PCM or nothing, never a crash or a hang, and takes memory in proportion.
 
 #include <algorithm>
 #include <array>
@@ -11,13 +11,15 @@
 
 #include "ZAVAudioStreaming/posix/LoadModule.hpp"
 #include "ZAVAudioStreaming/queues/CompressedCodecs.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
+#include "ZAVAudioStreaming/support/StatusFailure.hpp"
 #include "fuzz/MemoryFile.hpp"
 
 namespace {
 
 using zav::fuzz::require;
 
-/// What the fuzzer thought of, taken from its front. Behind the end there are zeros.
+/// The fuzzer's input, consumed from its front. After the end, numbers are 0.
 class Input {
  public:
     explicit Input(std::span<const std::uint8_t> bytes) : bytes_(std::as_bytes(bytes)) {}
@@ -31,11 +33,7 @@ class Input {
     }
 
     std::uint32_t number(std::size_t size = 1) {
-        std::uint32_t value = 0;
-        for (const std::byte byte : take(size)) {
-            value = value << 8U | std::to_integer<std::uint32_t>(byte);
-        }
-        return value;
+        return static_cast<std::uint32_t>(zav::detail::bigEndianAt(take(size)));
     }
 
     template <class Value, std::size_t count>
@@ -65,7 +63,8 @@ zav::AudioStreamBasicDescription takeFormat(Input& input) {
     return format;
 }
 
-void decodeDescribed(Input& input, zav::QueueDecoder& decoder, std::vector<std::byte>& pcm) {
+void decodeDescribed(Input& input, zav::detail::QueueDecoder& decoder,
+                     std::vector<std::byte>& pcm) {
     const auto bytes = input.take(input.number(2));
     std::vector<zav::AudioStreamPacketDescription> places(input.number() % 8);
     for (auto& place : places) {
@@ -77,8 +76,8 @@ void decodeDescribed(Input& input, zav::QueueDecoder& decoder, std::vector<std::
     decoder.decode(bytes, places, pcm);
 }
 
-void decodeStream(Input& input, zav::QueueDecoder& decoder) {
-    // An end takes one byte of input and makes a new decoder.
+void decodeStream(Input& input, zav::detail::QueueDecoder& decoder) {
+    // `finish` costs one byte of input but makes a new decoder, so the calls are limited.
     constexpr int kMostCalls = 50;
     std::vector<std::byte> pcm;
     for (int call = 0; call < kMostCalls && !input.isEmpty(); ++call) {
@@ -106,18 +105,18 @@ void decodeStream(Input& input, zav::QueueDecoder& decoder) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input({data, size});
-    std::unique_ptr<zav::QueueDecoder> decoder;
+    std::unique_ptr<zav::detail::QueueDecoder> decoder;
     try {
         decoder = zav::detail::moduleTable<zav::detail::CompressedCodecs>()->makeDecoder(
             takeFormat(input));
-    } catch (const zav::StatusFailure&) {
+    } catch (const zav::detail::StatusFailure&) {
         return 0;
     }
     if (const auto cookie = input.take(input.number(2)); !cookie.empty()) {
         try {
             decoder->setMagicCookie(cookie);
-        } catch (const zav::StatusFailure&) {
-            // As good as none.
+        } catch (const zav::detail::StatusFailure&) {
+            // The decoder is as it was.
         }
     }
     decodeStream(input, *decoder);

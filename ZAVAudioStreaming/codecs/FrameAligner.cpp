@@ -8,6 +8,7 @@
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/support/OutOfMemory.hpp"
+#include "ZAVAudioStreaming/support/Silence.hpp"
 
 namespace zav {
 
@@ -15,26 +16,24 @@ using namespace detail;
 
 namespace {
 
-bool isUnsigned(const AudioStreamBasicDescription& pcm) {
-    return (pcm.mFormatFlags & (kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger)) == 0;
-}
-
-/// One frame of silence. It is all zero for signed samples and float. The silence of an unsigned
-/// sample is the middle of its range: only the highest bit of its highest byte is set.
+/// One frame of silence in linear PCM. Only unsigned samples have a byte that is not 0: their
+/// highest one.
 std::vector<std::byte> silentFrame(const AudioStreamBasicDescription& pcm) {
     const std::uint32_t bytesPerSample = pcm.mBitsPerChannel / 8;
     const bool samplesAreFull =
         bytesPerSample != 0 && pcm.mBitsPerChannel % 8 == 0 &&
         std::uint64_t{bytesPerSample} * pcm.mChannelsPerFrame == pcm.mBytesPerFrame;
-    if (pcm.mFormatID != kAudioFormatLinearPCM || (isUnsigned(pcm) && !samplesAreFull)) {
+    const std::byte highestByte = silenceByteOf(pcm);
+    const bool isAllZero = highestByte == std::byte{0};
+    if (pcm.mFormatID != kAudioFormatLinearPCM || !(isAllZero || samplesAreFull)) {
         throw AudioStreamError::unacceptableData();
     }
     std::vector<std::byte> frame(pcm.mBytesPerFrame);
-    if (isUnsigned(pcm)) {
+    if (!isAllZero) {
         const bool isBigEndian = (pcm.mFormatFlags & kAudioFormatFlagIsBigEndian) != 0;
         for (std::size_t i = isBigEndian ? 0 : bytesPerSample - 1; i < frame.size();
              i += bytesPerSample) {
-            frame[i] = std::byte{0x80};
+            frame[i] = highestByte;
         }
     }
     return frame;
@@ -93,7 +92,7 @@ void FrameAligner::onAudioStreamFlowEnd() {
     downstreams_.onAudioStreamFlowEnd();
 }
 
-/// Passes the whole pieces at the start of `pcm` on and returns their size in bytes.
+/// Passes the whole pieces at the start of `pcm` on and returns how many bytes those are.
 std::size_t FrameAligner::passPieces(std::span<const std::byte> pcm) const {
     const std::size_t size = pcm.size() - pcm.size() % bytesPerChunk_;
     if (size > 0) {

@@ -23,7 +23,8 @@ void ContainerFileHeader::putCommonFields(std::span<std::byte> header,
 }
 
 void ContainerFileHeader::takeCommonFields(std::span<const std::byte> header) {
-    sampleRate = littleEndianAt(header.subspan(kSampleRateOffset, sizeof(sampleRate)));
+    sampleRate = static_cast<std::uint32_t>(
+        littleEndianAt(header.subspan(kSampleRateOffset, sizeof(sampleRate))));
     channels = static_cast<std::uint16_t>(
         littleEndianAt(header.subspan(kChannelsOffset, sizeof(channels))));
 }

@@ -40,7 +40,7 @@ std::array<std::byte, OpusRecordHeader::kByteCount> OpusRecordHeader::toBytes() 
 }
 
 OpusRecordHeader OpusRecordHeader::fromBytes(std::span<const std::byte, kByteCount> bytes) {
-    return {littleEndianAt(bytes.first<sizeof(packetLength)>())};
+    return {static_cast<std::uint32_t>(littleEndianAt(bytes.first<sizeof(packetLength)>()))};
 }
 
 }  // namespace zav

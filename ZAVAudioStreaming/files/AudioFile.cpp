@@ -16,13 +16,14 @@ namespace zav {
 
 using namespace detail;
 
-/// One of the two is set.
+/// An open file. Either the reader or the writer is set.
 struct OpaqueAudioFileID {
     std::unique_ptr<AudioFileReader> reader;
     std::unique_ptr<AudioFileWriter> writer;
 
-    AudioFile& file() const {
-        return reader ? static_cast<AudioFile&>(*reader) : static_cast<AudioFile&>(*writer);
+    AudioFileDriver& driver() const {
+        return reader ? static_cast<AudioFileDriver&>(*reader)
+                      : static_cast<AudioFileDriver&>(*writer);
     }
 };
 
@@ -57,7 +58,7 @@ OSStatus statusOfErrno(int error) {
     }
 }
 
-// Nothing that a driver throws leaves the service.
+// Turns everything that a driver throws into a status.
 template <class Call>
 OSStatus statusOf(Call call) noexcept {
     try {
@@ -73,8 +74,10 @@ OSStatus statusOf(Call call) noexcept {
     }
 }
 
-// Sizes are asked for without the values: counting packets may mean reading the whole file.
-OSStatus sizeOfProperty(AudioFile& file, AudioFilePropertyID property, std::uint32_t& size) {
+// Returns sizes without computing the values, because counting packets can mean reading the whole
+// file.
+OSStatus sizeOfProperty(AudioFileDriver& driver, AudioFilePropertyID property,
+                        std::uint32_t& size) {
     switch (property) {
         case kAudioFilePropertyDataFormat:
             size = sizeof(AudioStreamBasicDescription);
@@ -92,31 +95,31 @@ OSStatus sizeOfProperty(AudioFile& file, AudioFilePropertyID property, std::uint
             size = sizeof(double);
             return noErr;
         case kAudioFilePropertyMagicCookieData:
-            size = static_cast<std::uint32_t>(file.magicCookie().size());
+            size = static_cast<std::uint32_t>(driver.magicCookie().size());
             return size > 0 ? noErr : kAudioFileUnsupportedPropertyError;
         default:
             return kAudioFileUnsupportedPropertyError;
     }
 }
 
-void copyProperty(AudioFile& file, AudioFilePropertyID property, void* out) {
+void copyProperty(AudioFileDriver& driver, AudioFilePropertyID property, void* out) {
     const auto copy = [out](const auto& value) { std::memcpy(out, &value, sizeof(value)); };
     switch (property) {
         case kAudioFilePropertyDataFormat:
-            return copy(file.dataFormat());
+            return copy(driver.dataFormat());
         case kAudioFilePropertyFileFormat:
-            return copy(file.fileType());
+            return copy(driver.fileType());
         case kAudioFilePropertyPacketSizeUpperBound:
         case kAudioFilePropertyMaximumPacketSize:
-            return copy(file.maximumPacketSize());
+            return copy(driver.maximumPacketSize());
         case kAudioFilePropertyAudioDataPacketCount:
-            return copy(file.packetCount());
+            return copy(driver.packetCount());
         case kAudioFilePropertyAudioDataByteCount:
-            return copy(file.byteCount());
+            return copy(driver.byteCount());
         case kAudioFilePropertyEstimatedDuration:
-            return copy(file.durationInSeconds());
+            return copy(driver.durationInSeconds());
         default:
-            std::memcpy(out, file.magicCookie().data(), file.magicCookie().size());
+            std::memcpy(out, driver.magicCookie().data(), driver.magicCookie().size());
     }
 }
 
@@ -247,7 +250,7 @@ OSStatus AudioFileGetPropertyInfo(AudioFileID inAudioFile, AudioFilePropertyID i
                             inAudioFile->writer != nullptr &&
                             inAudioFile->writer->takesMagicCookie();
         std::uint32_t size = 0;
-        if (const OSStatus status = sizeOfProperty(inAudioFile->file(), inPropertyID, size);
+        if (const OSStatus status = sizeOfProperty(inAudioFile->driver(), inPropertyID, size);
             status != noErr && !canSet) {
             return status;
         }
@@ -271,14 +274,14 @@ OSStatus AudioFileGetProperty(AudioFileID inAudioFile, AudioFilePropertyID inPro
             return kAudioFileParameterError;
         }
         std::uint32_t size = 0;
-        if (const OSStatus status = sizeOfProperty(inAudioFile->file(), inPropertyID, size);
+        if (const OSStatus status = sizeOfProperty(inAudioFile->driver(), inPropertyID, size);
             status != noErr) {
             return status;
         }
         if (*ioDataSize < size) {
             return kAudioFileBadPropertySizeError;
         }
-        copyProperty(inAudioFile->file(), inPropertyID, outPropertyData);
+        copyProperty(inAudioFile->driver(), inPropertyID, outPropertyData);
         *ioDataSize = size;
         return noErr;
     });

@@ -8,32 +8,37 @@
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
-/// What stands behind an open audio file: one reader and one writer class for each family of file
-/// types. `AudioFile.cpp` checks arguments before it calls them and turns what they throw
-/// (`StatusFailure`, `std::system_error` of the file, `std::bad_alloc`) into a status.
+/// The drivers behind open audio files: one reader and one writer class for each family of file
+/// types. `AudioFile.cpp` checks the arguments before it calls a driver. It turns the exceptions of
+/// a driver into a status: `StatusFailure`, `std::system_error` of the file, `std::bad_alloc`.
+///
+/// Threads: one at a time for one driver.
 namespace zav::detail {
 
-/// What can be asked of a file, whether it is being read or written.
-class AudioFile {
+/// The properties of a file that is being read or written.
+class AudioFileDriver {
  public:
-    AudioFile(AudioFileTypeID fileType, const AudioStreamBasicDescription& dataFormat)
+    AudioFileDriver(AudioFileTypeID fileType, const AudioStreamBasicDescription& dataFormat)
         : fileType_(fileType), dataFormat_(dataFormat) {}
-    virtual ~AudioFile() = default;
+    virtual ~AudioFileDriver() = default;
 
-    AudioFile(const AudioFile&) = delete;
-    AudioFile& operator=(const AudioFile&) = delete;
+    AudioFileDriver(const AudioFileDriver&) = delete;
+    AudioFileDriver& operator=(const AudioFileDriver&) = delete;
 
     AudioFileTypeID fileType() const noexcept { return fileType_; }
     const AudioStreamBasicDescription& dataFormat() const noexcept { return dataFormat_; }
 
+    /// The first of these calls can read the whole file.
     virtual std::uint64_t packetCount() = 0;
+    /// Bytes of audio, without headers.
     virtual std::uint64_t byteCount() = 0;
+    /// Bytes of the largest packet.
     virtual std::uint32_t maximumPacketSize() = 0;
     virtual double durationInSeconds() {
         return static_cast<double>(packetCount()) * dataFormat_.mFramesPerPacket /
                dataFormat_.mSampleRate;
     }
-    /// Empty when there is none.
+    /// Empty if the file has no cookie.
     virtual std::span<const std::byte> magicCookie() { return {}; }
 
  private:
@@ -41,38 +46,41 @@ class AudioFile {
     AudioStreamBasicDescription dataFormat_;
 };
 
-/// Bytes and packets of one read.
+/// The bytes and packets of one read or write.
 struct PacketRun {
     std::uint32_t byteCount = 0;
     std::uint32_t packetCount = 0;
 };
 
-class AudioFileReader : public AudioFile {
+class AudioFileReader : public AudioFileDriver {
  public:
-    using AudioFile::AudioFile;
+    using AudioFileDriver::AudioFileDriver;
 
-    /// Reads packets from `firstPacket` (0 or more) on: as many as `room` allows and the file has.
-    /// `descriptions` is null or has room for `room.packetCount` records.
+    /// Reads whole packets from `firstPacket` on into `buffer`, until `room` or the file ends, and
+    /// returns what was read. `descriptions` is null or has room for `room.packetCount` records.
     virtual PacketRun readPackets(std::uint64_t firstPacket, PacketRun room,
                                   AudioStreamPacketDescription* descriptions, void* buffer) = 0;
 };
 
-class AudioFileWriter : public AudioFile {
+class AudioFileWriter : public AudioFileDriver {
  public:
-    using AudioFile::AudioFile;
+    using AudioFileDriver::AudioFileDriver;
 
-    /// Writes packets from `firstPacket` (0 or more) on and returns their number.
-    /// `descriptions` is null or has `run.packetCount` records.
+    /// Writes packets from `firstPacket` on and returns their number. `descriptions` is null or has
+    /// `run.packetCount` records.
     virtual std::uint32_t writePackets(std::uint64_t firstPacket, PacketRun run,
                                        const AudioStreamPacketDescription* descriptions,
                                        const void* buffer) = 0;
 
+    /// True if the file has a place for a cookie.
     virtual bool takesMagicCookie() const { return false; }
+    /// Throws 'pty?' if the file has no place for a cookie or it comes too late.
     virtual void setMagicCookie(std::span<const std::byte> /*cookie*/) {
         throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
 
-    /// Makes the file complete and closes it; the destructor alone abandons it as it is.
+    /// Completes the file and closes it. Without this call, the destructor leaves the file
+    /// unfinished.
     virtual void finish() = 0;
 };
 

@@ -17,7 +17,7 @@ namespace zav::detail {
 
 namespace {
 
-/// The types of the drivers that are part of the library, and of the module's if it is there.
+/// The types of the library's own drivers, and of the module if it is installed.
 std::vector<AudioFileTypeID> allTypes(
     std::span<const AudioFileTypeID> (*CompressedFiles::*typesOfModule)()) {
     std::vector<AudioFileTypeID> types;

@@ -9,16 +9,19 @@
 
 namespace zav::detail {
 
-/// Finds the reader for a file by its first bytes. Throws 'typ?' when there is none.
+/// Chooses a reader by the first bytes of the file. Throws 'typ?' if the type is unknown, 'fmt?' if
+/// the audio cannot be read, 'dta?' if the file is broken.
 std::unique_ptr<AudioFileReader> openAudioFile(FileHandle file);
 
-/// Makes the writer for a type. Throws 'typ?' or 'fmt?' before the file at `path` is touched.
+/// Makes a writer of the given type. Throws 'typ?' for an unknown type and 'fmt?' for a format that
+/// the type cannot hold, both before the file at `path` is touched.
 std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& path,
                                                  FileHandle::IfExists ifExists,
                                                  AudioFileTypeID fileType,
                                                  const AudioStreamBasicDescription& dataFormat);
 
-/// All types that can be read and written, each once; the module is loaded to find out.
+/// All types that can be read or written, each once. These calls load the module for compressed
+/// files.
 std::vector<AudioFileTypeID> readableAudioFileTypes();
 std::vector<AudioFileTypeID> writableAudioFileTypes();
 

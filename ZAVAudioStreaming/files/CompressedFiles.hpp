@@ -9,21 +9,24 @@
 
 namespace zav::detail {
 
-/// The drivers for compressed files. They are built on FFmpeg's libraries, which cost a program
-/// many times what the rest of this library does to start; so they are a module, loaded when a file
-/// is first opened or created that is none of ours (`moduleTable`).
+/// The drivers for compressed files, as a module exports them.
 ///
-/// The module has copies of the few classes that both sides use; exceptions pass between the two
-/// because types are compared by name.
+/// They use FFmpeg's libraries, which multiply the start time and memory of a program. So they are
+/// in a module. `moduleTable` loads it when a file is opened or created that the library's own
+/// drivers do not handle.
+///
+/// The module contains copies of the few classes that both sides use. Exceptions still pass between
+/// them, because their types are compared by name.
 struct CompressedFiles {
     static constexpr const char* kModuleName = "FFmpeg";
     static constexpr const char* kTableName = "Files";
 
-    /// Null when the file is of none of the module's types; `file` is then left as it was.
-    /// Throws 'fmt?', 'dta?' and what `FileHandle` throws.
+    /// Opens a file of one of the module's types and takes it over. For other types it returns null
+    /// and leaves `file` as it was. Throws 'fmt?', 'dta?' and the errors of `FileHandle`.
     std::unique_ptr<AudioFileReader> (*open)(FileHandle& file);
 
-    /// Null when the type is none of the module's. Throws 'fmt?' before the file is touched.
+    /// Creates a file; null if the type is not one of the module's. Throws 'fmt?' before the file
+    /// is touched.
     std::unique_ptr<AudioFileWriter> (*create)(const std::filesystem::path& path,
                                                FileHandle::IfExists ifExists,
                                                AudioFileTypeID fileType,

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "ZAVAudioStreaming/files/PcmFileTypes.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
@@ -17,21 +18,22 @@
 namespace zav::detail {
 namespace {
 
-/// How chunks stand in a file: an id whose first four bytes count, a size, the content, padding.
+/// The layout of a file type's chunks: an id, a size, the content, padding. Only the first four
+/// bytes of an id are compared.
 struct ChunkGrammar {
     AudioFileTypeID fileType;
     std::uint32_t firstChunk;            ///< offset in the file
     std::uint32_t idSize = 4;            ///< bytes; 16 where ids are GUIDs
     std::uint32_t sizeSize = 4;          ///< bytes of the size field
-    bool isBigEndian = false;            ///< the size field
-    bool sizeCountsHeader = false;       ///< id and size field count into the size
-    std::uint32_t alignment = 2;         ///< chunks start at multiples of this
-    std::string_view formatId = "fmt ";  ///< the chunk that describes the audio
-    std::uint32_t smallestFormat = 16;
+    bool isBigEndian = false;            ///< byte order of the size field
+    bool sizeCountsHeader = false;       ///< the size includes the id and the size field
+    std::uint32_t alignment = 2;         ///< chunks start at multiples of this offset
+    std::string_view formatId = "fmt ";  ///< of the chunk that describes the audio
+    std::uint32_t smallestFormat = 16;   ///< bytes in that chunk
     std::uint32_t largestFormat = 1024;
-    std::string_view dataId = "data";          ///< the chunk that holds it
+    std::string_view dataId = "data";          ///< of the chunk that holds the audio
     std::uint32_t bytesBeforeAudio = 0;        ///< in that chunk
-    std::array<std::string_view, 2> otherIds;  ///< chunks that libsndfile needs besides
+    std::array<std::string_view, 2> otherIds;  ///< of the other chunks that libsndfile needs
 };
 
 constexpr ChunkGrammar kWave{
@@ -68,7 +70,7 @@ constexpr std::size_t kIdentifyingBytes = 40;
 constexpr std::uint64_t kUnknown32BitSize = 0xFFFFFFFF;
 constexpr std::uint64_t kUnknown64BitSize = 0xFFFFFFFFFFFFFFFF;
 
-/// Real files have a few dozen chunks at most.
+/// Real files have a few dozen chunks.
 constexpr int kMostChunks = 4096;
 
 [[noreturn]] void refuseFile() {
@@ -76,9 +78,7 @@ constexpr int kMostChunks = 4096;
 }
 
 std::uint64_t integerAt(std::span<const std::byte> bytes, bool isBigEndian) {
-    std::array<std::byte, sizeof(std::uint64_t)> turned{};
-    std::reverse_copy(bytes.begin(), bytes.end(), turned.begin());
-    return bigEndianAt(isBigEndian ? bytes : std::span(turned).first(bytes.size()));
+    return isBigEndian ? bigEndianAt(bytes) : littleEndianAt(bytes);
 }
 
 bool canBeId(std::string_view id) {
@@ -115,7 +115,8 @@ std::optional<ChunkGrammar> grammarOf(std::string_view start) {
     return std::nullopt;
 }
 
-/// AU has no chunks: magic, offset of the audio, size, encoding, rate, channels.
+/// AU has no chunks, only a header of six fields: magic, offset of the audio, size, encoding, rate,
+/// channels.
 PcmFileStructure examineAu(std::string_view start, std::uint64_t fileSize) {
     constexpr std::size_t kHeaderSize = 24;
     if (start.size() < kHeaderSize) {
@@ -132,40 +133,9 @@ PcmFileStructure examineAu(std::string_view start, std::uint64_t fileSize) {
     return structure;
 }
 
-/// Every type takes a chunk with this id for filler.
-void hideChunk(std::uint64_t idOffset, PcmFileStructure& structure) {
-    constexpr std::string_view kFiller = "JUNK";
-    for (std::size_t i = 0; i < kFiller.size(); ++i) {
-        structure.edits.push_back({idOffset + i, static_cast<std::byte>(kFiller[i])});
-    }
-}
-
-/// Shows another size of a CAF chunk.
-void putSize(std::uint64_t sizeOffset, std::uint64_t size, PcmFileStructure& structure) {
-    std::array<std::byte, 8> bytes{};
-    putBigEndian(bytes, size);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        structure.edits.push_back({sizeOffset + i, bytes[i]});
-    }
-}
-
-/// In W64, libsndfile takes the extensible form of a format for integers, whatever it is. The real
-/// encoding stands further on in it (WAVEFORMATEXTENSIBLE's SubFormat).
-void nameRealEncoding(const FileHandle& file, std::uint64_t format, std::uint64_t formatSize,
-                      PcmFileStructure& structure) {
-    constexpr std::array kExtensible = {std::byte{0xFE}, std::byte{0xFF}};
-    constexpr std::uint64_t kSubFormat = 24;
-    std::array<std::byte, 2> encoding{};
-    file.readAt(format, encoding.data(), encoding.size());
-    if (encoding == kExtensible && formatSize >= kSubFormat + encoding.size()) {
-        file.readAt(format + kSubFormat, encoding.data(), encoding.size());
-        structure.edits.push_back({format, encoding[0]});
-        structure.edits.push_back({format + 1, encoding[1]});
-    }
-}
-
-/// libsndfile cuts a rate of 44100.5 Hz to 44100 Hz. CAF has it as a double, AIFF as an 80-bit
-/// float: sign and exponent in 2 bytes, then 64 bits, the highest of them the ones.
+/// libsndfile cuts a rate of 44100.5 Hz to 44100 Hz, so other rates than whole numbers are refused.
+/// CAF stores the rate as a double. AIFF stores an 80-bit float: sign and exponent in 2 bytes, then
+/// a mantissa of 64 bits whose highest bit stands for 1.
 void requireWholeRate(const FileHandle& file, std::uint64_t format, AudioFileTypeID fileType) {
     bool isWhole = true;
     if (fileType == kAudioFileCAFType) {
@@ -196,92 +166,178 @@ bool isPcmInCaf(const FileHandle& file, std::uint64_t description) {
     return isPcmFormat(format);
 }
 
-PcmFileStructure examineChunks(const FileHandle& file, std::uint64_t fileSize,
-                               const ChunkGrammar& grammar) {
-    PcmFileStructure structure;
-    structure.fileType = grammar.fileType;
-    bool hasFormat = false;
-    bool hasData = false;
+/// A chunk as its header describes it.
+struct Chunk {
+    std::uint64_t offset;  ///< of the id in the file
+    std::array<char, 4> idStart;
+    bool hasValidSize;
+    std::uint64_t content;  ///< offset in the file
+    std::uint64_t size;     ///< of the content, in bytes
+    bool isWhole;           ///< the file holds all of the content
 
-    const std::uint64_t headerSize = grammar.idSize + grammar.sizeSize;
-    std::uint64_t offset = grammar.firstChunk;
-    for (int chunkCount = 0;; ++chunkCount) {
-        std::array<std::byte, 24> header{};
-        if (file.readAt(offset, header.data(), headerSize) < headerSize) {
-            break;
+    std::string_view id() const { return {idStart.data(), idStart.size()}; }
+};
+
+/// Goes through the chunks of one file and collects its structure.
+class ChunkExaminer {
+ public:
+    ChunkExaminer(const FileHandle& file, std::uint64_t fileSize, const ChunkGrammar& grammar)
+        : file_(file), fileSize_(fileSize), grammar_(grammar) {
+        structure_.fileType = grammar.fileType;
+    }
+
+    PcmFileStructure examine() {
+        std::uint64_t offset = grammar_.firstChunk;
+        for (int count = 0;; ++count) {
+            const auto chunk = chunkAt(offset);
+            if (!chunk || isAfterLastChunk(*chunk, count) || !add(*chunk)) {
+                break;
+            }
+            const std::uint64_t end = chunk->content + chunk->size;
+            offset = (end + grammar_.alignment - 1) / grammar_.alignment * grammar_.alignment;
         }
-        const std::string_view id(reinterpret_cast<const char*>(header.data()), 4);
-        std::uint64_t size = integerAt(std::span(header).subspan(grammar.idSize, grammar.sizeSize),
-                                       grammar.isBigEndian);
-        const bool isTooSmall = grammar.sizeCountsHeader && size < headerSize;
-        const bool isTooMuch = chunkCount == kMostChunks;
-        if (hasFormat && hasData && (isTooSmall || isTooMuch || !canBeId(id))) {
-            // No chunks any more: padding, or audio behind the header of a killed writer.
-            break;
-        }
-        if (isTooSmall || isTooMuch) {
+        if (!hasFormat_ || !hasData_) {
             refuseFile();
         }
-        size -= grammar.sizeCountsHeader ? headerSize : 0;
-        const std::uint64_t content = offset + headerSize;
-        const bool isWhole = size <= fileSize - content;
+        return std::move(structure_);
+    }
 
-        if (id == grammar.formatId) {
-            if (hasFormat || !isWhole || size < grammar.smallestFormat ||
-                size > grammar.largestFormat) {
-                refuseFile();
-            }
-            hasFormat = true;
-            requireWholeRate(file, content, grammar.fileType);
-            structure.isCompressed =
-                grammar.fileType == kAudioFileCAFType && !isPcmInCaf(file, content);
-            if (grammar.fileType == kAudioFileWave64Type) {
-                nameRealEncoding(file, content, size, structure);
-            }
-        } else if (id == grammar.dataId) {
-            if (hasData) {
-                refuseFile();
-            }
-            hasData = true;
-            if (size == 0 || size == kUnknown32BitSize) {
-                // Empty, or left so by a writer that was killed or could not seek back: libsndfile
-                // finds out from the rest of the header and the file. RF64 keeps the size
-                // elsewhere.
-                break;
-            }
-            if (size == kUnknown64BitSize && grammar.fileType == kAudioFileCAFType) {
-                // Legal for the last chunk, but libsndfile wants to know.
-                size = fileSize - content;
-                putSize(offset + grammar.idSize, size, structure);
-                structure.audioSize =
-                    size - std::min<std::uint64_t>(size, grammar.bytesBeforeAudio);
-                break;
-            }
-            if (isWhole && size >= grammar.bytesBeforeAudio) {
-                structure.audioSize = size - grammar.bytesBeforeAudio;
-            }
-        } else if (grammar.fileType == kAudioFileCAFType && id == kCafCookieId && isWhole &&
-                   structure.cookieSize == 0) {
-            structure.cookieOffset = content;
-            structure.cookieSize =
-                static_cast<std::uint32_t>(std::min<std::uint64_t>(size, UINT32_MAX));
-            hideChunk(offset, structure);
-        } else if (std::find(grammar.otherIds.begin(), grammar.otherIds.end(), id) ==
-                   grammar.otherIds.end()) {
-            hideChunk(offset, structure);
+ private:
+    /// Empty if the file ends before or within the chunk's header.
+    std::optional<Chunk> chunkAt(std::uint64_t offset) const {
+        const std::uint64_t headerSize = grammar_.idSize + grammar_.sizeSize;
+        std::array<std::byte, 24> header{};
+        if (file_.readAt(offset, header.data(), headerSize) < headerSize) {
+            return std::nullopt;
         }
-        if (!isWhole) {
-            // Truncated, or data of unknown length: nothing can follow.
-            break;
+        const std::uint64_t size = integerAt(
+            std::span(header).subspan(grammar_.idSize, grammar_.sizeSize), grammar_.isBigEndian);
+        const std::uint64_t countedHeader = grammar_.sizeCountsHeader ? headerSize : 0;
+        Chunk chunk{};
+        chunk.offset = offset;
+        std::memcpy(chunk.idStart.data(), header.data(), chunk.idStart.size());
+        chunk.hasValidSize = size >= countedHeader;
+        chunk.content = offset + headerSize;
+        chunk.size = size - countedHeader;
+        chunk.isWhole = chunk.hasValidSize && chunk.size <= fileSize_ - chunk.content;
+        return chunk;
+    }
+
+    /// True if these bytes cannot be a chunk: they are padding, or audio after the header of a
+    /// writer that was killed. Both can only follow the format and the data. Such bytes before them
+    /// make the file invalid, and it is refused.
+    bool isAfterLastChunk(const Chunk& chunk, int count) const {
+        const bool isImpossible = !chunk.hasValidSize || count == kMostChunks;
+        const bool isComplete = hasFormat_ && hasData_;
+        if (isImpossible && !isComplete) {
+            refuseFile();
         }
-        const std::uint64_t end = content + size;
-        offset = (end + grammar.alignment - 1) / grammar.alignment * grammar.alignment;
+        return isComplete && (isImpossible || !canBeId(chunk.id()));
     }
-    if (!hasFormat || !hasData) {
-        refuseFile();
+
+    /// Returns false if no chunk can follow: this one is cut off, or its length is unknown.
+    bool add(const Chunk& chunk) {
+        if (chunk.id() == grammar_.dataId) {
+            return addData(chunk);
+        }
+        if (chunk.id() == grammar_.formatId) {
+            addFormat(chunk);
+        } else {
+            addOther(chunk);
+        }
+        return chunk.isWhole;
     }
-    return structure;
-}
+
+    void addFormat(const Chunk& chunk) {
+        if (hasFormat_ || !chunk.isWhole || chunk.size < grammar_.smallestFormat ||
+            chunk.size > grammar_.largestFormat) {
+            refuseFile();
+        }
+        hasFormat_ = true;
+        requireWholeRate(file_, chunk.content, grammar_.fileType);
+        structure_.isCompressed = isCaf() && !isPcmInCaf(file_, chunk.content);
+        if (grammar_.fileType == kAudioFileWave64Type) {
+            showRealEncoding(chunk);
+        }
+    }
+
+    bool addData(const Chunk& chunk) {
+        if (hasData_) {
+            refuseFile();
+        }
+        hasData_ = true;
+        if (chunk.size == 0 || chunk.size == kUnknown32BitSize) {
+            // The file is empty, or its writer was killed or could not seek back. libsndfile works
+            // the size out from the rest of the header and the file. RF64 stores it elsewhere.
+            return false;
+        }
+        if (chunk.size == kUnknown64BitSize && isCaf()) {
+            // Valid for the last chunk, but libsndfile needs a number.
+            const std::uint64_t size = fileSize_ - chunk.content;
+            showSize(chunk, size);
+            structure_.audioSize = size - std::min<std::uint64_t>(size, grammar_.bytesBeforeAudio);
+            return false;
+        }
+        if (chunk.isWhole && chunk.size >= grammar_.bytesBeforeAudio) {
+            structure_.audioSize = chunk.size - grammar_.bytesBeforeAudio;
+        }
+        return chunk.isWhole;
+    }
+
+    void addOther(const Chunk& chunk) {
+        if (isCaf() && chunk.id() == kCafCookieId && chunk.isWhole && structure_.cookieSize == 0) {
+            structure_.cookieOffset = chunk.content;
+            structure_.cookieSize =
+                static_cast<std::uint32_t>(std::min<std::uint64_t>(chunk.size, UINT32_MAX));
+        }
+        const auto& needed = grammar_.otherIds;
+        if (std::find(needed.begin(), needed.end(), chunk.id()) == needed.end()) {
+            hide(chunk);
+        }
+    }
+
+    bool isCaf() const { return grammar_.fileType == kAudioFileCAFType; }
+
+    /// Shows the chunk as filler. Every type takes this id for that.
+    void hide(const Chunk& chunk) {
+        constexpr std::string_view kFiller = "JUNK";
+        show(chunk.offset, std::as_bytes(std::span(kFiller)));
+    }
+
+    /// Shows another size of a CAF chunk.
+    void showSize(const Chunk& chunk, std::uint64_t size) {
+        std::array<std::byte, 8> bytes{};
+        putBigEndian(bytes, size);
+        show(chunk.offset + grammar_.idSize, bytes);
+    }
+
+    /// In W64, libsndfile reads every extensible format as integers. The real encoding is a field
+    /// further on in it (WAVEFORMATEXTENSIBLE's SubFormat), so that one is shown in its place.
+    void showRealEncoding(const Chunk& format) {
+        constexpr std::array kExtensible = {std::byte{0xFE}, std::byte{0xFF}};
+        constexpr std::uint64_t kSubFormat = 24;
+        std::array<std::byte, 2> encoding{};
+        file_.readAt(format.content, encoding.data(), encoding.size());
+        if (encoding == kExtensible && format.size >= kSubFormat + encoding.size()) {
+            file_.readAt(format.content + kSubFormat, encoding.data(), encoding.size());
+            show(format.content, encoding);
+        }
+    }
+
+    /// Shows libsndfile these bytes from `offset` on.
+    void show(std::uint64_t offset, std::span<const std::byte> bytes) {
+        for (const std::byte byte : bytes) {
+            structure_.edits.push_back({offset++, byte});
+        }
+    }
+
+    const FileHandle& file_;
+    std::uint64_t fileSize_;
+    const ChunkGrammar& grammar_;
+    PcmFileStructure structure_;
+    bool hasFormat_ = false;
+    bool hasData_ = false;
+};
 
 }  // namespace
 
@@ -293,7 +349,7 @@ std::optional<PcmFileStructure> examinePcmFile(const FileHandle& file) {
         return examineAu(start, fileSize);
     }
     if (const auto grammar = grammarOf(start)) {
-        return examineChunks(file, fileSize, *grammar);
+        return ChunkExaminer(file, fileSize, *grammar).examine();
     }
     return std::nullopt;
 }

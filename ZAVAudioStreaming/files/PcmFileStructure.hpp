@@ -10,29 +10,30 @@
 
 namespace zav::detail {
 
-/// A byte of the file that libsndfile's parser is to see in place of the real one.
+/// A byte that libsndfile's parser reads in place of the file's own.
 struct ByteEdit {
-    std::uint64_t offset;
+    std::uint64_t offset;  ///< in the file
     std::byte value;
 };
 
-/// What a look at a file's chunks tells before libsndfile sees it.
+/// The chunks of a file, found before libsndfile opens it.
 struct PcmFileStructure {
     AudioFileTypeID fileType = 0;
-    /// Bytes of audio by the data chunk's own word, when it has one and the file holds as much.
+    /// Bytes of audio by the data chunk's size. Empty if that size is unknown, or if the file is
+    /// shorter.
     std::optional<std::uint64_t> audioSize;
-    /// A CAF file with packets that libsndfile does not hand out.
+    /// True for a CAF file of compressed audio, which libsndfile does not read as packets.
     bool isCompressed = false;
-    std::uint64_t cookieOffset = 0;
-    std::uint32_t cookieSize = 0;
-    /// Chunks that matter to nobody here (texts, cue points, ...) become filler, and a format chunk
-    /// that libsndfile misreads becomes one that it knows.
+    std::uint64_t cookieOffset = 0;  ///< in the file
+    std::uint32_t cookieSize = 0;    ///< bytes; 0 without a cookie
+    /// These edits turn chunks that reading does not need (texts, cue points, ...) into filler, and
+    /// a format chunk that libsndfile misreads into one that it reads correctly.
     std::vector<ByteEdit> edits;
 };
 
-/// Examines the beginning and the chunks of a file of one of libsndfile's types. Empty when it is
-/// of another type. Throws 'dta?' when the chunks are not what the type prescribes: libsndfile
-/// 1.2 can hang or overflow on such files.
+/// Examines the chunks of a file. Empty if the file is of no type that libsndfile reads. Throws
+/// 'dta?' if the chunks break the rules of their type: libsndfile 1.2 can hang or overflow on such
+/// files. Throws 'fmt?' if the sample rate is not a whole number.
 std::optional<PcmFileStructure> examinePcmFile(const FileHandle& file);
 
 }  // namespace zav::detail

@@ -11,19 +11,52 @@
 namespace zav::detail {
 namespace {
 
-// Left out on purpose: what common readers take for something else or cannot read, that is
-// big-endian WAVE ('RIFX'), little-endian AU, little-endian integers of more than 16 bits in AIFC
-// (libsndfile's codes '42n1' and '23ni'); and little-endian floats in AIFC, which have no code.
+// The table leaves out what common readers misread or cannot read: big-endian WAVE ('RIFX'),
+// little-endian AU, and little-endian integers of more than 16 bits in AIFC (libsndfile's codes
+// '42n1' and '23ni'). Little-endian floats in AIFC have no code at all.
 constexpr std::array<PcmFileType, 7> kPcmFileTypes = {{
-    // type, libsndfile's format, LE integer bits, BE integers, LE floats, BE floats, laws,
-    // 64-bit sizes, unsigned bytes, cookie
-    {kAudioFileWAVEType, SF_FORMAT_WAV, 32, false, true, false, true, false, true, false},
-    {kAudioFileRF64Type, SF_FORMAT_RF64, 32, false, true, false, true, true, true, false},
-    {kAudioFileWave64Type, SF_FORMAT_W64, 32, false, true, false, true, true, true, false},
-    {kAudioFileAIFFType, SF_FORMAT_AIFF, 0, true, false, false, false, false, false, false},
-    {kAudioFileAIFCType, SF_FORMAT_AIFF, 16, true, false, true, true, false, true, false},
-    {kAudioFileCAFType, SF_FORMAT_CAF, 32, true, true, true, true, true, false, true},
-    {kAudioFileNextType, SF_FORMAT_AU, 0, true, false, true, true, false, false, false},
+    {.fileType = kAudioFileWAVEType,
+     .majorFormat = SF_FORMAT_WAV,
+     .mostLittleEndianBits = 32,
+     .hasLittleEndianFloats = true,
+     .hasLaws = true,
+     .hasUnsignedBytes = true},
+    {.fileType = kAudioFileRF64Type,
+     .majorFormat = SF_FORMAT_RF64,
+     .mostLittleEndianBits = 32,
+     .hasLittleEndianFloats = true,
+     .hasLaws = true,
+     .has64BitSizes = true,
+     .hasUnsignedBytes = true},
+    {.fileType = kAudioFileWave64Type,
+     .majorFormat = SF_FORMAT_W64,
+     .mostLittleEndianBits = 32,
+     .hasLittleEndianFloats = true,
+     .hasLaws = true,
+     .has64BitSizes = true,
+     .hasUnsignedBytes = true},
+    {.fileType = kAudioFileAIFFType, .majorFormat = SF_FORMAT_AIFF, .hasBigEndianIntegers = true},
+    {.fileType = kAudioFileAIFCType,
+     .majorFormat = SF_FORMAT_AIFF,
+     .mostLittleEndianBits = 16,
+     .hasBigEndianIntegers = true,
+     .hasBigEndianFloats = true,
+     .hasLaws = true,
+     .hasUnsignedBytes = true},
+    {.fileType = kAudioFileCAFType,
+     .majorFormat = SF_FORMAT_CAF,
+     .mostLittleEndianBits = 32,
+     .hasBigEndianIntegers = true,
+     .hasLittleEndianFloats = true,
+     .hasBigEndianFloats = true,
+     .hasLaws = true,
+     .has64BitSizes = true,
+     .hasMagicCookie = true},
+    {.fileType = kAudioFileNextType,
+     .majorFormat = SF_FORMAT_AU,
+     .hasBigEndianIntegers = true,
+     .hasBigEndianFloats = true,
+     .hasLaws = true},
 }};
 
 [[noreturn]] void refuseFormat() {
@@ -83,9 +116,9 @@ int subtypeFor(const PcmFileType& type, const AudioStreamBasicDescription& forma
     }
 }
 
-// AIFF and AIFC are one format to libsndfile: integers with a byte order become the form AIFC,
-// without one AIFF; what only AIFC can hold becomes AIFC by itself and must not have one. CAF needs
-// one for everything.
+// libsndfile has one format for AIFF and AIFC. Integers with a byte order become AIFC, integers
+// without one AIFF. Encodings that only AIFC can hold become AIFC without a byte order, and
+// libsndfile refuses one for them. CAF needs a byte order for every encoding.
 int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format, int subtype) {
     const bool hasBothOrders = type.mostLittleEndianBits > 0 && type.hasBigEndianIntegers;
     const bool isWideInteger =
@@ -189,22 +222,6 @@ AudioStreamBasicDescription dataFormatOf(const SF_INFO& info, bool isBigEndian) 
     format.mBytesPerFrame = format.mBitsPerChannel / 8 * format.mChannelsPerFrame;
     format.mBytesPerPacket = format.mBytesPerFrame;
     return format;
-}
-
-std::byte silenceByteOf(const AudioStreamBasicDescription& format) {
-    // ITU-T G.711: the codes of the smallest positive value, with A-law's even bits inverted.
-    constexpr std::byte kALawSilence{0xD5};
-    constexpr std::byte kULawSilence{0xFF};
-    constexpr std::byte kUnsignedMiddle{0x80};
-    if (format.mFormatID == kAudioFormatALaw) {
-        return kALawSilence;
-    }
-    if (format.mFormatID == kAudioFormatULaw) {
-        return kULawSilence;
-    }
-    const bool isUnsigned =
-        (format.mFormatFlags & (kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsFloat)) == 0;
-    return isUnsigned ? kUnsignedMiddle : std::byte{0};
 }
 
 }  // namespace zav::detail

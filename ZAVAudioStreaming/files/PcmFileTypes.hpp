@@ -2,46 +2,45 @@
 
 #include <sndfile.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
 
-/// The file types that libsndfile reads and writes for us, and its format codes for our format
-/// records. Only encodings whose raw bytes are the samples themselves: PCM, float, A-law, mu-law.
+/// The file types that libsndfile reads and writes, and its format codes for our format records.
+/// Only encodings whose raw bytes are the samples themselves: PCM, float, A-law, mu-law.
 namespace zav::detail {
 
+/// What a file type can hold.
 struct PcmFileType {
     AudioFileTypeID fileType;
-    int majorFormat;                     ///< SF_FORMAT_WAV and its like
-    std::uint32_t mostLittleEndianBits;  ///< of integers; 0: none
-    bool hasBigEndianIntegers;
-    bool hasLittleEndianFloats;
-    bool hasBigEndianFloats;
-    bool hasLaws;           ///< A-law and mu-law
-    bool has64BitSizes;     ///< otherwise the file ends at 4 GiB
-    bool hasUnsignedBytes;  ///< 8-bit samples are unsigned, elsewhere signed
-    bool hasMagicCookie;
+    int majorFormat;  ///< libsndfile's code, such as SF_FORMAT_WAV
+    /// Bits of the widest little-endian integers; 0 if the type has none.
+    std::uint32_t mostLittleEndianBits = 0;
+    bool hasBigEndianIntegers = false;
+    bool hasLittleEndianFloats = false;
+    bool hasBigEndianFloats = false;
+    bool hasLaws = false;           ///< A-law and mu-law
+    bool has64BitSizes = false;     ///< otherwise a file ends at 4 GiB
+    bool hasUnsignedBytes = false;  ///< 8-bit samples are unsigned, otherwise signed
+    bool hasMagicCookie = false;
 };
 
 std::span<const PcmFileType> pcmFileTypes();
 
-/// Whether the format is one of those encodings, if not how.
+/// True for PCM, float, A-law and mu-law, whatever their parameters.
 bool isPcmFormat(const AudioStreamBasicDescription& format);
 
-/// Null for a type that is not one of these.
+/// Null if the type is not in the table.
 const PcmFileType* findPcmFileType(AudioFileTypeID fileType);
 
-/// libsndfile's code for audio of this format in a file of this type. Throws 'fmt?'.
+/// libsndfile's code for audio of this format in a file of this type. Throws 'fmt?' if the type
+/// cannot hold it.
 int sndfileFormatFor(const PcmFileType& type, const AudioStreamBasicDescription& format);
 
-/// The format record of an opened file. `isBigEndian` is its samples' byte order.
-/// Throws 'fmt?' when its encoding is none of ours.
+/// The format record of an open file. `isBigEndian` is the byte order of its samples. Throws 'fmt?'
+/// if the encoding is not PCM, float, A-law or mu-law.
 AudioStreamBasicDescription dataFormatOf(const SF_INFO& info, bool isBigEndian);
-
-/// The byte that silence in this format consists of.
-std::byte silenceByteOf(const AudioStreamBasicDescription& format);
 
 }  // namespace zav::detail

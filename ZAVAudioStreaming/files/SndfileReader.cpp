@@ -18,7 +18,8 @@ SndfileReader::OpenFile SndfileReader::open(FileHandle file, const PcmFileStruct
     if (info.samplerate < 1 || frameSize == 0) {
         throw StatusFailure(kAudioFileInvalidFileError);
     }
-    // A header can promise more than the file holds, and libsndfile counts W64's padding as audio.
+    // A header can claim more audio than the file holds, and libsndfile counts the padding of W64
+    // as audio.
     opened.frameCount =
         std::min(opened.frameCount, structure.audioSize.value_or(fileSize) / frameSize);
     return opened;

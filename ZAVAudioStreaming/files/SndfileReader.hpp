@@ -11,8 +11,8 @@
 
 namespace zav::detail {
 
-/// Reads PCM, float, A-law and mu-law files through libsndfile, raw bytes as they stand in the
-/// file. One packet is one frame.
+/// Reads PCM, float, A-law and mu-law files through libsndfile, as raw bytes in the file's own
+/// encoding. One packet is one frame.
 class SndfileReader : public AudioFileReader {
  public:
     SndfileReader(FileHandle file, const PcmFileStructure& structure);
@@ -40,7 +40,7 @@ class SndfileReader : public AudioFileReader {
     PcmFileStructure structure_;
     std::unique_ptr<SndfileStream> stream_;
     std::uint64_t frameCount_;
-    std::uint64_t position_ = 0;  // frames
+    std::uint64_t position_ = 0;  // in frames
     std::optional<std::vector<std::byte>> cookie_;
 };
 

@@ -10,7 +10,7 @@
 
 namespace zav::detail {
 
-/// libsndfile's view of a stream. Exceptions stop here: they must not cross its C code.
+/// The callbacks for libsndfile. They catch every exception, because none may cross its C code.
 struct SndfileCallbacks {
     template <class Result, class Call>
     static Result guarded(void* user, Result failure, Call call) noexcept {
@@ -68,15 +68,14 @@ struct SndfileCallbacks {
 SndfileStream::SndfileStream(FileHandle file, std::vector<ByteEdit> edits, SF_INFO& info)
     : file_(std::move(file)), edits_(std::move(edits)) {
     open(SFM_READ, info);
-    // From here on every byte counts as it is: after an unfinished file's header, audio can look
-    // like chunks.
+    // Now audio is read. After the header of an unfinished file, audio can look like chunks.
     edits_.clear();
 }
 
 SndfileStream::SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info)
     : file_(std::move(file)), editHeader_(std::move(editHeader)) {
     open(SFM_WRITE, info);
-    // With raw writing libsndfile never sees a peak, so it must not leave room for one.
+    // Raw writing never gives libsndfile a peak, so it must not reserve a chunk for one.
     sf_command(sndfile_, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 
@@ -155,7 +154,7 @@ std::size_t SndfileStream::readAtPosition(std::byte* buffer, std::size_t size) {
 
 std::size_t SndfileStream::writeAtPosition(const std::byte* bytes, std::size_t size) {
     if (position_ == 0 && editHeader_) {
-        // libsndfile writes a whole header at once, and audio never stands at the start.
+        // Audio never starts at byte 0, and libsndfile writes a header in one call.
         std::vector<std::byte> header(bytes, bytes + size);
         editHeader_(header);
         file_.writeAt(0, header.data(), size);
@@ -167,7 +166,6 @@ std::size_t SndfileStream::writeAtPosition(const std::byte* bytes, std::size_t s
     return size;
 }
 
-/// What of it has been written: on a full disk that is what the file has grown by.
 std::size_t SndfileStream::appendOrOverwrite(const std::byte* bytes, std::size_t size) {
     try {
         file_.writeAt(position_, bytes, size);

@@ -14,18 +14,19 @@
 
 namespace zav::detail {
 
-/// A libsndfile handle over a `FileHandle`. libsndfile reads and writes through callbacks of ours,
-/// so that a failed system call keeps its reason, and headers can be mended on their way, those
-/// that it parses as well as those that it writes.
+/// A libsndfile handle over a `FileHandle`, which it owns.
+///
+/// libsndfile reads and writes through our callbacks. They keep the reason of a failed system call,
+/// and they can edit headers on the way in and out.
 class SndfileStream {
  public:
     using HeaderEditor = std::function<void(std::span<std::byte>)>;
 
-    /// Opens for reading, `info` is filled. `edits` hold while libsndfile parses the header.
-    /// Throws 'dta?' when it cannot make sense of the file.
+    /// Opens for reading and fills `info`. `edits` apply while libsndfile parses the header. Throws
+    /// 'dta?' if libsndfile refuses the file and 'fmt?' if it does not know the encoding.
     SndfileStream(FileHandle file, std::vector<ByteEdit> edits, SF_INFO& info);
-    /// Opens an empty file for writing as `info` says. `editHeader` may change every header in
-    /// place before it goes into the file; it can be empty.
+    /// Opens an empty file for writing in the format of `info`. `editHeader` can change every
+    /// header in place before it is written; it can be empty.
     SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info);
     ~SndfileStream();
 
@@ -33,21 +34,21 @@ class SndfileStream {
     SndfileStream& operator=(const SndfileStream&) = delete;
 
     const FileHandle& file() const noexcept { return file_; }
-    /// Of the samples in the file.
+    /// The byte order of the samples in the file.
     bool isBigEndian();
 
     void seek(std::uint64_t frame);
-    /// Both return the bytes moved, fewer than asked for at the end of the file or when writing
-    /// fails; `throwFileError` then tells why. `size` is whole frames.
+    /// Both take whole frames, `size` in bytes, and return the bytes moved. These are fewer at the
+    /// end of the file or after a failed system call, which `throwFileError` then throws.
     std::size_t readRaw(void* buffer, std::size_t size);
     std::size_t writeRaw(const void* bytes, std::size_t size);
 
     /// Brings the header in the file up to date.
     void updateHeader();
 
-    /// Throws what the last failed system call threw, if there was one since the last throw.
+    /// Throws the error of the first system call that has failed since the last throw, if any.
     void throwFileError();
-    /// Ends libsndfile's work on the file, appends `trailer`, and closes it.
+    /// Closes the libsndfile handle, appends `trailer`, and closes the file.
     void close(std::span<const std::byte> trailer);
 
  private:
@@ -56,14 +57,15 @@ class SndfileStream {
     void open(int mode, SF_INFO& info);
     std::size_t readAtPosition(std::byte* buffer, std::size_t size);
     std::size_t writeAtPosition(const std::byte* bytes, std::size_t size);
+    /// Returns the bytes written. On a full disk that is the number by which the file has grown.
     std::size_t appendOrOverwrite(const std::byte* bytes, std::size_t size);
     void keepFileError();
 
     FileHandle file_;
     std::vector<ByteEdit> edits_;
     HeaderEditor editHeader_;
-    std::uint64_t position_ = 0;
-    std::uint64_t end_ = 0;  ///< of what has been written
+    std::uint64_t position_ = 0;  // byte offset of libsndfile's next read or write
+    std::uint64_t end_ = 0;       // byte offset after the last byte written
     std::exception_ptr fileError_;
     SNDFILE* sndfile_ = nullptr;
 };

@@ -1,21 +1,24 @@
 #include "ZAVAudioStreaming/files/SndfileWriter.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
+#include <optional>
+#include <string_view>
 #include <utility>
 
-#include "ZAVAudioStreaming/files/AiffHeader.hpp"
-#include "ZAVAudioStreaming/files/CafCookie.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
+#include "ZAVAudioStreaming/support/Silence.hpp"
 
 namespace zav::detail {
 namespace {
 
-/// Headers and padding of the types with 32-bit sizes stay far below this.
+/// Headers and padding of the types with 32-bit sizes are far smaller than this.
 constexpr std::uint64_t kHeaderAllowance = 4096;
 constexpr std::uint64_t kMost32BitBytes =
     std::numeric_limits<std::uint32_t>::max() - kHeaderAllowance;
 constexpr std::uint64_t kMost64BitBytes = std::uint64_t{1} << 62U;
-constexpr std::uint64_t kNowhere = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kUnknownPosition = std::numeric_limits<std::uint64_t>::max();
 constexpr std::uint64_t kSilenceStepInBytes = 65536;
 
 SF_INFO sndfileInfo(int sndfileFormat, const AudioStreamBasicDescription& dataFormat) {
@@ -26,6 +29,102 @@ SF_INFO sndfileInfo(int sndfileFormat, const AudioStreamBasicDescription& dataFo
     return info;
 }
 
+constexpr std::size_t kIdSize = 4;
+
+/// Chunks of a header: an id of four bytes, a big-endian size, the content, padding.
+struct ChunkLayout {
+    std::size_t firstChunk;  ///< offset in the header
+    std::size_t sizeSize;    ///< bytes of the size field
+    std::size_t alignment;   ///< chunks start at multiples of this offset
+};
+
+constexpr ChunkLayout kAiffChunks{12, 4, 2};
+constexpr ChunkLayout kCafChunks{8, 8, 1};
+constexpr std::size_t kCafChunkHeaderSize = kIdSize + kCafChunks.sizeSize;
+
+struct ChunkPlace {
+    std::size_t offset;  ///< of the id in the header
+    std::uint64_t size;  ///< of the content, which can end beyond the header
+};
+
+std::optional<ChunkPlace> findChunk(std::span<const std::byte> header, const ChunkLayout& layout,
+                                    std::string_view wantedId) {
+    const std::size_t chunkHeaderSize = kIdSize + layout.sizeSize;
+    std::size_t offset = layout.firstChunk;
+    while (offset + chunkHeaderSize <= header.size()) {
+        const std::string_view id(reinterpret_cast<const char*>(&header[offset]), kIdSize);
+        const std::uint64_t size = bigEndianAt(header.subspan(offset + kIdSize, layout.sizeSize));
+        if (id == wantedId) {
+            return ChunkPlace{offset, size};
+        }
+        if (size > header.size()) {
+            break;
+        }
+        offset += chunkHeaderSize + size + size % layout.alignment;
+    }
+    return std::nullopt;
+}
+
+/// Sets the number of frames in a header of AIFF or AIFC, and the size of its audio chunk to match.
+/// libsndfile counts the byte that pads audio of an odd size as a frame.
+///
+///     'COMM' size32 channels16 frames32 ....   'SSND' size32 offset32 blocksize32 audio
+void setAiffFrameCount(std::span<std::byte> header, std::uint32_t frameCount,
+                       std::uint32_t frameSize) {
+    constexpr std::size_t kFramesInFormat = 10;     // from the id on
+    constexpr std::uint32_t kBytesBeforeAudio = 8;  // the size includes offset and block size
+    const auto format = findChunk(header, kAiffChunks, "COMM");
+    if (format && format->offset + kFramesInFormat + 4 <= header.size()) {
+        putBigEndian(header.subspan(format->offset + kFramesInFormat, 4), frameCount);
+    }
+    if (const auto audio = findChunk(header, kAiffChunks, "SSND")) {
+        putBigEndian(header.subspan(audio->offset + kIdSize, kAiffChunks.sizeSize),
+                     kBytesBeforeAudio + frameCount * frameSize);
+    }
+}
+
+void putCafChunkHeader(std::span<std::byte> bytes, std::string_view id, std::uint64_t size) {
+    std::memcpy(bytes.data(), id.data(), kIdSize);
+    putBigEndian(bytes.subspan(kIdSize, kCafChunks.sizeSize), size);
+}
+
+/// The magic cookie as a chunk of its own.
+std::vector<std::byte> cafCookieChunk(std::span<const std::byte> cookie) {
+    std::vector<std::byte> chunk(kCafChunkHeaderSize + cookie.size());
+    putCafChunkHeader(chunk, "kuki", cookie.size());
+    std::copy(cookie.begin(), cookie.end(), chunk.begin() + kCafChunkHeaderSize);
+    return chunk;
+}
+
+/// The filler that libsndfile leaves in a CAF header, up to the audio at byte 4096.
+std::optional<ChunkPlace> findCafFiller(std::span<const std::byte> header) {
+    const auto filler = findChunk(header, kCafChunks, "free");
+    const bool isWhole =
+        filler && filler->size <= header.size() - filler->offset - kCafChunkHeaderSize;
+    return isWhole ? filler : std::nullopt;
+}
+
+/// Bytes of the longest cookie that fits into the filler of this header; 0 if it has none.
+std::size_t cafCookieCapacity(std::span<const std::byte> header) {
+    const auto filler = findCafFiller(header);
+    return filler && filler->size > kCafChunkHeaderSize ? filler->size - kCafChunkHeaderSize : 0;
+}
+
+/// Splits the filler of a CAF header to make room for the cookie. libsndfile itself pads every
+/// chunk that it is given to four bytes, which would change the cookie.
+///
+///     'free' size64 ....................   becomes   'kuki' size64 cookie 'free' size64 ....
+void insertCafCookie(std::span<std::byte> header, std::span<const std::byte> cookie) {
+    const auto filler = findCafFiller(header);
+    if (!filler || filler->size < cookie.size() + kCafChunkHeaderSize) {
+        return;
+    }
+    const auto chunk = cafCookieChunk(cookie);
+    const auto place = header.subspan(filler->offset);
+    std::copy(chunk.begin(), chunk.end(), place.begin());
+    putCafChunkHeader(place.subspan(chunk.size()), "free", filler->size - chunk.size());
+}
+
 }  // namespace
 
 SndfileWriter::SndfileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
@@ -33,7 +132,7 @@ SndfileWriter::SndfileWriter(FileHandle file, const PcmFileType& type, int sndfi
     : AudioFileWriter(type.fileType, dataFormat),
       info_(sndfileInfo(sndfileFormat, dataFormat)),
       stream_(
-          std::move(file), [this](std::span<std::byte> header) { mend(header); }, info_),
+          std::move(file), [this](std::span<std::byte> header) { correct(header); }, info_),
       mostFrames_((type.has64BitSizes ? kMost64BitBytes : kMost32BitBytes) / frameSize()) {
     stream_.updateHeader();
     stream_.throwFileError();
@@ -69,7 +168,7 @@ std::uint32_t SndfileWriter::writePackets(std::uint64_t firstPacket, PacketRun r
     return frameCount;
 }
 
-void SndfileWriter::mend(std::span<std::byte> header) const {
+void SndfileWriter::correct(std::span<std::byte> header) const {
     if (!cookie_.empty() && cookie_.size() <= cookieCapacity_) {
         insertCafCookie(header, cookie_);
     } else if (fileType() == kAudioFileAIFFType || fileType() == kAudioFileAIFCType) {
@@ -93,8 +192,9 @@ void SndfileWriter::fillWithSilence(std::uint64_t endFrame) {
     while (frameCount_ < endFrame) {
         writeFrames(step.data(), std::min(stepFrames, endFrame - frameCount_));
         if (silence == std::byte{0}) {
-            // Skipped bytes read as zero too, and take no room on the disk. Only the first step has
-            // to be written: libsndfile can leave bytes of an older header behind the newer one.
+            // Bytes that are skipped read as zero and take no room on the disk. The first step is
+            // written nevertheless: libsndfile can leave bytes of an older header behind a newer
+            // one.
             break;
         }
     }
@@ -106,8 +206,8 @@ void SndfileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
     position_ += written / frameSize();
     frameCount_ = std::max(frameCount_, position_);
     if (written < wanted) {
-        position_ = kNowhere;  // it may be within a frame
-        // What is there is readable then, whatever becomes of the writer; it needs no room.
+        position_ = kUnknownPosition;  // it can be inside a frame
+        // The header needs no room. After this, the file is readable even if the process dies.
         stream_.updateHeader();
         stream_.throwFileError();
         throw StatusFailure(kAudioFileUnspecifiedError);
@@ -124,6 +224,7 @@ void SndfileWriter::setMagicCookie(std::span<const std::byte> cookie) {
 }
 
 void SndfileWriter::finish() {
+    // A cookie that is too long for the header follows the audio.
     const bool fitsHeader = cookie_.size() <= cookieCapacity_;
     stream_.close(fitsHeader ? std::vector<std::byte>() : cafCookieChunk(cookie_));
 }

@@ -9,10 +9,12 @@
 
 namespace zav::detail {
 
-/// Writes PCM, float, A-law and mu-law files through libsndfile, raw bytes in the file's own
-/// encoding. One packet is one frame. The header is brought up to date with every second of audio,
-/// so that a killed writer loses at most that much; doing it at every write would cost three times
-/// the writing itself, once a second costs a third.
+/// Writes PCM, float, A-law and mu-law files through libsndfile, as raw bytes in the file's own
+/// encoding. One packet is one frame.
+///
+/// The header is brought up to date after every second of audio, so a writer that is killed loses
+/// one second at most. Doing it at every write would cost three times the writing itself; once a
+/// second costs a third of it.
 class SndfileWriter : public AudioFileWriter {
  public:
     SndfileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
@@ -32,12 +34,13 @@ class SndfileWriter : public AudioFileWriter {
 
  private:
     std::uint32_t frameSize() const { return dataFormat().mBytesPerFrame; }
-    void mend(std::span<std::byte> header) const;
+    /// Corrects a header that libsndfile is about to write.
+    void correct(std::span<std::byte> header) const;
     void moveTo(std::uint64_t frame);
     void fillWithSilence(std::uint64_t endFrame);
     void writeFrames(const void* buffer, std::uint64_t frameCount);
 
-    // Headers are mended from these, so they come before the stream.
+    // The stream reads these as soon as it is made, so they come before it.
     std::uint64_t frameCount_ = 0;
     std::vector<std::byte> cookie_;
     std::size_t cookieCapacity_ = 0;

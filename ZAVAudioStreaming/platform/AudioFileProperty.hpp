@@ -10,8 +10,8 @@
 
 namespace zav {
 
-/// Reads a property of a file as a `Value`, as the file nodes do: a property whose size cannot be
-/// asked for is a fatal stop without a message; a value that then cannot be read is all zero.
+/// Returns a property of a file as a `Value`, as the file nodes do. Fatal, with an empty message
+/// and this position, if the property's size cannot be read. All zero if its value cannot be read.
 template <class Value>
 Value audioFileProperty(AudioFileID file, AudioFilePropertyID property,
                         SourcePosition position = SourcePosition::current()) {
@@ -21,7 +21,7 @@ Value audioFileProperty(AudioFileID file, AudioFilePropertyID property,
         fatalError(FatalCause::fileProperty, status, "", position);
     }
     std::vector<std::byte> bytes(size);
-    // Best effort: the size was there, and zeros are the answer of a file that cannot tell.
+    // Best effort: if the value cannot be read although it has a size, zeros stand for it.
     static_cast<void>(AudioFileGetProperty(file, property, &size, bytes.data()));
     Value value{};
     std::memcpy(&value, bytes.data(), std::min(sizeof(Value), bytes.size()));

@@ -8,49 +8,54 @@
 
 namespace zav {
 
-/// An open file. Owns its descriptor, which is not passed on to child processes, and closes it at
-/// its end. Errors are `std::system_error`; interrupted and partial calls are carried on.
+/// An open file. Owns its descriptor, closes it in the destructor, and does not pass it on to child
+/// processes. Interrupted and partial system calls are continued. Errors are `std::system_error`.
 ///
 /// Threads: one at a time.
 class ZAV_EXPORT FileHandle {
  public:
-    /// What to do when the file to be created is there already.
+    /// What `create` does if the file exists already.
     enum class IfExists { replace, fail };
 
-    /// Regular files only (and disks): EISDIR for a folder, ESPIPE for what has no offsets.
+    /// Opens a regular file or a block device. Throws EISDIR for a folder and ESPIPE for a file
+    /// without offsets, such as a pipe.
     static FileHandle openForReading(const std::filesystem::path& path);
-    /// Makes an empty file, or empties the one that is there, for writing and reading back.
+    /// Makes an empty file for writing and reading. With `replace`, an existing file is emptied.
+    /// With `fail`, it throws EEXIST.
     static FileHandle create(const std::filesystem::path& path, IfExists ifExists);
-    /// An existing file, to be written over from its first byte on; what is there stays until then.
+    /// Opens an existing file to overwrite it from its first byte on. Its bytes stay until they are
+    /// overwritten.
     static FileHandle openForWriting(const std::filesystem::path& path);
 
     FileHandle(FileHandle&& other) noexcept;
     FileHandle& operator=(FileHandle&& other) noexcept;
     ~FileHandle();
 
-    /// Reads up to `size` bytes from `offset` on; fewer only at the end of the file.
+    /// Reads `size` bytes from `offset` on and returns the bytes read: fewer only at the end of the
+    /// file.
     std::size_t readAt(std::uint64_t offset, void* buffer, std::size_t size) const;
-    /// Writes all of `size` bytes from `offset` on; a gap before them reads as zero bytes.
+    /// Writes all of `size` bytes from `offset` on. A gap before them reads as zero bytes.
     void writeAt(std::uint64_t offset, const void* bytes, std::size_t size);
 
-    /// Reads up to `size` bytes from the current offset on; fewer only at the end of the file.
+    /// Reads `size` bytes from the current offset on and returns the bytes read: fewer only at the
+    /// end of the file.
     std::size_t read(void* buffer, std::size_t size);
     /// Writes all of `size` bytes at the current offset.
     void write(const void* bytes, std::size_t size);
-    /// Where the next `read` or `write` begins, in bytes; `readAt` and `writeAt` leave it alone.
+    /// Where the next `read` or `write` begins, in bytes. `readAt` and `writeAt` do not change it.
     std::uint64_t offset() const noexcept { return offset_; }
 
     /// Size of the file in bytes.
     std::uint64_t size() const;
 
-    /// Closes early, to learn of an error that the destructor would pass over.
+    /// Closes the file early, to report an error that the destructor would ignore.
     void close();
 
  private:
     explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
 
     int descriptor_;
-    std::uint64_t offset_ = 0;  // counted here: asking for it would be a system call
+    std::uint64_t offset_ = 0;  // kept here to save a system call
 };
 
 }  // namespace zav

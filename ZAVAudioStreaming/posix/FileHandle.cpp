@@ -30,7 +30,7 @@ auto retried(Call call) {
     return result;
 }
 
-// Repeats a transfer until `size` bytes are through or `transfer(done)` moves none.
+// Repeats a transfer until `size` bytes have moved or `transfer(done)` moves none.
 template <class Transfer>
 std::size_t transferAll(std::size_t size, Transfer transfer) {
     std::size_t done = 0;
@@ -52,8 +52,8 @@ FileHandle FileHandle::openForReading(const std::filesystem::path& path) {
     struct stat status {};
     retried([&] { return ::fstat(file.descriptor_, &status); });
     if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
-        // Folders open well enough and only fail at the first read, pipes cannot be read at an
-        // offset, and either could keep us waiting but for O_NONBLOCK.
+        // A folder would fail only at the first read, and a pipe cannot be read at an offset.
+        // O_NONBLOCK keeps the opening of a pipe from waiting for its writer.
         throw std::system_error(S_ISDIR(status.st_mode) ? EISDIR : ESPIPE, std::generic_category());
     }
     return file;
@@ -117,7 +117,7 @@ std::uint64_t FileHandle::size() const {
 }
 
 void FileHandle::close() {
-    // Not repeated when interrupted: on Linux the descriptor is gone all the same.
+    // Never repeated, even if interrupted: on Linux the descriptor is closed in any case.
     if (::close(std::exchange(descriptor_, kClosed)) != 0) {
         throwErrno();
     }

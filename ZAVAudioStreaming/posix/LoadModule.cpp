@@ -10,8 +10,8 @@
 namespace zav::detail {
 namespace {
 
-/// The folder of the shared library, or of the program, that this very code is in. Empty when
-/// nobody can tell.
+/// The folder of the shared library, or of the program, that contains this code. Empty if it cannot
+/// be found.
 std::filesystem::path ownFolder() {
     static const char here = 0;
     Dl_info info{};
@@ -20,7 +20,7 @@ std::filesystem::path ownFolder() {
         object == nullptr) {
         return {};
     }
-    // The program's own entry has no name, and the name that it was started by need not be a path.
+    // The loader's entry of the program has no name, and argv[0] need not be a path.
     const bool isProgram = object->l_name == nullptr || *object->l_name == '\0';
     std::error_code error;
     const auto path =

@@ -2,17 +2,19 @@
 
 namespace zav::detail {
 
-/// Loads the part of the library that is a file of its own because of what it is built on, and
-/// returns one of its tables: `loadModule("FFmpeg", "Files")`. The file is looked for beside the
-/// library (or the program, where that contains the library), then wherever the dynamic loader
-/// looks. Null when there is no such file, or when it is of another version: the names of its
-/// tables contain the version. A module stays loaded, since what it made can outlive every caller.
+/// Loads a module of the library and returns one of its tables, as in `loadModule("FFmpeg",
+/// "Files")`. A module is a shared object of its own, because of the libraries that it links.
+///
+/// The file is searched for beside the library (or the program, if that contains the library), then
+/// where the dynamic loader searches. Returns null if there is no such file, or if it belongs to
+/// another version of the library: the names of its tables contain the version. A module stays
+/// loaded, because objects that it made can outlive every caller.
 ///
 /// Threads: any.
 const void* loadModule(const char* moduleName, const char* tableName);
 
-/// The table that a module fills, loaded by the first call; null as with `loadModule`. `Table`
-/// names its module and itself: `kModuleName`, `kTableName`.
+/// Returns a module's table, which the first call loads; null as with `loadModule`. `Table` names
+/// its module and itself in `kModuleName` and `kTableName`.
 ///
 /// Threads: any.
 template <class Table>

@@ -3,17 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cmath>
 #include <cstring>
 
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/queues/DeviceRate.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav::detail {
 namespace {
 
-constexpr double kLowestRate = 8000;
-constexpr double kHighestRate = 192000;
 constexpr std::uint32_t kMostChannels = 8;
 constexpr bool kIsBigEndianHere = std::endian::native == std::endian::big;
 
@@ -27,10 +25,7 @@ std::uint32_t bytesPerSample(const AudioStreamBasicDescription& format) {
 
 /// Whether rate, channels and sizes are possible and consistent.
 bool isSound(const AudioStreamBasicDescription& format) {
-    const bool hasSoundRate = format.mSampleRate >= kLowestRate &&
-                              format.mSampleRate <= kHighestRate &&
-                              std::floor(format.mSampleRate) == format.mSampleRate;
-    return hasSoundRate && format.mChannelsPerFrame >= 1 &&
+    return isDeviceRate(format.mSampleRate) && format.mChannelsPerFrame >= 1 &&
            format.mChannelsPerFrame <= kMostChannels && format.mFramesPerPacket == 1 &&
            format.mBytesPerFrame > 0 && format.mBytesPerFrame % format.mChannelsPerFrame == 0 &&
            format.mBytesPerPacket == format.mBytesPerFrame &&

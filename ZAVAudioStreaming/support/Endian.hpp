@@ -6,24 +6,24 @@
 
 namespace zav::detail {
 
-/// Reads all bytes as one integer, lowest byte first.
-inline std::uint32_t littleEndianAt(std::span<const std::byte> bytes) {
-    std::uint32_t value = 0;
+/// Reads an integer of 1 to 8 bytes, least significant byte first.
+inline std::uint64_t littleEndianAt(std::span<const std::byte> bytes) {
+    std::uint64_t value = 0;
     for (std::size_t i = bytes.size(); i-- > 0;) {
-        value = value << 8U | std::to_integer<std::uint32_t>(bytes[i]);
+        value = value << 8U | std::to_integer<std::uint64_t>(bytes[i]);
     }
     return value;
 }
 
-/// Fills all bytes with one integer, lowest byte first.
-inline void putLittleEndian(std::span<std::byte> bytes, std::uint32_t value) {
+/// Fills `bytes` with the integer, least significant byte first.
+inline void putLittleEndian(std::span<std::byte> bytes, std::uint64_t value) {
     for (std::byte& byte : bytes) {
         byte = static_cast<std::byte>(value);
         value >>= 8U;
     }
 }
 
-/// Reads all bytes as one integer, highest byte first.
+/// Reads an integer of 1 to 8 bytes, most significant byte first.
 inline std::uint64_t bigEndianAt(std::span<const std::byte> bytes) {
     std::uint64_t value = 0;
     for (const std::byte byte : bytes) {
@@ -32,7 +32,7 @@ inline std::uint64_t bigEndianAt(std::span<const std::byte> bytes) {
     return value;
 }
 
-/// Fills all bytes with one integer, highest byte first.
+/// Fills `bytes` with the integer, most significant byte first.
 inline void putBigEndian(std::span<std::byte> bytes, std::uint64_t value) {
     for (std::size_t i = bytes.size(); i-- > 0; value >>= 8U) {
         bytes[i] = static_cast<std::byte>(value);

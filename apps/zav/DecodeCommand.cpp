@@ -12,19 +12,12 @@
 #include "OutputFile.hpp"
 
 namespace zavtool {
-namespace {
-
-bool isPcmType(const FileType& type) {
-    return type.holdsPcm;
-}
-
-}  // namespace
 
 void decode(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
-    if (type == nullptr || !isPcmType(*type)) {
+    if (type == nullptr || !holdsPcm(*type)) {
         throw UsageFailure(files.output.string() + ": not a name for PCM audio; a name with " +
-                           extensionsOfTypes(isPcmType));
+                           extensionsOfTypes(holdsPcm));
     }
     if (examineSbcContainer(files.input)) {
         throw Failure(files.input,

@@ -7,30 +7,45 @@ namespace zavtool {
 
 std::span<const FileType> fileTypes() {
     static const std::vector<FileType> types = {
-        {zav::kAudioFileWAVEType, "WAVE", {"wav", "wave"}, true},
-        {zav::kAudioFileRF64Type, "RF64", {"rf64"}, true},
-        {zav::kAudioFileWave64Type, "W64", {"w64"}, true},
-        {zav::kAudioFileAIFFType, "AIFF", {"aiff", "aif"}, true},
-        {zav::kAudioFileAIFCType, "AIFC", {"aifc"}, true},
-        {zav::kAudioFileCAFType, "CAF", {"caf"}, true},
-        {zav::kAudioFileNextType, "AU", {"au", "snd"}, true},
-        {zav::kAudioFileMP3Type, "MP3", {"mp3"}, false},
-        {zav::kAudioFileAAC_ADTSType, "ADTS", {"aac", "adts"}, false},
-        {zav::kAudioFileM4AType, "M4A", {"m4a"}, false},
-        {zav::kAudioFileMPEG4Type, "MP4", {"mp4"}, false},
-        {zav::kAudioFileFLACType, "FLAC", {"flac"}, false},
-        {zav::kAudioFileOggType, "Ogg", {"ogg", "oga", "opus"}, false},
-        {zav::kAudioFileAC3Type, "AC-3", {"ac3"}, false},
-        {zav::kAudioFileAMRType, "AMR", {"amr"}, false},
-        {zav::kAudioFileSBCType, "raw SBC", {"sbc"}, false},
-        {kSbcContainerType, "SBC container", {"zsbc"}, false},
-        {kOpusContainerType, "Opus container", {"zopus"}, false},
+        {zav::kAudioFileWAVEType, "WAVE", {"wav", "wave"}},
+        {zav::kAudioFileRF64Type, "RF64", {"rf64"}},
+        {zav::kAudioFileWave64Type, "W64", {"w64"}},
+        {zav::kAudioFileAIFFType, "AIFF", {"aiff", "aif"}},
+        {zav::kAudioFileAIFCType, "AIFC", {"aifc"}},
+        {zav::kAudioFileCAFType, "CAF", {"caf"}},
+        {zav::kAudioFileNextType, "AU", {"au", "snd"}},
+        {zav::kAudioFileMP3Type, "MP3", {"mp3"}},
+        {zav::kAudioFileAAC_ADTSType, "ADTS", {"aac", "adts"}},
+        {zav::kAudioFileM4AType, "M4A", {"m4a"}},
+        {zav::kAudioFileMPEG4Type, "MP4", {"mp4"}},
+        {zav::kAudioFileFLACType, "FLAC", {"flac"}},
+        {zav::kAudioFileOggType, "Ogg", {"ogg", "oga", "opus"}},
+        {zav::kAudioFileAC3Type, "AC-3", {"ac3"}},
+        {zav::kAudioFileAMRType, "AMR", {"amr"}},
+        {zav::kAudioFileSBCType, "raw SBC", {"sbc"}},
+        {kSbcContainerType, "SBC container", {"zsbc"}},
+        {kOpusContainerType, "Opus container", {"zopus"}},
     };
     return types;
 }
 
 bool isAudioFileType(const FileType& type) {
     return type.id != kSbcContainerType && type.id != kOpusContainerType;
+}
+
+bool holdsPcm(const FileType& type) {
+    switch (type.id) {
+        case zav::kAudioFileWAVEType:
+        case zav::kAudioFileRF64Type:
+        case zav::kAudioFileWave64Type:
+        case zav::kAudioFileAIFFType:
+        case zav::kAudioFileAIFCType:
+        case zav::kAudioFileCAFType:
+        case zav::kAudioFileNextType:
+            return true;
+        default:
+            return false;
+    }
 }
 
 bool holdsSbc(const FileType& type) {
@@ -73,7 +88,17 @@ std::string nameOfType(zav::AudioFileTypeID id) {
     return zav::fourCharText(id);
 }
 
-std::string extensionsOfTypes(bool (*isWanted)(const FileType&)) {
+std::string namesOfTypes(const TypeFilter& isWanted) {
+    std::vector<std::string> names;
+    for (const FileType& type : fileTypes()) {
+        if (isWanted(type)) {
+            names.emplace_back(type.name);
+        }
+    }
+    return listed(names);
+}
+
+std::string extensionsOfTypes(const TypeFilter& isWanted) {
     std::vector<std::string> extensions;
     for (const FileType& type : fileTypes()) {
         for (const std::string_view extension : type.extensions) {

@@ -3,6 +3,7 @@
 #include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,30 +11,32 @@
 
 namespace zavtool {
 
-/// Types of the library's own, which are none of the audio file service's.
+/// The library's own containers. The audio file service does not have these types.
 inline constexpr zav::AudioFileTypeID kOpusContainerType = zav::fourCharCode("zopu");
 inline constexpr zav::AudioFileTypeID kSbcContainerType = zav::fourCharCode("zsbc");
 
+/// A type of file, and what a user types for it.
 struct FileType {
     zav::AudioFileTypeID id;
     std::string_view name;
     std::vector<std::string_view> extensions;  ///< the first one is the usual one
-    bool holdsPcm;
 };
 
+/// Every type, in the order of help and error texts.
 std::span<const FileType> fileTypes();
 
-/// Whether files of this type are read and written by the audio file service.
+/// True if the audio file service reads and writes files of this type.
 bool isAudioFileType(const FileType& type);
 
-/// Whether `zav encode` writes files of this type by default.
+/// What files of this type hold if the user asks for nothing else.
+bool holdsPcm(const FileType& type);
 bool holdsSbc(const FileType& type);
 bool holdsOpus(const FileType& type);
 
-/// Whether files of this type hold 16-bit samples only with the high byte first.
+/// True if 16-bit samples in files of this type are always big-endian.
 bool holdsHighBytesFirst(const FileType& type);
 
-/// Whether the library's module for compressed files is there.
+/// True if the library's module for compressed files is installed.
 bool canReadCompressedFiles();
 
 /// The library's node that writes files of this type.
@@ -41,10 +44,14 @@ std::string_view nodeNameOf(const FileType& type);
 
 /// "WAVE", "raw SBC", ...; the four characters of a type that is not in the list.
 std::string nameOfType(zav::AudioFileTypeID id);
-/// ".wav, .wave, ... or .sbc", of the types that `isWanted` says yes to.
-std::string extensionsOfTypes(bool (*isWanted)(const FileType&));
 
-/// The type that a file's name asks for, by its extension; null when that is unknown.
+using TypeFilter = std::function<bool(const FileType&)>;
+/// "WAVE, RF64, ... or AU": the names of the types for which `isWanted` returns true.
+std::string namesOfTypes(const TypeFilter& isWanted);
+/// ".wav, .wave, ... or .sbc": all extensions of these types.
+std::string extensionsOfTypes(const TypeFilter& isWanted);
+
+/// The type that a file's extension stands for; null if the extension is unknown.
 const FileType* typeForName(const std::filesystem::path& path);
 
 /// "a, b or c".

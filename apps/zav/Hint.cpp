@@ -51,7 +51,7 @@ std::string hintAtOtherVerb(const zav::AudioStreamBasicDescription& format, cons
     if (format.mFormatID == zav::kAudioFormatLinearPCM && (holdsSbc(type) || holdsOpus(type))) {
         return hintAtVerb("encode", input, quoted(output.string()));
     }
-    if (isSbcOrOpus(format) && type.holdsPcm) {
+    if (isSbcOrOpus(format) && holdsPcm(type)) {
         return hintAtVerb("decode", input, quoted(output.string()));
     }
     return "";

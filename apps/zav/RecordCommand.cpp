@@ -58,7 +58,7 @@ std::string_view usualCodecOf(const FileType& type) {
         case kSbcContainerType:
             return "sbc";
         default:
-            return type.holdsPcm ? "pcm" : "";
+            return holdsPcm(type) ? "pcm" : "";
     }
 }
 
@@ -276,6 +276,18 @@ void start(zav::RecordSource& source) {
 }
 
 }  // namespace
+
+std::string recordableExtensions() {
+    std::string text;
+    for (const Codec& codec : kCodecs) {
+        const std::string extensions = extensionsOfTypes(
+            [&codec](const FileType& type) { return usualCodecOf(type) == codec.name; });
+        if (!extensions.empty()) {
+            text += (text.empty() ? "" : "; ") + extensions + " for " + std::string(codec.name);
+        }
+    }
+    return text;
+}
 
 void record(const RecordOptions& options, const CommonOptions& common) {
     using Clock = MainThread::Clock;

@@ -19,6 +19,9 @@ struct RecordOptions {
     SbcOptions sbc;
 };
 
+/// The extensions that `record` takes, by the codec that they choose: ".wav or .au for pcm; ...".
+std::string recordableExtensions();
+
 /// Records from the sound server's input to a file.
 void record(const RecordOptions& options, const CommonOptions& common);
 

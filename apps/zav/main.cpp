@@ -44,8 +44,24 @@ struct CommandLine {
     std::string helpVerb;
 };
 
-// Help is laid out for 80 columns: CLI11 breaks no lines, so descriptions are broken by hand.
+// Help is laid out for 80 columns. CLI11 breaks no lines, so descriptions are broken by hand or by
+// `wrapped`.
 constexpr std::size_t kDescriptionColumn = 25;
+
+/// The text with a line break before each word that does not fit into the column of descriptions.
+std::string wrapped(const std::string& text) {
+    constexpr std::size_t kWidth = 80 - kDescriptionColumn;
+    std::istringstream words(text);
+    std::string lines;
+    std::size_t lineSize = 0;
+    for (std::string word; words >> word;) {
+        const bool fits = lineSize + 1 + word.size() <= kWidth;
+        lines += lines.empty() ? "" : fits ? " " : "\n";
+        lineSize = fits && !lines.empty() ? lineSize + 1 + word.size() : word.size();
+        lines += word;
+    }
+    return lines;
+}
 
 void addCommonOptions(CLI::App& app, CommonOptions& common) {
     app.add_flag("-q,--quiet", common.isQuiet, "No progress, also on a terminal");
@@ -125,14 +141,14 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
               "chooses. The other options are SBC's");
     addSbcOptions(*verb, options.sbc);
     addFile(*verb, "INPUT", options.files.input,
-            "16-bit PCM in WAVE, RF64, W64, AIFF, AIFC, CAF or AU;\n"
-            "mono or stereo. For SBC 16000, 32000, 44100 or 48000\n"
-            "Hz, for Opus 8000, 12000, 16000, 24000 or 48000 Hz");
+            wrapped("16-bit PCM in " + namesOfTypes(holdsPcm) +
+                    "; mono or stereo. For SBC 16000, 32000, 44100 or 48000 Hz, for Opus 8000, "
+                    "12000, 16000, 24000 or 48000 Hz"));
     addFile(*verb, "OUTPUT", options.files.output,
-            "NAME.sbc: SBC frames, nothing else; NAME.zsbc: the\n"
-            "library's SBC container; NAME.opus or .ogg: Ogg Opus;\n"
-            "NAME.zopus: the library's Opus container (not for\n"
-            "12000 and 24000 Hz)");
+            wrapped("For SBC a name with " + extensionsOfTypes(holdsSbc) + ", for Opus with " +
+                    extensionsOfTypes(holdsOpus) +
+                    ". .sbc holds SBC frames and nothing else; .zsbc and .zopus are the library's "
+                    "own containers (.zopus not for 12000 and 24000 Hz)"));
     verb->footer(
         "Samples at the end that do not fill an SBC frame or an Opus packet of 60 ms\n"
         "are left out. 'zav decode' reads SBC of mono and plain stereo back, not dual\n"
@@ -148,8 +164,11 @@ CLI::App* addDecode(CLI::App& app, CommandLine& line) {
             "SBC frames (.sbc), mono or plain stereo; Opus (.opus,\n"
             ".zopus), mono or stereo, packets of 60 ms at most");
     addFile(*verb, "OUTPUT", line.decode.output,
-            "NAME.wav, .rf64, .w64, .aifc, .caf, and for SBC also\n"
-            ".aiff and .au; the extension chooses the type");
+            wrapped("A name with " + extensionsOfTypes([](const FileType& type) {
+                        return holdsPcm(type) && !holdsHighBytesFirst(type);
+                    }) +
+                    ", for SBC also with " + extensionsOfTypes(holdsHighBytesFirst) +
+                    "; the extension chooses the type"));
     verb->footer(
         "SBC in joint stereo and dual channel is refused: its frames have another\n"
         "length than the format of a two-channel stream tells. Ogg Opus decodes to\n"
@@ -163,9 +182,8 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
         app.add_subcommand("copy", "Copy audio, undecoded, from one type of file to another");
     addFile(*verb, "INPUT", line.copy.input, "Any audio file that 'zav info' knows");
     addFile(*verb, "OUTPUT", line.copy.output,
-            "NAME with .wav, .rf64, .w64, .aiff, .aifc, .caf, .au,\n"
-            ".mp3, .aac, .m4a, .mp4, .flac, .ogg, .ac3, .amr, .sbc,\n"
-            ".zsbc, .zopus: a type that can hold the encoding");
+            wrapped("A name with " + extensionsOfTypes([](const FileType&) { return true; }) +
+                    ": a type that can hold the encoding"));
     verb->footer(
         "Copied are the audio and its magic cookie, where the type has a place for one;\n"
         "no comments, cue points and the like, and nothing of what a file says of\n"
@@ -180,10 +198,9 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     verb->add_flag("--packets", line.info.listsPackets,
                    "List all packets (frames, for SBC) as well");
     addFile(*verb, "FILE", line.info.file,
-            "WAVE, RF64, W64, AIFF, AIFC, CAF and AU with PCM,\n"
-            "A-law and mu-law; MP3, AAC (ADTS, M4A, CAF), ALAC\n"
-            "(M4A, CAF), FLAC, Opus and Vorbis (Ogg), AC-3, AMR;\n"
-            "SBC; the library's SBC and Opus containers");
+            wrapped(namesOfTypes(holdsPcm) + " with PCM, A-law or mu-law; " +
+                    namesOfTypes([](const FileType& type) { return !holdsPcm(type); }) +
+                    "; AAC and ALAC also in CAF, Vorbis and FLAC also in Ogg"));
     verb->footer("Example: zav info --json speech.sbc");
     return verb;
 }
@@ -206,11 +223,7 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
               "given, the output's extension chooses. The next five\n"
               "options are SBC's");
     addSbcOptions(*verb, options.sbc);
-    addFile(*verb, "OUTPUT", options.output,
-            "NAME.wav, .rf64, .w64, .aiff, .aifc, .caf, .au: PCM;\n"
-            ".m4a, .mp4, .aac: AAC; .flac; .opus, .ogg: Opus;\n"
-            ".sbc, .zsbc: SBC; .zopus: the library's Opus\n"
-            "container");
+    addFile(*verb, "OUTPUT", options.output, wrapped("A name with " + recordableExtensions()));
     verb->footer(
         "Ctrl-C (or SIGTERM) ends a recording; the file is complete then. It is there\n"
         "under its name from the start, in place of one that was: if zav is killed, what\n"

@@ -1,4 +1,5 @@
-// Whatever stands in a file: a status or readable audio, never a crash, a hang or much memory.
+// A file of any bytes gives a status or readable audio, never a crash or a hang, and takes little
+// memory.
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -22,8 +23,8 @@ class BrokenFile : public testing::Test {
  protected:
     ~BrokenFile() override { ::close(memory_); }
 
-    /// Opens the bytes as a file, asks for everything and reads it all. Returns the packets read,
-    /// or nothing when the file was refused.
+    /// Opens the bytes as a file, reads every property and all packets. Returns the number of
+    /// packets; empty if the file was refused.
     std::optional<std::uint64_t> readThrough(std::span<const std::byte> bytes) {
         EXPECT_EQ(::ftruncate(memory_, 0), 0);
         EXPECT_EQ(::pwrite(memory_, bytes.data(), bytes.size(), 0),
@@ -43,7 +44,7 @@ class BrokenFile : public testing::Test {
         const bool isCompressed =
             format.mFramesPerPacket != 1 && format.mFormatID != kAudioFormatSbc;
         const auto audioSize = property<std::uint64_t>(file, kAudioFilePropertyAudioDataByteCount);
-        // Packets of MP4 may lie over each other.
+        // Packets of MP4 can overlap.
         EXPECT_TRUE(isCompressed || audioSize <= bytes.size()) << audioSize;
         EXPECT_LE(cookieOf(file).size(), bytes.size());
         EXPECT_GE(durationOf(file), 0);
@@ -59,11 +60,11 @@ class BrokenFile : public testing::Test {
     struct GoodFile {
         std::string name;
         Bytes bytes;
-        /// To read one takes long: not every place in it is tried.
+        /// Compressed files are slow to read, so not every place is tried.
         bool isCompressed = false;
     };
 
-    /// A small file of each kind that needs no module.
+    /// A small file of each kind that the library itself reads.
     std::vector<GoodFile> smallFiles() {
         std::vector<GoodFile> files;
         forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
@@ -84,7 +85,7 @@ class BrokenFile : public testing::Test {
         return files;
     }
 
-    /// Where to cut or to change it.
+    /// The places at which the file is cut or changed.
     static std::vector<std::size_t> places(const GoodFile& good) {
         std::vector<std::size_t> places;
         for (std::size_t place = 0; place < good.bytes.size();) {
@@ -134,8 +135,8 @@ TEST_F(BrokenFile, withAnyByteChangedDoesNoHarm) {
         const SilentStderr silent;
         Bytes changed = good.bytes;
         for (const std::size_t place : places(good)) {
-            // The values that break size arithmetic: one, for what may be a size of four bytes, or
-            // each in a header.
+            // Values that break size arithmetic: 0xFFFFFFFF everywhere, and some single bytes in
+            // the header.
             const auto at = changed.begin() + static_cast<std::ptrdiff_t>(place);
             const auto count = std::min<std::ptrdiff_t>(4, changed.end() - at);
             std::fill_n(at, count, std::byte{0xFF});
@@ -152,7 +153,7 @@ TEST_F(BrokenFile, withAnyByteChangedDoesNoHarm) {
     }
 }
 
-TEST_F(BrokenFile, ofManyTinyChunksIsRefusedSoon) {
+TEST_F(BrokenFile, ofManyTinyChunksIsRefused) {
     EXPECT_EQ(readThrough(joined(
                   {bytesFrom({'R', 'I', 'F', 'F', 0xFF, 0xFF, 0xFF, 0x7F, 'W', 'A', 'V', 'E'}),
                    Bytes(std::size_t{8} * 1000000)})),
@@ -166,8 +167,8 @@ TEST_F(BrokenFile, thatIsNoAudioAtAllIsOfNoKnownType) {
     }
 }
 
-// What is missing, a folder or a pipe is in tests/apps/errors.sh, and a disk that is full.
-TEST(AudioFileService, tellsWhyAFileCannotBeReached) {
+// tests/apps/errors.sh tests a missing file, a folder, a pipe and a full disk.
+TEST(AudioFileService, reportsWhyAFileCannotBeReached) {
     const TemporaryFolder folder;
     AudioFileID id = nullptr;
     EXPECT_EQ(AudioFileOpenURL(folder / "missing", AudioFilePermissions{2}, 0, &id),

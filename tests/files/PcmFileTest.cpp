@@ -1,5 +1,5 @@
-// Reading and writing PCM files through the service. That other programs read the same bytes is
-// tested in tests/apps/pcm_containers.sh.
+// Reading and writing PCM files through the service. tests/apps/pcm_containers.sh checks that other
+// programs read the same bytes.
 
 #include <gtest/gtest.h>
 
@@ -42,7 +42,7 @@ TEST_F(PcmFile, givesBackEveryByteInEveryKindOfFile) {
                       format.mBytesPerFrame);
             EXPECT_DOUBLE_EQ(durationOf(file), 1001 / 22050.0);
             EXPECT_EQ(readAll(file), audio);
-            // Backwards, over the end, and at the end.
+            // Beyond the end, backwards, and at the end.
             const auto twoFrom = [&](std::size_t first) {
                 return joined({std::span(audio).subspan(format.mBytesPerFrame * first,
                                                         format.mBytesPerFrame * 2U)});
@@ -55,7 +55,7 @@ TEST_F(PcmFile, givesBackEveryByteInEveryKindOfFile) {
     });
 }
 
-TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
+TEST_F(PcmFile, refusesOtherEncodingsBeforeTheOldFileIsTouched) {
     const Bytes old = testBytes(10);
     writeFile(path_, old);
     const auto expectRefused = [&](AudioFileTypeID type,
@@ -63,7 +63,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
         create(path_, type, format, kAudioFileUnsupportedDataFormatError);
         EXPECT_EQ(readFile(path_), old);
     };
-    // Encodings that a type does not take are in tests/apps/pcm_containers.sh.
+    // tests/apps/pcm_containers.sh tests the PCM encodings that a type cannot hold.
     for (const PcmFileCase& fileCase : pcmFileCases()) {
         expectRefused(fileCase.type, sbcFormat(16000, 1, 0x00200B00, 72));
         expectRefused(fileCase.type, {});
@@ -78,7 +78,7 @@ TEST_F(PcmFile, refusesOtherEncodingsAndLeavesTheOldFileAlone) {
 TEST_F(PcmFile, leavesSilenceBeforeAPacketBeyondTheEnd) {
     forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
         const auto format = encoding.format(8000, 2);
-        // More than one step of filling, and not a multiple of it.
+        // More than one step of the writer's filling, and not a multiple of it.
         constexpr std::uint32_t kGap = 50001;
         const Bytes audio = testBytes(std::size_t{10} * format.mBytesPerFrame);
         {
@@ -100,31 +100,35 @@ TEST_F(PcmFile, leavesSilenceBeforeAPacketBeyondTheEnd) {
     });
 }
 
-TEST_F(PcmFile, overwritesWhatIsThereGoesOnAtTheEndAndCountsPacketsByBytes) {
+TEST_F(PcmFile, overwritesPacketsThatExist) {
     {
         const OpenFile file = create(path_, kAudioFileWAVEType, pcmFormat(8000, 1));
         EXPECT_EQ(write(file, 0, Bytes(20, std::byte{1})), noErr);
-        EXPECT_EQ(write(file, 8, Bytes(8, std::byte{2})), noErr);
+        EXPECT_EQ(write(file, 8, Bytes(8, std::byte{2})), noErr);  // beyond the old end
         EXPECT_EQ(write(file, 1, Bytes(2, std::byte{3})), noErr);
         EXPECT_EQ(packetCount(file), 12U);
-        const Bytes odd(3);
-        std::uint32_t packets = 2;
-        EXPECT_EQ(AudioFileWritePackets(file.get(), false, 3, nullptr, 12, &packets, odd.data()),
-                  kAudioFileParameterError);
-        EXPECT_EQ(packets, 0U);
-        // A decoder's chunk: 2 SBC frames that are 4 PCM packets.
-        packets = 2;
-        const Bytes pcm(8, std::byte{4});
-        EXPECT_EQ(AudioFileWritePackets(file.get(), false, 8, nullptr, 8, &packets, pcm.data()),
-                  noErr);
-        EXPECT_EQ(packets, 4U);
-        EXPECT_EQ(packetCount(file), 12U);
+        EXPECT_EQ(write(file, 12, Bytes(2, std::byte{4})), noErr);  // at the end, after going back
     }
-    EXPECT_EQ(readAll(open(path_)),
-              bytesFrom({1, 1, 3, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 4, 4, 4, 4, 4, 4, 4, 4}));
+    EXPECT_EQ(readAll(open(path_)), bytesFrom({1, 1, 3, 3, 1, 1, 1, 1, 1, 1, 1, 1, 1,
+                                               1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2, 4, 4}));
 }
 
-TEST_F(PcmFile, goesOver4GiBWhereItCanAndSaysSoWhereItCannot) {
+TEST_F(PcmFile, countsPacketsByTheirBytes) {
+    const OpenFile file = create(path_, kAudioFileWAVEType, pcmFormat(8000, 1));
+    const Bytes odd(3);
+    std::uint32_t packets = 2;
+    EXPECT_EQ(AudioFileWritePackets(file.get(), false, 3, nullptr, 0, &packets, odd.data()),
+              kAudioFileParameterError);
+    EXPECT_EQ(packets, 0U);
+    // A decoder's chunk of 2 SBC frames is 4 PCM packets.
+    packets = 2;
+    const Bytes pcm(8);
+    EXPECT_EQ(AudioFileWritePackets(file.get(), false, 8, nullptr, 0, &packets, pcm.data()), noErr);
+    EXPECT_EQ(packets, 4U);
+    EXPECT_EQ(packetCount(file), 4U);
+}
+
+TEST_F(PcmFile, exceeds4GiBOnlyInTypesWith64BitSizes) {
     constexpr std::int64_t kAt5GiB = (std::int64_t{5} << 30U) / 4;
     const Bytes audio = testBytes(400);
     for (const PcmFileCase& fileCase : pcmFileCases()) {
@@ -136,13 +140,13 @@ TEST_F(PcmFile, goesOver4GiBWhereItCanAndSaysSoWhereItCannot) {
                              fileCase.type == kAudioFileWave64Type ||
                              fileCase.type == kAudioFileCAFType;
         {
-            // The gap is a hole in the file: it takes no room.
+            // The gap is a hole in the file and takes no room on the disk.
             const OpenFile file = create(path_, fileCase.type, format);
             EXPECT_EQ(write(file, 0, audio), noErr);
             EXPECT_EQ(write(file, kAt5GiB, audio),
                       isLarge ? noErr : kAudioFileDoesNotAllow64BitDataSizeError);
             EXPECT_EQ(write(file, INT64_MAX, audio), kAudioFileDoesNotAllow64BitDataSizeError);
-            // Near the limit of 32 bits all is well.
+            // Just below 4 GiB, every type works.
             if (!isLarge) {
                 EXPECT_EQ(write(file, (std::int64_t{1} << 30U) - 2000, audio), noErr);
             }
@@ -162,7 +166,7 @@ TEST_P(KilledWriter, leavesAFileThatIsReadableUpToTheLastSecond) {
     forEachKind([&](const PcmFileCase& fileCase, const Encoding& encoding) {
         const auto format = encoding.format(kRate, 4);
         const std::size_t chunkSize = std::size_t{100} * format.mBytesPerFrame;
-        // 4.4 seconds, of any volume: behind an old header, quiet audio looks like many small
+        // 4.4 seconds, at several volumes: after an old header, quiet audio looks like many small
         // chunks.
         Bytes audio = testBytes(355 * chunkSize);
         for (std::byte& byte : audio) {
@@ -203,7 +207,7 @@ TEST_F(PcmFile, onAFullDiskIsReadableUpToItsEnd) {
                             std::span(audio).subspan(40 * std::size_t{48})),
                       kAudioFileDiskFullError);
         }
-        // The writer is still there, as after a fatal stop.
+        // The writer has not been closed, as after a fatal stop.
         const Bytes found = readAll(open(path_));
         EXPECT_GE(found.size(), kLimit - kLongestHeader - format.mBytesPerFrame);
         EXPECT_TRUE(std::equal(found.begin(), found.end(), audio.begin()));
@@ -213,7 +217,8 @@ TEST_F(PcmFile, onAFullDiskIsReadableUpToItsEnd) {
 TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
     const auto format = pcmFormat(44100, 1);
     const Bytes audio = testBytes(100000);
-    for (const std::size_t size : {1U, 39U, 4004U, 4005U, 70000U}) {  // 4004 fit into the header
+    for (const std::size_t size :
+         {1U, 39U, 4004U, 4005U, 70000U}) {  // 4004 bytes fit into the header
         const Bytes cookie = testBytes(size, 7);
         {
             const OpenFile file = create(path_, kAudioFileCAFType, format);
@@ -225,7 +230,7 @@ TEST_F(PcmFile, keepsAMagicCookieInCafOnly) {
                       noErr);
             EXPECT_EQ(cookieSize, 0U);
             EXPECT_EQ(isWritable, 1U);
-            // The second one replaces the first, and stays when the header is written again.
+            // The second cookie replaces the first, and stays when the header is written again.
             EXPECT_EQ(setCookie(file, testBytes(3)), noErr);
             EXPECT_EQ(setCookie(file, cookie), noErr);
             EXPECT_EQ(write(file, 50000, audio), noErr);
@@ -247,21 +252,22 @@ TEST_F(PcmFile, ofAnotherProgramIsReadToTheEndOfItsAudioOrRefused) {
     const Bytes audio = testBytes(2000);
     struct Case {
         AudioFileTypeID type;
-        std::size_t offset;  // of what is written over
+        std::size_t offset;  // of the bytes that are overwritten
         std::size_t length;
         std::uint8_t value;
-        std::size_t padding;  // zeros behind the audio
+        std::size_t padding;  // zeros after the audio
         OSStatus status;
     };
     for (const Case& test : {
              Case{kAudioFileWAVEType, 0, 0, 0, 100000, noErr},
              Case{kAudioFileWave64Type, 0, 0, 0, 100000, noErr},
-             // The size of the audio, by a program that writes into a pipe: all bits are set.
+             // The size of the audio: all bits are set by a program that writes into a pipe.
              Case{kAudioFileWAVEType, 40, 4, 0xFF, 0, noErr},
              Case{kAudioFileCAFType, 4084, 8, 0xFF, 0, noErr},
-             // An encoding that nobody knows.
+             // An unknown encoding.
              Case{kAudioFileCAFType, 28, 4, 'x', 0, kAudioFileUnsupportedDataFormatError},
-             // The low bits of a rate, a double in CAF and in AIFF 80 bits: it is not whole then.
+             // A low bit of the rate, so that it is no whole number: a double in CAF, 80 bits in
+             // AIFF.
              Case{kAudioFileCAFType, 24, 1, 0x40, 0, kAudioFileUnsupportedDataFormatError},
              Case{kAudioFileAIFFType, 32, 1, 0x40, 0, kAudioFileUnsupportedDataFormatError},
          }) {

@@ -35,8 +35,8 @@ TEST_F(SbcFile, isDescribedByItsFirstFrame) {
 }
 
 TEST_F(SbcFile, readsFramesOfDifferentLengths) {
-    const Bytes longer = framesWithBitpool(64, 500);              // 136 bytes each
-    const Bytes all = joined({framesWithBitpool(32, 900),         // 72, over more than one window
+    const Bytes longer = framesWithBitpool(64, 500);       // 136 bytes each
+    const Bytes all = joined({framesWithBitpool(32, 900),  // 72 each, more than one read window
                               longer, framesWithBitpool(8, 2)});  // 24
     writeFile(path_, all);
 
@@ -57,7 +57,7 @@ TEST_F(SbcFile, readsFramesOfDifferentLengths) {
     EXPECT_EQ(byteCount, 184U);
     EXPECT_EQ(places[1], (AudioStreamPacketDescription{136, 0, 24}));
     EXPECT_EQ(places[2], (AudioStreamPacketDescription{160, 0, 24}));
-    // Room for part of a packet is no room.
+    // No part of a packet is read.
     byteCount = 135;
     count = 4;
     EXPECT_EQ(AudioFileReadPacketData(file.get(), false, &byteCount, nullptr, 1399, &count,

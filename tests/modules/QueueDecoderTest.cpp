@@ -1,4 +1,4 @@
-// Decoders of queues, against ffmpeg.
+// Decoders of queues, compared with ffmpeg.
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ std::unique_ptr<QueueDecoder> makeDecoder(const CompressedStream& stream) {
     return decoder;
 }
 
-/// All of a stream in one buffer.
+/// Decodes a whole stream from one buffer.
 Bytes decodeAll(QueueDecoder& decoder, const CompressedStream& stream) {
     Bytes pcm;
     decoder.decode(stream.bytes, stream.places, pcm);
@@ -36,13 +36,13 @@ Bytes decodeAll(QueueDecoder& decoder, const CompressedStream& stream) {
     return pcm;
 }
 
-/// All of some bytes in pieces that `nextSize` gives the sizes of, not described.
+/// Decodes bytes without descriptions, in pieces whose sizes `nextSize` returns.
 Bytes decodePieces(QueueDecoder& decoder, std::span<const std::byte> bytes,
                    const std::function<std::size_t()>& nextSize) {
     Bytes pcm;
     while (!bytes.empty()) {
         const std::size_t size = std::min(bytes.size(), nextSize());
-        // With no byte to spare behind it.
+        // A copy of exact size, so that a sanitizer finds reads beyond its end.
         const Bytes piece(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
         decoder.decode(piece, {}, pcm);
         bytes = bytes.subspan(size);
@@ -51,7 +51,7 @@ Bytes decodePieces(QueueDecoder& decoder, std::span<const std::byte> bytes,
     return pcm;
 }
 
-/// What ffmpeg decodes, priming included, in samples like those of `pcm`.
+/// What ffmpeg decodes, with priming, in the sample format of `pcm`.
 Bytes decodeByFfmpeg(const std::filesystem::path& path, const AudioStreamBasicDescription& pcm) {
     return bytesOutputOf("ffmpeg -nostdin -v error -flags2 +skip_manual -i " + quoted(path) +
                          " -map 0:a:0" + rawFormat(pcm) + "-");
@@ -59,7 +59,7 @@ Bytes decodeByFfmpeg(const std::filesystem::path& path, const AudioStreamBasicDe
 
 class QueueDecoding : public testing::Test {
  protected:
-    /// A sample beside the common ones.
+    /// Makes a further sample.
     std::filesystem::path make(const std::string& name, const std::string& options) {
         const auto input = samples_["free.flac"];
         std::filesystem::path path = samples_ / name;
@@ -71,7 +71,7 @@ class QueueDecoding : public testing::Test {
     CompressedSampleFolder samples_;
 };
 
-TEST_F(QueueDecoding, givesWhatFfmpegGivesAlsoAfterAnEndAndAfterAReset) {
+TEST_F(QueueDecoding, givesWhatFfmpegGivesForEveryNewStream) {
     std::vector<std::filesystem::path> paths = {
         make("deep.flac", "-af volume=0.3 -sample_fmt s32"),
         make("deep.m4a", "-c:a alac -af volume=0.3 -sample_fmt s32p"),
@@ -105,7 +105,7 @@ TEST_F(QueueDecoding, givesWhatFfmpegGivesAlsoAfterAnEndAndAfterAReset) {
     }
 }
 
-TEST_F(QueueDecoding, needsNoCookieWhereTheRecordTellsEnough) {
+TEST_F(QueueDecoding, needsNoCookieIfTheRecordIsEnough) {
     for (const char* const name :
          {"aac.m4a", "alac.m4a", "alac.caf", "free.flac", "tools.opus", "long.opus"}) {
         SCOPED_TRACE(name);
@@ -115,7 +115,7 @@ TEST_F(QueueDecoding, needsNoCookieWhereTheRecordTellsEnough) {
         const auto decoder = makeDecoder(stream);
         EXPECT_TRUE(decodeAll(*decoder, stream) == withCookie);
     }
-    // Where it does not, what comes before the cookie is left out.
+    // Otherwise packets are left out until the cookie is set.
     CompressedStream vorbis = readStream(samples_["vorbis.ogg"]);
     CompressedStream alac = readStream(samples_["alac.m4a"]);
     alac.format.mFormatFlags = 0;
@@ -128,8 +128,8 @@ TEST_F(QueueDecoding, needsNoCookieWhereTheRecordTellsEnough) {
     }
 }
 
-// The forms that it comes in are tested with files.
-TEST_F(QueueDecoding, staysAsItIsWhenACookieIsRefused) {
+// MagicCookieTest tests the forms of cookies.
+TEST_F(QueueDecoding, continuesAfterACookieIsRefused) {
     const CompressedStream alac = readStream(samples_["alac.m4a"]);
     Bytes wide = alac.cookie;
     wide[0] = std::byte{1};  // 16 million frames in a packet
@@ -176,7 +176,7 @@ TEST_F(QueueDecoding, findsPacketsWhereverTheStreamIsCut) {
     }
 }
 
-TEST_F(QueueDecoding, findsPacketsBehindMuchThatIsNone) {
+TEST_F(QueueDecoding, findsPacketsAfterMuchJunk) {
     for (const char* const name : {"plain.mp3", "two.mp2", "adts.aac", "cinema.ac3"}) {
         SCOPED_TRACE(name);
         const CompressedStream stream = readStream(samples_[name]);
@@ -188,17 +188,17 @@ TEST_F(QueueDecoding, findsPacketsBehindMuchThatIsNone) {
         const std::size_t packetSize =
             std::size_t{stream.format.mFramesPerPacket} * decoder->pcmFormat().mBytesPerFrame;
         EXPECT_LE(pcm.size(), whole);
-        // The last of it can look like the header of a packet that reaches into the real ones.
+        // The end of the junk can look like a header whose packet reaches into the real ones.
         EXPECT_GE(pcm.size() + 4 * packetSize, whole);
     }
 }
 
-TEST_F(QueueDecoding, takesAnUndescribedBufferForAPacketWhereNothingElseIsTold) {
+TEST_F(QueueDecoding, takesABufferWithoutDescriptionsForOnePacket) {
     for (const char* const name : {"aac.m4a", "alac.m4a", "vorbis.ogg", "tools.opus"}) {
         const CompressedStream stream = readStream(samples_[name]);
         const auto decoder = makeDecoder(stream);
         const Bytes described = decodeAll(*decoder, stream);
-        // A described one may stand anywhere.
+        // With descriptions, packets can begin anywhere.
         CompressedStream moved = stream;
         moved.bytes = joined({testBytes(7), stream.bytes});
         for (AudioStreamPacketDescription& place : moved.places) {
@@ -214,7 +214,7 @@ TEST_F(QueueDecoding, takesAnUndescribedBufferForAPacketWhereNothingElseIsTold) 
     }
 }
 
-TEST_F(QueueDecoding, convertsWhatIsNotAsTheRecordSays) {
+TEST_F(QueueDecoding, convertsAStreamThatDiffersFromItsRecord) {
     struct Case {
         const char* name;
         double rate;
@@ -232,7 +232,7 @@ TEST_F(QueueDecoding, convertsWhatIsNotAsTheRecordSays) {
         stream.format.mChannelsPerFrame = channels;
         stream.cookie.clear();
         if (stream.format.mFormatID == kAudioFormatMPEG4AAC) {
-            stream.bytes = readFile(samples_[name]);  // with headers, which know better
+            stream.bytes = readFile(samples_[name]);  // with headers, which contain the real rate
             stream.places.clear();
         }
         const auto decoder = makeDecoder(stream);
@@ -243,14 +243,14 @@ TEST_F(QueueDecoding, convertsWhatIsNotAsTheRecordSays) {
         const Bytes expected =
             bytesOutputOf("ffmpeg -nostdin -v error " + rawOptions(honest->pcmFormat()) + " -i " +
                           quoted(raw) + " " + rawOptions(pcm) + " -");
-        // The resampler's last frames are cut differently.
+        // ffmpeg's resampler cuts the last frames in another place.
         EXPECT_NEAR(static_cast<double>(decoded.size()), static_cast<double>(expected.size()),
                     100 * pcm.mBytesPerFrame);
         EXPECT_GT(signalToNoise(samplesOf(expected, pcm), samplesOf(decoded, pcm)), 60);
     }
 }
 
-TEST_F(QueueDecoding, leavesOutWhatIsDamagedAndGoesOn) {
+TEST_F(QueueDecoding, leavesOutOnlyWhatIsDamaged) {
     constexpr std::uint32_t kSeed = 31;
     std::mt19937 random(kSeed);
     for (const CompressedSample& sample : compressedSamples()) {
@@ -262,7 +262,7 @@ TEST_F(QueueDecoding, leavesOutWhatIsDamagedAndGoesOn) {
             SCOPED_TRACE(sample.name + ", seed " + std::to_string(kSeed) + ", round " +
                          std::to_string(round));
             CompressedStream bad = good;
-            // A few bits here and there, or nothing but junk.
+            // A few wrong bytes, or nothing but junk.
             for (auto changes = random() % 200 + 1; changes > 0; --changes) {
                 bad.bytes[random() % bad.bytes.size()] = static_cast<std::byte>(random());
             }
@@ -276,7 +276,7 @@ TEST_F(QueueDecoding, leavesOutWhatIsDamagedAndGoesOn) {
         }
         EXPECT_EQ(decodeAll(*decoder, good).size(), whole);
     }
-    // A frame of FLAC is left out whole, for its checksum.
+    // A FLAC frame with a wrong checksum is left out completely.
     CompressedStream flac = readStream(samples_["free.flac"]);
     const auto decoder = makeDecoder(flac);
     Bytes rest = decodeAll(*decoder, flac);

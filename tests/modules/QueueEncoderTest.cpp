@@ -1,5 +1,4 @@
-// Encoders of queues: what they make, written by the file service, against what other programs
-// decode of it.
+// Encoders of queues. The file service writes their packets, and other programs decode the files.
 
 #include <gtest/gtest.h>
 
@@ -25,14 +24,14 @@ extern "C" {
 namespace zav::test {
 namespace {
 
-/// A stream in pieces of whole frames, to its end.
+/// Encodes a whole stream in pieces of whole frames.
 EncodedPackets encodeAll(QueueEncoder& encoder, std::span<const std::byte> pcm) {
     std::mt19937 random(5);
     EncodedPackets packets;
     while (!pcm.empty()) {
         const std::size_t size = std::min<std::size_t>(
             pcm.size(), (random() % 3000 + 1) * encoder.pcmFormat().mBytesPerFrame);
-        // With no byte to spare behind it.
+        // A copy of exact size, so that a sanitizer finds reads beyond its end.
         const Bytes piece(pcm.begin(), pcm.begin() + static_cast<std::ptrdiff_t>(size));
         encoder.encode(piece, packets);
         pcm = pcm.subspan(size);
@@ -41,7 +40,7 @@ EncodedPackets encodeAll(QueueEncoder& encoder, std::span<const std::byte> pcm) 
     return packets;
 }
 
-/// Two tones in each channel, other ones in every channel, in the upper 16 or 24 bits.
+/// Two tones in each channel, different in every channel, in the upper 16 or 24 bits.
 Bytes tones(const AudioStreamBasicDescription& pcm, std::size_t frameCount) {
     constexpr double kTurn = 6.283185307179586;
     Bytes bytes;
@@ -63,15 +62,15 @@ Bytes tones(const AudioStreamBasicDescription& pcm, std::size_t frameCount) {
 
 class QueueEncoding : public testing::Test {
  protected:
-    /// What an encoder makes of tones.
+    /// Tones, and what an encoder makes of them.
     struct Encoded {
         Bytes pcm;
         Bytes firstCookie;  ///< before the first packet
         EncodedPackets packets;
     };
 
-    /// Encodes and writes the packets into a file as a recorder does: the cookie first, and once
-    /// more at the end. The next stream begins anew.
+    /// Encodes tones and writes the packets into a file as a recorder does: the cookie first, and
+    /// for FLAC again at the end. Then checks that a second stream gives the same packets.
     Encoded record(AudioFileTypeID type, QueueEncoder& encoder, std::size_t frameCount) {
         const auto cookie = [&] {
             return Bytes(encoder.magicCookie().begin(), encoder.magicCookie().end());
@@ -99,7 +98,7 @@ class QueueEncoding : public testing::Test {
         return encoded;
     }
 
-    /// In samples and at the rate of `pcm`, with the channels that are there.
+    /// Decodes the written file to the sample format and rate of `pcm`, with the file's channels.
     Bytes decodeByFfmpeg(const AudioStreamBasicDescription& pcm) const {
         return bytesOutputOf("ffmpeg -nostdin -v error -i " + quoted(path_) + " -ar " +
                              std::to_string(static_cast<int>(pcm.mSampleRate)) + rawFormat(pcm) +
@@ -110,7 +109,7 @@ class QueueEncoding : public testing::Test {
     const std::filesystem::path path_ = folder_ / "written";
 };
 
-TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
+TEST_F(QueueEncoding, withoutLossIsDecodedBitByBitByOtherPrograms) {
     struct Case {
         AudioFileTypeID type;
         AudioStreamBasicDescription format;
@@ -147,7 +146,7 @@ TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
         EXPECT_EQ(encoder->pcmFormat().mBitsPerChannel, test.bits == 16 ? 16U : 32U);
         const auto [pcm, firstCookie, packets] = record(test.type, *encoder, test.frameCount);
 
-        // Only a short last packet tells its frames.
+        // Only a short last packet has its own duration.
         const auto rest = static_cast<std::uint32_t>(test.frameCount % test.framesPerPacket);
         EXPECT_EQ(packets.descriptions.size(),
                   test.frameCount / test.framesPerPacket + (rest == 0 ? 0 : 1));
@@ -159,7 +158,7 @@ TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
         EXPECT_EQ(complaintsOf(path_), "");
         EXPECT_TRUE(decodeByFfmpeg(encoder->pcmFormat()) == pcm);
         if (test.type == kAudioFileFLACType && test.bits == 16) {
-            // The last cookie has the checksum of all audio, that of a stream that begins has none.
+            // The last cookie has the checksum of all audio. The cookie of a new stream has none.
             std::array<std::uint8_t, 16> sum{};
             av_md5_sum(sum.data(), reinterpret_cast<const std::uint8_t*>(pcm.data()), pcm.size());
             EXPECT_TRUE(std::ranges::equal(encoder->magicCookie().last(sum.size()),
@@ -174,7 +173,7 @@ TEST_F(QueueEncoding, withoutLossComesBackBitByBitFromOtherPrograms) {
     }
 }
 
-TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
+TEST_F(QueueEncoding, withLossSoundsLikeItsInputInOtherPrograms) {
     struct Case {
         AudioFileTypeID type;
         AudioStreamBasicDescription format;
@@ -189,7 +188,7 @@ TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
         {kAudioFileM4AType, compressedFormat(kAudioFormatMPEG4AAC, 48000, 6), 1024, 1024},
         {kAudioFileM4AType, compressedFormat(kAudioFormatMPEG4AAC, 96000, 8), 1024, 1024},
         {kAudioFileAAC_ADTSType, compressedFormat(kAudioFormatMPEG4AAC, 44100, 2), 1024, 1024},
-        // Its header tells players to leave the priming out.
+        // Players leave out the priming that its header declares.
         {kAudioFileOggType, compressedFormat(kAudioFormatOpus, 48000, 2), 960, 0},
         {kAudioFileOggType, compressedFormat(kAudioFormatOpus, 48000, 1, 120), 120, 0},
         {kAudioFileOggType, compressedFormat(kAudioFormatOpus, 24000, 2, 960), 960, 0},
@@ -227,7 +226,7 @@ TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
                 in.push_back(input[i]);
                 out.push_back(heard[i]);
             }
-            // The fourth of many has low notes only.
+            // With many channels, the fourth one carries only low frequencies.
             if (channel != 3) {
                 EXPECT_GT(signalToNoise(in, out), 10) << channel;
             }
@@ -235,7 +234,7 @@ TEST_F(QueueEncoding, withLossSoundsLikeItsInputElsewhere) {
     }
 }
 
-TEST_F(QueueEncoding, ofNoiseStaysWithinTheLargestPacketAndNothingIsNothing) {
+TEST_F(QueueEncoding, ofNoiseStaysWithinTheLargestPacket) {
     for (const auto& format :
          {compressedFormat(kAudioFormatALAC, 44100, 1),
           compressedFormat(kAudioFormatALAC, 44100, 8),
@@ -257,14 +256,22 @@ TEST_F(QueueEncoding, ofNoiseStaysWithinTheLargestPacketAndNothingIsNothing) {
         for (const auto& place : packets.descriptions) {
             EXPECT_LE(place.mDataByteSize, encoder->maximumPacketSize());
         }
-        // Nothing is no packet, one frame is some.
-        EXPECT_TRUE(encodeAll(*encoder, {}).descriptions.empty());
-        EXPECT_FALSE(
-            encodeAll(*encoder, Bytes(encoder->pcmFormat().mBytesPerFrame)).descriptions.empty());
     }
 }
 
-TEST_F(QueueEncoding, toAlacOfManyChannelsMayEndAnywhere) {
+TEST_F(QueueEncoding, givesPacketsOnlyIfThereIsAudio) {
+    for (const std::uint32_t formatID :
+         {kAudioFormatMPEG4AAC, kAudioFormatALAC, kAudioFormatFLAC, kAudioFormatOpus}) {
+        SCOPED_TRACE(fourCharText(formatID));
+        const auto encoder =
+            moduleTable<CompressedCodecs>()->makeEncoder(compressedFormat(formatID, 48000, 2));
+        EXPECT_TRUE(encodeAll(*encoder, {}).descriptions.empty());
+        const Bytes oneFrame(encoder->pcmFormat().mBytesPerFrame);
+        EXPECT_FALSE(encodeAll(*encoder, oneFrame).descriptions.empty());
+    }
+}
+
+TEST_F(QueueEncoding, toAlacOfManyChannelsCanEndAnywhere) {
     for (std::uint32_t channels = 1; channels <= 8; ++channels) {
         const auto encoder = moduleTable<CompressedCodecs>()->makeEncoder(
             compressedFormat(kAudioFormatALAC, 48000, channels));

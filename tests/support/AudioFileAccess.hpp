@@ -15,7 +15,7 @@
 
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
 
-/// Short ways to the file service for its tests.
+/// Short forms of the file service's functions, for its tests.
 namespace zav::test {
 
 struct CloseAudioFile {
@@ -23,7 +23,7 @@ struct CloseAudioFile {
 };
 using OpenFile = std::unique_ptr<std::remove_pointer_t<AudioFileID>, CloseAudioFile>;
 
-/// Opens a file, or is refused for the reason that is expected.
+/// Opens a file. The status must be `expected`; the result is null unless that is 0.
 inline OpenFile open(const std::filesystem::path& path, OSStatus expected = noErr) {
     AudioFileID id = nullptr;
     const OSStatus status = AudioFileOpenURL(path, kAudioFileReadPermission, 0, &id);
@@ -32,7 +32,7 @@ inline OpenFile open(const std::filesystem::path& path, OSStatus expected = noEr
     return OpenFile(id);
 }
 
-/// The same with a new file.
+/// Creates a file, with the same rule for `expected`.
 inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
                        const AudioStreamBasicDescription& format, OSStatus expected = noErr) {
     AudioFileID id = nullptr;
@@ -43,7 +43,7 @@ inline OpenFile create(const std::filesystem::path& path, AudioFileTypeID type,
     return OpenFile(id);
 }
 
-/// Writes a file in a process of its own, which is killed before the file that `write` returns is
+/// Runs `write` in a process of its own and kills the process before the file that it returns is
 /// closed.
 template <class Write>
 void writeAndBeKilled(Write write) {
@@ -60,7 +60,7 @@ void writeAndBeKilled(Write write) {
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
 }
 
-/// Closes a written file; how finishing it went.
+/// Closes a file and returns the status.
 inline OSStatus close(OpenFile& file) {
     return AudioFileClose(file.release());
 }
@@ -85,7 +85,7 @@ inline double durationOf(const OpenFile& file) {
     return property<double>(file, kAudioFilePropertyEstimatedDuration);
 }
 
-/// Empty where the file has none.
+/// Empty if the file has no cookie.
 inline std::vector<std::byte> cookieOf(const OpenFile& file) {
     std::uint32_t size = 0;
     if (AudioFileGetPropertyInfo(file.get(), kAudioFilePropertyMagicCookieData, &size, nullptr) !=
@@ -114,7 +114,7 @@ inline OSStatus write(const OpenFile& file, std::int64_t index, std::span<const 
                                  nullptr, index, &packets, bytes.data());
 }
 
-/// Reads up to `packets` packets; `status` tells how it went.
+/// Reads up to `packets` packets. Without `status`, the read must succeed.
 inline std::vector<std::byte> read(const OpenFile& file, std::int64_t index, std::uint32_t packets,
                                    OSStatus* status = nullptr) {
     const auto bound = property<std::uint32_t>(file, kAudioFilePropertyPacketSizeUpperBound);

@@ -5,17 +5,18 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
 
-/// Other people's programs, run by the shell.
+/// Runs other programs in the shell.
 namespace zav::test {
 
-/// What the command prints on standard output (`2>&1` adds the rest); a failure of the command
-/// fails the test.
+/// Returns what the command prints on standard output (with `2>&1`, also on standard error). If the
+/// command fails, so does the test.
 inline std::string outputOf(const std::string& command) {
     std::string output;
     std::FILE* const pipe = ::popen(command.c_str(), "r");
@@ -41,8 +42,15 @@ inline std::string quoted(const std::filesystem::path& path) {
     return "'" + path.string() + "'";
 }
 
-/// What ffprobe has to say against a file. That raw streams do not tell their duration is no fault
-/// of the writer.
+/// The frames of a file, as ffmpeg decodes them: without priming and padding.
+inline std::uint64_t framesByFfmpeg(const std::filesystem::path& path, std::uint32_t channels) {
+    return std::stoull(outputOf("ffmpeg -nostdin -v error -i " + quoted(path) +
+                                " -map 0:a:0 -f s16le - | wc -c")) /
+           2 / channels;
+}
+
+/// The complaints of ffprobe about a file. It also complains that raw streams contain no duration,
+/// which is no fault of the writer and left out.
 inline std::string complaintsOf(const std::filesystem::path& path) {
     return outputOf("ffprobe -v warning " + quoted(path) +
                     " 2>&1 | grep -vE '[[](aac|ac3|amr) @.*Estimating duration' || true");

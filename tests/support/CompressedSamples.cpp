@@ -14,7 +14,7 @@ using namespace detail;
 
 namespace {
 
-constexpr std::size_t kFrames = 123457;  // 2.8 s, no whole number of any codec's packets
+constexpr std::size_t kFrames = 123457;  // 2.8 s, not a multiple of any codec's packets
 
 std::string ffmpegTo(const std::string& options) {
     return "ffmpeg -nostdin -v error -y -f s16le -ar 44100 -ac 2 -i $IN " + options + " $OUT";
@@ -52,8 +52,8 @@ std::vector<std::byte> makeAacInCaf(const CompressedStream& adts) {
     const auto description =
         joined({text("desc"), bigEndian(32, 8), bigEndian(k44100, 8), text("aac "), bigEndian(0, 8),
                 bigEndian(1024, 4), bigEndian(2, 4), bigEndian(0, 4)});
-    // ES descriptor, decoder configuration, AudioSpecificConfig 12 10; sizes in four bytes, as
-    // libavformat insists.
+    // ES descriptor, decoder configuration, AudioSpecificConfig 12 10. libavformat requires sizes
+    // of four bytes.
     const auto cookie =
         joined({text("kuki"), bigEndian(36, 8), bigEndian(0x0380808022, 5), bigEndian(0, 3),
                 bigEndian(0x0480808014, 5), bigEndian(0x4015, 2), bigEndian(0, 11),
@@ -79,7 +79,7 @@ const std::vector<CompressedSample>& compressedSamples() {
         {"adts.aac", ffmpegTo(""), kAudioFileAAC_ADTSType, kAudioFormatMPEG4AAC, 44100, 2, 1024, 2},
         {"aac.m4a", ffmpegTo(""), kAudioFileM4AType, kAudioFormatMPEG4AAC, 44100, 2, 1024, 5,
          kFrames},
-        // Without an edit list, so that its priming is heard.
+        // Has no edit list, so its priming counts as audio.
         {"fragments.mp4", ffmpegTo("-movflags empty_moov+delay_moov -frag_duration 500000"),
          kAudioFileMPEG4Type, kAudioFormatMPEG4AAC, 44100, 2, 1024, 5, kFrames + 1024},
         {"video.mp4", ffmpegTo("-f lavfi -i testsrc=d=3:s=64x64:r=5 -map 1:v -map 0:a"),
@@ -103,7 +103,7 @@ const std::vector<CompressedSample>& compressedSamples() {
          kAudioFileOggType, kAudioFormatOpus, 48000, 2, 960, 19},
         {"long.opus", ffmpegTo("-ar 16000 -ac 1 -c:a libopus -frame_duration 60"),
          kAudioFileOggType, kAudioFormatOpus, 48000, 1, 2880, 19},
-        // What is heard, as ffmpeg writes it into MP4: in milliseconds.
+        // ffmpeg stores the duration in MP4 in milliseconds.
         {"opus.mp4", ffmpegTo("-ar 48000 -c:a libopus"), kAudioFileMPEG4Type, kAudioFormatOpus,
          48000, 2, 960, 19, kFrames * 1000 / 44100 * 48},
         {"mp3.mp4", ffmpegTo("-ar 48000 -c:a libmp3lame"), kAudioFileMPEG4Type,

@@ -10,18 +10,18 @@
 
 namespace zav::test {
 
-/// A compressed file that another program makes of a few seconds of test audio, and what is true of
-/// it.
+/// A compressed file that another program makes from a few seconds of test audio, and its
+/// properties.
 struct CompressedSample {
     std::string name;     ///< of the file
-    std::string command;  ///< makes $OUT of $IN, raw stereo at 44.1 kHz; empty: made by ourselves
+    std::string command;  ///< makes $OUT from $IN, raw stereo at 44.1 kHz; empty: made by the tests
     AudioFileTypeID fileType;
     std::uint32_t formatID;
     double rate;
     std::uint32_t channels;
     std::uint32_t framesPerPacket;
     std::size_t cookieSize;
-    /// Frames that are heard; 0: as many as ffmpeg decodes.
+    /// Frames without priming and padding; 0: as many as ffmpeg decodes.
     std::uint64_t frameCount = 0;
 
     std::uint32_t formatFlags() const {

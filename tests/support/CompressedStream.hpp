@@ -9,11 +9,11 @@
 
 namespace zav::test {
 
-/// A stream of packets, as a file holds it.
+/// All packets of a file.
 struct CompressedStream {
     AudioStreamBasicDescription format;
     std::vector<std::byte> cookie;
-    std::vector<std::byte> bytes;  ///< packets one behind the other
+    std::vector<std::byte> bytes;  ///< packets one after the other
     std::vector<AudioStreamPacketDescription> places;
 
     std::vector<std::byte> packet(std::size_t index) const {
@@ -39,7 +39,7 @@ inline CompressedStream readStream(const std::filesystem::path& path) {
     return stream;
 }
 
-/// Writes the stream's packet with this index, described, as the file's packet with this index.
+/// Writes one packet with a description. It has the same index in the stream and in the file.
 inline OSStatus writePacket(const OpenFile& file, const CompressedStream& stream,
                             std::size_t index) {
     const auto packet = stream.packet(index);
@@ -50,7 +50,7 @@ inline OSStatus writePacket(const OpenFile& file, const CompressedStream& stream
                                  &count, packet.data());
 }
 
-/// Writes the cookie, if there is one, and one packet after the other, up to the first that fails.
+/// Writes the cookie, if there is one, then all packets. Stops at the first error and returns it.
 inline OSStatus writeStream(const OpenFile& file, const CompressedStream& stream) {
     OSStatus status = stream.cookie.empty() ? noErr : setCookie(file, stream.cookie);
     for (std::size_t i = 0; i < stream.places.size() && status == noErr; ++i) {

@@ -50,7 +50,7 @@ inline std::vector<Encoding> allEncodings() {
             {"ulaw", kAudioFormatULaw, 0, 8}};
 }
 
-/// What no file and no queue takes: one thing is wrong with each.
+/// Formats that no file and no queue takes, each with one error.
 inline std::vector<AudioStreamBasicDescription> wrongPcmFormats() {
     const std::vector<void (*)(AudioStreamBasicDescription&)> changes = {
         [](auto& format) { format.mSampleRate = 44100.5; },
@@ -73,7 +73,7 @@ inline std::vector<AudioStreamBasicDescription> wrongPcmFormats() {
     return formats;
 }
 
-/// A type of file and the encodings that it takes; every other one is refused.
+/// A type of file and the encodings that it takes. It refuses all others.
 struct PcmFileCase {
     AudioFileTypeID type;
     std::vector<std::string> encodings;
@@ -100,7 +100,7 @@ inline std::vector<PcmFileCase> pcmFileCases() {
     };
 }
 
-/// Runs `check` for every type and every encoding that it takes.
+/// Runs `check` for every type with each of its encodings.
 template <class Check>
 void forEachKind(Check check) {
     for (const PcmFileCase& fileCase : pcmFileCases()) {

@@ -18,12 +18,12 @@
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 #include "tests/support/Formats.hpp"
 
-/// What the tests of queues' decoders and encoders share.
+/// Helpers of the tests of queues' decoders and encoders.
 namespace zav::test {
 
 using namespace detail;
 
-/// The status that a call throws, 0 when it throws none.
+/// The status that a call throws; 0 if it throws none.
 template <class Call>
 OSStatus statusOf(Call call) {
     try {
@@ -34,8 +34,8 @@ OSStatus statusOf(Call call) {
     return noErr;
 }
 
-/// Decoders or encoders of these formats are made, but not for the rates and channels that none
-/// takes, nor for the formats in `refused`.
+/// Expects that `make` makes a coder for each of these formats, and refuses rates and channels that
+/// no coder takes, and the formats in `refused`.
 template <class Make>
 void expectRefusals(Make make, std::initializer_list<std::uint32_t> formatIDs,
                     std::vector<AudioStreamBasicDescription> refused) {
@@ -56,7 +56,7 @@ void expectRefusals(Make make, std::initializer_list<std::uint32_t> formatIDs,
     }
 }
 
-/// ffmpeg's name for PCM without a header.
+/// ffmpeg's option for PCM without a header.
 inline std::string rawFormat(const AudioStreamBasicDescription& pcm) {
     const bool isFloat = (pcm.mFormatFlags & kAudioFormatFlagIsFloat) != 0;
     return " -f " + std::string(isFloat ? "f" : "s") + std::to_string(pcm.mBitsPerChannel) + "le ";
@@ -85,7 +85,7 @@ inline std::vector<double> samplesOf(std::span<const std::byte> pcm,
                : samplesAs<std::int16_t>(pcm, 32768);
 }
 
-/// Decibels that `signal` stands above its difference from `other`, over their common length.
+/// The level of `signal` above its difference from `other`, in decibels, over their common length.
 inline double signalToNoise(std::span<const double> signal, std::span<const double> other) {
     double power = 0;
     double noise = 0;

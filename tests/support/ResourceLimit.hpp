@@ -6,8 +6,8 @@
 
 namespace zav::test {
 
-/// A limit of this process, such as RLIMIT_FSIZE, while it lives. A file that grows over its limit
-/// fails at the write, as on a full disk, and no signal ends the process.
+/// Sets a limit of this process, such as RLIMIT_FSIZE, and restores it in the destructor. A write
+/// beyond the size limit fails as on a full disk; the signal that would end the process is ignored.
 class ResourceLimit {
  public:
     ResourceLimit(__rlimit_resource resource, rlim_t limit)

@@ -11,7 +11,7 @@
 
 namespace zav::test {
 
-/// A folder of its own that disappears with the test.
+/// A new folder, removed by the destructor.
 class TemporaryFolder {
  public:
     TemporaryFolder() {

@@ -25,12 +25,12 @@ AvioFile::AvioFile(FileHandle file, Access access, std::uint64_t start)
 }
 
 AvioFile::~AvioFile() {
-    // libavformat may have replaced the buffer by one of its own.
+    // libavformat can have replaced the buffer.
     av_freep(static_cast<void*>(&context_->buffer));
     avio_context_free(&context_);
 }
 
-// Exceptions stop here: they must not cross libavformat's C code.
+// Catches every exception, because none may cross libavformat's C code.
 template <class Result, class Call>
 Result AvioFile::guarded(void* user, Call call) noexcept {
     auto& self = *static_cast<AvioFile*>(user);
@@ -75,7 +75,7 @@ std::int64_t AvioFile::seek(void* user, std::int64_t offset, int whence) {
                            ? AVERROR(ENOSYS)
                            : static_cast<std::int64_t>(self.file_.size() - self.start_);
             default:
-                // From the end; libavformat asks for the size instead.
+                // Not needed: instead of seeking from the end, libavformat asks for the size.
                 return AVERROR(ENOSYS);
         }
         std::int64_t target = 0;

@@ -11,13 +11,13 @@ extern "C" {
 
 namespace zav::detail {
 
-/// libavformat's view of a `FileHandle`: it reads and writes through callbacks of ours, so that a
-/// failed system call keeps its reason.
+/// Lets libavformat read and write a `FileHandle`, which it owns. The callbacks keep the reason of
+/// a failed system call.
 class AvioFile {
  public:
     enum class Access { read, write };
 
-    /// What stands before `start` is not shown: positions count from there.
+    /// libavformat's positions count from `start`, and it never reads what is before.
     AvioFile(FileHandle file, Access access, std::uint64_t start = 0);
     ~AvioFile();
 
@@ -28,13 +28,13 @@ class AvioFile {
     FileHandle& file() noexcept { return file_; }
     std::uint64_t start() const noexcept { return start_; }
 
-    /// No longer tells the file's size, which headers are held against. libavformat prints that a
-    /// large packet goes beyond it, of no context that could be silenced.
+    /// Hides the file's size from libavformat. Otherwise it prints a warning about each packet that
+    /// exceeds the file, without a context that we could silence.
     void hideSize() noexcept { isSizeHidden_ = true; }
 
-    /// Writes out what libavformat has buffered. Throws as `throwFileError` does.
+    /// Writes out what libavformat has buffered. Throws like `throwFileError`.
     void flush();
-    /// Throws what the first failed system call threw, if there was one since the last throw.
+    /// Throws the error of the first system call that has failed since the last throw, if any.
     void throwFileError();
 
  private:
@@ -47,8 +47,8 @@ class AvioFile {
 
     FileHandle file_;
     bool isSizeHidden_ = false;
-    std::uint64_t start_;
-    std::uint64_t position_ = 0;
+    std::uint64_t start_;         // bytes before libavformat's position 0
+    std::uint64_t position_ = 0;  // libavformat's, in bytes
     std::exception_ptr fileError_;
     AVIOContext* context_;
 };

@@ -11,13 +11,14 @@
 #include "ZAVAudioStreaming/modules/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/SourceDepth.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/queues/DeviceRate.hpp"
 #include "ZAVAudioStreaming/support/Endian.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav::detail {
 namespace {
 
-/// FLAC's most; ALAC names none, and its encoders have 4096.
+/// The limit of FLAC. ALAC has none; its encoders use 4096.
 constexpr std::uint32_t kMostFramesInPacket = 65535;
 constexpr std::uint32_t kUsualAlacFrames = 4096;
 
@@ -38,7 +39,7 @@ std::uint32_t mostChannels(AVCodecID codec) {
     }
 }
 
-/// Whether a codec has this rate, in Hz, among those that devices have.
+/// True if the codec has this rate, in Hz, and devices do too.
 bool hasRate(AVCodecID codec, double rate) {
     // Three rates, their halves and quarters.
     constexpr std::array<std::uint32_t, 9> kNineRates = {8000,  11025, 12000, 16000, 22050,
@@ -89,7 +90,7 @@ AudioStreamBasicDescription pcmFor(AVCodecID codec, const AudioStreamBasicDescri
                           format.mChannelsPerFrame);
 }
 
-/// What the record tells of what a cookie would; empty when that is not enough.
+/// The extradata that can be made from the record; empty if the record does not contain enough.
 std::vector<std::byte> extradataOfRecord(AVCodecID codec,
                                          const AudioStreamBasicDescription& format) {
     const auto rate = static_cast<std::uint32_t>(format.mSampleRate);
@@ -106,18 +107,18 @@ std::vector<std::byte> extradataOfRecord(AVCodecID codec,
     return {};
 }
 
-/// Null when the codec does not take the parameters.
+/// Null if the codec refuses the parameters.
 CodecContext openCodec(const AVCodecParameters& parameters) {
     const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
     CodecContext context = makeCodecContext(codec);
     if (avcodec_parameters_to_context(context.get(), &parameters) < 0) {
         throw std::bad_alloc();
     }
-    // Decoders that know of priming would cut it out of the first stream and not of the next.
+    // A decoder that knows about priming would cut it from the first stream but not from the next.
     context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
     context->max_samples = kMostFramesInPacket;
     if (parameters.codec_id == AV_CODEC_ID_FLAC) {
-        // The one codec whose damage would be played as noise, and which can tell.
+        // Damage in FLAC would be played as noise, and its checksum detects it.
         context->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     }
     const int result = avcodec_open2(context.get(), codec, nullptr);
@@ -198,11 +199,11 @@ void FfmpegDecoder::decode(std::span<const std::byte> bytes,
 }
 
 void FfmpegDecoder::decodePacket(std::span<const std::byte> packet, std::vector<std::byte>& pcm) {
-    // Without bytes it would stand for the end of the stream.
+    // libavcodec takes an empty packet for the end of the stream.
     if (context_ == nullptr || packet.empty()) {
         return;
     }
-    // Of a packet that owns nothing the decoder makes a copy of its own, padded as it needs it.
+    // The packet does not own its bytes, so the decoder copies them and adds its own padding.
     packet_->data = const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(packet.data()));
     packet_->size = static_cast<int>(packet.size());
     send(packet_.get(), pcm);
@@ -213,8 +214,7 @@ void FfmpegDecoder::send(const AVPacket* packet, std::vector<std::byte>& pcm) {
     while (result >= 0) {
         result = avcodec_receive_frame(context_.get(), frame_.get());
         if (result >= 0) {
-            // A stream's first frame of MPEG audio still has the rate that the codec was opened
-            // with.
+            // The first frame of MPEG audio still has the rate with which the codec was opened.
             frame_->sample_rate = context_->sample_rate;
             converter_.append(*frame_, pcm);
         }
@@ -233,7 +233,7 @@ void FfmpegDecoder::finish(std::vector<std::byte>& pcm) {
     reset();
 }
 
-// Not every decoder forgets all when it is flushed: a new one does.
+// Makes a new decoder, because some keep old state when they are flushed.
 void FfmpegDecoder::reset() {
     cutter_.reset();
     converter_.reset();

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "ZAVAudioStreaming/modules/ffmpeg/FfmpegObjects.hpp"
-#include "ZAVAudioStreaming/modules/ffmpeg/FrameResampler.hpp"
+#include "ZAVAudioStreaming/modules/ffmpeg/FrameConverter.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/PacketCutter.hpp"
 #include "ZAVAudioStreaming/queues/QueueCodec.hpp"
 
@@ -13,16 +13,16 @@ namespace zav::detail {
 /// See `CompressedCodecs`.
 std::unique_ptr<QueueDecoder> makeFfmpegDecoder(const AudioStreamBasicDescription& format);
 
-/// Decodes by libavcodec: lossless codecs to integers of 16 bits, or of 32 when that is not known
-/// to be enough, all others to floats. Priming is audio like all other, as packets do not tell of
-/// it.
+/// Decodes with libavcodec. Lossless codecs give 16-bit integers, or 32-bit integers if the samples
+/// are deeper or their depth is unknown. All other codecs give floats. Priming is decoded like
+/// other audio, because packets do not mark it.
 ///
-/// Without a cookie, AAC is taken for AAC-LC of the record's rate and channels, and ALAC needs the
-/// record to tell the depth of its samples. The packets of ALAC without that, of Vorbis, and of
-/// Opus with more than two channels are left out until a cookie is set.
+/// Without a cookie, AAC is decoded as AAC-LC with the record's rate and channels, and ALAC with
+/// the sample depth of the record's flags. Packets are left out until a cookie is set for Vorbis,
+/// for ALAC without such a flag, and for Opus with more than two channels.
 class FfmpegDecoder : public QueueDecoder {
  public:
-    /// Throws 'fmt?'.
+    /// Throws 'fmt?' if libavcodec cannot decode the format.
     explicit FfmpegDecoder(const AudioStreamBasicDescription& format);
 
     AudioStreamBasicDescription pcmFormat() const override { return pcmFormat_; }
@@ -40,12 +40,12 @@ class FfmpegDecoder : public QueueDecoder {
 
     AudioStreamBasicDescription format_;
     AudioStreamBasicDescription pcmFormat_;
-    CodecParameters parameters_;  // what the codec is opened with
-    CodecContext context_;        // null while it lacks a cookie
+    CodecParameters parameters_;  // for opening the codec
+    CodecContext context_;        // null while a cookie is missing
     Packet packet_ = makePacket();
     Frame frame_ = makeFrame();
     PacketCutter cutter_;
-    FrameResampler converter_;
+    FrameConverter converter_;
 };
 
 }  // namespace zav::detail

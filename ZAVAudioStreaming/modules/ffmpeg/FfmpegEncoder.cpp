@@ -13,11 +13,12 @@ extern "C" {
 #include <utility>
 
 #include "ZAVAudioStreaming/modules/ffmpeg/FfmpegFileTypes.hpp"
-#include "ZAVAudioStreaming/modules/ffmpeg/FrameResampler.hpp"
+#include "ZAVAudioStreaming/modules/ffmpeg/FrameConverter.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/LargestPacket.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/SourceDepth.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
+#include "ZAVAudioStreaming/queues/DeviceRate.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav::detail {
@@ -35,7 +36,7 @@ constexpr std::array<Encoder, 4> kEncoders = {{
     {AV_CODEC_ID_AAC, "aac", 8, AV_SAMPLE_FMT_FLTP, AV_SAMPLE_FMT_NONE},
     {AV_CODEC_ID_ALAC, "alac", 8, AV_SAMPLE_FMT_S16P, AV_SAMPLE_FMT_S32P},
     {AV_CODEC_ID_FLAC, "flac", 8, AV_SAMPLE_FMT_S16, AV_SAMPLE_FMT_S32},
-    // Not libavcodec's own, which is an experiment.
+    // libavcodec's own Opus encoder is marked as experimental.
     {AV_CODEC_ID_OPUS, "libopus", 2, AV_SAMPLE_FMT_S16, AV_SAMPLE_FMT_NONE},
 }};
 
@@ -64,7 +65,7 @@ bool isRate(const AVCodec& codec, double rate) {
     return known == nullptr || *known != 0;
 }
 
-/// The usual order of so many channels; empty when the codec has none.
+/// The usual layout of this number of channels; empty if the codec has none.
 std::optional<AVChannelLayout> layoutFor(const AVCodec& codec, std::uint32_t channels) {
     for (const AVChannelLayout* layout = codec.ch_layouts;
          layout != nullptr && layout->nb_channels != 0; ++layout) {
@@ -72,14 +73,14 @@ std::optional<AVChannelLayout> layoutFor(const AVCodec& codec, std::uint32_t cha
             return *layout;
         }
     }
-    // AAC has codes for all but seven.
+    // AAC has a code for every number of channels but 7.
     if (codec.ch_layouts != nullptr || (codec.id == AV_CODEC_ID_AAC && channels == 7)) {
         return std::nullopt;
     }
     return usualLayout(channels);
 }
 
-/// The depth that is encoded, in bits; 0 for one that cannot be.
+/// The depth of the encoded samples, in bits; 0 if the format's depth cannot be encoded.
 std::uint32_t encodedDepth(AVCodecID codec, const AudioStreamBasicDescription& format) {
     const std::uint32_t depth = sourceDepthOf(format);
     if (!isLossless(codec) || depth == 0 || depth == kShallow) {
@@ -88,8 +89,8 @@ std::uint32_t encodedDepth(AVCodecID codec, const AudioStreamBasicDescription& f
     return depth == 20 || depth == kDeep ? kDeep : 0;
 }
 
-/// RFC 6716, section 3.2: frames of 1275 bytes at most, each with a length of two, behind two
-/// bytes. A packet of the encoder's has one for every 20 ms.
+/// RFC 6716, section 3.2: a packet has two bytes of header. Each frame has two bytes of length and
+/// at most 1275 of audio. The encoder makes one frame for every 20 ms.
 std::uint32_t largestOpusPacket(const AudioStreamBasicDescription& format) {
     constexpr std::uint32_t kFramesInSecond = 50;
     const auto rate = static_cast<std::uint32_t>(format.mSampleRate);
@@ -105,8 +106,8 @@ void setOpusDuration(AVCodecContext& context, const AudioStreamBasicDescription&
     constexpr double kShortest = 2.5;
     constexpr double kLongest = 120;
     const double milliseconds = format.mFramesPerPacket * 1000.0 / format.mSampleRate;
-    // libavcodec, which refuses the other durations that Opus does not have, prints what it thinks
-    // of these, of no context that could be silenced.
+    // libavcodec refuses every duration that Opus does not have. About these two kinds it also
+    // prints a message, without a context that we could silence.
     if (milliseconds < kShortest || milliseconds > kLongest) {
         refuseToEncode();
     }
@@ -143,8 +144,6 @@ FfmpegEncoder::FfmpegEncoder(const AudioStreamBasicDescription& format) : stream
     }
 }
 
-/// libavcodec's own choice lasts a tenth of a second. At high rates that is too much for those who
-/// count the bytes of half a second of packets, as if each held one frame, in 32 bits.
 void FfmpegEncoder::shortenPackets() {
     while (streamFormat_.mSampleRate / 2 * maximumPacketSize() >
            std::numeric_limits<std::uint32_t>::max()) {
@@ -155,7 +154,7 @@ void FfmpegEncoder::shortenPackets() {
 }
 
 void FfmpegEncoder::open() {
-    constexpr double kMostBitRate = 64000;  // for a channel
+    constexpr double kMostBitRate = 64000;  // bit/s for a channel
     constexpr double kMostBitsPerSample = 2;
     const Encoder& encoder = encoderOf(streamFormat_);
     const AVCodec* const codec = avcodec_find_encoder_by_name(encoder.name);
@@ -264,12 +263,11 @@ void FfmpegEncoder::send(const AVFrame* frame, EncodedPackets& packets) {
         }
     }
     if (result != AVERROR(EAGAIN) && result != AVERROR_EOF) {
-        // Integer samples are always ones that can be encoded.
+        // Integer samples can always be encoded, so memory is the only reason left.
         throw std::bad_alloc();
     }
 }
 
-// Only FLAC's last packet has one, and no bytes. The context's own is spoilt by the end.
 void FfmpegEncoder::takeCookie(const AVPacket& packet) {
     std::size_t size = 0;
     const std::uint8_t* const extradata =
@@ -283,7 +281,7 @@ void FfmpegEncoder::append(const AVPacket& packet, EncodedPackets& packets) cons
     if (packet.size == 0) {
         return;
     }
-    // Only these packets can be short: the others are filled up.
+    // Only packets of lossless codecs can be short; the others are padded.
     const bool isShort = isLossless(context_->codec_id) && packet.duration < context_->frame_size;
     packets.descriptions.push_back({static_cast<std::int64_t>(packets.bytes.size()),
                                     isShort ? static_cast<std::uint32_t>(packet.duration) : 0,
@@ -292,8 +290,6 @@ void FfmpegEncoder::append(const AVPacket& packet, EncodedPackets& packets) cons
     packets.bytes.insert(packets.bytes.end(), bytes.begin(), bytes.end());
 }
 
-/// libavcodec (5.1) ends the process when it writes a packet of very few frames for several groups
-/// of channels: it reckons room for the heads of one group.
 void FfmpegEncoder::lengthenRemainder() {
     constexpr std::uint32_t kChannelsInGroup = 2;
     constexpr std::size_t kSafeFrameCount = 16;

@@ -11,24 +11,25 @@ namespace zav::detail {
 /// See `CompressedCodecs`.
 std::unique_ptr<QueueEncoder> makeFfmpegEncoder(const AudioStreamBasicDescription& format);
 
-/// Encodes by libavcodec, from interleaved integers of 16 bits, or of 32 for ALAC and FLAC of more.
+/// Encodes with libavcodec, from interleaved 16-bit integers, or 32-bit integers for deeper ALAC
+/// and FLAC.
 ///
-///     AAC    AAC-LC without ADTS headers, 1 to 6 or 8 channels, at the codec's rates from 8 kHz
-///            on, packets of 1024 frames
+///     AAC    AAC-LC without ADTS headers, 1 to 6 or 8 channels, the codec's rates from 8 kHz up,
+///            packets of 1024 frames
 ///     ALAC   1 to 8 channels, 16 or 24 bits, packets of 4096 frames
-///     FLAC   1 to 8 channels, 16 or 24 bits, packets of any length from 16 frames on
-///     Opus   mono and stereo at 8, 12, 16, 24 and 48 kHz, packets of 2.5 to 120 ms, 20 ms if
-///            nothing is said
+///     FLAC   1 to 8 channels, 16 or 24 bits, packets of 16 to 65535 frames
+///     Opus   mono and stereo at 8, 12, 16, 24 and 48 kHz, packets of 2.5 to 120 ms, by default 20
+///     ms
 ///
-/// The bits are those that the record's flags or else `mBitsPerChannel` tell, 16 if nothing; 20
-/// bits are encoded as 24. AAC and Opus have 64 kbit/s for each channel, and below 32 kHz 2 bits
-/// for each sample.
+/// The record's flags give the bits of a sample, or else its `mBitsPerChannel`, or else it is 16.
+/// 20 bits are encoded as 24. AAC and Opus use 64 kbit/s for each channel, below 32 kHz 2 bits for
+/// each sample.
 ///
-/// FLAC's cookie is complete (checksum, smallest and largest packet) from `finish` to the next
-/// stream's first audio.
+/// FLAC's cookie is complete (checksum, smallest and largest packet) between `finish` and the first
+/// audio of the next stream.
 class FfmpegEncoder : public QueueEncoder {
  public:
-    /// Throws 'fmt?'.
+    /// Throws 'fmt?' if the format cannot be encoded.
     explicit FfmpegEncoder(const AudioStreamBasicDescription& format);
 
     AudioStreamBasicDescription pcmFormat() const override { return pcmFormat_; }
@@ -40,10 +41,17 @@ class FfmpegEncoder : public QueueEncoder {
 
  private:
     void open();
+    /// Halves the FLAC packets while half a second of them, counted as one frame each, exceeds 4
+    /// GiB. Callers size their buffers in that way, in 32 bits.
     void shortenPackets();
     void encodePacket(std::span<const std::byte> pcm, EncodedPackets& packets);
+    /// Pads a short ALAC remainder of more than two channels. libavcodec 5.1 reserves room for the
+    /// header of one channel group only, and aborts on a packet of a few frames with several
+    /// groups.
     void lengthenRemainder();
     void send(const AVFrame* frame, EncodedPackets& packets);
+    /// Takes the final cookie from FLAC's last packet, which has no audio. At the end, the
+    /// extradata of the context itself is no longer valid.
     void takeCookie(const AVPacket& packet);
     void append(const AVPacket& packet, EncodedPackets& packets) const;
     std::vector<std::byte> cookieOfContext() const;
@@ -52,11 +60,11 @@ class FfmpegEncoder : public QueueEncoder {
     AudioStreamBasicDescription pcmFormat_;
     std::vector<std::byte> cookie_;
     CodecContext context_;
-    Resampler converter_;  // to what the codec takes; the rate stays
+    Resampler converter_;  // to the sample format of the codec, at the same rate
     Packet packet_ = makePacket();
-    std::vector<std::byte> remainder_;  // PCM, less than a packet
-    bool hasBegun_ = false;             // with the stream
-    std::int64_t frameCount_ = 0;       // of the stream so far
+    std::vector<std::byte> remainder_;  // PCM of less than a packet
+    bool hasBegun_ = false;             // the stream has audio
+    std::int64_t frameCount_ = 0;       // frames of the stream so far
 };
 
 }  // namespace zav::detail

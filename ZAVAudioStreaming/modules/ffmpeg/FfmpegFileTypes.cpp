@@ -24,17 +24,16 @@ constexpr std::array<Format, 10> kFormats = {{
     {kAudioFormatAMR, AV_CODEC_ID_AMR_NB},
 }};
 
-/// More types than codecs of each, by far: a short list with room for the longest.
 struct FileType {
     AudioFileTypeID fileType;
     std::string_view demuxer;
     const char* muxer;
-    std::array<AVCodecID, 5> codecs;  ///< that we write; AV_CODEC_ID_NONE fills up
+    std::array<AVCodecID, 5> codecs;  ///< that we write; the rest is AV_CODEC_ID_NONE
 };
 
-// Both MP4 types come from one demuxer, which is listed with the first of them. Left out though
-// libavformat would write it: AAC, Opus and FLAC in CAF, which it writes so that nobody reads them,
-// and what players do not expect in an M4A.
+// One demuxer reads both MP4 types; it is listed with the first of them. The table leaves out what
+// libavformat writes but others cannot read (AAC, Opus and FLAC in CAF), and codecs that players do
+// not expect in M4A.
 constexpr std::array<FileType, 9> kFileTypes = {{
     {kAudioFileMP3Type, "mp3", "mp3", {AV_CODEC_ID_MP3}},
     {kAudioFileAAC_ADTSType, "aac", "adts", {AV_CODEC_ID_AAC}},

@@ -18,17 +18,17 @@ namespace zav::detail {
 std::span<const AudioFileTypeID> ffmpegReadableTypes();
 std::span<const AudioFileTypeID> ffmpegWritableTypes();
 
-/// The type that a demuxer reads; 0 for a demuxer that is none of ours.
+/// The type that a demuxer reads; 0 if we do not use the demuxer.
 AudioFileTypeID fileTypeOfDemuxer(std::string_view demuxer);
 
-/// libavformat's muxer for a type that it writes for us; null for any other type.
+/// The name of libavformat's muxer for a type; null if the type is not in the table.
 const char* muxerOf(AudioFileTypeID fileType);
-/// Whether audio of this codec goes into a file of this type that we write.
+/// True if we write audio of this codec into files of this type.
 bool canWrite(AudioFileTypeID fileType, AVCodecID codec);
 
-/// libavcodec's codec of a format; AV_CODEC_ID_NONE for a format that is none of ours.
+/// libavcodec's codec for a format; AV_CODEC_ID_NONE if the format is not in the table.
 AVCodecID codecOf(std::uint32_t formatID);
-/// The reverse; 0 for a codec that is none of ours.
+/// The format of a codec; 0 if the codec is not in the table.
 std::uint32_t formatOf(AVCodecID codec);
 
 }  // namespace zav::detail

@@ -9,7 +9,7 @@
 
 using namespace zav::detail;
 
-// The two tables that the module exports, found by their names.
+// The module exports these two tables. The library finds them by name.
 extern "C" ZAV_EXPORT const CompressedFiles ZAV_FILES_TABLE;
 extern "C" ZAV_EXPORT const CompressedCodecs ZAV_CODECS_TABLE;
 

@@ -12,11 +12,12 @@ extern "C" {
 namespace zav::detail {
 namespace {
 
-// What is printed is the application's business, so the level and receiver of av_log, which are the
-// process's, stay as they are. av_log adds to a message's level an integer inside the context that
-// the message is about, at a place that the context's class names. AVFormatContext's class names
-// none: ours is a copy of it that names the first bytes of `opaque`, the field that is the user's
-// own. libavformat reaches the class through the pointer at the start of the context alone.
+// The level and the receiver of av_log belong to the whole process, so we leave them to the
+// application and silence single contexts. av_log adds an integer inside a context to the level of
+// the context's messages. The context's class gives the offset of that integer. AVFormatContext's
+// class gives none, so we use a copy of the class whose offset is that of `opaque`, a field
+// reserved for users. libavformat finds the class only through the pointer at the start of the
+// context.
 const AVClass* silentFormatClass() {
     static const AVClass silent = [] {
         AVClass copy = *avformat_get_class();
@@ -43,7 +44,7 @@ FormatContext makeFormatContext(AVIOContext* pb) {
     context->av_class = silentFormatClass();
     context->pb = pb;
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
-    // A file can name others (references in MP4, playlists): none is ever opened.
+    // A file can refer to others (references in MP4, playlists). We never open them.
     context->io_open = refuseToOpen;
     return context;
 }
@@ -110,7 +111,7 @@ void setExtradata(AVCodecParameters& parameters, std::span<const std::byte> extr
     av_freep(static_cast<void*>(&parameters.extradata));
     parameters.extradata_size = 0;
     if (extradata.empty()) {
-        // Some codecs take a pointer to nothing for a broken cookie.
+        // Some codecs take a pointer with size 0 for a broken cookie.
         return;
     }
     parameters.extradata =

@@ -11,13 +11,13 @@ extern "C" {
 #include <memory>
 #include <span>
 
-/// FFmpeg's objects in owning pointers, and what is done to every one of them.
+/// FFmpeg's objects in owning pointers, made so that they print nothing.
 namespace zav::detail {
 
 struct FreeFormatContext {
     void operator()(AVFormatContext* context) const {
-        // An input that was opened needs more than the free of one that never was; both functions
-        // leave our AVIOContext alone.
+        // An opened input must be closed, any other context only freed. Neither function touches
+        // our AVIOContext.
         if (context->iformat != nullptr) {
             avformat_close_input(&context);
         } else {
@@ -52,11 +52,11 @@ using Frame = std::unique_ptr<AVFrame, FreeFrame>;
 using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
 using Parser = std::unique_ptr<AVCodecParserContext, CloseParser>;
 
-/// Added to the level of a message, this takes even the gravest one beyond the most talkative
-/// setting of av_log.
+/// Added to the level of a message, this exceeds the most verbose setting of av_log, even for the
+/// gravest message.
 inline constexpr int kSilence = 64;
 
-/// A context that prints nothing, with `pb` set, that opens no other file.
+/// A context over `pb` that prints nothing and opens no other file.
 FormatContext makeFormatContext(AVIOContext* pb);
 
 Packet makePacket();
@@ -73,14 +73,15 @@ struct PcmShape {
     AVChannelLayout layout;
 };
 
-/// A resampler that prints nothing; null when there is no way from one to the other.
+/// A resampler that prints nothing; null if libswresample cannot convert `from` to `to`.
 Resampler makeResampler(PcmShape from, PcmShape to);
 
-/// The layout that so many channels have where nothing else is told: three are left, right and
-/// centre, others as libavutil thinks.
+/// The default layout of this number of channels: left, right, centre for three, libavutil's
+/// default for all others.
 AVChannelLayout usualLayout(std::uint32_t channels);
 
 std::span<const std::byte> extradataOf(const AVCodecParameters& parameters);
+/// Copies `extradata` into the parameters. Empty extradata becomes a null pointer.
 void setExtradata(AVCodecParameters& parameters, std::span<const std::byte> extradata);
 
 }  // namespace zav::detail

@@ -16,9 +16,9 @@
 namespace zav::detail {
 namespace {
 
-/// ID3v2 tags can hold pictures of any size, so what the file is shows behind them. libavformat
-/// does not get to see them at all: what it finds odd in them it prints, of no context that could
-/// be silenced.
+/// The offset after the ID3v2 tags at the start of the file. Tags can contain pictures of any size,
+/// so the type of the file shows only after them. libavformat never reads them, because it prints
+/// warnings about odd tags without a context that we could silence.
 std::uint64_t endOfTags(const FileHandle& file) {
     constexpr std::size_t kHeaderSize = 10;
     constexpr int kMostTags = 16;
@@ -38,9 +38,9 @@ std::uint64_t endOfTags(const FileHandle& file) {
     return offset;
 }
 
-/// libavformat's guess, if it is one of our types; what it takes for anything else is not opened.
+/// The demuxer that libavformat chooses by the first bytes; null if it is for none of our types.
 const AVInputFormat* findDemuxer(const FileHandle& file, std::uint64_t start) {
-    // Most types show at once; MPEG audio has to be followed for some packets.
+    // Most types show in the first bytes. MPEG audio shows only after several packets.
     constexpr std::array<std::size_t, 2> kProbeSizes = {4096, 65536};
     constexpr int kCertain = AVPROBE_SCORE_MAX / 2;
     constexpr int kFewPackets = 5;
@@ -62,9 +62,11 @@ const AVInputFormat* findDemuxer(const FileHandle& file, std::uint64_t start) {
                : nullptr;
 }
 
-/// libavformat prints that a rate is none, of no context that could be silenced.
+/// libavformat prints a warning about a rate of 0, without a context that we could silence. So the
+/// rate is checked first.
 void requireCafRate(const FileHandle& file, std::uint64_t start) {
-    constexpr std::uint64_t kOffset = 20;  // in the description, which is always the first chunk
+    // The rate is in the description, which is the first chunk of every CAF file.
+    constexpr std::uint64_t kOffset = 20;
     std::array<std::byte, sizeof(double)> bytes{};
     file.readAt(start + kOffset, bytes.data(), bytes.size());
     const auto rate = std::bit_cast<double>(bigEndianAt(bytes));
@@ -80,16 +82,17 @@ void requireCafRate(const FileHandle& file, std::uint64_t start) {
 
 FormatContext openInput(AvioFile& io, const AVInputFormat* format) {
     AVFormatContext* context = makeFormatContext(io.context()).release();
-    // Frees the context when it fails.
+    // This call frees the context if it fails.
     const int result = avformat_open_input(&context, "", format, nullptr);
     FormatContext opened(context);
     if (result < 0) {
-        // So it says, too, when a broken size asks for more memory than there is.
+        // A broken size that asks for too much memory fails the same way.
         failWith(io, kAudioFileInvalidFileError);
     }
     return opened;
 }
 
+/// The first stream of audio; null without one. All others are discarded.
 AVStream* chooseStream(AVFormatContext& context) {
     AVStream* chosen = nullptr;
     for (unsigned i = 0; i < context.nb_streams; ++i) {
@@ -103,21 +106,22 @@ AVStream* chooseStream(AVFormatContext& context) {
     return chosen;
 }
 
-/// Has libavformat decode a little to learn what headers do not tell.
+/// Lets libavformat decode a little, to find parameters that the headers do not contain.
 void findParameters(AVFormatContext& context) {
     std::vector<AVDictionary*> options(context.nb_streams, nullptr);
     for (AVDictionary*& option : options) {
-        // The decoders that it opens would print what they find wrong with the file.
+        // Otherwise the decoders that it opens would print the file's faults.
         av_dict_set_int(&option, "log_level_offset", kSilence, 0);
     }
-    // What is missing afterwards is asked for below.
+    // Best effort: the caller checks for parameters that are still missing.
     static_cast<void>(avformat_find_stream_info(&context, options.data()));
     for (AVDictionary*& option : options) {
         av_dict_free(&option);
     }
 }
 
-/// MP4 and CAF; files of other types are read in small pieces.
+/// True for MP4 and CAF, which list the sizes of packets. libavformat reads other types in small
+/// pieces.
 bool namesPacketSizes(const AVInputFormat* demuxer) {
     const AudioFileTypeID fileType = fileTypeOfDemuxer(demuxer->name);
     return fileType == kAudioFileMPEG4Type || fileType == kAudioFileCAFType;
@@ -148,7 +152,7 @@ std::uint32_t framesPerPacket(const FfmpegInput& file) {
                        ? 0
                        : static_cast<std::uint32_t>(bigEndianAt(std::span(file.cookie).first(4)));
         case AV_CODEC_ID_FLAC: {
-            // STREAMINFO begins with the shortest and the longest block.
+            // STREAMINFO begins with the lengths of the shortest and the longest block.
             const auto shortest = extradata.size() < 4 ? 0 : bigEndianAt(extradata.first(2));
             const auto longest = extradata.size() < 4 ? 0 : bigEndianAt(extradata.subspan(2, 2));
             return shortest == longest ? static_cast<std::uint32_t>(longest) : 0;
@@ -224,7 +228,7 @@ const PacketTable& FfmpegReader::table() {
             scanFailure_ = std::current_exception();
             throw;
         }
-        // All that is left to do is to read bytes.
+        // From here on, reading needs only the table and the file.
         input_.context.reset();
         input_.firstPacket.reset();
         input_.stream = nullptr;
@@ -244,7 +248,7 @@ void FfmpegReader::readBytes(std::uint64_t offset, void* buffer, std::size_t siz
                                  ? scan_->pages.read(file, offset, buffer, size)
                                  : file.readAt(offset, buffer, size);
     if (done < size) {
-        // The file became shorter since its packets were counted.
+        // The file was cut after its packets were counted.
         throw StatusFailure(kAudioFileInvalidFileError);
     }
 }
@@ -253,12 +257,13 @@ PacketRun FfmpegReader::readPackets(std::uint64_t firstPacket, PacketRun room,
                                     AudioStreamPacketDescription* descriptions, void* buffer) {
     const PacketTable& packets = table();
     if (firstPacket >= packets.size() && room.packetCount > 0 && scan_->pages.isChained()) {
-        // More audio, with a header of its own: not the end of this file, but of what can be read.
+        // A second stream follows, with a header of its own. It cannot be read, so this is not the
+        // regular end.
         throw StatusFailure(kAudioFileInvalidFileError);
     }
     auto* const out = static_cast<std::byte*>(buffer);
     PacketRun run;
-    // Neighbours in the file are read at once.
+    // Packets that follow each other in the file are read in one piece.
     std::uint64_t pieceOffset = 0;
     std::size_t pieceSize = 0;
     const auto readPiece = [&] {

@@ -13,8 +13,8 @@ namespace zav::detail {
 /// See `CompressedFiles`.
 std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file);
 
-/// Reads compressed files. libavformat tells what is in the file and, once and at first need, where
-/// its packets are; the packets themselves are then read from their places, in any order.
+/// Reads compressed files. libavformat reports what is in the file. On first need it also reports
+/// the places of all packets, once. Packets are then read directly from their places, in any order.
 class FfmpegReader : public AudioFileReader {
  public:
     explicit FfmpegReader(FfmpegInput input)
@@ -30,12 +30,13 @@ class FfmpegReader : public AudioFileReader {
                           AudioStreamPacketDescription* descriptions, void* buffer) override;
 
  private:
+    /// Scans the file on the first call. If that scan throws, every later call throws the same.
     const PacketTable& table();
     void readBytes(std::uint64_t offset, void* buffer, std::size_t size);
 
     FfmpegInput input_;
     std::optional<PacketScan> scan_;
-    std::exception_ptr scanFailure_;  // half a scan cannot be gone on with
+    std::exception_ptr scanFailure_;  // rethrown, because half a scan cannot be resumed
 };
 
 }  // namespace zav::detail

@@ -14,17 +14,17 @@
 namespace zav::detail {
 namespace {
 
-/// What may wait for a cookie.
+/// The most bytes of packets that wait for a cookie.
 constexpr std::size_t kMostHeldBytes = std::size_t{8} << 20U;
 
-/// An encoder's lookahead of 6.5 ms.
+/// The usual lookahead of an encoder, 6.5 ms at 48 kHz.
 constexpr std::uint16_t kOpusPreSkip = 312;
 
 bool isMp4(AudioFileTypeID fileType) {
     return fileType == kAudioFileM4AType || fileType == kAudioFileMPEG4Type;
 }
 
-/// Whether ADTS headers have codes for the rate and the channels.
+/// True if ADTS headers have codes for the rate and the channels.
 bool adtsHas(const AudioStreamBasicDescription& format) {
     constexpr std::size_t kConfigOfCodes = 2;
     return makeAudioSpecificConfig(static_cast<std::uint32_t>(format.mSampleRate),
@@ -55,21 +55,21 @@ AVDictionary* optionsFor(AudioFileTypeID fileType, bool hasPackets) {
         case kAudioFileM4AType:
         case kAudioFileMPEG4Type:
             if (!hasPackets) {
-                // Nothing to make fragments of, and trying leaks memory of libavformat's.
+                // Without packets there are no fragments, and libavformat would leak memory.
                 break;
             }
-            // The header waits for the first fragment, and so does the last chance of a cookie.
-            // Fragments end where we say, which is where we flush.
+            // The header is written with the first fragment, so a cookie can be set until then. A
+            // fragment ends where we flush.
             av_dict_set(&options, "movflags",
                         "frag_custom+empty_moov+delay_moov+default_base_moof+skip_trailer", 0);
             break;
         case kAudioFileMP3Type:
-            // No tags, but the Xing header: without the number of packets, programs guess the
-            // duration.
+            // No tags, but a Xing header. It holds the number of packets, without which programs
+            // have to guess the duration.
             av_dict_set(&options, "id3v2_version", "0", 0);
             break;
         case kAudioFileOggType:
-            // Instead of 0, which some tools do not like.
+            // The default is 0, which some tools reject.
             av_dict_set(&options, "serial_offset", "1", 0);
             break;
         default:
@@ -148,7 +148,7 @@ void FfmpegWriter::writePacket(std::span<const std::byte> packet, std::uint32_t 
         }
         packet = packet.subspan(adtsHeaderSize(packet));
     }
-    if (context_ == nullptr && !hasEnough()) {
+    if (context_ == nullptr && !canStart()) {
         hold(packet, describedFrames);
     } else {
         if (context_ == nullptr) {
@@ -161,7 +161,7 @@ void FfmpegWriter::writePacket(std::span<const std::byte> packet, std::uint32_t 
     largestPacket_ = std::max(largestPacket_, static_cast<std::uint32_t>(packet.size()));
 }
 
-bool FfmpegWriter::hasEnough() const {
+bool FfmpegWriter::canStart() const {
     return !extradata_.empty() || codec_ == AV_CODEC_ID_AAC || codec_ == AV_CODEC_ID_OPUS ||
            !takesMagicCookie();
 }
@@ -187,10 +187,10 @@ void FfmpegWriter::start(bool hasPackets) {
     }
     FormatContext context = makeFormatContext(io_.context());
     context->oformat = av_guess_format(muxerOf(fileType()), nullptr, nullptr);
-    context->flags |= AVFMT_FLAG_BITEXACT;  // no date, no version, no random number
+    context->flags |= AVFMT_FLAG_BITEXACT;  // leaves out dates, versions and random numbers
     context->flags &= ~AVFMT_FLAG_AUTO_BSF;
-    context->flush_packets = 0;  // we say when
-    // Opus begins before time 0, where a decoder starts to be heard.
+    context->flush_packets = 0;  // `flush` does it
+    // Opus begins with priming before time 0.
     context->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
     AVStream* const stream = avformat_new_stream(context.get(), nullptr);
     if (stream == nullptr) {
@@ -222,11 +222,11 @@ void FfmpegWriter::put(std::span<const std::byte> packet, std::uint32_t describe
         throw std::bad_alloc();
     }
     std::memcpy(sent->data, packet.data(), packet.size());
-    // Opus' packets tell their duration better than a record in another rate can.
-    const std::uint32_t told = duration_->frameCount(packet);
+    // An Opus packet contains its exact duration. The described one can be in another rate.
+    const std::uint32_t framesOfPacket = duration_->frameCount(packet);
     const std::uint32_t frames =
-        describedFrames != 0 && codec_ != AV_CODEC_ID_OPUS ? describedFrames : told;
-    // Before a packet, not after one: the last page of an Ogg file is to have packets on it.
+        describedFrames != 0 && codec_ != AV_CODEC_ID_OPUS ? describedFrames : framesOfPacket;
+    // Flushes before a packet, not after one, so that the last page of an Ogg file is not empty.
     if (frameCount_ > flushedFrameCount_ && frameCount_ - flushedFrameCount_ + frames > rate_) {
         flush();
     }
@@ -245,13 +245,12 @@ void FfmpegWriter::send(AVPacket& packet) {
 }
 
 void FfmpegWriter::flush() {
-    // Ends an MP4 fragment and an Ogg page; of no effect elsewhere.
+    // Ends an MP4 fragment or an Ogg page. Other types ignore it.
     check(av_write_frame(context_.get(), nullptr));
     io_.flush();
     flushedFrameCount_ = frameCount_;
 }
 
-// The reason of a failed system call comes before libavformat's.
 void FfmpegWriter::check(int result) {
     io_.throwFileError();
     if (result == AVERROR(ENOMEM)) {
@@ -282,9 +281,6 @@ void FfmpegWriter::setMagicCookie(std::span<const std::byte> cookie) {
     }
 }
 
-// The header is written. FLAC's is brought up to date at the end, and that of an MP4 file goes out
-// with the first fragment. ADTS has one in every packet, of object type, rate and channels, and
-// those cannot change any more.
 void FfmpegWriter::changeCookie(std::vector<std::byte> extradata) {
     constexpr std::ptrdiff_t kAdtsFields = 2;
     const bool isBeforeFirstFragment = isMp4(fileType()) && flushedFrameCount_ == 0;
@@ -300,7 +296,6 @@ void FfmpegWriter::changeCookie(std::vector<std::byte> extradata) {
     extradata_ = std::move(extradata);
 }
 
-// As side data of a packet without bytes, which is what muxers accept late extradata with.
 void FfmpegWriter::sendExtradata(std::span<const std::byte> extradata) {
     const Packet nothing = makePacket();
     std::uint8_t* const data =
@@ -309,13 +304,12 @@ void FfmpegWriter::sendExtradata(std::span<const std::byte> extradata) {
         throw std::bad_alloc();
     }
     std::memcpy(data, extradata.data(), extradata.size());
-    // Times must increase: between the packet before, which was longer, and the one to come.
+    // Times must increase. The packet before is longer than one frame, so this time is after its
+    // start, and before that of the next packet.
     nothing->pts = static_cast<std::int64_t>(frameCount_) - 1;
     send(*nothing);
 }
 
-// FLAC's header names the frames in the file (0: not known) and has a checksum of the audio, which
-// holds only for as many as the encoder saw.
 std::vector<std::byte> FfmpegWriter::streamInfoOf(std::uint64_t frameCount) const {
     constexpr std::size_t kCount = 10;  // in the low 36 bits of 64
     constexpr std::uint64_t kCountMask = (std::uint64_t{1} << 36U) - 1;
@@ -332,7 +326,7 @@ std::vector<std::byte> FfmpegWriter::streamInfoOf(std::uint64_t frameCount) cons
 
 void FfmpegWriter::finish() {
     if (context_ == nullptr) {
-        if (!hasEnough()) {
+        if (!canStart()) {
             throw StatusFailure(kAudioFileUnsupportedDataFormatError);
         }
         start(false);

@@ -17,10 +17,12 @@ std::unique_ptr<AudioFileWriter> createFfmpegFile(const std::filesystem::path& p
                                                   AudioFileTypeID fileType,
                                                   const AudioStreamBasicDescription& dataFormat);
 
-/// Writes compressed files through libavformat's muxers. The header goes out with the first packet,
-/// because only then has the cookie had its chance to come; packets that cannot be written without
-/// a cookie wait for it. Everything is brought into the file once a second of audio: MP4 is written
-/// in fragments of that length, which a killed writer leaves readable.
+/// Writes compressed files through libavformat's muxers.
+///
+/// The header is written with the first packet, so that a cookie can be set until then. Packets
+/// that need a cookie are held in memory until it is set. All output is flushed after every second
+/// of audio. MP4 is written in fragments of that length, which stay readable if the writer is
+/// killed.
 class FfmpegWriter : public AudioFileWriter {
  public:
     FfmpegWriter(FileHandle file, AudioFileTypeID fileType,
@@ -46,20 +48,31 @@ class FfmpegWriter : public AudioFileWriter {
     };
 
     void writePacket(std::span<const std::byte> packet, std::uint32_t describedFrames);
+    /// Keeps a packet in memory until the cookie is set.
     void hold(std::span<const std::byte> packet, std::uint32_t describedFrames);
-    /// Whether there is a cookie, or the file can do without.
-    bool hasEnough() const;
+    /// True if the header can be written: the cookie is set, can be made, or is not needed.
+    bool canStart() const;
+    /// Writes the header.
     void start(bool hasPackets);
+    /// Writes a packet.
     void put(std::span<const std::byte> packet, std::uint32_t describedFrames);
     void send(AVPacket& packet);
     void flush();
+    /// Replaces the cookie after the header has been written, if the type still allows that. FLAC's
+    /// header is rewritten at the end. MP4's is written with the first fragment. ADTS repeats
+    /// object type, rate and channels in each packet, so these cannot change.
     void changeCookie(std::vector<std::byte> extradata);
+    /// Sends extradata as side data of an empty packet, the way in which muxers accept it late.
     void sendExtradata(std::span<const std::byte> extradata);
+    /// FLAC's header for a file of this many frames (0: unknown). Its checksum covers the audio
+    /// that the encoder saw, so it is cleared if the number of frames differs.
     std::vector<std::byte> streamInfoOf(std::uint64_t frameCount) const;
+    /// Throws if `result` is an error. A failed system call takes precedence over libavformat's
+    /// code.
     void check(int result);
 
     AVCodecID codec_;
-    std::uint32_t rate_;  // frames per second of packets' durations
+    std::uint32_t rate_;  // of packets' durations, in Hz
     std::vector<std::byte> cookie_;
     std::vector<std::byte> extradata_;
     std::vector<HeldPacket> held_;

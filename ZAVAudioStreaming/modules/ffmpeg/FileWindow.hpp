@@ -10,14 +10,15 @@
 
 namespace zav::detail {
 
-/// A view of a file for going through it from front to back, a large piece at a time.
+/// Reads a file from front to back in large pieces. `file` must outlive the window.
 class FileWindow {
  public:
     explicit FileWindow(const FileHandle& file) : file_(file), fileSize_(file.size()) {}
 
     std::uint64_t fileSize() const noexcept { return fileSize_; }
 
-    /// The bytes from `offset` on, as many as asked for or the file has. Valid until the next call.
+    /// Returns `size` bytes from `offset` on, fewer at the end of the file. Valid until the next
+    /// call.
     std::span<const std::byte> at(std::uint64_t offset, std::size_t size) {
         if (offset < start_ || offset + size > start_ + bytes_.size()) {
             bytes_.resize(std::max(size, kStep));

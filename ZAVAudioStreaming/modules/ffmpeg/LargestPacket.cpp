@@ -15,7 +15,7 @@ std::uint32_t depthOf(AVCodecID codec, const AudioStreamBasicDescription& format
     return depth == 0 || depth > kMostDepth ? kMostDepth : depth;
 }
 
-/// For each pair of channels a header of 23 bits and a number of frames of 32, 3 bits at the end.
+/// Each pair of channels has a header of 23 bits, a frame count of 32 bits, and 3 bits at the end.
 std::uint32_t largestAlacPacket(const AudioStreamBasicDescription& format,
                                 std::span<const std::byte> cookie) {
     constexpr std::uint32_t kUsualFrames = 4096;
@@ -30,8 +30,9 @@ std::uint32_t largestAlacPacket(const AudioStreamBasicDescription& format,
            (channels + 1) * kHeaderSize;
 }
 
-/// RFC 9639, section 9: a frame has at most 16 bytes of header and 2 of checksum; a channel one of
-/// header and, in unary, its unused bits; one of two channels can need a bit more for each sample.
+/// RFC 9639, section 9: a frame has at most 16 bytes of header and 2 of checksum. A channel has one
+/// byte of header, then its wasted bits in unary. In stereo, one channel can need one more bit for
+/// each sample.
 std::uint32_t largestFlacFrame(const AudioStreamBasicDescription& format,
                                std::span<const std::byte> cookie) {
     constexpr std::uint32_t kMostFrames = 65535;
@@ -55,33 +56,35 @@ std::uint32_t largestPacket(AVCodecID codec, const AudioStreamBasicDescription& 
     const std::uint32_t channels = format.mChannelsPerFrame;
     switch (codec) {
         case AV_CODEC_ID_AAC:
-            // ISO/IEC 14496-3, 4.5.3.1: a decoder's buffer has 6144 bits for a channel.
+            // ISO/IEC 14496-3, 4.5.3.1: the decoder's input buffer has 6144 bits for each channel.
             return 6144 / 8 * channels;
         case AV_CODEC_ID_MP1:
-            // 12 samples' bits and one slot: 256 kbit/s at 16 kHz (ISO/IEC 13818-3, 2.4.2.3).
+            // 256 kbit/s at 16 kHz in slots of 4 bytes, and one padding slot (ISO/IEC 13818-3,
+            // 2.4.2.3).
             return (12 * 256000 / 16000 + 1) * 4;
         case AV_CODEC_ID_MP2:
-            // 384 kbit/s at 32 kHz (ISO/IEC 11172-3, 2.4.2.3), and one slot.
+            // 384 kbit/s at 32 kHz, and one padding slot (ISO/IEC 11172-3, 2.4.2.3).
             return 144 * 384000 / 32000 + 1;
         case AV_CODEC_ID_MP3:
-            // 320 kbit/s at 32 kHz, and one slot.
+            // 320 kbit/s at 32 kHz, and one padding slot.
             return 144 * 320000 / 32000 + 1;
         case AV_CODEC_ID_ALAC:
             return largestAlacPacket(format, cookie);
         case AV_CODEC_ID_FLAC:
             return largestFlacFrame(format, cookie);
         case AV_CODEC_ID_OPUS:
-            // RFC 7845, section 6: for each stream in the packet, of which two channels have one.
+            // RFC 7845, section 6, for each stream in the packet. One or two channels are one
+            // stream.
             return 61440 * (channels <= 2 ? 1 : channels);
         case AV_CODEC_ID_AC3:
             // ETSI TS 102 366, table 4.13: 640 kbit/s at 32 kHz.
             return 1920 * 2;
         case AV_CODEC_ID_AMR_NB:
-            // RFC 4867, section 5.3: 244 bits at 12.2 kbit/s, behind a byte.
+            // RFC 4867, section 5.3: a byte of header, then 244 bits at 12.2 kbit/s.
             return 1 + (244 + 7) / 8;
         default:
-            // Vorbis sets no bound. The largest page of Ogg (RFC 3533, section 6) is far beyond
-            // what encoders make.
+            // Vorbis has no bound. The largest page of Ogg (RFC 3533, section 6) is far larger than
+            // any packet that encoders make.
             return 65307;
     }
 }

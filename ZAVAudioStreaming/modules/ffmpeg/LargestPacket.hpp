@@ -12,9 +12,9 @@ extern "C" {
 
 namespace zav::detail {
 
-/// Bytes that no packet of a stream exceeds, by the codec's own definition where it has one. Of
-/// ALAC and FLAC the packets that hold the samples as they are: by the record, or what it leaves
-/// open by the bare magic cookie, or what the codec has at most.
+/// Upper bound of the packet sizes of a stream, in bytes. It comes from the codec's definition, if
+/// that has a bound. For ALAC and FLAC it is the size of a packet of uncompressed samples. The bare
+/// magic cookie gives their frames and depth, or else the record, or else the codec's maximum.
 std::uint32_t largestPacket(AVCodecID codec, const AudioStreamBasicDescription& format,
                             std::span<const std::byte> cookie);
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <cstring>
 #include <string_view>
 
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
@@ -18,6 +18,8 @@ constexpr std::size_t kAlacConfigSize = 24;
 constexpr std::size_t kAlacAtomSize = 12 + kAlacConfigSize;  // size, 'alac', version
 constexpr std::size_t kAlacFormatAtomSize = 12;              // size, 'frma', 'alac'
 constexpr std::size_t kStreamInfoSize = 34;
+constexpr std::size_t kOpusHeadSize = 19;  // for one or two channels, the shortest form
+constexpr std::string_view kOpusHeadMarker = "OpusHead";
 constexpr std::size_t kFlacMarkerSize = 8;  // 'fLaC', then the header of STREAMINFO's block
 
 [[noreturn]] void refuseCookie() {
@@ -41,8 +43,8 @@ Bytes take(Bytes& bytes, std::size_t size) {
     return front;
 }
 
-/// Takes a descriptor with this tag from the front and returns what is in it (ISO/IEC 14496-1,
-/// 8.3.3: the size in groups of seven bits). A size that says too much is cut.
+/// Takes a descriptor with this tag from the front and returns its content (ISO/IEC 14496-1, 8.3.3:
+/// the size is in groups of seven bits). A size that exceeds the bytes is cut.
 Bytes takeDescriptor(Bytes& bytes, std::byte tag) {
     if (take(bytes, 1)[0] != tag) {
         refuseCookie();
@@ -58,7 +60,8 @@ Bytes takeDescriptor(Bytes& bytes, std::byte tag) {
     return take(bytes, std::min(size, bytes.size()));
 }
 
-/// From the ES descriptor (3) to the decoder's configuration (4) to what is specific to it (5).
+/// Descends from the ES descriptor (tag 3) to the decoder's configuration (4) and to the
+/// information that is specific to the codec (5).
 Bytes configInEsDescriptor(Bytes cookie) {
     constexpr std::byte kHasDependency{0x80};
     constexpr std::byte kHasUrl{0x40};
@@ -130,12 +133,6 @@ std::vector<std::byte> configOfFields(std::uint32_t objectType, std::uint32_t ra
     return config;
 }
 
-void putLittleEndian(std::vector<std::byte>& bytes, std::uint32_t value, int size) {
-    for (; size > 0; --size, value >>= 8U) {
-        bytes.push_back(static_cast<std::byte>(value));
-    }
-}
-
 }  // namespace
 
 bool hasMagicCookie(AVCodecID codec) {
@@ -159,13 +156,11 @@ std::vector<std::byte> extradataOfCookie(AVCodecID codec, std::span<const std::b
             return alacExtradata(cookie);
         case AV_CODEC_ID_FLAC:
             return flacExtradata(cookie);
-        case AV_CODEC_ID_OPUS: {
-            constexpr std::size_t kShortestHead = 19;
-            if (cookie.size() < kShortestHead || !beginsWith(cookie, "OpusHead")) {
+        case AV_CODEC_ID_OPUS:
+            if (cookie.size() < kOpusHeadSize || !beginsWith(cookie, kOpusHeadMarker)) {
                 refuseCookie();
             }
             break;
-        }
         default:
             break;
     }
@@ -187,16 +182,14 @@ std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::b
 
 std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
                                     std::uint32_t inputRate) {
-    std::vector<std::byte> head;
-    for (const char letter : std::string_view("OpusHead")) {
-        head.push_back(static_cast<std::byte>(letter));
-    }
-    putLittleEndian(head, 1, 1);  // version
-    putLittleEndian(head, channels, 1);
-    putLittleEndian(head, preSkip, 2);
-    putLittleEndian(head, inputRate, 4);
-    putLittleEndian(head, 0, 2);  // gain
-    putLittleEndian(head, 0, 1);  // mapping family: mono or stereo
+    // Left at 0: the gain (offset 16) and the mapping family (18), which means mono or stereo.
+    std::vector<std::byte> head(kOpusHeadSize);
+    const std::span bytes(head);
+    std::memcpy(head.data(), kOpusHeadMarker.data(), kOpusHeadMarker.size());
+    putLittleEndian(bytes.subspan(8, 1), 1);  // version
+    putLittleEndian(bytes.subspan(9, 1), channels);
+    putLittleEndian(bytes.subspan(10, 2), preSkip);
+    putLittleEndian(bytes.subspan(12, 4), inputRate);
     return head;
 }
 
@@ -206,9 +199,10 @@ std::vector<std::byte> makeAlacConfig(std::uint32_t framesPerPacket, std::uint32
     const std::span bytes(config);
     putBigEndian(bytes.first(4), framesPerPacket);
     putBigEndian(bytes.subspan(5, 1), depth);
-    putBigEndian(bytes.subspan(6, 1), 40);  // adaptation of the Rice parameter: history's weight,
-    putBigEndian(bytes.subspan(7, 1), 10);  // its first value,
-    putBigEndian(bytes.subspan(8, 1), 14);  // and the parameter's limit
+    // The adaptation of the Rice parameter: weight of its history, initial value, limit.
+    putBigEndian(bytes.subspan(6, 1), 40);
+    putBigEndian(bytes.subspan(7, 1), 10);
+    putBigEndian(bytes.subspan(8, 1), 14);
     putBigEndian(bytes.subspan(9, 1), channels);
     putBigEndian(bytes.subspan(10, 2), 255);  // longest run
     putBigEndian(bytes.subspan(20, 4), rate);
@@ -226,7 +220,7 @@ std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t
         return configOfFields(kLowComplexity, static_cast<std::uint32_t>(known - kAacRates.begin()),
                               channelCode);
     }
-    // 5 bits of type, 4 that announce a rate, 24 of rate, 4 of channels, 3 of zero.
+    // 5 bits of object type, 4 that announce an explicit rate, 24 of rate, 4 of channels, 3 zeros.
     std::vector<std::byte> config(5);
     putBigEndian(config, std::uint64_t{kLowComplexity} << 35U | std::uint64_t{kOtherRate} << 31U |
                              std::uint64_t{rate} << 7U | channelCode << 3U);
@@ -234,7 +228,8 @@ std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t
 }
 
 std::size_t adtsHeaderSize(std::span<const std::byte> packet) {
-    // ISO/IEC 13818-7, 6.2.1: sync, layer 0, no checksum; 13 bits of length from bit 30 on.
+    // ISO/IEC 13818-7, 6.2.1: 12 bits of sync, layer 0, the lowest bit of the second byte set if
+    // there is no checksum; 13 bits of length from bit 30 on.
     constexpr std::size_t kHeaderSize = 7;
     constexpr std::size_t kChecksumSize = 2;
     if (packet.size() < kHeaderSize || packet[0] != std::byte{0xFF} ||

@@ -9,20 +9,21 @@ extern "C" {
 #include <span>
 #include <vector>
 
-/// Magic cookies come in more forms than the one that libavcodec calls extradata. Handed out, a
-/// cookie is always the bare configuration: AAC's AudioSpecificConfig, ALAC's 24 bytes, FLAC's 34
-/// of STREAMINFO, Opus' identification header, Vorbis' three headers in libavcodec's packing.
+/// Converts between magic cookies and libavcodec's extradata. Cookies are accepted in several forms
+/// and returned in one, the bare configuration: AAC's AudioSpecificConfig, ALAC's 24 bytes, FLAC's
+/// 34 bytes of STREAMINFO, Opus' identification header, Vorbis' three headers in libavcodec's
+/// packing.
 namespace zav::detail {
 
-/// Whether streams of this codec have a cookie at all.
+/// True if streams of this codec have a cookie.
 bool hasMagicCookie(AVCodecID codec);
 
-/// libavcodec's extradata for a cookie. Also taken: AAC's configuration inside an ES descriptor,
-/// ALAC's 36 bytes (as an atom) and 48 (behind a 'frma' atom), FLAC's behind the file's marker.
-/// Throws -50 for what is none of these.
+/// libavcodec's extradata for a cookie. Besides the bare forms it accepts AAC's configuration in an
+/// ES descriptor, ALAC's as an atom (36 bytes) or after a 'frma' atom (48 bytes), and FLAC's after
+/// the file's marker. Throws -50 for all other bytes.
 std::vector<std::byte> extradataOfCookie(AVCodecID codec, std::span<const std::byte> cookie);
 
-/// The reverse, into the bare form.
+/// The bare cookie for libavcodec's extradata; empty if the codec has no cookies.
 std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::byte> extradata);
 
 /// The identification header of an Opus stream of one or two channels (RFC 7845, section 5.1).
@@ -30,17 +31,18 @@ std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::b
 std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
                                     std::uint32_t inputRate);
 
-/// ALAC's configuration with the parameters that encoders have. `depth` is in bits.
+/// ALAC's configuration with the usual parameters of encoders. `depth` is in bits, `rate` in Hz.
 std::vector<std::byte> makeAlacConfig(std::uint32_t framesPerPacket, std::uint32_t depth,
                                       std::uint32_t channels, std::uint32_t rate);
 
-/// ISO/IEC 14496-3, 1.6.2.1, for AAC-LC. Empty for a number of channels that has no code.
+/// The AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1) of AAC-LC; `rate` is in Hz. Empty if the
+/// number of channels has no code.
 std::vector<std::byte> makeAudioSpecificConfig(std::uint32_t rate, std::uint32_t channels);
 
-/// The same from the ADTS header that a packet begins with; empty when it begins with none.
+/// The AudioSpecificConfig from the ADTS header at the start of a packet; empty without a header.
 std::vector<std::byte> audioSpecificConfigOfAdts(std::span<const std::byte> packet);
 
-/// Bytes of the ADTS header that a packet begins with; 0 when it begins with none.
+/// Bytes of the ADTS header at the start of a packet; 0 without a header.
 std::size_t adtsHeaderSize(std::span<const std::byte> packet);
 
 }  // namespace zav::detail

@@ -12,31 +12,35 @@
 
 namespace zav::detail {
 
-/// One logical stream of an Ogg file (RFC 3533): the first of the file whose first packet begins
-/// as asked for. Packets can begin and end anywhere in a page and go on in the next one, which is
-/// why they have no place of their own in libavformat's index.
+/// A whole packet of an Ogg stream.
+struct OggPacket {
+    static constexpr std::size_t kStartSize = 16;
+
+    std::uint64_t offset;              ///< of its first byte in the file
+    std::uint32_t size;                ///< bytes; an empty packet can end a stream
+    std::span<const std::byte> start;  ///< its first bytes, at most `kStartSize`
+    /// The granule position of the page on which the packet ends. Only the last packet that ends on
+    /// a page has one.
+    std::optional<std::int64_t> granule;
+};
+
+/// The pages of one logical stream in an Ogg file (RFC 3533).
+///
+/// A packet can begin anywhere in a page and continue on the next one. libavformat's index gives
+/// only the position of the page, so packets are located here.
 class OggPages {
  public:
-    static constexpr std::size_t kPacketStart = 16;
-
-    struct Packet {
-        std::uint64_t offset;              ///< of its first byte in the file
-        std::uint32_t size;                ///< bytes; an empty packet can end a stream
-        std::span<const std::byte> start;  ///< its first bytes, `kPacketStart` at most
-        /// The granule position of its page if this is the last packet that ends there.
-        std::optional<std::int64_t> granule;
-    };
-
-    /// Walks through all pages of the stream up to its end, the start of another in its place or
-    /// the last whole page, and calls `take` for every whole packet, until that says no.
+    /// Walks through the first stream of the file whose first page begins with `firstBytes`, and
+    /// calls `take` for every whole packet. Ends when `take` returns false, at the end of the
+    /// stream, where another stream follows it, or at the last whole page.
     void walk(const FileHandle& file, std::span<const std::byte> firstBytes,
-              const std::function<bool(const Packet&)>& take);
+              const std::function<bool(const OggPacket&)>& take);
 
-    /// Whether the walk ended because another stream follows in this one's place.
+    /// True if the walk ended because another stream follows this one.
     bool isChained() const noexcept { return isChained_; }
 
-    /// Reads `size` bytes of packets of this stream, as they follow each other from the file's
-    /// `offset` on. Returns fewer where pages have disappeared since the walk.
+    /// Reads `size` bytes of this stream's packets, from the file's `offset` on, without the page
+    /// headers between them. Returns the bytes read: fewer if the file was cut after the walk.
     std::size_t read(const FileHandle& file, std::uint64_t offset, void* buffer,
                      std::size_t size) const;
 

@@ -17,15 +17,16 @@ bool isParsed(AVCodecID codec, std::byte first) {
         case AV_CODEC_ID_AC3:
             return true;
         case AV_CODEC_ID_AAC:
-            // No packet without a header begins with the element that ends one.
+            // A packet without an ADTS header cannot start with this byte: it is the code that ends
+            // a packet.
             return first == std::byte{0xFF};
         default:
             return false;
     }
 }
 
-/// Bytes that a parser may hold before it hands out a packet. All that have one hold a packet of a
-/// few kilobytes, but FLAC's, which holds ten of 65535 frames of eight channels of 32 bits.
+/// The most bytes that a parser holds for real packets. Parsers hold one packet of a few kilobytes.
+/// Only FLAC's parser holds ten, each with up to 65535 frames of eight channels of 32 bits.
 std::size_t mostHeldBytes(AVCodecID codec) {
     constexpr std::size_t kMost = 65536;
     constexpr std::size_t kMostOfFlac = 10 * 65536 * 8 * 4;
@@ -80,7 +81,7 @@ void PacketCutter::cutBySize(std::span<const std::byte> bytes, const Take& take)
 }
 
 void PacketCutter::parse(std::span<const std::byte> bytes, const Take& take) {
-    // Parsers read a little beyond what they are given.
+    // Parsers read a little beyond the end of their input.
     std::array<std::uint8_t, 4096 + AV_INPUT_BUFFER_PADDING_SIZE> piece{};
     constexpr std::size_t kPieceSize = piece.size() - AV_INPUT_BUFFER_PADDING_SIZE;
     while (!bytes.empty()) {
@@ -91,14 +92,13 @@ void PacketCutter::parse(std::span<const std::byte> bytes, const Take& take) {
             done += parseOnce(piece.data() + done, size - done, take);
         }
         if (heldBytes_ > mostHeldBytes(codec_)) {
-            // What goes on and on without a packet is junk, and some parsers keep all of it.
+            // So many bytes without a packet are junk. Some parsers would keep all of them.
             startParser();
         }
         bytes = bytes.subspan(size);
     }
 }
 
-/// Returns the bytes that the parser has taken in; all of them when it gets nowhere.
 std::size_t PacketCutter::parseOnce(const std::uint8_t* bytes, std::size_t size, const Take& take) {
     std::uint8_t* packet = nullptr;
     int packetSize = 0;

@@ -10,40 +10,44 @@
 
 namespace zav::detail {
 
-/// Finds the packets in a stream of bytes that nobody described. By their constant size; or, for
-/// MPEG layers 1 to 3, FLAC, AC-3, and AAC when the stream begins like an ADTS header, by parsing;
-/// both wherever the stream is cut into pieces. Any other piece is one packet.
+/// Finds the packets in a stream of bytes without descriptions.
+///
+/// If packets have a constant size, the stream is cut by that. MPEG layers 1 to 3, FLAC and AC-3
+/// are parsed, and so is AAC if the stream begins with an ADTS header. In both cases the stream can
+/// arrive in pieces of any size. In all other formats each piece is one packet.
 class PacketCutter {
  public:
+    /// Receives a packet; its bytes are valid during the call.
     using Take = std::function<void(std::span<const std::byte> packet)>;
 
-    /// `constantSize` is in bytes; 0 when packets vary in size.
+    /// `constantSize` is in bytes; 0 if packets vary in size.
     PacketCutter(AVCodecID codec, std::uint32_t constantSize)
         : codec_(codec), constantSize_(constantSize) {}
 
-    /// Hands out the packets that `bytes` complete. Parsed ones can be some packets late, until
-    /// those behind them prove them right.
+    /// Calls `take` for the packets that `bytes` complete. A parser can hold packets back until
+    /// later ones confirm them.
     void cut(std::span<const std::byte> bytes, const Take& take);
 
-    /// The stream ends: hands out the packets that wait. A new stream can follow.
+    /// Ends the stream: calls `take` for the packets that were held back. A new stream can follow.
     void finish(const Take& take);
 
-    /// Forgets the stream so far.
+    /// Drops the packets that were held back. A new stream can follow.
     void reset();
 
  private:
     void startParser();
     void cutBySize(std::span<const std::byte> bytes, const Take& take);
     void parse(std::span<const std::byte> bytes, const Take& take);
+    /// Returns the bytes that the parser consumed; all of them if it makes no progress.
     std::size_t parseOnce(const std::uint8_t* bytes, std::size_t size, const Take& take);
 
     AVCodecID codec_;
     std::uint32_t constantSize_;
     std::vector<std::byte> remainder_;  // less than a packet of constant size
     bool hasBegun_ = false;
-    CodecContext context_;       // the parser's own: it notes there what it finds
-    Parser parser_;              // null when the stream is not parsed
-    std::size_t heldBytes_ = 0;  // taken by the parser since it handed out a packet, at most
+    CodecContext context_;       // where the parser stores what it finds
+    Parser parser_;              // null if the stream is not parsed
+    std::size_t heldBytes_ = 0;  // bytes that the parser can hold: those since its last packet
 };
 
 }  // namespace zav::detail

@@ -9,8 +9,8 @@
 namespace zav::detail {
 
 std::optional<std::uint32_t> flacFrameCount(std::span<const std::byte> frame) {
-    // RFC 9639, section 9.1: sync, block size and rate codes, channels and bits, the frame's number
-    // in UTF-8 style, then the block size if its code says so.
+    // RFC 9639, section 9.1: sync, codes of block size and rate, channels and bits, the frame's
+    // number coded like UTF-8, then the block size if its code is 6 or 7.
     constexpr std::size_t kNumberOffset = 4;
     if (frame.size() <= kNumberOffset || bigEndianAt(frame.first(2)) >> 2U != 0xFFF8U >> 2U) {
         return std::nullopt;
@@ -40,8 +40,8 @@ std::optional<std::uint32_t> flacFrameCount(std::span<const std::byte> frame) {
 }
 
 std::optional<std::uint32_t> alacFrameCount(std::span<const std::byte> packet) {
-    // The first element: 3 bits of kind, 4 of instance, 12 unused, 1 that says whether the number
-    // of frames is named, 2 and 1 of others, 32 of that number.
+    // The first element: 3 bits of kind, 4 of instance, 12 unused, 1 bit that is set if the number
+    // of frames follows, 3 bits of other fields, then 32 bits of that number.
     constexpr std::size_t kBytes = 8;
     if (packet.size() < kBytes) {
         return std::nullopt;
@@ -70,7 +70,7 @@ std::uint32_t PacketDuration::frameCount(std::span<const std::byte> packet) {
             return frames > usualFrames_ ? usualFrames_ : frames;
         }
         case AV_CODEC_ID_VORBIS: {
-            // A packet completes what overlaps with the one before; the first one only begins.
+            // A packet completes the overlap with the one before, so the first one gives no frames.
             const std::uint32_t block = vorbis_.blockSize(packet);
             const std::uint32_t frames = previousBlock_ == 0 ? 0 : (previousBlock_ + block) / 4;
             previousBlock_ = block;

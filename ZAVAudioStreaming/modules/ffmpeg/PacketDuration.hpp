@@ -13,27 +13,29 @@ extern "C" {
 
 namespace zav::detail {
 
-/// Tells the frames in a packet from the packet, for the codecs whose packets differ in that.
+/// Computes the frames in a packet from the packet itself, for codecs whose packets vary in
+/// duration.
 class PacketDuration {
  public:
-    /// `usualFrames` is what packets hold that do not tell; `extradata` is the codec's.
+    /// `usualFrames` is the duration of packets that do not contain one, in frames. `extradata` is
+    /// libavcodec's.
     PacketDuration(AVCodecID codec, std::uint32_t usualFrames,
                    std::span<const std::byte> extradata);
 
-    /// `packet` is the whole packet or its first 16 bytes. Packets are shown in their order.
+    /// `packet` is the whole packet or its first 16 bytes. Packets must be passed in their order.
     std::uint32_t frameCount(std::span<const std::byte> packet);
 
  private:
     AVCodecID codec_;
     std::uint32_t usualFrames_;
     VorbisModes vorbis_;
-    std::uint32_t previousBlock_ = 0;  // Vorbis' samples; 0 before the first packet
+    std::uint32_t previousBlock_ = 0;  // Vorbis' block size in frames; 0 before the first packet
 };
 
-/// The block size that a FLAC frame's header names; empty when it is no header.
+/// The block size in the header of a FLAC frame, in frames; empty if it is not a header.
 std::optional<std::uint32_t> flacFrameCount(std::span<const std::byte> frame);
 
-/// The frames that an ALAC packet names; empty when it holds the usual number.
+/// The number of frames in the header of an ALAC packet; empty if it has the usual number.
 std::optional<std::uint32_t> alacFrameCount(std::span<const std::byte> packet);
 
 }  // namespace zav::detail

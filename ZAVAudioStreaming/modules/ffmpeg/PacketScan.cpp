@@ -13,44 +13,41 @@ extern "C" {
 #include "ZAVAudioStreaming/modules/ffmpeg/MagicCookie.hpp"
 #include "ZAVAudioStreaming/modules/ffmpeg/PacketDuration.hpp"
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
+#include "ZAVAudioStreaming/support/Endian.hpp"
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 namespace zav::detail {
 namespace {
 
-/// `to - from`, 0 for times and places that no real file has.
+/// `to - from`; 0 if that is negative or overflows, as it can in a broken file.
 std::int64_t distance(std::int64_t from, std::int64_t to) {
     std::int64_t result = 0;
     return __builtin_sub_overflow(to, from, &result) || result < 0 ? 0 : result;
 }
 
-/// The same for `left + right`.
+/// `left + right`; 0 if that overflows.
 std::int64_t sum(std::int64_t left, std::int64_t right) {
     std::int64_t result = 0;
     return __builtin_add_overflow(left, right, &result) ? 0 : result;
 }
 
-/// Frames that a decoder leaves out at either end of a packet.
+/// Frames that a player leaves out at both ends of a packet.
 std::uint64_t unheardFramesIn(const AVPacket& packet) {
-    constexpr std::size_t kSize = 10;  // two little-endian integers, two reasons
+    // Two little-endian integers of 4 bytes, then two bytes of reasons.
+    constexpr std::size_t kSize = 10;
     std::size_t size = 0;
     const std::uint8_t* const data =
         av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
     if (data == nullptr || size < kSize) {
         return 0;
     }
-    const auto integerAt = [data](std::size_t offset) {
-        std::uint64_t value = 0;
-        for (std::size_t i = 4; i-- > 0;) {
-            value = value << 8U | data[offset + i];
-        }
-        return value;
-    };
-    return integerAt(0) + integerAt(4);
+    const auto bytes = std::as_bytes(std::span(data, size));
+    return littleEndianAt(bytes.first(4)) + littleEndianAt(bytes.subspan(4, 4));
 }
 
-/// Where the bytes of a packet that libavformat handed out stand in the file. Nearly always that is
-/// behind the packet before; where junk was skipped, a parser's word on it cannot be relied on.
+/// Finds the file offset of a packet that libavformat returned, from `from` on. Nearly always the
+/// packet is right there, after the one before. After skipped junk it can be elsewhere, and the
+/// parser's `suggestion` can be wrong.
 std::optional<std::uint64_t> findBytes(FileWindow& window, std::span<const std::byte> bytes,
                                        std::uint64_t from, std::int64_t suggestion) {
     constexpr std::size_t kFarthest = 262144;
@@ -73,7 +70,7 @@ std::optional<std::uint64_t> findBytes(FileWindow& window, std::span<const std::
     return from + static_cast<std::uint64_t>(found - ahead.begin());
 }
 
-/// Files that are nothing but packets, with or without a header in front.
+/// Scans a file that contains only packets, or a header and packets.
 void scanStream(FfmpegInput& input, PacketScan& scan) {
     FileWindow window(input.io->file());
     const bool hasAdts = input.fileType == kAudioFileAAC_ADTSType;
@@ -88,7 +85,7 @@ void scanStream(FfmpegInput& input, PacketScan& scan) {
             window, bytes,
             isFirst && suggestion >= 0 ? static_cast<std::uint64_t>(suggestion) : end, suggestion);
         if (!offset) {
-            // Pieces on both sides of junk that were taken for one packet.
+            // The parser joined the pieces before and after some junk.
             continue;
         }
         isFirst = false;
@@ -118,13 +115,13 @@ std::span<const std::byte> firstBytesOf(AVCodecID codec) {
     return std::as_bytes(std::span(text));
 }
 
-/// Calls `take` for every packet of audio, the headers left out.
+/// Calls `take` for every packet of audio, but not for headers.
 void walkOgg(const FfmpegInput& input, OggPages& pages,
-             const std::function<bool(const OggPages::Packet&)>& take) {
+             const std::function<bool(const OggPacket&)>& take) {
     const AVCodecID codec = input.stream->codecpar->codec_id;
     int headers = codec == AV_CODEC_ID_VORBIS ? 3 : 2;
-    pages.walk(input.io->file(), firstBytesOf(codec), [&](const OggPages::Packet& packet) {
-        // FLAC says how many headers there are, or that it does not know; its audio begins so.
+    pages.walk(input.io->file(), firstBytesOf(codec), [&](const OggPacket& packet) {
+        // FLAC can leave the number of its headers open, but only its audio begins with this byte.
         const bool isHeader = codec == AV_CODEC_ID_FLAC
                                   ? !packet.start.empty() && packet.start.front() != std::byte{0xFF}
                                   : headers-- > 0;
@@ -136,12 +133,12 @@ void scanOgg(FfmpegInput& input, PacketScan& scan) {
     const AVCodecParameters& parameters = *input.stream->codecpar;
     const auto extradata = extradataOf(parameters);
     PacketDuration duration(parameters.codec_id, input.dataFormat.mFramesPerPacket, extradata);
-    // Granule positions count frames to the end of a page. The first one tells where the stream
-    // begins, which need not be 0 when it was cut out of a longer one; the last one where it ends,
-    // which can be before its last packet does.
+    // A granule position counts the frames up to the end of a page. The first one gives the start
+    // of the stream, which is not 0 if it was cut out of a longer one. The last one gives the end,
+    // which can be inside the last packet.
     std::optional<std::int64_t> startGranule;
     std::optional<std::int64_t> endGranule;
-    walkOgg(input, scan.pages, [&](const OggPages::Packet& packet) {
+    walkOgg(input, scan.pages, [&](const OggPacket& packet) {
         if (packet.size > 0 &&
             !scan.table.add({packet.offset, packet.size, duration.frameCount(packet.start)})) {
             return false;
@@ -166,7 +163,7 @@ void scanOgg(FfmpegInput& input, PacketScan& scan) {
     scan.unheardFrames = all - heard;
 }
 
-/// Reads the packet at this time again: the index does not tell how long its last packet is.
+/// Reads the packet at this time again. The index does not contain the duration of its last packet.
 Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
     input.stream->discard = AVDISCARD_DEFAULT;
     if (av_seek_frame(input.context.get(), input.stream->index, timestamp, AVSEEK_FLAG_BACKWARD) <
@@ -176,8 +173,9 @@ Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
     return nextPacket(input);
 }
 
-/// Frames in the last packet, which begins `timeToEnd` before the stream's own end. The packet, its
-/// record and the stream can tell, each if at all, and each more than are meant to be heard.
+/// Frames in the last packet, which begins `timeToEnd` before the end of the stream. The packet,
+/// its entry and the stream can each contain a duration, and any of them can include padding. So
+/// the smallest is returned.
 std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
                            std::int64_t timeToEnd) {
     const AVStream& stream = *input.stream;
@@ -195,7 +193,7 @@ std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
     return fewest;
 }
 
-/// MP4 and CAF, whose headers list the packets.
+/// Scans an MP4 or CAF file, whose headers list the packets.
 void readIndex(FfmpegInput& input, PacketScan& scan) {
     AVStream& stream = *input.stream;
     const Packet firstPacket = std::move(input.firstPacket);
@@ -203,8 +201,8 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
         return;
     }
     if (input.fileType != kAudioFileCAFType) {
-        // An MP4 file in fragments lists them one by one. With nothing to deliver, the demuxer goes
-        // through all of the lists and reads no audio.
+        // A fragmented MP4 file has one list for each fragment. If all audio is discarded, this
+        // call reads all the lists and no audio.
         stream.discard = AVDISCARD_ALL;
         static_cast<void>(nextPacket(input));
         stream.discard = AVDISCARD_DEFAULT;
@@ -214,16 +212,16 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
     if (first == nullptr) {
         throw StatusFailure(kAudioFileInvalidFileError);
     }
-    // CAF's places count from the start of the audio.
+    // In CAF, positions count from the start of the audio.
     const std::int64_t start =
         static_cast<std::int64_t>(input.io->start()) +
         (input.fileType == kAudioFileCAFType ? distance(first->pos, firstPacket->pos) : 0);
     const std::uint64_t fileSize = input.io->file().size();
     std::uint64_t discardedFrames = 0;
-    // Entries move when packets are read, so what is needed of one is copied.
+    // Reading a packet can move the entries, so this is copied first.
     const std::int64_t lastTime = avformat_index_get_entry(&stream, count - 1)->timestamp;
-    // The stream's duration counts from time 0, but where fragments follow the header's list, from
-    // the first packet, which is before 0 when there is priming.
+    // The stream's duration counts from time 0. In a fragmented file it counts from the first
+    // packet, whose time is negative if there is priming.
     const std::int64_t endTime =
         stream.nb_frames < count ? sum(stream.duration, first->timestamp) : stream.duration;
     const std::int64_t timeToEnd = distance(lastTime, endTime);
@@ -244,7 +242,7 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
         if (__builtin_add_overflow(start, entry->pos, &offset) || size < 0 || offset < 0 ||
             static_cast<std::uint64_t>(offset) > fileSize ||
             static_cast<std::uint64_t>(size) > fileSize - static_cast<std::uint64_t>(offset)) {
-            // The file was cut.
+            // The file ends before this packet does.
             break;
         }
         if (size == 0) {
@@ -261,7 +259,7 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
             discardedFrames += frames;
         }
     }
-    // All of these tell of the same frames: those before the start of the first edit.
+    // All of these are the same frames: those before the first edit.
     scan.unheardFrames = std::max(unheardFramesIn(*firstPacket), discardedFrames);
     if (stream.codecpar->codec_id == AV_CODEC_ID_OPUS) {
         scan.unheardFrames =
@@ -318,7 +316,7 @@ std::uint32_t commonOpusFrameCount(const FfmpegInput& input) {
     constexpr std::uint64_t kFarthest = 262144;
     std::optional<std::uint32_t> common;
     OggPages pages;
-    walkOgg(input, pages, [&](const OggPages::Packet& packet) {
+    walkOgg(input, pages, [&](const OggPacket& packet) {
         const std::uint32_t frames = opusFrameCount(packet.start);
         const bool isCommon = frames == common.value_or(frames);
         common = isCommon ? frames : 0;

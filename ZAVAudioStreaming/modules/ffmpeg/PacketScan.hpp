@@ -12,12 +12,12 @@
 
 namespace zav::detail {
 
-/// A file that libavformat has opened, and what that told.
+/// A file that libavformat has opened, and what libavformat reported about it.
 struct FfmpegInput {
     std::unique_ptr<AvioFile> io;
     FormatContext context;
-    AVStream* stream = nullptr;  ///< the one that is read; the context's
-    Packet firstPacket;          ///< taken from the context already; null when there is none
+    AVStream* stream = nullptr;  ///< the one that is read; owned by the context
+    Packet firstPacket;          ///< already read from the context; null if there is none
     AudioFileTypeID fileType = 0;
     AudioStreamBasicDescription dataFormat;
     std::vector<std::byte> cookie;
@@ -26,26 +26,26 @@ struct FfmpegInput {
 /// All packets of a file.
 struct PacketScan {
     PacketTable table;
-    /// Frames that the table counts and a decoder leaves out: priming and padding.
+    /// Frames of priming and padding. The table includes them, a player leaves them out.
     std::uint64_t unheardFrames = 0;
-    /// Of an Ogg file, whose packets can go on from page to page.
+    /// For an Ogg file, in which a packet can continue on the next page.
     OggPages pages;
 };
 
-/// Finds all packets. In MP4 and CAF the header tells them; other files are gone through once.
-/// Afterwards the context has nothing more to give.
+/// Finds all packets. The headers of MP4 and CAF list them. Other files are read once from the
+/// start to the end. Afterwards the context cannot be read any more.
 PacketScan scanPackets(FfmpegInput& input);
 
-/// The stream's next packet; null at the end of what can be read.
+/// The next packet of the stream; null at its end or at damage.
 Packet nextPacket(FfmpegInput& input);
 
 std::span<const std::byte> bytesOf(const AVPacket& packet);
 
-/// Frames between two times of the stream, in its own time base.
+/// Frames between two times in the stream's time base; 0 if `to` is before `from`.
 std::uint32_t framesIn(const AVStream& stream, std::int64_t from, std::int64_t to);
 
-/// Frames at 48 kHz in each packet of an Opus stream, by its first quarter of a megabyte; 0 when
-/// they differ.
+/// Frames at 48 kHz in each packet of an Opus stream; 0 if they vary. Looks only at the first 256
+/// KiB.
 std::uint32_t commonOpusFrameCount(const FfmpegInput& input);
 
 }  // namespace zav::detail

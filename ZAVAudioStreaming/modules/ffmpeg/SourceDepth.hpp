@@ -10,19 +10,20 @@ extern "C" {
 
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 
-/// The bits of a sample before ALAC or FLAC encoded it. 0 where that is not told.
+/// The source depth of lossless codecs: the bits of a sample before ALAC or FLAC encoded it. 0 if
+/// it is unknown.
 namespace zav::detail {
 
-/// ALAC and FLAC.
+/// True for ALAC and FLAC.
 bool isLossless(AVCodecID codec);
 
-/// By the record: its flags, or else `mBitsPerChannel`.
+/// The depth by the record's flags, or else by its `mBitsPerChannel`.
 std::uint32_t sourceDepthOf(const AudioStreamBasicDescription& format);
 
-/// The flag for a depth; 0 for a depth that has none.
+/// The record's flag for a depth; 0 if the depth has none.
 std::uint32_t sourceDepthFlag(std::uint32_t depth);
 
-/// By a bare magic cookie.
+/// The depth in a bare magic cookie.
 std::uint32_t sourceDepthInCookie(AVCodecID codec, std::span<const std::byte> cookie);
 
 }  // namespace zav::detail

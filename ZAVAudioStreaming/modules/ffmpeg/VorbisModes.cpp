@@ -9,8 +9,8 @@ namespace {
 
 using Bytes = std::span<const std::byte>;
 
-/// Splits the packing: the number of headers less one, the sizes of all but the last in the manner
-/// of Xiph's lacing, the headers. Empty spans for what is not there.
+/// Splits the extradata into its three headers; all empty if it is malformed. It contains the
+/// number of headers less one, the sizes of the first two in Xiph's lacing, then the headers.
 std::array<Bytes, 3> splitHeaders(Bytes extradata) {
     std::array<Bytes, 3> headers{};
     if (extradata.empty() || extradata[0] != std::byte{2}) {
@@ -35,8 +35,7 @@ std::array<Bytes, 3> splitHeaders(Bytes extradata) {
     return headers;
 }
 
-/// The integer in `size` bits from the bit `at` on; the first bit of all is the lowest one of the
-/// first byte.
+/// Reads an integer of `size` bits from bit `at` on. Bit 0 is the lowest bit of the first byte.
 std::uint32_t bitsAt(Bytes bytes, std::size_t at, std::size_t size) {
     std::uint32_t value = 0;
     for (std::size_t i = size; i-- > 0;) {
@@ -47,9 +46,9 @@ std::uint32_t bitsAt(Bytes bytes, std::size_t at, std::size_t size) {
 }
 
 constexpr std::size_t kCountBits = 6;
-constexpr std::size_t kModeBits = 1 + 16 + 16 + 8;  // long or not, window, transform, mapping
+constexpr std::size_t kModeBits = 1 + 16 + 16 + 8;  // block flag, window, transform, mapping
 
-/// Whether a mode's record can stand here: window and transform are always 0.
+/// True if these bits can be a mode: its window and transform are always 0.
 bool canBeMode(Bytes setup, std::size_t at) {
     constexpr std::uint32_t kMostMappings = 64;
     return bitsAt(setup, at + 1, 16) == 0 && bitsAt(setup, at + 17, 16) == 0 &&
@@ -68,9 +67,9 @@ VorbisModes::VorbisModes(Bytes extradata) {
     const auto exponents = std::to_integer<unsigned>(identification[kBlockSizes]);
     const std::array blocks = {1U << (exponents & 0xFU), 1U << (exponents >> 4U)};
 
-    // The modes are the last thing in the setup header, behind their number and in front of a bit
-    // that is set. Everything before them takes long to parse, so they are sought from the end: as
-    // many as can be modes and stand behind their own number, of all such numbers the largest.
+    // The setup header ends with the number of modes, the modes, and a bit that is set. The part
+    // before them takes long to parse, so this searches from the end. It counts back over records
+    // that can be modes. The largest count that equals the number before them wins.
     std::size_t end = setup.size() * 8;
     while (end > 0 && bitsAt(setup, end - 1, 1) == 0) {
         --end;
@@ -96,7 +95,8 @@ std::uint32_t VorbisModes::blockSize(Bytes packet) const {
     if (packet.empty() || blockSizes_.empty() || (packet[0] & std::byte{1}) != std::byte{0}) {
         return 0;
     }
-    // One bit says that this is audio, then comes the mode in as many bits as the highest needs.
+    // The first bit is 0 for audio. Then the mode follows, in as many bits as the highest mode
+    // needs.
     const auto modeBits = static_cast<std::size_t>(std::bit_width(blockSizes_.size() - 1));
     const std::uint32_t mode = bitsAt(packet, 1, modeBits);
     return mode < blockSizes_.size() ? blockSizes_[mode] : 0;

@@ -7,15 +7,16 @@
 
 namespace zav::detail {
 
-/// The sizes of the blocks that the packets of a Vorbis stream hold.
+/// The block sizes of the packets of a Vorbis stream. Each packet names a mode, and the stream's
+/// setup header assigns a block size to each mode.
 class VorbisModes {
  public:
-    /// `extradata` is the stream's three headers in libavcodec's packing. With anything else no
-    /// packet has a block.
+    /// `extradata` is the stream's three headers in libavcodec's packing. With all other bytes,
+    /// `blockSize` always returns 0.
     explicit VorbisModes(std::span<const std::byte> extradata);
 
-    /// Samples of one channel in the block of this packet, half of which overlap with its
-    /// neighbours; 0 for a packet that is no audio.
+    /// The block size of a packet, in frames; 0 if the packet is not audio. Half of a block
+    /// overlaps with its neighbours.
     std::uint32_t blockSize(std::span<const std::byte> packet) const;
 
  private:

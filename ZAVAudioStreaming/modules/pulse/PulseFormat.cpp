@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <span>
+
+#include "ZAVAudioStreaming/queues/DeviceRate.hpp"
+#include "ZAVAudioStreaming/support/Silence.hpp"
 
 namespace zav::detail {
 namespace {
@@ -41,19 +43,6 @@ pa_sample_format_t sampleFormat(const AudioStreamBasicDescription& format) {
     return PA_SAMPLE_INVALID;
 }
 
-std::byte silenceOf(pa_sample_format_t format) {
-    switch (format) {
-        case PA_SAMPLE_U8:
-            return std::byte{0x80};
-        case PA_SAMPLE_ALAW:
-            return std::byte{0xD5};
-        case PA_SAMPLE_ULAW:
-            return std::byte{0xFF};
-        default:
-            return std::byte{0};
-    }
-}
-
 // Channels as WAV and FLAC files have them, and FFmpeg's decoders: libpulse's own orders differ
 // where there are four and seven of them.
 constexpr auto kLeft = PA_CHANNEL_POSITION_FRONT_LEFT;
@@ -80,19 +69,17 @@ constexpr std::array<std::array<pa_channel_position_t, kMaxChannels>, kMaxChanne
 
 std::optional<PulseFormat> pulseFormat(const AudioStreamBasicDescription& format) {
     const std::uint32_t channels = format.mChannelsPerFrame;
-    const double rate = format.mSampleRate;
-    if (channels == 0 || channels > kMaxChannels || !(rate >= 8000 && rate <= 192000) ||
-        rate != std::floor(rate)) {
+    if (channels == 0 || channels > kMaxChannels || !isDeviceRate(format.mSampleRate)) {
         return std::nullopt;
     }
-    PulseFormat result{{sampleFormat(format), static_cast<std::uint32_t>(rate),
+    PulseFormat result{{sampleFormat(format), static_cast<std::uint32_t>(format.mSampleRate),
                         static_cast<std::uint8_t>(channels)},
                        {},
                        {}};
     if (pa_sample_spec_valid(&result.sampling) == 0) {
         return std::nullopt;
     }
-    result.silence = silenceOf(result.sampling.format);
+    result.silence = silenceByteOf(format);
     result.map.channels = result.sampling.channels;
     std::copy_n(kPositions[channels - 1].begin(), channels, std::begin(result.map.map));
     return result;

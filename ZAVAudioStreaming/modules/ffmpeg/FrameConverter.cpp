@@ -1,4 +1,4 @@
-#include "ZAVAudioStreaming/modules/ffmpeg/FrameResampler.hpp"
+#include "ZAVAudioStreaming/modules/ffmpeg/FrameConverter.hpp"
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -7,13 +7,12 @@ extern "C" {
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 
 namespace zav::detail {
 namespace {
 
-/// A layout without memory of its own: one that is not of FFmpeg's own order counts as the usual
-/// one for its number of channels.
+/// A layout that owns no memory. A layout in another order than FFmpeg's native one becomes the
+/// usual one for its number of channels.
 AVChannelLayout plainLayout(const AVChannelLayout& layout) {
     if (layout.order != AV_CHANNEL_ORDER_NATIVE) {
         return usualLayout(static_cast<std::uint32_t>(layout.nb_channels));
@@ -52,18 +51,12 @@ AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double r
     return pcm;
 }
 
-bool isDeviceRate(double rate) {
-    constexpr double kLowest = 8000;
-    constexpr double kHighest = 192000;
-    return rate >= kLowest && rate <= kHighest && rate == std::floor(rate);
-}
-
-FrameResampler::FrameResampler(AVSampleFormat sampleFormat, std::uint32_t rate,
+FrameConverter::FrameConverter(AVSampleFormat sampleFormat, std::uint32_t rate,
                                std::uint32_t channels)
     : to_{sampleFormat, static_cast<int>(rate), usualLayout(channels)},
       bytesPerFrame_(static_cast<std::size_t>(av_get_bytes_per_sample(sampleFormat)) * channels) {}
 
-void FrameResampler::append(const AVFrame& frame, std::vector<std::byte>& pcm) {
+void FrameConverter::append(const AVFrame& frame, std::vector<std::byte>& pcm) {
     constexpr int kMostTimesOff = 8;
     const PcmShape shape{static_cast<AVSampleFormat>(frame.format),
                          frame.sample_rate > 0 ? frame.sample_rate : to_.rate,
@@ -74,7 +67,7 @@ void FrameResampler::append(const AVFrame& frame, std::vector<std::byte>& pcm) {
     }
     if (resampler_ == nullptr || !areEqual(shape, from_)) {
         finish(pcm);
-        // As many channels as there should be stay what they are.
+        // If the number of channels is right, their order stays.
         PcmShape to = to_;
         if (shape.layout.nb_channels == to.layout.nb_channels) {
             to.layout = shape.layout;
@@ -87,14 +80,14 @@ void FrameResampler::append(const AVFrame& frame, std::vector<std::byte>& pcm) {
     }
 }
 
-void FrameResampler::finish(std::vector<std::byte>& pcm) {
+void FrameConverter::finish(std::vector<std::byte>& pcm) {
     if (resampler_ != nullptr) {
         convert(nullptr, pcm);
     }
     resampler_.reset();
 }
 
-void FrameResampler::convert(const AVFrame* frame, std::vector<std::byte>& pcm) {
+void FrameConverter::convert(const AVFrame* frame, std::vector<std::byte>& pcm) {
     const int frameCount = frame == nullptr ? 0 : frame->nb_samples;
     const auto** const in =
         frame == nullptr ? nullptr : const_cast<const std::uint8_t**>(frame->extended_data);

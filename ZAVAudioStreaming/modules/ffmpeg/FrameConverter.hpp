@@ -9,27 +9,25 @@
 
 namespace zav::detail {
 
-/// The record of interleaved samples, one of S16, S32 and FLT in the machine's byte order.
+/// The format record of interleaved samples in native byte order: S16, S32 or FLT.
 AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double rate,
                                            std::uint32_t channels);
 
-/// Whether devices have this rate, in Hz.
-bool isDeviceRate(double rate);
-
-/// Brings what a decoder gives into one form, whatever the stream turns out to be.
-class FrameResampler {
+/// Converts decoded frames into one PCM format, even if the stream changes its own.
+class FrameConverter {
  public:
-    /// `sampleFormat` is an interleaved one.
-    FrameResampler(AVSampleFormat sampleFormat, std::uint32_t rate, std::uint32_t channels);
+    /// `sampleFormat` must be interleaved; `rate` is in Hz.
+    FrameConverter(AVSampleFormat sampleFormat, std::uint32_t rate, std::uint32_t channels);
 
-    /// Appends the audio of a frame to `pcm`. Audio that cannot be converted is left out, and so is
-    /// a rate that is more than eight times off: that is damage, and would grow beyond all bounds.
+    /// Appends the audio of a frame to `pcm`. Leaves out audio that cannot be converted. Also
+    /// leaves out audio whose rate differs by more than a factor of eight: such a rate is damage,
+    /// and the conversion could take unbounded memory.
     void append(const AVFrame& frame, std::vector<std::byte>& pcm);
 
-    /// The stream ends: appends what a change of rate has held back.
+    /// Ends the stream: appends the audio that a change of rate still holds.
     void finish(std::vector<std::byte>& pcm);
 
-    /// Forgets the stream so far.
+    /// Drops the audio that a change of rate still holds. A new stream can follow.
     void reset() { resampler_.reset(); }
 
  private:

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+
+#include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
+
+namespace zav::detail {
+
+/// The highest byte of a silent sample in a PCM, A-law or mu-law format. All its other bytes are 0.
+/// Samples of one byte are thus this byte, and so is every byte of silence in signed and float
+/// samples of any size.
+///
+/// Source of the two law bytes: ITU-T G.711, the codes of the smallest positive value. A-law
+/// inverts the even bits.
+constexpr std::byte silenceByteOf(const AudioStreamBasicDescription& format) {
+    constexpr std::byte kALawSilence{0xD5};
+    constexpr std::byte kULawSilence{0xFF};
+    constexpr std::byte kUnsignedMiddle{0x80};
+    switch (format.mFormatID) {
+        case kAudioFormatALaw:
+            return kALawSilence;
+        case kAudioFormatULaw:
+            return kULawSilence;
+        default:
+            break;
+    }
+    const bool isUnsigned =
+        (format.mFormatFlags & (kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsFloat)) == 0;
+    return isUnsigned ? kUnsignedMiddle : std::byte{0};
+}
+
+}  // namespace zav::detail
