@@ -53,18 +53,18 @@ void copy(const FilePair& files, const CommonOptions& common) {
                           hintAtOtherVerb(format, *type, files.input, files.output));
     reportFatalStopsFor(files.input, files.output);
 
-    const MagicCookie cookieOfInput = [&cookie] { return std::vector(cookie); };
-    output.addSink(stream, *type, cookie.empty() ? MagicCookie() : cookieOfInput);
-    const auto meter = zav::makeNode<Meter>(stream);
+    const CookieReader cookieOfInput = [&cookie] { return std::vector(cookie); };
+    output.addSink(stream, *type, cookie.empty() ? CookieReader() : cookieOfInput);
+    const auto counter = zav::makeNode<StreamCounter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " +
                           std::string(nodeNameOf(*type)) + " (" + std::string(type->name) + ")");
 
-    Progress progress(common.isQuiet);
+    ProgressLine progress(common.isQuiet);
     pump(*input, 1, progress);
-    output.commit(meter->packetCount(), meter->byteCount());
+    output.commit(counter->packetCount(), counter->byteCount());
     const double seconds = input->durationInSeconds();
     progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " +
-                        std::to_string(meter->packetCount()) + " packets",
+                        std::to_string(counter->packetCount()) + " packets",
                     seconds);
 }
 

@@ -48,15 +48,15 @@ void decode(const FilePair& files, const CommonOptions& common) {
     output.requireRoomFor(*type, pcm);
     reportFatalStopsFor(files.input, files.output);
     output.addSink(decoding.pcm, *type);
-    const auto pcmMeter = zav::makeNode<Meter>(decoding.pcm);
+    const auto pcmCounter = zav::makeNode<StreamCounter>(decoding.pcm);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " + decoding.inWords +
                           " -> FileSink (" + inWords(pcm) + ")");
 
-    Progress progress(common.isQuiet);
+    ProgressLine progress(common.isQuiet);
     pump(*input, 1, progress);
-    output.commit(pcmMeter->packetCount(), pcmMeter->byteCount());
+    output.commit(pcmCounter->packetCount(), pcmCounter->byteCount());
 
-    const std::uint64_t frameCount = pcmMeter->byteCount() / pcm.mBytesPerFrame;
+    const std::uint64_t frameCount = pcmCounter->byteCount() / pcm.mBytesPerFrame;
     const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
     progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " + inWords(pcm),
                     seconds);

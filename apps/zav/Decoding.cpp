@@ -61,11 +61,11 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
 
 /// Does with decoded Opus what the file's header demands: leaves out the frames that the decoder
 /// needs to get going and the rest of the last packet, and applies the gain.
-class AsHeaderSays : public Relay {
+class OpusHeadFilter : public Relay {
  public:
-    AsHeaderSays(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                 std::shared_ptr<zav::PeripheralSource> next, std::span<const std::byte> opusHead,
-                 std::uint64_t heardFrames)
+    OpusHeadFilter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                   std::shared_ptr<zav::PeripheralSource> next, std::span<const std::byte> opusHead,
+                   std::uint64_t heardFrames)
         : Relay(key, upstream, std::move(next)),
           bytesPerFrame_(inDataFormat().mBytesPerFrame),
           gain_(zav::opusGain(opusHead)),
@@ -130,7 +130,7 @@ Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) 
         std::llround(input.durationInSeconds() * decoder->outDataFormat().mSampleRate));
     const auto trimmed = zav::makeNode<zav::PeripheralSource>();
     trimmed->setOutDataFormat(decoder->outDataFormat());
-    zav::makeNode<AsHeaderSays>(decoder, trimmed, *opusHead, heardFrames);
+    zav::makeNode<OpusHeadFilter>(decoder, trimmed, *opusHead, heardFrames);
     return {trimmed, "OpusDecoder -> PeripheralSource"};
 }
 

@@ -9,7 +9,7 @@
 
 #include "Failure.hpp"
 #include "FormatText.hpp"
-#include "SoundServer.hpp"
+#include "LiveAudio.hpp"
 
 namespace zavtool {
 namespace {

@@ -147,29 +147,29 @@ void encode(const EncodeOptions& options, const CommonOptions& common) {
     }
     output.requireRoomFor(*type, stream->outDataFormat());
     output.addSink(stream, *type);
-    const auto pcmMeter = zav::makeNode<Meter>(input->node());
-    const auto packetMeter = zav::makeNode<Meter>(stream);
+    const auto pcmCounter = zav::makeNode<StreamCounter>(input->node());
+    const auto packetCounter = zav::makeNode<StreamCounter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(pcm) + ") -> " + encoding.inWords +
                           (type->id == kSbcContainerType ? " -> PeripheralSource -> " : " -> ") +
                           std::string(nodeNameOf(*type)));
 
-    Progress progress(common.isQuiet);
+    ProgressLine progress(common.isQuiet);
     pump(*input, encoding.framesPerPacket, progress);
-    if (packetMeter->packetCount() == 0) {
-        throw Failure(options.files.input, std::to_string(pcmMeter->packetCount()) +
+    if (packetCounter->packetCount() == 0) {
+        throw Failure(options.files.input, std::to_string(pcmCounter->packetCount()) +
                                                " sample frames; at least the " +
                                                std::to_string(encoding.framesPerPacket) +
                                                " of one " + encoding.packetWord);
     }
-    output.commit(packetMeter->packetCount(), packetMeter->byteCount());
+    output.commit(packetCounter->packetCount(), packetCounter->byteCount());
 
-    const std::uint64_t frameCount = packetMeter->packetCount() * encoding.framesPerPacket;
+    const std::uint64_t frameCount = packetCounter->packetCount() * encoding.framesPerPacket;
     const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
     const double leftOut =
-        static_cast<double>(pcmMeter->packetCount() - frameCount) / pcm.mSampleRate;
-    const double bitsPerSecond = 8.0 * static_cast<double>(packetMeter->byteCount()) / seconds;
+        static_cast<double>(pcmCounter->packetCount() - frameCount) / pcm.mSampleRate;
+    const double bitsPerSecond = 8.0 * static_cast<double>(packetCounter->byteCount()) / seconds;
     progress.finish(options.files.output.string() + ": " + secondsText(seconds) + ", " +
-                        std::to_string(packetMeter->packetCount()) + " " + encoding.packetWord +
+                        std::to_string(packetCounter->packetCount()) + " " + encoding.packetWord +
                         "s, " + bitRateText(bitsPerSecond) +
                         (leftOut > 0 ? ", " + millisecondsText(leftOut) + " left out" : ""),
                     seconds);

@@ -178,7 +178,7 @@ std::unique_ptr<Input> openInput(const std::filesystem::path& path) {
     return std::make_unique<AudioFileInput>(path);
 }
 
-void pump(Input& input, std::uint32_t packetsPerUnit, Progress& progress) {
+void pump(Input& input, std::uint32_t packetsPerUnit, ProgressLine& progress) {
     constexpr std::uint32_t kChunkSizeInBytes = 262144;
     std::int64_t packetsPerChunk = 1;
     if (input.describesPackets()) {

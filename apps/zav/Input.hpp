@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Progress.hpp"
+#include "ProgressLine.hpp"
 
 namespace zavtool {
 
@@ -47,6 +47,6 @@ std::unique_ptr<Input> openInput(const std::filesystem::path& path);
 /// Pulls the whole file through the graph behind it. The chunks are whole multiples of
 /// `packetsPerUnit` packets, about 256 KiB each; packets that could not be told apart come one by
 /// one. Throws `Failure` when reading fails.
-void pump(Input& input, std::uint32_t packetsPerUnit, Progress& progress);
+void pump(Input& input, std::uint32_t packetsPerUnit, ProgressLine& progress);
 
 }  // namespace zavtool

@@ -105,7 +105,7 @@ class FileSinkWithCookie : public zav::FileSink {
  public:
     FileSinkWithCookie(zav::NodeKey key,
                        const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                       const fs::path& path, zav::AudioFileTypeID type, MagicCookie cookie)
+                       const fs::path& path, zav::AudioFileTypeID type, CookieReader cookie)
         : FileSink(key, upstream, path, type), cookie_(std::move(cookie)) {}
 
     void onAudioStreamFlowStart() override {
@@ -121,7 +121,7 @@ class FileSinkWithCookie : public zav::FileSink {
     }
 
  private:
-    MagicCookie cookie_;
+    CookieReader cookie_;
     std::vector<std::byte> firstCookie_;
 };
 
@@ -145,7 +145,7 @@ bool takesMagicCookie(const fs::path& path, const FileType& type,
 }
 
 void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
-              const fs::path& path, const MagicCookie& magicCookie) {
+              const fs::path& path, const CookieReader& magicCookie) {
     if (type.id == kOpusContainerType) {
         zav::makeNode<zav::ZAVOpusFileSink>(upstream, path);
         return;
@@ -300,7 +300,7 @@ void OutputFile::requireRoomFor(const FileType& type,
 }
 
 void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                         const FileType& type, const MagicCookie& magicCookie) {
+                         const FileType& type, const CookieReader& magicCookie) {
     type_ = &type;
     makeSink(upstream, type, temporaryPath_, magicCookie);
 }

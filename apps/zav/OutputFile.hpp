@@ -15,7 +15,7 @@
 namespace zavtool {
 
 /// Tells a stream's magic cookie as it is by now.
-using MagicCookie = std::function<std::vector<std::byte>()>;
+using CookieReader = std::function<std::vector<std::byte>()>;
 
 /// A file that appears under its name only when it is complete. Until then it is written beside it
 /// under a temporary name, which disappears with a failure, a fatal stop of the library, or a
@@ -39,7 +39,7 @@ class OutputFile {
     /// Makes the sink that writes the file, after `requireRoomFor`. If the type takes a magic
     /// cookie, it gets it as soon as the flow has started, and again when it is another at the end.
     void addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
-                 const MagicCookie& magicCookie = {});
+                 const CookieReader& magicCookie = {});
 
     /// Gives the file its name already while it is being written, once the sink has made it: what
     /// is there by then outlives the process, however that ends. Throws `Failure`.

@@ -18,10 +18,10 @@
 #include "Failure.hpp"
 #include "FormatText.hpp"
 #include "Input.hpp"
-#include "LevelMeter.hpp"
+#include "LevelDisplay.hpp"
+#include "LiveAudio.hpp"
 #include "MainThread.hpp"
-#include "PlaybackFeeder.hpp"
-#include "SoundServer.hpp"
+#include "PacketGatherer.hpp"
 #include "StatusLine.hpp"
 
 namespace zavtool {
@@ -121,13 +121,13 @@ class Player {
         const std::uint32_t bufferSize = bufferSizeFor(format_, *input_, options.input);
         const auto fed = zav::makeNode<zav::PeripheralSource>();
         fed->setOutDataFormat(format_);
-        feeder_ = zav::makeNode<PlaybackFeeder>(decoding.pcm, fed, bufferSize);
+        gatherer_ = zav::makeNode<PacketGatherer>(decoding.pcm, fed, bufferSize);
         sink_ = openLoudspeaker(fed, *input_, options.input);
         sink_->setQueueBufferSize(bufferSize);
         sink_->setAudioDataAcquireHandler(MainThread::wake);
-        pushed_ = zav::makeNode<Meter>(fed);
+        pushed_ = zav::makeNode<StreamCounter>(fed);
         if (line_.isShown()) {
-            levelMeter_.emplace(sink_->audioQueueRef());
+            level_.emplace(sink_->audioQueueRef());
         }
         showGraph(common, input_->nodeName() + " (" + inWords(input_->format()) + ") -> " +
                               (decoding.inWords.empty() ? "" : decoding.inWords + " -> ") +
@@ -183,7 +183,7 @@ class Player {
         const double wanted =
             std::max(kQueuedInSeconds, options_.delayInSeconds.value_or(0) + 2 * kChunkInSeconds);
         const auto wantedBuffers = static_cast<std::size_t>(std::ceil(wanted / kChunkInSeconds));
-        while (!feeder_->hasEnded() &&
+        while (!gatherer_->hasEnded() &&
                sink_->allocatedBufferCount() - sink_->idleBufferCount() < wantedBuffers) {
             input_->pushPackets(packetsPerChunk(*input_));
         }
@@ -193,8 +193,8 @@ class Player {
     }
 
     void finishWhenDue() {
-        if (feeder_->hasEnded() && !std::exchange(isFinished_, true)) {
-            feeder_->finish(*sink_);
+        if (gatherer_->hasEnded() && !std::exchange(isFinished_, true)) {
+            gatherer_->finish(*sink_);
         }
     }
 
@@ -226,13 +226,13 @@ class Player {
     }
 
     void showStatus() {
-        if (!levelMeter_) {
+        if (!level_) {
             return;
         }
         const double elapsed = sink_->timeStamp();
         std::vector<std::string> fields = {clockText(elapsed) + " / " +
                                            clockText(input_->durationInSeconds())};
-        for (std::string& field : levelMeter_->fields()) {
+        for (std::string& field : level_->fields()) {
             fields.push_back(std::move(field));
         }
         fields.push_back(countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
@@ -244,7 +244,7 @@ class Player {
 
     void finishLine() {
         line_.finish(shown(options_.input) + ": " + secondsText(sink_->timeStamp()) +
-                     (levelMeter_ ? ", " + levelMeter_->summary() : "") + ", " +
+                     (level_ ? ", " + level_->summary() : "") + ", " +
                      countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
     }
 
@@ -252,10 +252,10 @@ class Player {
     StatusLine line_;
     std::unique_ptr<Input> input_;
     zav::AudioStreamBasicDescription format_;
-    std::shared_ptr<PlaybackFeeder> feeder_;
+    std::shared_ptr<PacketGatherer> gatherer_;
     std::shared_ptr<zav::PlaybackSink> sink_;
-    std::shared_ptr<Meter> pushed_;
-    std::optional<LevelMeter> levelMeter_;  // while the line is shown
+    std::shared_ptr<StreamCounter> pushed_;
+    std::optional<LevelDisplay> level_;  // while the line is shown
     bool isFinished_ = false;
 };
 

@@ -21,10 +21,10 @@
 #include "Failure.hpp"
 #include "FileType.hpp"
 #include "FormatText.hpp"
-#include "LevelMeter.hpp"
+#include "LevelDisplay.hpp"
+#include "LiveAudio.hpp"
 #include "MainThread.hpp"
 #include "OutputFile.hpp"
-#include "SoundServer.hpp"
 #include "StatusLine.hpp"
 
 namespace zavtool {
@@ -309,14 +309,14 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     const std::vector<std::byte> cookie = source->magicCookie();
     output.requireRoomFor(type, stream->outDataFormat(), cookie);
     output.addSink(
-        stream, type, cookie.empty() ? MagicCookie() : [microphone = source.get()] {
+        stream, type, cookie.empty() ? CookieReader() : [microphone = source.get()] {
             return microphone->magicCookie();
         });
-    const auto fileMeter = zav::makeNode<Meter>(stream);
+    const auto fileCounter = zav::makeNode<StreamCounter>(stream);
     const StatusLine line(common.isQuiet);
-    std::optional<LevelMeter> levelMeter;
+    std::optional<LevelDisplay> level;
     if (line.isShown()) {
-        levelMeter.emplace(source->audioQueueRef());
+        level.emplace(source->audioQueueRef());
     }
     const auto end = zav::makeNode<EndOfFlow>(source);
     showGraph(common, graph + " -> " + std::string(nodeNameOf(type)));
@@ -345,8 +345,8 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         }
         MainThread::sleepUntil(wakeTime);
 
-        if (levelMeter) {
-            std::vector<std::string> fields = levelMeter->fields();
+        if (level) {
+            std::vector<std::string> fields = level->fields();
             fields.insert(fields.begin(), clockText(source->timeStamp()));
             fields.push_back(countText(interruptionCount(source->audioQueueRef()), "overrun"));
             line.show(fields);
@@ -359,7 +359,7 @@ void record(const RecordOptions& options, const CommonOptions& common) {
         MainThread::sleepUntil(Clock::now() + std::chrono::hours(1));
     }
     const double seconds = source->timeStamp();
-    output.commit(fileMeter->packetCount(), fileMeter->byteCount());
+    output.commit(fileCounter->packetCount(), fileCounter->byteCount());
     if (isDeviceLost) {
         throw Failure(options.output, "the sound server or its device went away; the " +
                                           secondsText(seconds) + " until then are in the file");
@@ -367,9 +367,8 @@ void record(const RecordOptions& options, const CommonOptions& common) {
     // What came too late for a file of PCM is not in it; an encoder has been given everything.
     const double recorded = isPcm ? std::min(seconds, options.seconds.value_or(seconds)) : seconds;
     line.finish(shown(options.output) + ": " + secondsText(recorded) + ", " +
-                std::to_string((fileMeter->byteCount() + 1023) / 1024) + " KiB" +
-                (levelMeter ? ", " + levelMeter->summary() : "") + ", " +
-                countText(overruns, "overrun"));
+                std::to_string((fileCounter->byteCount() + 1023) / 1024) + " KiB" +
+                (level ? ", " + level->summary() : "") + ", " + countText(overruns, "overrun"));
 }
 
 }  // namespace zavtool

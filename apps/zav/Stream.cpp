@@ -57,8 +57,8 @@ std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
     return cookie;
 }
 
-void Meter::receiveAudio(const void* /*bytes*/, std::uint64_t size, std::uint64_t packetNum,
-                         const zav::AudioStreamPacketDescription* /*packetDescriptions*/) {
+void StreamCounter::receiveAudio(const void* /*bytes*/, std::uint64_t size, std::uint64_t packetNum,
+                                 const zav::AudioStreamPacketDescription* /*packetDescriptions*/) {
     byteCount_ += size;
     packetCount_ += packetNum;
 }

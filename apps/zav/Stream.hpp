@@ -43,7 +43,7 @@ std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
                                                   const std::filesystem::path& path);
 
 /// Counts what a node pushes. Add it to any node to see what goes past. Any thread may ask.
-class Meter : public zav::PeripheralSink {
+class StreamCounter : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
 

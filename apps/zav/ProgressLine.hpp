@@ -8,9 +8,9 @@
 namespace zavtool {
 
 /// Says how far a run is and how fast, against real time.
-class Progress {
+class ProgressLine {
  public:
-    explicit Progress(bool isQuiet) : line_(isQuiet) {}
+    explicit ProgressLine(bool isQuiet) : line_(isQuiet) {}
 
     /// `share` is 0 to 1, `audioSeconds` what has been worked through so far.
     void update(double share, double audioSeconds);

@@ -1,4 +1,4 @@
-#include "LevelMeter.hpp"
+#include "LevelDisplay.hpp"
 
 #include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <algorithm>
@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "SoundServer.hpp"
+#include "FormatText.hpp"
 
 namespace zavtool {
 namespace {
@@ -32,7 +32,7 @@ std::string peakText(double level) {
 
 }  // namespace
 
-void LevelMeter::look() {
+void LevelDisplay::look() {
     zav::AudioQueueLevel level;
     // Every queue has it.
     static_cast<void>(zav::readAudioQueueProperty(queue_, zav::kAudioQueueProperty_Level, level));
@@ -41,7 +41,7 @@ void LevelMeter::look() {
     clipCount_ = level.clippedSampleCount;
 }
 
-std::vector<std::string> LevelMeter::fields() {
+std::vector<std::string> LevelDisplay::fields() {
     look();
     constexpr std::size_t kBarWidth = 6;  // a mark for 10 dB; more would not fit in 80 columns
     const auto filled = static_cast<std::size_t>(
@@ -50,7 +50,7 @@ std::vector<std::string> LevelMeter::fields() {
             peakText(peak_), countText(clipCount_, "clip")};
 }
 
-std::string LevelMeter::summary() {
+std::string LevelDisplay::summary() {
     look();
     return peakText(peak_) + ", " + countText(clipCount_, "clip");
 }

@@ -8,10 +8,10 @@
 namespace zavtool {
 
 /// Shows how loud the audio of a queue is. 1 is full scale.
-class LevelMeter {
+class LevelDisplay {
  public:
     /// Measured from now on. The queue outlives this.
-    explicit LevelMeter(zav::AudioQueueRef queue) : queue_(queue) { look(); }
+    explicit LevelDisplay(zav::AudioQueueRef queue) : queue_(queue) { look(); }
 
     /// "[######----]", "peak -3.0 dB" and "0 clips", for a status line that is shown ten times a
     /// second.

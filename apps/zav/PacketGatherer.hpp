@@ -17,10 +17,10 @@ namespace zavtool {
 /// end of nothing.
 ///
 /// Threads: the main thread.
-class PlaybackFeeder : public Relay {
+class PacketGatherer : public Relay {
  public:
     /// `bytesPerBuffer` of the sink; at least two packets of varying size.
-    PlaybackFeeder(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+    PacketGatherer(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
                    std::shared_ptr<zav::PeripheralSource> next, std::uint32_t bytesPerBuffer)
         : Relay(key, upstream, std::move(next)),
           gathersPackets_(inDataFormat().mBytesPerPacket == 0 &&

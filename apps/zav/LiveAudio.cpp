@@ -1,10 +1,7 @@
-#include "SoundServer.hpp"
+#include "LiveAudio.hpp"
 
 #include <ZAVAudioStreaming/platform/AudioDevices.hpp>
 #include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
-#include <array>
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 
 #include "Failure.hpp"
@@ -73,24 +70,6 @@ std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     static_cast<void>(
         zav::readAudioQueueProperty(queue, zav::kAudioQueueProperty_InterruptionCount, count));
     return count;
-}
-
-std::string clockText(double seconds) {
-    const auto tenths = static_cast<long long>(std::floor(seconds * 10));
-    const long long minutes = tenths / 600;
-    std::array<char, 64> text{};
-    if (minutes < 60) {
-        std::snprintf(text.data(), text.size(), "%lld:%02lld.%lld", minutes, tenths / 10 % 60,
-                      tenths % 10);
-    } else {
-        std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld.%lld", minutes / 60,
-                      minutes % 60, tenths / 10 % 60, tenths % 10);
-    }
-    return text.data();
-}
-
-std::string countText(std::uint64_t count, const std::string& what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 }  // namespace zavtool

@@ -1,8 +1,8 @@
-#include "PlaybackFeeder.hpp"
+#include "PacketGatherer.hpp"
 
 namespace zavtool {
 
-void PlaybackFeeder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+void PacketGatherer::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                                   const zav::AudioStreamPacketDescription* packetDescriptions) {
     if (!gathersPackets_) {
         Relay::receiveAudio(bytes, size, packetNum, packetDescriptions);
@@ -22,7 +22,7 @@ void PlaybackFeeder::receiveAudio(const void* bytes, std::uint64_t size, std::ui
     }
 }
 
-void PlaybackFeeder::passPackets() {
+void PacketGatherer::passPackets() {
     if (!packets_.empty()) {
         Relay::receiveAudio(packets_.data(), packets_.size(), descriptions_.size(),
                             descriptions_.data());
@@ -31,7 +31,7 @@ void PlaybackFeeder::passPackets() {
     descriptions_.clear();
 }
 
-void PlaybackFeeder::finish(zav::PlaybackSink& sink) {
+void PacketGatherer::finish(zav::PlaybackSink& sink) {
     if (!packets_.empty()) {
         // The last buffer goes to the queue with its descriptions, however little is in it.
         sink.setQueueBufferSize(static_cast<std::uint32_t>(packets_.size()));
