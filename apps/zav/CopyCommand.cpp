@@ -14,10 +14,10 @@
 namespace zavtool {
 namespace {
 
-/// Packets are copied, so bytes that belong to no packet would be lost.
+/// A copy contains whole packets only, so bytes after the last whole frame would be lost.
 void requireWholeFrames(const std::filesystem::path& input) {
     if (examineSbcContainer(input)) {
-        return;  // looked at when it was opened
+        return;  // `openInput` has checked it
     }
     const OpenAudioFile file = openAudioFile(input);
     const auto audioSize = zav::audioFileProperty<std::uint64_t>(

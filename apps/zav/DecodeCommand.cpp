@@ -29,7 +29,7 @@ void decode(const FilePair& files, const CommonOptions& common) {
     if (examineSbcContainer(files.input)) {
         throw Failure(files.input,
                       "an SBC container, which the library does not read back, by design: it does "
-                      "not tell the channel mode; raw SBC frames" +
+                      "not store the channel mode; raw SBC frames" +
                           copyHint(files.input, files.input.filename().replace_extension(".sbc")));
     }
     const auto input = openInput(files.input);

@@ -24,8 +24,8 @@ namespace {
 
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
-/// The decoder takes every two-channel stream for plain stereo and stops the process at frames of
-/// another length, so these are found before it sees them.
+/// The decoder takes every two-channel stream for plain stereo, and ends the process at a frame of
+/// another length. So check the first frame before the decoder gets it.
 void requireFrameOfDecoderLength(std::span<const std::byte> frame,
                                  const std::filesystem::path& input,
                                  const zav::AudioStreamBasicDescription& sbc) {
@@ -43,7 +43,7 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
                               const zav::AudioStreamBasicDescription& sbc) {
     if (const auto container = examineSbcContainer(input)) {
         requireFrameOfDecoderLength(container->firstFrame, input, sbc);
-        return;  // by its header, all frames are alike
+        return;  // one header describes all frames
     }
     const OpenAudioFile file = openAudioFile(input);
     requireFrameOfDecoderLength(firstPacket(file, input), input, sbc);
@@ -59,8 +59,8 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
     }
 }
 
-/// Does with decoded Opus what the file's header demands: leaves out the frames that the decoder
-/// needs to get going and the rest of the last packet, and applies the gain.
+/// Applies the header of an Opus file to the decoded audio: drops the frames of the pre-skip and
+/// those behind the end of the stream, and multiplies by the gain (RFC 7845, sections 4 and 5.1).
 class OpusHeadFilter : public Relay {
  public:
     OpusHeadFilter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
@@ -107,7 +107,7 @@ Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, b
     requireFramesOfOneLength(path, sbc);
     auto stream = input.node();
     if (isBigEndian) {
-        // SBC frames carry no byte order: the stream's format tells the decoder which one to make.
+        // SBC frames have no byte order. The stream's format sets that of the decoded samples.
         sbc.mFormatFlags |= zav::kSbcFormatFlagIsBigEndian;
         stream = redeclared(stream, sbc);
     }

@@ -17,11 +17,11 @@
 namespace zavtool {
 namespace {
 
-/// What an encoder takes, besides 16-bit PCM in mono or stereo.
+/// The 16-bit PCM, mono or stereo, that an encoder takes.
 struct Encodable {
     std::vector<double> rates;
     double usualRate;
-    std::string forWhat;  ///< " for ...", of the rates
+    std::string forWhat;  ///< " for ...", behind the rates in a message
     bool isBigEndianTaken;
 };
 
@@ -33,7 +33,7 @@ Encodable encodableToOpus(const FileType& type) {
     Encodable opus{
         {8000, 12000, 16000, 24000, 48000}, 48000, " for " + std::string(type.name), false};
     if (type.id == kOpusContainerType) {
-        opus.rates = {8000, 16000, 48000};  // the container's list is not the codec's
+        opus.rates = {8000, 16000, 48000};  // the container allows fewer than the codec
     }
     return opus;
 }
@@ -103,7 +103,7 @@ Target targetOf(const EncodeOptions& options) {
     return {isOpus, type};
 }
 
-/// Made on the source; what the run says of it at its end.
+/// An encoder on the input, and the words of the summary.
 struct Encoding {
     std::shared_ptr<zav::AudioStreamOutputable> encoder;
     std::string inWords;            ///< for --verbose

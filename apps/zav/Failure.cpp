@@ -29,7 +29,7 @@ RunningFiles& runningFiles() {
     return files;
 }
 
-/// Where compressed files are missing, what they need; nothing elsewhere.
+/// What compressed files need, if the module for them is missing. Empty otherwise.
 std::string hintAtModule() {
     return canReadCompressedFiles()
                ? ""

@@ -29,7 +29,7 @@ std::string clockText(double seconds);
 /// "1 underrun", "0 underruns"
 std::string countText(std::uint64_t count, const std::string& what);
 
-/// Names of SBC's parameters, as the options of `zav encode` take them.
+/// Names of SBC's parameters, as in the options of `zav encode`.
 std::string_view nameOf(zav::SBCCoding::ChannelMode mode);
 std::string_view nameOf(zav::SBCCoding::AllocationMethod allocation);
 std::optional<zav::SBCCoding::ChannelMode> modeNamed(std::string_view name);

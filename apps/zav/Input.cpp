@@ -20,7 +20,7 @@
 namespace zavtool {
 namespace {
 
-/// Any file of the audio file service.
+/// A file that the audio file service reads.
 class AudioFileInput : public Input {
  public:
     explicit AudioFileInput(const std::filesystem::path& path)
@@ -83,7 +83,7 @@ class OpusContainerInput : public Input {
         try {
             source_->readPackets(count);
         } catch (const zav::AudioFileError&) {
-            // The end, of which the source tells its targets only after a part of a chunk.
+            // The end of the file. The source has ended the flow only if the last chunk was short.
             if (isFlowing()) {
                 source_->downstreams().onAudioStreamFlowEnd();
             }
@@ -100,7 +100,7 @@ class OpusContainerInput : public Input {
     }
 
  private:
-    /// A chunk with fewer packets than asked for was the last and has ended the flow.
+    /// The source ends the flow itself after a chunk with fewer packets than asked for.
     bool isFlowing() const { return packetsSoFar_ <= container_.packets.size(); }
 
     std::filesystem::path path_;
@@ -109,14 +109,14 @@ class OpusContainerInput : public Input {
     std::uint64_t packetsSoFar_ = 0;
 };
 
-/// The library's own source refuses these files; its frames are pushed here as an application
-/// pushes what it received.
+/// The library's own source refuses these files, so a `PeripheralSource` pushes the frames, as for
+/// an application that has received them.
 class SbcContainerInput : public Input {
  public:
     SbcContainerInput(const std::filesystem::path& path, const SbcContainer& container)
         : path_(path), container_(container), file_(zav::FileHandle::openForReading(path)) {
         if (container.firstFrame.empty() && container.audioSize > 0) {
-            throw Failure(path, "no SBC frame behind the header; whole frames");
+            throw Failure(path, "no SBC frame after the header; whole frames");
         }
         if (const auto rest =
                 container.audioSize - container.frameCount() * container.format.mBytesPerPacket;

@@ -11,11 +11,11 @@
 namespace zavtool {
 namespace {
 
-/// What the user has said of server and devices.
+/// The server and the devices that the user names by environment variables.
 std::string placeInWords() {
     std::string place;
     for (const char* const name : {"PULSE_SERVER", "PULSE_SINK", "PULSE_SOURCE"}) {
-        // Nobody here changes the environment.
+        // zav does not change its environment.
         const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
         if (value != nullptr && *value != '\0') {
             place += (place.empty() ? " at " : ", ") + std::string(name) + "=" + shown(value);
@@ -66,7 +66,7 @@ void refuseFormat(const std::filesystem::path& file, const zav::AudioStreamBasic
 
 std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     std::uint32_t count = 0;
-    // Every queue has it.
+    // Every queue has this property.
     static_cast<void>(
         zav::readAudioQueueProperty(queue, zav::kAudioQueueProperty_InterruptionCount, count));
     return count;

@@ -36,7 +36,7 @@ std::string systemError() {
     return std::generic_category().message(errno);
 }
 
-// What a signal handler can read: a path that does not change while it is set.
+// For the signal handler. The path does not change while it is set.
 std::atomic<const char*> unfinishedPath{nullptr};
 
 std::atomic<bool> hasAnyAppeared{false};
@@ -44,7 +44,7 @@ std::atomic<bool> hasAnyAppeared{false};
 extern "C" void endBySignal(int signal) {
     OutputFile::removeUnfinished();
     StatusLine::wipe();
-    ::raise(signal);  // with the default action, which SA_RESETHAND has put back
+    ::raise(signal);  // SA_RESETHAND has restored the default action
 }
 
 constexpr auto kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
@@ -56,15 +56,15 @@ void cleanUpOnSignals() {
     for (const int signal : kEndingSignals) {
         struct sigaction before {};
         ::sigaction(signal, nullptr, &before);
-        if (before.sa_handler != SIG_IGN) {  // as nohup leaves it
+        if (before.sa_handler != SIG_IGN) {  // nohup ignores SIGHUP
             ::sigaction(signal, &action, nullptr);
         }
     }
-    // A file that grows over a limit is to fail at the write, like a full disk.
+    // A file that exceeds a size limit then fails at the write, like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-/// Holds the signals that end the tool back while it lives.
+/// Blocks the signals that end the tool while this object lives.
 class EndingSignalsBlock {
  public:
     EndingSignalsBlock() {
@@ -99,8 +99,8 @@ fs::path followLinks(const fs::path& path) {
     return error ? path : target;
 }
 
-/// Gives its file the magic cookie as soon as it is open, and at the end once more when it has
-/// become another: a FLAC encoder knows only then what it has encoded.
+/// Sets the magic cookie of its file when the flow starts, and again at the end if it has changed:
+/// a FLAC encoder completes its cookie when it has encoded everything.
 class FileSinkWithCookie : public zav::FileSink {
  public:
     FileSinkWithCookie(zav::NodeKey key,
@@ -161,7 +161,7 @@ void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const
     }
 }
 
-/// Whether the container's sink takes this format, in the service's words.
+/// Whether the container's sink takes this format, as a status of the file service.
 zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
                            const zav::AudioStreamBasicDescription& format) {
     const auto source = zav::makeNode<zav::PeripheralSource>();
@@ -174,7 +174,7 @@ zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
     return zav::noErr;
 }
 
-/// Makes an empty file of this type, with the magic cookie if it takes one, and leaves it there.
+/// Makes an empty file of this type, with the magic cookie if the type takes one.
 zav::OSStatus tryType(const fs::path& path, const FileType& type,
                       const zav::AudioStreamBasicDescription& format,
                       std::span<const std::byte> magicCookie) {
@@ -204,10 +204,10 @@ std::string_view usualExtension(const FileType& type,
     return isOggOpus ? "opus" : type.extensions.front();
 }
 
-/// The sinks do not say whether their last write and the closing went well, so ask the file.
+/// Audio bytes that the file contains. The sinks do not report errors of the last write and of the
+/// closing, so read the file.
 std::uint64_t audioBytesIn(const fs::path& path, const FileType& type, std::uint64_t packetCount) {
-    // These are all audio but for their headers, and counting packets would mean reading them all
-    // again.
+    // These contain nothing but headers and audio. The file service would read them all again.
     if (type.id == zav::kAudioFileSBCType) {
         return fs::file_size(path);
     }

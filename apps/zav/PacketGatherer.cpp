@@ -18,7 +18,7 @@ void PacketGatherer::receiveAudio(const void* bytes, std::uint64_t size, std::ui
     const auto* const packet = static_cast<const std::byte*>(bytes);
     packets_.insert(packets_.end(), packet, packet + size);
     if (packets_.size() >= bytesPerBuffer_ / 2) {
-        passPackets();  // half full is enough for the sink to hand the buffer on
+        passPackets();  // the sink enqueues a buffer when it is half full
     }
 }
 
@@ -33,7 +33,7 @@ void PacketGatherer::passPackets() {
 
 void PacketGatherer::finish(zav::PlaybackSink& sink) {
     if (!packets_.empty()) {
-        // The last buffer goes to the queue with its descriptions, however little is in it.
+        // Makes the sink enqueue the last buffer with its descriptions, even if it is almost empty.
         sink.setQueueBufferSize(static_cast<std::uint32_t>(packets_.size()));
         passPackets();
     }

@@ -29,13 +29,13 @@ namespace {
 
 using Clock = MainThread::Clock;
 
-/// With every buffer that has been played three threads wake: not more often than need be.
+/// A long chunk saves work: three threads wake for each buffer that has been played.
 constexpr double kChunkInSeconds = 1;
 constexpr double kQueuedInSeconds = 2;
-/// It goes to the queue when it is half full.
+/// The sink enqueues a buffer when it is half full.
 constexpr double kBufferInSeconds = 2 * kChunkInSeconds;
 
-/// What the queue is to play: PCM of the library's decoders, or the file's own stream.
+/// The stream for the queue: PCM of the library's decoders, or the file's own packets.
 Decoding streamOf(const Input& input, const std::filesystem::path& path) {
     switch (input.format().mFormatID) {
         case zav::kAudioFormatSbc:
@@ -47,7 +47,7 @@ Decoding streamOf(const Input& input, const std::filesystem::path& path) {
     }
 }
 
-/// Bytes that a second takes in a stream of constant size; 0 for others.
+/// Bytes per second of a stream whose packets have one size; 0 for other streams.
 double bytesPerSecond(const zav::AudioStreamBasicDescription& format) {
     if (format.mFormatID == zav::kAudioFormatLinearPCM) {
         return format.mSampleRate * format.mBytesPerFrame;
@@ -57,7 +57,7 @@ double bytesPerSecond(const zav::AudioStreamBasicDescription& format) {
                : format.mSampleRate / format.mFramesPerPacket * format.mBytesPerPacket;
 }
 
-/// Bytes of a queue buffer, so that it has room for two chunks and at least two packets.
+/// The size of a queue buffer in bytes, with room for two chunks and at least two packets.
 std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, const Input& input,
                             const std::filesystem::path& path) {
     constexpr double kSmallest = 4096;
@@ -69,14 +69,13 @@ std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, cons
             kBufferInSeconds * static_cast<double>(std::filesystem::file_size(path)) / seconds,
             kLargestOfUnknown);
     }
-    // Whole frames: no more than half a buffer is ever asked for at once.
+    // Both halves hold whole frames, because a chunk fills half a buffer.
     const std::uint32_t bytesPerFrame = std::max(1U, format.mBytesPerFrame);
     const auto whole = static_cast<std::uint32_t>(std::max(size, kSmallest));
     return std::max(whole - whole % (2 * bytesPerFrame), 2 * input.packetSizeUpperBound());
 }
 
-/// Packets that are about a chunk of the file; one at a time where packets cannot be told
-/// apart.
+/// The number of packets in a chunk. 1 if the sink cannot separate the packets of a chunk.
 std::int64_t packetsPerChunk(const Input& input) {
     const zav::AudioStreamBasicDescription format = input.format();
     if (!input.describesPackets() || format.mFramesPerPacket == 0) {
@@ -169,7 +168,7 @@ class Player {
             }
         }
         feed();
-        // Of a queue that could not start by itself this tells why.
+        // `autoPlay` does not report why a queue could not start. This throws the reason.
         try {
             sink_->play();
         } catch (const zav::AudioQueueError& error) {
@@ -198,7 +197,7 @@ class Player {
         }
     }
 
-    /// Nothing tells that a queue has stopped, at the end or because its device went away.
+    /// No callback reports that a queue has stopped, at its end or without its device. So look.
     std::chrono::nanoseconds untilNextLook() const {
         constexpr double kShortest = 0.02;
         constexpr double kLongest = 1;
@@ -214,7 +213,7 @@ class Player {
     bool wasAllPlayed() const { return isFinished_ && sink_->hasPlayedAll(); }
 
     [[noreturn]] void reportLoss() const {
-        // A queue that was to start by itself says nothing when it cannot.
+        // `autoPlay` does not report that the queue could not start.
         if (sink_->timeStamp() == 0) {
             zav::AudioDeviceList list;
             if (const zav::OSStatus status = zav::listAudioDevices(list); status != zav::noErr) {

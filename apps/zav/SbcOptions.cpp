@@ -10,7 +10,7 @@ namespace {
 
 using Coding = zav::SBCCoding;
 
-/// The largest bitpool that SBC has for these settings.
+/// The largest bitpool of SBC with these parameters (A2DP 1.3, appendix B).
 std::uint32_t largestBitpool(Coding::ChannelMode mode, std::uint32_t subbands) {
     constexpr std::uint32_t kLargestOfAll = 250;
     const bool isPerChannel =

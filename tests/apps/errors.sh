@@ -180,7 +180,7 @@ END
 for arguments in "encod a b" "bogus --help" "-q help bogus"; do
     word=${arguments#-q help }
     # shellcheck disable=SC2086
-    refused 2 "zav: ${word%% *}: no verb of zav; record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV" $arguments
+    refused 2 "zav: ${word%% *}: not a verb of zav; record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV" $arguments
 done
 [ "$("$ZAV" --help 2>&1 >/dev/full)" = "zav: standard output: cannot be written; a terminal, file or pipe with room" ] ||
     fail "help into a full disk"

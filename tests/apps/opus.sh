@@ -104,7 +104,7 @@ refused 1 "zav: cut.zopus: cut off in packet 0; a file that is whole (to keep wh
 "$ZAV" encode "$SPEECH" speech.sbc
 "$ZAV" encode "$SPEECH" speech.zsbc
 same <(tail -c +65 speech.zsbc) speech.sbc "frames in the SBC container"
-refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not tell the channel mode; raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
+refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not store the channel mode; raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
     "$ZAV" decode speech.zsbc out.wav
 for mode in stereo joint dual; do
     sox -D -M "$SPEECH" "$SPEECH" two.wav trim 0 1
