@@ -1,6 +1,6 @@
-// Plays silence with one PlaybackSink and then with 32 at the same time, and prints what each of
-// the 31 takes in memory, with its connection to the sound server. As a program of its own because
-// a process does not give back what it once had.
+// Plays silence with one PlaybackSink and then with 32 at the same time, and prints the memory of
+// each of the 31, with its connection to the sound server. It is a program of its own, because a
+// process does not return memory to the system.
 //
 //     zav_playing_sinks
 
@@ -25,10 +25,10 @@
 
 namespace {
 
-/// PulseAudio mixes 32 streams and lets others wait.
+/// PulseAudio mixes at most 32 streams.
 constexpr int kMoreSinks = 31;
 
-/// Raised once by each sink that plays.
+/// Each sink releases it once, when it has played a buffer.
 std::counting_semaphore<> hasPlayed(0);
 
 void pushHalfSecond(zav::PeripheralSource& source) {

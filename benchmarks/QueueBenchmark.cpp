@@ -1,5 +1,4 @@
-// What audio queues cost, on a device whose clock is moved by hand: everything but the sound
-// server.
+// The cost of audio queues without a sound server, on a device whose clock is moved by hand.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -25,7 +24,7 @@ using test::VirtualDevice;
 
 constexpr double kRate = 48000;
 
-/// Virtual time is faster than threads: lets the callbacks catch up.
+/// Waits for the callbacks, because virtual time is faster than threads.
 void settle(AudioQueueRef queue) {
     while (!queue->queue->isIdle()) {
         std::this_thread::yield();
@@ -83,7 +82,7 @@ void recording(benchmark::State& state) {
 }
 BENCHMARK(recording)->Name("Queue/record 48 kHz stereo")->UseRealTime();
 
-/// The virtual device itself, to take off: a stream that is pulled from and pushed to by nobody.
+/// The virtual device with a client that does nothing. Subtract it from the other results.
 void deviceAlone(benchmark::State& state) {
     class Client final : public detail::PlaybackClient {
      public:
@@ -115,8 +114,8 @@ void deviceAlone(benchmark::State& state) {
 }
 BENCHMARK(deviceAlone)->Name("Queue/virtual device alone")->UseRealTime();
 
-/// From a chunk of one buffer's worth pushed into a sink that is to start with the first buffer, to
-/// the moment when the device has its first frame.
+/// The time from a chunk that fills one buffer, pushed into a sink that starts with its first
+/// buffer, to the device's first frame.
 void untilFirstFrame(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
@@ -136,8 +135,8 @@ void untilFirstFrame(benchmark::State& state) {
 }
 BENCHMARK(untilFirstFrame)->Name("Queue/receiveAudio to first frame pulled")->UseRealTime();
 
-/// Memory of a playing sink, as malloc counts it; the sound server's connection comes on top (see
-/// compare-live).
+/// Memory of a playing sink, as malloc counts it, without a connection to a sound server (for that
+/// see compare-live).
 void memoryPerSink(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     constexpr std::size_t kSinkCount = 50;

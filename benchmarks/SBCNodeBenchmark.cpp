@@ -1,8 +1,8 @@
-// What an SBC node adds to the codec. The encoder and the decoder node, each with one target that
-// does nothing, run against a plain loop that makes the same libsbc calls into one buffer that it
-// keeps: 16 kHz mono in the default configuration, in chunks of 1, 12 (about 100 ms) and 62 (about
-// half a second) SBC frames. SBCNoiseFloor runs the plain loop against itself: what differs there
-// is not the node. NodeComparison.hpp tells how they are compared.
+// The cost of an SBC node beside that of the codec. The encoder and the decoder node, each with one
+// target that does nothing, run against a plain loop that makes the same libsbc calls into one
+// buffer that it keeps: 16 kHz mono in the default configuration, in chunks of 1, 12 (about 100 ms)
+// and 62 (about half a second) SBC frames. SBCNoiseFloor runs the plain loop against itself, to
+// show the error of the measurement. NodeComparison.hpp describes the comparison.
 
 #include <benchmark/benchmark.h>
 #include <sbc/sbc.h>

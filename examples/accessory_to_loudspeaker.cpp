@@ -4,9 +4,10 @@
 //
 //     accessory_to_loudspeaker <frames.sbc
 //
-// Standard input stands for the way from the accessory, which sends frames of SBC's usual
-// parameters at 16 kHz, mono. Playing starts by itself when a fifth of a second waits, and no more
-// is taken from the accessory than half a second ahead: the sink tells when it has played a buffer.
+// Standard input stands for the link from the accessory, which sends frames with SBC's usual
+// parameters at 16 kHz, mono. The sink starts to play when a fifth of a second is queued. The
+// program reads at most half a second ahead: the sink calls its handler after each buffer that it
+// has played.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <chrono>
@@ -42,8 +43,8 @@ void play() {
     const auto sink = zav::makeNode<zav::PlaybackSink>(decoder);
     sink->setQueueBufferSize(kBytesPerBuffer);
 
-    // Called on a thread of the dispatch queue, perhaps once more after this function has ended. It
-    // only wakes this thread, because one thread alone may drive the graph.
+    // Called on a thread of the dispatch queue, perhaps once more after this function has returned.
+    // It only wakes this thread, because one thread alone may drive the graph.
     const auto played = std::make_shared<std::counting_semaphore<>>(0);
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->autoPlay(0.2);
@@ -59,10 +60,10 @@ void play() {
         source->downstreams().receiveAudio(frame.data(), frame.size(), 1, nullptr);
     }
     source->downstreams().onAudioStreamFlowEnd();
-    while (sink->isPlaying()) {  // the rest
+    while (sink->isPlaying()) {  // what is still queued
         std::this_thread::sleep_for(20ms);
     }
-    if (!sink->hasPlayedAll()) {  // also when it could not start
+    if (!sink->hasPlayedAll()) {  // false also if it could not start
         throw std::runtime_error(kLost);
     }
     if (std::ferror(stdin) != 0) {

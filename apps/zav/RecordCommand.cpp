@@ -33,8 +33,8 @@ namespace {
 using Clock = MainThread::Clock;
 using Stream = std::shared_ptr<zav::AudioStreamOutputable>;
 
-/// A `RecordSource` ends the process if half a second of audio exceeds 4 GiB, at one frame a
-/// packet.
+/// Whether a `RecordSource` can capture this format. It ends the process if half a second exceeds
+/// 4 GiB, counted as one packet of the largest size for each frame.
 bool fitsRecordSource(const zav::AudioStreamBasicDescription& format) {
     zav::AudioQueueRef made = nullptr;
     constexpr auto kOnBuffer = [](void*, zav::AudioQueueRef, zav::AudioQueueBufferRef,
@@ -124,8 +124,8 @@ struct Graph {
     }
 };
 
-/// Adds the library's own encoder. The aligner before it makes every sample be encoded once, and
-/// fills the last frame with silence, so that nothing of the recording is left out.
+/// Adds the library's own encoder. The aligner before it lets each sample be encoded exactly once,
+/// and fills the last frame with silence, so that no audio is left out.
 void addEncoder(Graph& graph, const RecordOptions& options, const RecordingPlan& plan) {
     const auto refuse = [&] {
         auto format = plan.captured;

@@ -332,8 +332,8 @@ int report(const std::exception& failure, int exitCode) {
     return exitCode;
 }
 
-/// CLI11's message, except for words that it did not expect. Then the unknown option is what is
-/// wrong. CLI11 would name the first word, which may be a file's name.
+/// CLI11's message. For an unknown option one of our own, because CLI11 would name the first word
+/// that it did not expect, which may be a file's name.
 std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
     const auto rest = app.remaining(true);
     const auto option = std::find_if(rest.begin(), rest.end(),

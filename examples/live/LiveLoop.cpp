@@ -6,10 +6,10 @@
 
 namespace {
 
-/// Audio that gathers before playing starts: how late a frame may come without being missed.
+/// Audio that is queued before playing starts. A frame may be late by this much without a gap.
 constexpr double kPlaybackDelayInSeconds = 0.2;
-/// Frames go to the queue at half of this, 16 ms. A buffer of the usual half second would hold back
-/// the first quarter of a second.
+/// The sink enqueues a buffer when it is half full (16 ms). A buffer of the usual half second would
+/// hold back the first quarter of a second.
 constexpr std::uint32_t kPlaybackBufferSizeInBytes = 1024;
 
 constexpr zav::AudioStreamBasicDescription kPcm{
@@ -70,7 +70,7 @@ LiveLoop::Figures LiveLoop::finish() {
     figures.recordInterruptions = interruptionCount(source_->audioQueueRef());
     figures.playInterruptions = interruptionCount(sink_->audioQueueRef());
 
-    // The last audio comes out of the stop, then the completion runs, on the queue's thread.
+    // The stop hands over the last audio. Then the completion runs, on the queue's thread.
     const auto ended = std::make_shared<std::promise<void>>();
     source_->stop([ended] { ended->set_value(); });
     ended->get_future().wait();
@@ -90,7 +90,7 @@ void LiveLoop::playWhatComesBack() {
     const std::size_t frameSize = fromAccessory_->outDataFormat().mBytesPerPacket;
     fromAccessory_->downstreams().onAudioStreamFlowStart();
     while (const std::size_t size = connection_->receive(packet)) {
-        if (size == frameSize) {  // the decoder stops the process at anything else
+        if (size == frameSize) {  // the decoder ends the process at any other size
             ++returnedCount_;
             fromAccessory_->downstreams().receiveAudio(packet.data(), size, 1, nullptr);
         }
