@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What zav says and leaves behind when something is wrong.
+# Errors: what zav prints and which files it leaves.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
@@ -9,7 +9,7 @@ nothing_new() { # LEFT_BEFORE: no file has appeared since
     [ "$(ls -A)" = "$1" ] || fail "left behind: $(ls -A)"
 }
 
-# Input that does not suit.
+# Unsuitable input.
 sox -D speech.wav -r 22050 rate.wav trim 0 0.1
 sox -D speech.wav -b 24 deep.wav trim 0 0.1
 sox -D -M speech.wav speech.wav speech.wav three.wav trim 0 0.1
@@ -59,7 +59,7 @@ cat speech.sbc joint.sbc >longer.sbc
 "$ZAV" encode --bitpool 8 speech.wav shorter.sbc
 cat speech.sbc <(head -c 24 shorter.sbc) speech.sbc >mixed.sbc
 head -c 1000 speech.sbc >tail.sbc
-# Output that cannot be.
+# Output that cannot be made.
 cp speech.wav kept.wav
 ln -s kept.wav link.wav
 mkdir folder.sbc
@@ -80,13 +80,13 @@ encode speech.wav pipe.sbc | pipe.sbc: is not a regular file; the name of one, o
 END
 same kept.wav speech.wav "the input that was also the output"
 
-# As somebody who may not write there.
+# As a user without permission to write.
 mkdir private
 cp speech.sbc private/old.sbc
 chmod 644 private/old.sbc
 chmod 755 private .
 if [ "$(id -u)" = 0 ]; then
-    # From here, in case nobody else may enter the folder that it was built in.
+    # A copy, because other users may have no access to the build folder.
     copy_tool program
     chmod -R a+rX program
     unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups
@@ -114,8 +114,8 @@ before=$(ls -A)
     refused 1 "zav: big.wav: the disk is full or the file too large for it; a disk with more room" \
         "$ZAV" decode speech.sbc big.wav
 )
-# Not even CAF's header of 4 KiB fits. The words come through a pipe: a file for them might not be
-# written either.
+# Not even CAF's header of 4 KiB fits. The message comes through a pipe, because the limit could also
+# stop a file for it.
 for arguments in "decode speech.sbc out.caf" "copy speech.wav out.caf"; do
     # shellcheck disable=SC2086
     said=$( (
@@ -128,19 +128,19 @@ done
 same out.sbc speech.sbc "the file that was there before"
 nothing_new "$before"
 
-# Interrupted: nothing half-written, and the shell sees the signal. The input is long enough not to
-# come to its end before: 2 GiB of holes.
+# Interrupted: no unfinished file stays, and the shell sees the signal. The input is a sparse file of
+# 2 GiB, so that zav is still at work.
 head -c 44 speech.wav >endless.wav
 printf '\377\377\377\177' | dd of=endless.wav bs=1 seek=40 conv=notrunc status=none
 truncate -s 2G endless.wav
 before=$(ls -A)
-ends_by_term() { # WHAT: the last program in the background, once it is at work
+ends_by_term() { # WHAT: ends the last program in the background after it has made its file
     local code=0
     for _ in $(seq 1000); do
         if compgen -G '.zav-*' >/dev/null; then break; fi
         sleep 0.01
     done
-    # What was to be ignored stays ignored, as under nohup.
+    # zav keeps ignoring a signal that its parent ignored, as nohup does.
     [ "$1" != 'hung up' ] || kill -HUP $!
     kill -TERM $!
     wait $! || code=$?
