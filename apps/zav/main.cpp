@@ -48,7 +48,7 @@ struct CommandLine {
 constexpr std::size_t kDescriptionColumn = 25;
 
 void addCommonOptions(CLI::App& app, CommonOptions& common) {
-    app.add_flag("-q,--quiet", common.isQuiet, "No progress, also on a terminal");
+    app.add_flag("-q,--quiet", common.isQuiet, "Show no progress on a terminal");
     app.add_flag("-v,--verbose", common.isVerbose,
                  "Show the graph, and the library's diagnostics\n"
                  "lines, on standard error");
