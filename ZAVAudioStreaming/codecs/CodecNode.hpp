@@ -35,11 +35,6 @@ class ZAV_EXPORT CodecNode : public AudioStreamInputable, public AudioStreamOutp
     explicit CodecNode(const std::shared_ptr<AudioStreamOutputable>& upstream)
         : upstream_(upstream) {}
 
-    /// Packed 16-bit PCM, as decoders put it out. `byteOrder` is `kAudioFormatFlagIsBigEndian` or
-    /// 0.
-    static AudioStreamBasicDescription pcmFormat(double sampleRate, std::uint32_t channels,
-                                                 std::uint32_t byteOrder);
-
  private:
     UpstreamLink upstream_;
     StreamTargets downstreams_;

@@ -62,15 +62,15 @@ std::int64_t OpusCoding::frameCountPerPkt(double sampleRate) {
     return checkedTruncate<std::int64_t>(static_cast<float>(sampleRate) * kPacketDurationInSeconds);
 }
 
-void OpusCoding::requireCreated(int error, SourcePosition position) {
+void OpusCoding::requireCreated(FatalCause cause, int error, SourcePosition position) {
     if (error != OPUS_OK) {
-        fatalError("Creating opus codec failed", position);
+        fatalError(cause, error, "Creating opus codec failed", position);
     }
 }
 
-int OpusCoding::requireSuccess(int result, SourcePosition position) {
+int OpusCoding::requireSuccess(FatalCause cause, int result, SourcePosition position) {
     if (result <= 0) {
-        fatalError(failureMessage(result), position);
+        fatalError(cause, result, failureMessage(result), position);
     }
     return result;
 }

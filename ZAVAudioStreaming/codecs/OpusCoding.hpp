@@ -36,11 +36,13 @@ class ZAV_EXPORT OpusCoding : public CodecNode {
     /// Channels that the codec is made for: the upstream's at construction.
     std::uint32_t codecChannels() const noexcept { return codecChannels_; }
 
-    /// Stops the process unless libopus made the codec.
-    static void requireCreated(int error, SourcePosition position = SourcePosition::current());
-    /// `result` of `opus_encode` or `opus_decode`; stops the process when it is 0 or an error, with
-    /// a text of our own for each (the decoder's speak of encoding, too).
-    static int requireSuccess(int result, SourcePosition position = SourcePosition::current());
+    /// A fatal stop for `cause` unless libopus made the codec.
+    static void requireCreated(FatalCause cause, int error,
+                               SourcePosition position = SourcePosition::current());
+    /// Returns `result`, of `opus_encode` or `opus_decode`. A fatal stop for `cause` if it is 0 or
+    /// an error. Each error has its own text; a decoder's texts name encoding, too.
+    static int requireSuccess(FatalCause cause, int result,
+                              SourcePosition position = SourcePosition::current());
 
  private:
     std::uint32_t codecChannels_ = 0;

@@ -34,7 +34,7 @@ void requireRoom(std::size_t roomInSamples, std::int32_t frameCount, std::uint32
                  SourcePosition position = SourcePosition::current()) {
     if (checkedMultiply(checkedCast<std::size_t>(frameCount), std::size_t{channels}) >
         roomInSamples) {
-        fatalError("The upstream's format has changed", position);
+        fatalError(FatalCause::formatMismatch, "The upstream's format has changed", position);
     }
 }
 
@@ -50,8 +50,8 @@ OpusDecoder::OpusDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& 
     int error = OPUS_OK;
     codec_.reset(opus_decoder_create(static_cast<opus_int32>(opus.mSampleRate),
                                      static_cast<int>(opus.mChannelsPerFrame), &error));
-    requireCreated(error);
-    setOutDataFormat(pcmFormat(opus.mSampleRate, opus.mChannelsPerFrame, 0));
+    requireCreated(FatalCause::opusDecoding, error);
+    setOutDataFormat(linearPcm(opus.mSampleRate, opus.mChannelsPerFrame));
 }
 
 OpusDecoder::~OpusDecoder() = default;
@@ -72,6 +72,7 @@ void OpusDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
         const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
         requireRoom(roomInSamples - sampleCount, frameCount, codecChannels());
         const int decodedCount = requireSuccess(
+            FatalCause::opusDecoding,
             opus_decode(codec_.get(), reinterpret_cast<const unsigned char*>(packet.start),
                         packet.size, samples + sampleCount, frameCount, 0));
         const std::uint32_t channels = inDataFormat().mChannelsPerFrame;

@@ -40,13 +40,8 @@ OpusEncoder::OpusEncoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& 
     codec_.reset(opus_encoder_create(static_cast<opus_int32>(pcm.mSampleRate),
                                      static_cast<int>(pcm.mChannelsPerFrame),
                                      OPUS_APPLICATION_AUDIO, &error));
-    requireCreated(error);
-
-    AudioStreamBasicDescription opus;
-    opus.mSampleRate = pcm.mSampleRate;
-    opus.mFormatID = kAudioFormatOpus;
-    opus.mChannelsPerFrame = pcm.mChannelsPerFrame;
-    setOutDataFormat(opus);
+    requireCreated(FatalCause::opusEncoding, error);
+    setOutDataFormat(opusFormat(pcm.mSampleRate, pcm.mChannelsPerFrame));
 }
 
 OpusEncoder::~OpusEncoder() = default;
@@ -62,7 +57,7 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
         checkedMultiply(frameCountPerPkt(), kBytesPerPcmSample), std::int64_t{channels}));
     const std::size_t savedSize = partialFrameBytes_ ? partialFrameBytes_->size() : 0;
     if (savedSize > packetPcmSize) {
-        fatalError(kFormatHasChanged);
+        fatalError(FatalCause::formatMismatch, kFormatHasChanged);
     }
 
     if (partialFrameBytes_) {
@@ -105,11 +100,13 @@ void OpusEncoder::encodePacket(std::span<const std::byte> pcm, Report report) {
     // Asked again for each packet: a target may have changed the format since the last one.
     const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
     if (frameCount * kBytesPerPcmSample * codecChannels() > static_cast<std::int64_t>(pcm.size())) {
-        fatalError(kFormatHasChanged);  // libopus would read beyond the packet's PCM
+        fatalError(FatalCause::formatMismatch,
+                   kFormatHasChanged);  // libopus would read beyond the packet's PCM
     }
     std::array<unsigned char, kMaximumPacketSize> packet;
     const int packetSize =
-        requireSuccess(opus_encode(codec_.get(), reinterpret_cast<const opus_int16*>(pcm.data()),
+        requireSuccess(FatalCause::opusEncoding,
+                       opus_encode(codec_.get(), reinterpret_cast<const opus_int16*>(pcm.data()),
                                    frameCount, packet.data(), packet.size()));
     if (report == Report::size) {
         printDiagnostics("Succeed opus encoding to " + std::to_string(packetSize) + " bytes");

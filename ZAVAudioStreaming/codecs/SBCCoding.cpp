@@ -5,9 +5,12 @@
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
-#include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 bool suits(const SBCCoding::SBCConfiguration& configuration,
@@ -49,7 +52,7 @@ SBCCoding::SBCCoding(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upst
                      std::shared_ptr<SBCConfiguration> configuration)
     : CodecNode(upstream), config_(std::move(configuration)) {
     if (config_ == nullptr) {
-        fatalError("An SBC node needs a configuration");
+        fatalError(FatalCause::misuse, "An SBC node needs a configuration");
     }
     if (!suits(*config_, inDataFormat())) {
         throw AudioStreamError::unacceptableData();

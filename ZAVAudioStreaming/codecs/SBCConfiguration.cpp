@@ -2,10 +2,16 @@
 
 #include <sbc/sbc.h>
 
+#include <span>
+
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
 constexpr auto kNoMemory = "No memory for the SBC codec state";
@@ -13,6 +19,27 @@ constexpr auto kNoMemory = "No memory for the SBC codec state";
 template <class Enumeration>
 constexpr std::uint8_t codeOf(Enumeration value) {
     return static_cast<std::uint8_t>(value);
+}
+
+/// Whether libsbc accepts a frame, by its checksum and its bitpool. The frame must be whole: libsbc
+/// reads beyond the end of one that is cut short.
+bool hasValidChecksum(std::span<const std::byte> frame) {
+    sbc_t state{};
+    if (sbc_init(&state, 0) != 0) {
+        fatalError(FatalCause::outOfMemory, kNoMemory);
+    }
+    const bool isValid = sbc_parse(&state, frame.data(), frame.size()) > 0;
+    sbc_finish(&state);
+    return isValid;
+}
+
+SBCHeader headerOf(const SBCCoding::SBCConfiguration& configuration) {
+    return {.sampleRate = SBCCoding::rawValue(configuration.freq),
+            .blocks = 4 * (SBCCoding::rawValue(configuration.blocks) + 1),
+            .mode = static_cast<SBCHeader::ChannelMode>(configuration.mode),
+            .allocation = static_cast<SBCHeader::Allocation>(configuration.allocation),
+            .subbands = configuration.subband == SBCCoding::Subband::_8 ? 8U : 4U,
+            .bitpool = configuration.bitpool};
 }
 
 }  // namespace
@@ -43,23 +70,18 @@ std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromDa
 
 std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromFrame(
     const void* bytes, std::size_t size) {
-    sbc_t state{};
-    if (sbc_init(&state, 0) != 0) {
-        fatalError(kNoMemory);
-    }
-    const bool isFrame = sbc_parse(&state, bytes, size) > 0;
-    const sbc_t header = state;  // sbc_finish clears the fields
-    sbc_finish(&state);
-    if (!isFrame) {
+    const std::span frame(static_cast<const std::byte*>(bytes), size);
+    const auto header = SBCHeader::fromBytes(frame);
+    if (!header || size < header->frameLength() || !hasValidChecksum(frame)) {
         return nullptr;
     }
     auto configuration = std::make_shared<SBCConfiguration>();
-    configuration->freq = static_cast<Frequency>(header.frequency);
-    configuration->mode = static_cast<ChannelMode>(header.mode);
-    configuration->subband = static_cast<Subband>(header.subbands);
-    configuration->blocks = static_cast<Block>(header.blocks);
-    configuration->allocation = static_cast<AllocationMethod>(header.allocation);
-    configuration->bitpool = header.bitpool;
+    configuration->freq = frequencyFromRawValue(header->sampleRate).value();
+    configuration->mode = static_cast<ChannelMode>(header->mode);
+    configuration->subband = header->subbands == 8 ? Subband::_8 : Subband::_4;
+    configuration->blocks = static_cast<Block>(header->blocks / 4 - 1);
+    configuration->allocation = static_cast<AllocationMethod>(header->allocation);
+    configuration->bitpool = header->bitpool;
     return configuration;
 }
 
@@ -67,7 +89,7 @@ sbc_struct* SBCCoding::SBCConfiguration::sbc() {
     if (sbc_ == nullptr) {
         auto state = std::make_unique<sbc_struct>();
         if (sbc_init(state.get(), 0) != 0) {
-            fatalError(kNoMemory);
+            fatalError(FatalCause::outOfMemory, kNoMemory);
         }
         state->frequency = codeOf(freq);
         state->mode = codeOf(mode);
@@ -93,6 +115,15 @@ std::uint32_t SBCCoding::SBCConfiguration::formatFlags() const {
     return SbcFormatFlags{endian == Endianess::big, codeOf(blocks),
                           allocation == AllocationMethod::SNR, subband == Subband::_8, bitpool}
         .packed();
+}
+
+AudioStreamBasicDescription sbcFormat(const SBCCoding::SBCConfiguration& configuration,
+                                      double sampleRate, std::uint32_t channels) {
+    AudioStreamBasicDescription format = headerOf(configuration).dataFormat();
+    format.mSampleRate = sampleRate;
+    format.mFormatFlags = configuration.formatFlags();
+    format.mChannelsPerFrame = channels;
+    return format;
 }
 
 }  // namespace zav

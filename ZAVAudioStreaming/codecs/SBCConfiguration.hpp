@@ -63,4 +63,18 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
     sbc_struct* sbc_ = nullptr;
 };
 
+/// Format of a stream of SBC frames with this configuration, as an `SBCEncoder` announces it. An
+/// application gives it to the `PeripheralSource` in front of an `SBCDecoder`. A `ZAVSbcFileSink`
+/// also demands an `mBitsPerChannel` of 16, which is 0 here.
+///
+/// It follows the fields of the moment and makes no codec state.
+///
+/// configuration  must have `sampleRate` as its rate, and be mono for one channel alone: nodes
+/// refuse
+///                a format that does not suit
+/// sampleRate     frames per second
+/// channels       1 or 2
+ZAV_EXPORT AudioStreamBasicDescription sbcFormat(const SBCCoding::SBCConfiguration& configuration,
+                                                 double sampleRate, std::uint32_t channels);
+
 }  // namespace zav

@@ -27,9 +27,9 @@ std::shared_ptr<SBCCoding::SBCConfiguration> configurationOf(
 }
 
 [[noreturn]] std::shared_ptr<SBCCoding::SBCConfiguration> unimplementedInitializer() {
-    fatalError(
-        "Use of unimplemented initializer 'init(audioFrom:configuration:)' for class "
-        "'ZAVAudioStreaming.SBCDecoder'");
+    fatalError(FatalCause::misuse,
+               "Use of unimplemented initializer 'init(audioFrom:configuration:)' for class "
+               "'ZAVAudioStreaming.SBCDecoder'");
 }
 
 }  // namespace
@@ -37,8 +37,11 @@ std::shared_ptr<SBCCoding::SBCConfiguration> configurationOf(
 SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream)
     : SBCCoding(key, upstream, configurationOf(*upstream)) {
     const AudioStreamBasicDescription sbc = inDataFormat();
-    setOutDataFormat(pcmFormat(sbc.mSampleRate, sbc.mChannelsPerFrame,
-                               sbc.mFormatFlags & kSbcFormatFlagIsBigEndian));
+    AudioStreamBasicDescription pcm = linearPcm(sbc.mSampleRate, sbc.mChannelsPerFrame);
+    if ((sbc.mFormatFlags & kSbcFormatFlagIsBigEndian) != 0) {
+        pcm.mFormatFlags |= kAudioFormatFlagIsBigEndian;
+    }
+    setOutDataFormat(pcm);
 }
 
 SBCDecoder::SBCDecoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>& upstream,
@@ -51,7 +54,8 @@ void SBCDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
     const std::size_t frameLen = sbc_get_frame_length(state);
     const std::size_t codeSize = sbc_get_codesize(state);
     if (size % frameLen != 0) {
-        fatalError("Not integral multiple. This generaly means a mismatch stream data format",
+        fatalError(FatalCause::formatMismatch,
+                   "Not integral multiple. This generaly means a mismatch stream data format",
                    kChunkSizePosition);
     }
 
@@ -61,8 +65,10 @@ void SBCDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
     std::byte* pcm = output.data();
     for (std::uint64_t i = 0; i < packetNum; ++i, frame += frameLen, pcm += codeSize) {
         std::size_t written = 0;
-        if (sbc_decode(state, frame, frameLen, pcm, codeSize, &written) < 1) {
-            fatalError("Decoding failed", kDecodePosition);
+        if (const ssize_t result = sbc_decode(state, frame, frameLen, pcm, codeSize, &written);
+            result < 1) {
+            fatalError(FatalCause::sbcDecoding, static_cast<std::int32_t>(result),
+                       "Decoding failed", kDecodePosition);
         }
         zeroTail(pcm, written, codeSize);
     }

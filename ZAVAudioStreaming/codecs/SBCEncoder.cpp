@@ -32,8 +32,10 @@ const std::shared_ptr<AudioStreamOutputable>& requireLinearPCM(
 void encodeFrame(sbc_t* state, const std::byte* pcm, std::size_t codeSize, std::byte* frame,
                  std::size_t frameLen, SourcePosition position) {
     ssize_t written = 0;
-    if (sbc_encode(state, pcm, codeSize, frame, frameLen, &written) < 1) {
-        fatalError("Encoding failed", position);
+    if (const ssize_t result = sbc_encode(state, pcm, codeSize, frame, frameLen, &written);
+        result < 1) {
+        fatalError(FatalCause::sbcEncoding, static_cast<std::int32_t>(result), "Encoding failed",
+                   position);
     }
     // Negative for settings that libsbc cannot pack: then nothing was written.
     zeroTail(frame, static_cast<std::size_t>(std::max<ssize_t>(written, 0)), frameLen);
@@ -47,14 +49,12 @@ SBCEncoder::SBCEncoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>
     const AudioStreamBasicDescription pcm = inDataFormat();
     const auto codeSize = checkedCast<std::uint32_t>(config()->codeSize());
 
-    AudioStreamBasicDescription sbc;
-    sbc.mSampleRate = pcm.mSampleRate;
-    sbc.mFormatID = kAudioFormatSbc;
-    sbc.mFormatFlags = config()->formatFlags();
+    AudioStreamBasicDescription sbc = sbcFormat(*config(), pcm.mSampleRate, pcm.mChannelsPerFrame);
+    // The codec state decides about its frames: a field that was set after it was made is not in
+    // it.
     sbc.mBytesPerPacket = checkedCast<std::uint32_t>(config()->frameLen());
     sbc.mFramesPerPacket =
         checkedDivide(checkedDivide(codeSize, pcm.mBitsPerChannel / 8), pcm.mChannelsPerFrame);
-    sbc.mChannelsPerFrame = pcm.mChannelsPerFrame;
     setOutDataFormat(sbc);
 }
 

@@ -83,4 +83,33 @@ inline constexpr std::uint32_t kSbcFormatFlagAllocationBits = 0x400;  ///< set: 
 inline constexpr std::uint32_t kSbcFormatFlagIs8Subband = 0x800;      ///< set: 8 subbands, clear: 4
 inline constexpr std::uint32_t kSbcFormatFlagBitPoolBits = 0xFF0000;
 
+/// Format of linear PCM: packed signed integers, little-endian, the channels of a frame one after
+/// the other. The codec nodes take and make it with 16 bits.
+///
+/// sampleRate      frames per second
+/// channels        samples in a frame
+/// bitsPerChannel  bits of a sample: 8, 16, 24 or 32
+constexpr AudioStreamBasicDescription linearPcm(double sampleRate, std::uint32_t channels,
+                                                std::uint32_t bitsPerChannel = 16) {
+    const std::uint32_t bytesPerFrame = bitsPerChannel / 8 * channels;
+    return {.mSampleRate = sampleRate,
+            .mFormatID = kAudioFormatLinearPCM,
+            .mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked,
+            .mBytesPerPacket = bytesPerFrame,
+            .mFramesPerPacket = 1,
+            .mBytesPerFrame = bytesPerFrame,
+            .mChannelsPerFrame = channels,
+            .mBitsPerChannel = bitsPerChannel};
+}
+
+/// Format of an Opus stream, as the Opus nodes take and announce it. Both the size and the duration
+/// of a packet may vary, so they are 0.
+///
+/// sampleRate  frames per second on the PCM side: 8000, 12000, 16000, 24000 or 48000
+/// channels    1 or 2
+constexpr AudioStreamBasicDescription opusFormat(double sampleRate, std::uint32_t channels) {
+    return {
+        .mSampleRate = sampleRate, .mFormatID = kAudioFormatOpus, .mChannelsPerFrame = channels};
+}
+
 }  // namespace zav

@@ -1,38 +1,80 @@
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <mutex>
+#include <utility>
+
+#include "ZAVAudioStreaming/support/NeverDestroyed.hpp"
 
 namespace zav {
+
+using namespace detail;
+
 namespace {
 
-std::atomic<FatalErrorHandler> fatalHandler{nullptr};
+struct InstalledHandler {
+    std::mutex mutex;  ///< also held while the handler runs
+    FatalErrorHandler handler;
+};
+
+InstalledHandler& installed() {
+    static NeverDestroyed<InstalledHandler> theOne;
+    return theOne.get();
+}
+
+/// True while this thread runs the handler.
+thread_local bool isHandling = false;
+
+/// Sets `isHandling` for a scope. A handler that throws, as a fuzzer's does, is called again at the
+/// next stop.
+class Handling {
+ public:
+    Handling() { isHandling = true; }
+    ~Handling() { isHandling = false; }
+
+    Handling(const Handling&) = delete;
+    Handling& operator=(const Handling&) = delete;
+};
 
 const char* withoutFolder(const char* path) {
     const char* const slash = std::strrchr(path, '/');
     return slash != nullptr ? slash + 1 : path;
 }
 
-}  // namespace
-
-FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler) noexcept {
-    return fatalHandler.exchange(handler);
+[[noreturn]] void printAndAbort(const FatalStop& stop) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "Fatal error: %.*s: file %s, line %u\n",
+                 static_cast<int>(stop.text.size()), stop.text.data(), stop.position.file,
+                 stop.position.line);
+    std::abort();
 }
 
-void fatalError(std::string_view message, SourcePosition position) {
-    position.file = withoutFolder(position.file);
-    // Taken out, so that a handler that meets a fault itself is not called again.
-    if (const auto handler = fatalHandler.exchange(nullptr)) {
-        handler(message, position);
+}  // namespace
+
+FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler) {
+    const std::lock_guard lock(installed().mutex);
+    return std::exchange(installed().handler, std::move(handler));
+}
+
+void fatalError(FatalCause cause, std::string_view text, SourcePosition position) {
+    fatalError(cause, 0, text, position);
+}
+
+void fatalError(FatalCause cause, std::int32_t code, std::string_view text,
+                SourcePosition position) {
+    const FatalStop stop{cause, code, text, {withoutFolder(position.file), position.line}};
+    if (isHandling) {
+        printAndAbort(stop);
     }
-    const std::string line = "Fatal error: " + std::string(message) + ": file " + position.file +
-                             ", line " + std::to_string(position.line) + "\n";
-    std::fflush(stdout);
-    std::fputs(line.c_str(), stderr);
-    std::abort();
+    // Held to the end: a stop on another thread must not abort while the handler saves its work.
+    const std::lock_guard lock(installed().mutex);
+    if (installed().handler) {
+        const Handling handling;
+        installed().handler(stop);
+    }
+    printAndAbort(stop);
 }
 
 }  // namespace zav

@@ -56,7 +56,7 @@ std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
         "derived from a node inherits it with 'using Base::Base;'. An abstract class misses an "
         "override.");
     if (upstream == nullptr) {
-        fatalError("A node needs an upstream");
+        fatalError(FatalCause::misuse, "A node needs an upstream");
     }
     auto node = std::make_shared<Node>(NodeKey(), upstream, std::forward<Arguments>(arguments)...);
     upstream->addStreamTarget(node);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <bit>
 #include <cstdint>
 
@@ -8,16 +7,12 @@
 
 namespace zav {
 
-/// Rates that SBC has, in the order of its codes.
-inline constexpr std::array<std::uint32_t, 4> kSbcRatesInHz = {16000, 32000, 44100, 48000};
-
-/// `mFormatFlags` of an SBC stream, taken apart. `blocks` is libsbc's code: 0, 1, 2, 3 for 4, 8,
-/// 12, 16 blocks.
+/// The fields of an SBC stream's `mFormatFlags`.
 struct SbcFormatFlags {
-    bool isBigEndian = false;
-    std::uint8_t blocks = 0;
-    bool isSnr = false;
-    bool is8Subbands = false;
+    bool isBigEndian = false;  ///< byte order of the PCM side
+    std::uint8_t blocks = 0;   ///< 0, 1, 2, 3: 4, 8, 12, 16 blocks
+    bool isSnr = false;        ///< allocation by SNR, otherwise by loudness
+    bool is8Subbands = false;  ///< otherwise 4
     std::uint8_t bitpool = 0;
 
     constexpr std::uint32_t packed() const {

@@ -8,7 +8,7 @@ namespace zav {
 
 void StreamTargets::add(std::shared_ptr<AudioStreamInputable> target) {
     if (target == nullptr) {
-        fatalError("A stream target must not be null");
+        fatalError(FatalCause::misuse, "A stream target must not be null");
     }
     targets_.push_back(std::move(target));
 }

@@ -7,7 +7,8 @@ namespace zav {
 std::shared_ptr<AudioStreamOutputable> UpstreamLink::get() const {
     auto upstream = upstream_.lock();
     if (upstream == nullptr) {
-        fatalError("The upstream node is gone; it must outlive its downstream nodes");
+        fatalError(FatalCause::misuse,
+                   "The upstream node is gone; it must outlive its downstream nodes");
     }
     return upstream;
 }

@@ -1,8 +1,39 @@
 #include "ZAVAudioStreaming/files/RawSbcReader.hpp"
 
+#include <sbc/sbc.h>
+
 #include <algorithm>
+#include <array>
+#include <new>
+
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav::detail {
+namespace {
+
+/// Whether libsbc accepts a whole frame. The checksum also covers scale factors, which follow the
+/// header; libsbc unpacks these anyway, and one frame a file is not worth a second reader of them.
+bool hasValidChecksum(std::span<const std::byte> frame) {
+    sbc_t state{};
+    if (sbc_init(&state, 0) != 0) {
+        throw std::bad_alloc();
+    }
+    const bool isValid = sbc_parse(&state, frame.data(), frame.size()) > 0;
+    sbc_finish(&state);
+    return isValid;
+}
+
+}  // namespace
+
+std::optional<AudioStreamBasicDescription> firstSbcFrame(const FileHandle& file) {
+    std::array<std::byte, kLongestSbcFrame> bytes{};
+    const auto start = std::span(bytes).first(file.readAt(0, bytes.data(), bytes.size()));
+    const auto header = SBCHeader::fromBytes(start);
+    if (!header || start.size() < header->frameLength() || !hasValidChecksum(start)) {
+        return std::nullopt;
+    }
+    return header->dataFormat();
+}
 
 const RawSbcReader::Index& RawSbcReader::index() {
     if (!index_.isBuilt) {
@@ -20,24 +51,25 @@ void RawSbcReader::buildIndex() {
     std::size_t windowSize = 0;
     const std::uint64_t fileSize = file_.size();
 
-    for (std::uint64_t offset = 0; fileSize - offset >= kSbcHeaderSize;) {
-        if (offset + kSbcHeaderSize > windowOffset + windowSize) {
+    for (std::uint64_t offset = 0; fileSize - offset >= SBCHeader::kByteCount;) {
+        if (offset + SBCHeader::kByteCount > windowOffset + windowSize) {
             windowOffset = offset;
             windowSize = file_.readAt(offset, window.data(), window.size());
-            if (windowSize < kSbcHeaderSize) {
+            if (windowSize < SBCHeader::kByteCount) {
                 return;
             }
         }
-        const auto length = sbcFrameLength(&window[offset - windowOffset]);
-        if (!length) {
+        const auto header = SBCHeader::fromBytes(
+            std::span(window).subspan(offset - windowOffset, SBCHeader::kByteCount));
+        if (!header) {
             index_.isDamaged = true;
             return;
         }
-        if (*length > fileSize - offset) {
+        if (header->frameLength() > fileSize - offset) {
             return;
         }
-        addFrame(offset, *length);
-        offset += *length;
+        addFrame(offset, header->frameLength());
+        offset += header->frameLength();
     }
 }
 

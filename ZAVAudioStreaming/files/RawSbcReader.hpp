@@ -1,17 +1,21 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "ZAVAudioStreaming/files/AudioFileDriver.hpp"
-#include "ZAVAudioStreaming/files/SbcFrameHeader.hpp"
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
 
 namespace zav::detail {
 
-/// Reads raw SBC streams; one packet is one SBC frame. The first call that needs to know the frames
-/// reads through all headers once. A last frame that is cut short is left out; where a frame should
-/// begin and none does, the packets before it are readable and the next one is 'dta?'.
+/// Format of the frame at the start of the file, and so of the stream. Empty if no whole valid
+/// frame is there. Throws std::bad_alloc.
+std::optional<AudioStreamBasicDescription> firstSbcFrame(const FileHandle& file);
+
+/// Reads raw SBC streams; one packet is one SBC frame. The first call that needs the frames reads
+/// all headers once. A last frame that is cut short is left out. If bytes that are no frame follow
+/// the last frame, the packets before them are readable, and reading the next one is 'dta?'.
 class RawSbcReader : public AudioFileReader {
  public:
     RawSbcReader(FileHandle file, const AudioStreamBasicDescription& dataFormat)
@@ -30,7 +34,8 @@ class RawSbcReader : public AudioFileReader {
         std::uint64_t frameCount = 0;
         std::uint32_t longestFrame = 0;
         bool isDamaged = false;
-        /// Where every frame begins and the last one ends; empty while all have one length.
+        /// Offset of each frame, and of the end of the last one. Empty while all frames have one
+        /// length.
         std::vector<std::uint64_t> offsets;
     };
 
@@ -38,7 +43,7 @@ class RawSbcReader : public AudioFileReader {
     void buildIndex();
     void addFrame(std::uint64_t offset, std::uint32_t length);
     std::uint64_t offsetOf(std::uint64_t frame) const;
-    /// The frame that the last whole one before `endOffset` is followed by.
+    /// Index of the first frame that does not end at or before `endOffset`.
     std::uint64_t lastFit(std::uint64_t endOffset) const;
 
     FileHandle file_;

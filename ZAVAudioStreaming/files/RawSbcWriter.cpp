@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ZAVAudioStreaming/files/SbcFrameHeader.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav::detail {
 
@@ -14,27 +14,28 @@ void requireSbcFormat(const AudioStreamBasicDescription& format) {
     }
 }
 
-bool RawSbcWriter::hasFramesOfUsualLength(const std::byte* frames, PacketRun run) {
+bool RawSbcWriter::hasFramesOfUsualLength(std::span<const std::byte> frames,
+                                          std::uint32_t packetCount) {
     const std::uint32_t usualLength = dataFormat().mBytesPerPacket;
-    if (run.byteCount < kSbcHeaderSize || sbcFrameLength(frames) != usualLength ||
-        run.byteCount != std::uint64_t{run.packetCount} * usualLength) {
+    const auto header = SBCHeader::fromBytes(frames);
+    if (!header || header->frameLength() != usualLength ||
+        frames.size() != std::uint64_t{packetCount} * usualLength) {
         return false;
     }
     longestFrame_ = std::max(longestFrame_, usualLength);
     return true;
 }
 
-// Frames tell their own lengths, which can differ from the format's.
-std::uint32_t RawSbcWriter::countFrames(const std::byte* frames, std::uint32_t byteCount) {
+// The length is in each frame's header and can differ from the format's.
+std::uint32_t RawSbcWriter::countFrames(std::span<const std::byte> frames) {
     std::uint32_t frameCount = 0;
-    for (std::uint32_t offset = 0; offset < byteCount; ++frameCount) {
-        const std::uint32_t rest = byteCount - offset;
-        const auto length = rest < kSbcHeaderSize ? std::nullopt : sbcFrameLength(frames + offset);
-        if (!length || *length > rest) {
+    for (; !frames.empty(); ++frameCount) {
+        const auto header = SBCHeader::fromBytes(frames);
+        if (!header || header->frameLength() > frames.size()) {
             throw StatusFailure(kAudioFileParameterError);
         }
-        longestFrame_ = std::max(longestFrame_, *length);
-        offset += *length;
+        longestFrame_ = std::max(longestFrame_, header->frameLength());
+        frames = frames.subspan(header->frameLength());
     }
     return frameCount;
 }
@@ -45,10 +46,10 @@ std::uint32_t RawSbcWriter::writePackets(std::uint64_t firstPacket, PacketRun ru
     if (firstPacket != frameCount_) {
         throw StatusFailure(kAudioFileInvalidPacketOffsetError);
     }
-    const auto* const bytes = static_cast<const std::byte*>(buffer);
+    const std::span frames(static_cast<const std::byte*>(buffer), run.byteCount);
     const std::uint32_t packetCount =
-        hasFramesOfUsualLength(bytes, run) ? run.packetCount : countFrames(bytes, run.byteCount);
-    file_.writeAt(byteCount_, bytes, run.byteCount);
+        hasFramesOfUsualLength(frames, run.packetCount) ? run.packetCount : countFrames(frames);
+    file_.writeAt(byteCount_, frames.data(), frames.size());
     byteCount_ += run.byteCount;
     frameCount_ += packetCount;
     return packetCount;

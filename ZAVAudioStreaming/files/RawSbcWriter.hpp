@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "ZAVAudioStreaming/files/AudioFileDriver.hpp"
 #include "ZAVAudioStreaming/platform/FileHandle.hpp"
@@ -10,8 +12,8 @@ namespace zav::detail {
 /// Throws 'fmt?' unless the format is an SBC stream's.
 void requireSbcFormat(const AudioStreamBasicDescription& format);
 
-/// Writes raw SBC streams: the frames one after the other, nothing else. So every file of whole
-/// frames is complete at any time, but a gap is impossible and a frame cannot be replaced.
+/// Writes raw SBC streams: the frames one after the other and nothing else. The file is complete
+/// after every write. A gap between packets is impossible, and a frame cannot be replaced.
 class RawSbcWriter : public AudioFileWriter {
  public:
     RawSbcWriter(FileHandle file, const AudioStreamBasicDescription& dataFormat)
@@ -27,8 +29,12 @@ class RawSbcWriter : public AudioFileWriter {
     void finish() override { file_.close(); }
 
  private:
-    bool hasFramesOfUsualLength(const std::byte* frames, PacketRun run);
-    std::uint32_t countFrames(const std::byte* frames, std::uint32_t byteCount);
+    /// Whether there are `packetCount` frames of the length that the format announces, by the first
+    /// frame's header and the size of all. Spares the common case a look at every frame.
+    bool hasFramesOfUsualLength(std::span<const std::byte> frames, std::uint32_t packetCount);
+    /// Counts the frames by their headers. Throws kAudioFileParameterError if they are not
+    /// whole frames.
+    std::uint32_t countFrames(std::span<const std::byte> frames);
 
     FileHandle file_;
     std::uint64_t frameCount_ = 0;

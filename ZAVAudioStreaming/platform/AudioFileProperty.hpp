@@ -16,8 +16,9 @@ template <class Value>
 Value audioFileProperty(AudioFileID file, AudioFilePropertyID property,
                         SourcePosition position = SourcePosition::current()) {
     std::uint32_t size = 0;
-    if (AudioFileGetPropertyInfo(file, property, &size, nullptr) != noErr) {
-        fatalError("", position);
+    if (const OSStatus status = AudioFileGetPropertyInfo(file, property, &size, nullptr);
+        status != noErr) {
+        fatalError(FatalCause::fileProperty, status, "", position);
     }
     std::vector<std::byte> bytes(size);
     // Best effort: the size was there, and zeros are the answer of a file that cannot tell.

@@ -37,7 +37,7 @@ void ContainerFileSink::onAudioStreamFlowStart() {
         fileHandle_ = FileHandle::openForWriting(fileURL_);
         writeFileMeta();
     } catch (const std::system_error& error) {
-        fatalError(error.what());
+        fatalError(FatalCause::containerOpening, error.code().value(), error.what());
     }
 }
 
@@ -53,7 +53,7 @@ void ContainerFileSink::fillCommonFields(ContainerFileHeader& header) const {
 
 FileHandle& ContainerFileSink::fileHandle() {
     if (!fileHandle_) {
-        fatalError("No container file is open");
+        fatalError(FatalCause::misuse, "No container file is open");
     }
     return *fileHandle_;
 }

@@ -35,12 +35,13 @@ double FileSink::estimatedDuration() const {
 
 void FileSink::setMagicCookie(std::span<const std::byte> magicCookie) {
     if (fileID_ == nullptr) {
-        fatalError(kNoFileOpen);
+        fatalError(FatalCause::misuse, kNoFileOpen);
     }
-    if (AudioFileSetProperty(fileID_, kAudioFilePropertyMagicCookieData,
-                             checkedCast<std::uint32_t>(magicCookie.size()),
-                             magicCookie.data()) != noErr) {
-        fatalError("");
+    if (const OSStatus status = AudioFileSetProperty(fileID_, kAudioFilePropertyMagicCookieData,
+                                                     checkedCast<std::uint32_t>(magicCookie.size()),
+                                                     magicCookie.data());
+        status != noErr) {
+        fatalError(FatalCause::fileProperty, status, "");
     }
 }
 
@@ -50,9 +51,10 @@ void FileSink::onAudioStreamFlowStart() {
         // The flow before has not ended: close its file before the new one takes its place.
         static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));
     }
-    if (AudioFileCreateWithURL(fileURL_, fileFormat_, &format, kAudioFileFlags_EraseFile,
-                               &fileID_) != noErr) {
-        fatalError("Creating audio file failed");
+    if (const OSStatus status = AudioFileCreateWithURL(fileURL_, fileFormat_, &format,
+                                                       kAudioFileFlags_EraseFile, &fileID_);
+        status != noErr) {
+        fatalError(FatalCause::fileCreation, status, "Creating audio file failed");
     }
 }
 
@@ -66,14 +68,15 @@ void FileSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t
     if (const OSStatus status = AudioFileWritePackets(fileID_, false, byteCount, packetDescriptions,
                                                       curPacketIdx_, &packetCount, bytes);
         status != noErr) {
-        fatalError("Writing packets to file failed: " + std::to_string(status));
+        fatalError(FatalCause::fileWriting, status,
+                   "Writing packets to file failed: " + std::to_string(status));
     }
     curPacketIdx_ += packetCount;
 }
 
 void FileSink::onAudioStreamFlowEnd() {
     if (fileID_ == nullptr) {
-        fatalError(kNoFileOpen);
+        fatalError(FatalCause::misuse, kNoFileOpen);
     }
     // Ignored on purpose: what could be written is written, and the flow is over either way.
     static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));

@@ -58,7 +58,7 @@ void PlaybackSink::onMade(NodeKey, std::weak_ptr<PlaybackSink> self) {
 
 void PlaybackSink::play() {
     if (delayPlaySchedule()) {
-        fatalError("");
+        fatalError(FatalCause::misuse, "");
     }
     if (const OSStatus status = AudioQueueStart(queue_.get(), nullptr); status != noErr) {
         throw AudioQueueError::failure(status);
@@ -67,7 +67,7 @@ void PlaybackSink::play() {
 
 void PlaybackSink::autoPlay(double delayInSeconds) {
     if (isPlaying()) {
-        fatalError("autoPlay comes too late: the audio queue runs");
+        fatalError(FatalCause::misuse, "autoPlay comes too late: the audio queue runs");
     }
     const std::lock_guard lock(mutex_);
     delayPlaySchedule_ = delayInSeconds;
@@ -85,25 +85,30 @@ void PlaybackSink::stop() {
 
 bool PlaybackSink::isPlaying() const {
     std::uint32_t isRunning = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
-        fatalError("The audio queue does not tell whether it runs");
+    if (const OSStatus status =
+            readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "The audio queue does not tell whether it runs");
     }
     return isRunning != 0;
 }
 
 bool PlaybackSink::hasPlayedAll() const {
     std::uint32_t hasPlayedAll = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_HasPlayedAll, hasPlayedAll) !=
-        noErr) {
-        fatalError("The audio queue does not tell whether it has played all");
+    if (const OSStatus status =
+            readAudioQueueProperty(queue_.get(), kAudioQueueProperty_HasPlayedAll, hasPlayedAll);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status,
+                   "The audio queue does not tell whether it has played all");
     }
     return hasPlayedAll != 0;
 }
 
 double PlaybackSink::timeStamp() const {
     AudioTimeStamp now;
-    if (AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr) != noErr) {
-        fatalError("The audio queue does not tell its time");
+    if (const OSStatus status = AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "The audio queue does not tell its time");
     }
     return now.mSampleTime / inDataFormat().mSampleRate;
 }
@@ -134,9 +139,11 @@ void PlaybackSink::setQueueBufferSize(std::uint32_t sizeInBytes) {
 
 std::uint32_t PlaybackSink::maxPacketNumForBuffer() {
     std::uint32_t maxPacketSize = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize,
-                               maxPacketSize) != noErr) {
-        fatalError("The audio queue does not tell the size of its packets");
+    if (const OSStatus status = readAudioQueueProperty(
+            queue_.get(), kAudioQueueProperty_MaximumOutputPacketSize, maxPacketSize);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status,
+                   "The audio queue does not tell the size of its packets");
     }
     return checkedDivide(queueBufferSize(), maxPacketSize);
 }
@@ -222,8 +229,9 @@ void PlaybackSink::receiveAudio(const void* bytes, std::uint64_t size, std::uint
 AudioQueueBuffer& PlaybackSink::bufferToFill(std::uint32_t sizeInBytes) {
     if (idleBuffers_.empty()) {
         AudioQueueBufferRef buffer = nullptr;
-        if (AudioQueueAllocateBuffer(queue_.get(), sizeInBytes, &buffer) != noErr) {
-            fatalError("Can not allocate buffer");
+        if (const OSStatus status = AudioQueueAllocateBuffer(queue_.get(), sizeInBytes, &buffer);
+            status != noErr) {
+            fatalError(FatalCause::audioQueue, status, "Can not allocate buffer");
         }
         const std::lock_guard lock(mutex_);
         fatalWithoutMemory([&] {

@@ -65,7 +65,8 @@ void ZAVOpusFileSink::writeRecord(const std::byte* packet, std::uint32_t packetL
         fileHandle().write(header.data(), header.size());
         fileHandle().write(packet, packetLength);
     } catch (const std::system_error& error) {
-        fatalError(std::string("Writting to opus file failed: ") + error.what());
+        fatalError(FatalCause::containerWriting, error.code().value(),
+                   std::string("Writting to opus file failed: ") + error.what());
     }
 }
 

@@ -9,6 +9,7 @@
 #include "ZAVAudioStreaming/core/AudioStreamError.hpp"
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
+#include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav {
 
@@ -56,7 +57,8 @@ void ZAVSbcFileSink::receiveAudio(const void* bytes, std::uint64_t size,
     try {
         file.write(bytes, byteCount);
     } catch (const std::system_error& error) {
-        fatalError(std::string("Writing sbc data to file failed: ") + error.what());
+        fatalError(FatalCause::containerWriting, error.code().value(),
+                   std::string("Writing sbc data to file failed: ") + error.what());
     }
 }
 

@@ -21,7 +21,8 @@ AudioFileID openForReading(const std::filesystem::path& fileURL) {
         throw AudioFileError::open(status);
     }
     if (file == nullptr) {
-        fatalError("The file service opened a file and gave no ID for it");
+        fatalError(FatalCause::brokenService,
+                   "The file service opened a file and gave no ID for it");
     }
     return file;
 }

@@ -90,24 +90,29 @@ void RecordSource::stop(std::function<void()> completion) {
 
 bool RecordSource::isRecording() const {
     std::uint32_t isRunning = 0;
-    if (readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning) != noErr) {
-        fatalError("", kIsRecordingPosition);
+    if (const OSStatus status =
+            readAudioQueueProperty(queue_.get(), kAudioQueueProperty_IsRunning, isRunning);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "", kIsRecordingPosition);
     }
     return isRunning != 0;
 }
 
 double RecordSource::timeStamp() const {
     AudioTimeStamp now;
-    if (AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr) != noErr) {
-        fatalError("", kTimeStampPosition);
+    if (const OSStatus status = AudioQueueGetCurrentTime(queue_.get(), nullptr, &now, nullptr);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "", kTimeStampPosition);
     }
     return now.mSampleTime / outDataFormat_.mSampleRate;
 }
 
 std::vector<std::byte> RecordSource::magicCookie() const {
     std::uint32_t size = 0;
-    if (AudioQueueGetPropertySize(queue_.get(), kAudioQueueProperty_MagicCookie, &size) != noErr) {
-        fatalError("", kMagicCookiePosition);
+    if (const OSStatus status =
+            AudioQueueGetPropertySize(queue_.get(), kAudioQueueProperty_MagicCookie, &size);
+        status != noErr) {
+        fatalError(FatalCause::audioQueue, status, "", kMagicCookiePosition);
     }
     std::vector<std::byte> cookie(size);
     // Best effort: the size was there, and zeros are the answer of a queue that cannot tell.
@@ -136,7 +141,7 @@ void RecordSource::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQueueB
                             const AudioTimeStamp* /*startTime*/, std::uint32_t packetCount,
                             const AudioStreamPacketDescription* packetDescriptions) noexcept {
     if (userData == nullptr) {
-        fatalError("A queue's callback came without its source");
+        fatalError(FatalCause::brokenService, "A queue's callback came without its source");
     }
     // A target or a completion may drop the last other reference. Nobody owns a source that is
     // being destroyed: the end of its queue waits for this call.
@@ -156,8 +161,9 @@ void RecordSource::takeBuffer(AudioQueueBuffer& buffer, std::uint32_t packetCoun
     ++idleQueueBufferCount_;
 
     if (isRecording()) {
-        if (AudioQueueEnqueueBuffer(queue_.get(), &buffer, 0, nullptr) != noErr) {
-            fatalError("", kEnqueuePosition);
+        if (const OSStatus status = AudioQueueEnqueueBuffer(queue_.get(), &buffer, 0, nullptr);
+            status != noErr) {
+            fatalError(FatalCause::audioQueue, status, "", kEnqueuePosition);
         }
         --idleQueueBufferCount_;
         return;

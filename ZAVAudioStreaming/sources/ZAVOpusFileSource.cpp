@@ -22,7 +22,8 @@ constexpr std::size_t kFirstRoom = 4096;
 constexpr std::uint32_t kUsualPacketLength = 64 * 1024;
 
 [[noreturn]] void stopForCutPacket(SourcePosition position = SourcePosition::current()) {
-    fatalError("Reading the packet length field from opus file failed", position);
+    fatalError(FatalCause::damagedFile, "Reading the packet length field from opus file failed",
+               position);
 }
 
 }  // namespace
@@ -38,11 +39,7 @@ ContainerFileSource::OpenedFile ZAVOpusFileSource::open(const std::filesystem::p
         throw AudioFileError::invalidFormat();
     }
     const auto header = OpusFileHeader::fromBytes(bytes);
-    AudioStreamBasicDescription format;
-    format.mSampleRate = header.sampleRate;
-    format.mFormatID = kAudioFormatOpus;
-    format.mChannelsPerFrame = header.channels;
-    return {std::move(file), format};
+    return {std::move(file), opusFormat(header.sampleRate, header.channels)};
 }
 
 void ZAVOpusFileSource::readPackets(std::int64_t count) {

@@ -10,7 +10,6 @@
 
 #include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/core/AudioFileError.hpp"
-#include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 #include "ZAVAudioStreaming/support/ChunkBuffer.hpp"
 
@@ -50,11 +49,11 @@ bool isAcceptedMagic(std::span<const std::byte> magic) {
 std::shared_ptr<Configuration> configurationOf(const SbcFileHeader& header) {
     const auto frequency = SBCCoding::frequencyFromRawValue(header.sampleRate);
     if (!frequency) {
-        fatalError("The sample rate of the SBC file is not one of SBC's");
+        fatalError(FatalCause::damagedFile, "The sample rate of the SBC file is not one of SBC's");
     }
     const auto blocks = SBCCoding::blockFromRawValue(header.blocks);
     if (!blocks) {
-        fatalError("The block count code of the SBC file is not 0 to 3");
+        fatalError(FatalCause::damagedFile, "The block count code of the SBC file is not 0 to 3");
     }
     auto configuration = std::make_shared<Configuration>();
     configuration->freq = *frequency;
@@ -92,16 +91,11 @@ ContainerFileSource::OpenedFile ZAVSbcFileSource::openBehindMagic(
     FileHandle file, std::span<const std::byte, SbcFileHeader::kByteCount> headerBytes) {
     const auto header = SbcFileHeader::fromBytes(headerBytes);
     const auto configuration = configurationOf(header);
-
-    AudioStreamBasicDescription format;
-    format.mSampleRate = header.sampleRate;
-    format.mFormatID = kAudioFormatSbc;
-    format.mFormatFlags = configuration->formatFlags();
-    format.mBytesPerPacket = checkedCast<std::uint32_t>(configuration->frameLen());
+    AudioStreamBasicDescription format =
+        sbcFormat(*configuration, header.sampleRate, header.channels);
     format.mFramesPerPacket = checkedDivide(checkedCast<std::uint32_t>(configuration->codeSize()),
                                             std::uint32_t{header.channels}) /
                               kFramesPerPacketDivisor;
-    format.mChannelsPerFrame = header.channels;
     return {std::move(file), format};
 }
 

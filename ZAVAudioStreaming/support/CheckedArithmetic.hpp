@@ -15,7 +15,8 @@ namespace zav::detail {
 template <std::integral To, std::integral From>
 constexpr To checkedCast(From value, SourcePosition position = SourcePosition::current()) {
     if (!std::in_range<To>(value)) {
-        fatalError("Not enough bits to represent the passed value", position);
+        fatalError(FatalCause::arithmetic, "Not enough bits to represent the passed value",
+                   position);
     }
     return static_cast<To>(value);
 }
@@ -27,7 +28,8 @@ To checkedTruncate(From value, SourcePosition position = SourcePosition::current
     const From whole = std::trunc(value);
     const From end = std::ldexp(From{1}, std::numeric_limits<To>::digits);
     if (!(whole >= static_cast<From>(std::numeric_limits<To>::min()) && whole < end)) {
-        fatalError("Not enough bits to represent the passed value", position);
+        fatalError(FatalCause::arithmetic, "Not enough bits to represent the passed value",
+                   position);
     }
     return static_cast<To>(whole);
 }
@@ -37,7 +39,7 @@ template <std::integral T>
 constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePosition::current()) {
     T product{};
     if (__builtin_mul_overflow(left, right, &product)) {
-        fatalError("Arithmetic overflow", position);
+        fatalError(FatalCause::arithmetic, "Arithmetic overflow", position);
     }
     return product;
 }
@@ -47,7 +49,7 @@ template <std::integral T>
 constexpr T checkedDivide(T dividend, T divisor,
                           SourcePosition position = SourcePosition::current()) {
     if (divisor == 0) {
-        fatalError("Division by zero", position);
+        fatalError(FatalCause::arithmetic, "Division by zero", position);
     }
     return static_cast<T>(dividend / divisor);
 }

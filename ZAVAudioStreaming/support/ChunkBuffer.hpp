@@ -19,7 +19,7 @@ class ChunkBuffer {
         if (size > sizeof(small_)) {
             large_.reset(new (std::nothrow) std::byte[size]);
             if (large_ == nullptr) {
-                fatalError("Out of memory", position);
+                fatalError(FatalCause::outOfMemory, "Out of memory", position);
             }
         }
     }

@@ -14,9 +14,9 @@ void fatalWithoutMemory(Call call, SourcePosition position = SourcePosition::cur
     try {
         call();
     } catch (const std::bad_alloc&) {
-        fatalError("Out of memory", position);
+        fatalError(FatalCause::outOfMemory, "Out of memory", position);
     } catch (const std::length_error&) {
-        fatalError("Out of memory", position);
+        fatalError(FatalCause::outOfMemory, "Out of memory", position);
     }
 }
 

@@ -3,11 +3,10 @@
 #include <ZAVAudioStreaming/core/FatalError.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <string_view>
+#include <system_error>
 
 #include "FileType.hpp"
 #include "OutputFile.hpp"
@@ -16,8 +15,9 @@
 namespace zavtool {
 namespace {
 
-constexpr std::array<std::string_view, 2> kContainerWriting = {"Writting to opus file failed: ",
-                                                               "Writing sbc data to file failed: "};
+// libopus's own codes, from its header opus_defines.h.
+constexpr std::int32_t kOpusBufferTooSmall = -2;
+constexpr std::int32_t kOpusInvalidPacket = -4;
 
 struct RunningFiles {
     std::string input;
@@ -37,42 +37,51 @@ std::string hintAtModule() {
                  "FFmpeg's libraries: Debian's packages libavformat59 and libavcodec59)";
 }
 
-std::string describeFatalStop(std::string_view message) {
-    const RunningFiles& files = runningFiles();
-    constexpr std::string_view kWriting = "Writing packets to file failed: ";
-    if (message.starts_with(kWriting)) {
-        zav::OSStatus status = zav::kAudioFileUnspecifiedError;
-        message.remove_prefix(kWriting.size());
-        std::from_chars(message.data(), message.data() + message.size(), status);
-        return files.output + ": " + writingProblem(status);
+/// Text of a stop that a packet of the input caused; empty if it was another one.
+std::string describeBadPacket(const zav::FatalStop& stop) {
+    if (stop.cause == zav::FatalCause::sbcDecoding) {
+        return "a damaged SBC frame; whole frames as an SBC encoder writes them";
     }
-    if (message == "Creating audio file failed") {
-        return files.output + ": cannot be created in this format; another type of file";
+    if (stop.cause == zav::FatalCause::opusDecoding && stop.code == kOpusInvalidPacket) {
+        return "a damaged Opus packet; packets as an Opus encoder writes them";
     }
-    if (message == "Decoding failed") {
-        return files.input + ": a damaged SBC frame; whole frames as an SBC encoder writes them";
+    if (stop.cause == zav::FatalCause::opusDecoding && stop.code == kOpusBufferTooSmall) {
+        return "an Opus packet of more than 60 ms; packets of 60 ms at most";
     }
-    for (const std::string_view prefix : kContainerWriting) {
-        if (message.starts_with(prefix)) {
-            message.remove_prefix(prefix.size());
-            return files.output + ": cannot be written: " + std::string(message) +
-                   "; a disk with more room, or another one";
-        }
-    }
-    if (message == "Encoding failed: The compressed data passed is corrupted") {
-        return files.input + ": a damaged Opus packet; packets as an Opus encoder writes them";
-    }
-    if (message == "Encoding failed: Not enough bytes allocated in the buffer") {
-        return files.input + ": an Opus packet of more than 60 ms; packets of 60 ms at most";
-    }
-    return files.input + ": " +
-           (message.empty() ? "a platform call failed without a reason" : std::string(message));
+    return "";
 }
 
-void endWithOneLine(std::string_view message, zav::SourcePosition /*position*/) {
+/// The same for writing the output.
+std::string describeWriting(const zav::FatalStop& stop) {
+    switch (stop.cause) {
+        case zav::FatalCause::fileWriting:
+            return writingProblem(stop.code);
+        case zav::FatalCause::fileCreation:
+            return "cannot be created in this format; another type of file";
+        case zav::FatalCause::containerWriting:
+            return "cannot be written: " + std::generic_category().message(stop.code) +
+                   "; a disk with more room, or another one";
+        default:
+            return "";
+    }
+}
+
+std::string describeFatalStop(const zav::FatalStop& stop) {
+    const RunningFiles& files = runningFiles();
+    if (const std::string problem = describeWriting(stop); !problem.empty()) {
+        return files.output + ": " + problem;
+    }
+    if (const std::string problem = describeBadPacket(stop); !problem.empty()) {
+        return files.input + ": " + problem;
+    }
+    return files.input + ": " +
+           (stop.text.empty() ? "a platform call failed without a reason" : std::string(stop.text));
+}
+
+void endWithOneLine(const zav::FatalStop& stop) {
     OutputFile::removeUnfinished();
     StatusLine::wipe();
-    std::fprintf(stderr, "zav: %s%s\n", describeFatalStop(message).c_str(),
+    std::fprintf(stderr, "zav: %s%s\n", describeFatalStop(stop).c_str(),
                  OutputFile::oneHasAppeared()
                      ? " (what was recorded is kept, but for the last two seconds at most)"
                      : "");

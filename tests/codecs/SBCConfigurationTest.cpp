@@ -56,6 +56,16 @@ TEST(SBCConfiguration, comesBackFromAFrameWithItsMode) {
     }
 }
 
+TEST(SBCConfiguration, describesTheStreamOfItsFrames) {
+    Configuration configuration;
+    EXPECT_EQ(zav::sbcFormat(configuration, 16000, 1), sbcFormat(16000, 1, 0x00200B00, 72));
+    configuration.mode = Mode::jointStereo;
+    configuration.endian = Endian::big;
+    configuration.bitpool = 51;
+    // 4 bytes, 8 of scale factors, 8 bits and 16 x 51 bits; 115 bytes
+    EXPECT_EQ(zav::sbcFormat(configuration, 48000, 2), sbcFormat(48000, 2, 0x00330B02, 115));
+}
+
 // The state that nobody asked for is made at the end, and libsbc's memory behind it stays.
 TEST(SBCConfiguration, makesItsStateOnceAndEndsWithoutFinishingTheCodec) {
     const WrappedCodecs before = wrappedCodecs();

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <future>
 #include <limits>
+#include <memory>
+#include <thread>
 #include <unordered_set>
 
 #include "ZAVAudioStreaming/codecs/OpusCoding.hpp"
@@ -38,33 +42,58 @@ TEST(OSStatusText, showsFourCharactersOnlyWhenTheyPrint) {
 }
 
 TEST(FatalError, printsOneLineAndAborts) {
-    EXPECT_EXIT(fatalError("Everything is lost", {"Somewhere", 12}),
+    EXPECT_EXIT(fatalError(FatalCause::misuse, "Everything is lost", {"Somewhere", 12}),
                 testing::KilledBySignal(SIGABRT),
                 "^Fatal error: Everything is lost: file Somewhere, line 12\n$");
-    EXPECT_EXIT(fatalError(""), testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT(fatalError(FatalCause::misuse, ""), testing::KilledBySignal(SIGABRT),
                 "^Fatal error: : file ErrorsTest.cpp, line [0-9]+\n$");
 }
 
-TEST(FatalError, tellsTheHandlerFirstAndStopsAllTheSame) {
+TEST(FatalError, callsItsHandlerInPlaceBeforeItStops) {
     const auto stop = [] {
-        setFatalErrorHandler([](std::string_view message, SourcePosition position) {
-            std::fprintf(stderr, "told %s %s %u|", std::string(message).c_str(), position.file,
-                         position.line);
+        const auto context = std::make_shared<int>();
+        setFatalErrorHandler([context](const FatalStop& stop) {
+            // Two owners, here and in the installed handler: a stop must not copy it, because that
+            // may take memory.
+            std::fprintf(stderr, "owners %ld, %s %d %s %s %u|", context.use_count(),
+                         stop.cause == FatalCause::fileWriting ? "writing" : "", stop.code,
+                         std::string(stop.text).c_str(), stop.position.file, stop.position.line);
         });
-        fatalError("bad", {"/folder/Node.cpp", 3});
+        fatalError(FatalCause::fileWriting, -34, "bad", {"/folder/Node.cpp", 3});
     };
     EXPECT_EXIT(stop(), testing::KilledBySignal(SIGABRT),
-                "^told bad Node.cpp 3.Fatal error: bad: file Node.cpp, line 3\n$");
+                "^owners 2, writing -34 bad Node.cpp 3.Fatal error: bad: file Node.cpp, line 3\n$");
+}
+
+TEST(FatalError, leavesTheEndToItsHandler) {
     const auto exit = [] {
-        setFatalErrorHandler([](std::string_view, SourcePosition) { std::_Exit(7); });
-        fatalError("bad");
+        setFatalErrorHandler([](const FatalStop&) { std::_Exit(7); });
+        fatalError(FatalCause::misuse, "bad");
     };
     EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "^$");
+}
+
+TEST(FatalError, doesNotCallAHandlerThatItselfStopsAgain) {
     const auto failAgain = [] {
-        setFatalErrorHandler([](std::string_view, SourcePosition) { fatalError("second"); });
-        fatalError("first");
+        setFatalErrorHandler([](const FatalStop&) { fatalError(FatalCause::misuse, "second"); });
+        fatalError(FatalCause::misuse, "first");
     };
-    EXPECT_EXIT(failAgain(), testing::KilledBySignal(SIGABRT), "^Fatal error: second");
+    EXPECT_EXIT(failAgain(), testing::KilledBySignal(SIGABRT), "^Fatal error: second: [^\n]*\n$");
+}
+
+TEST(FatalError, onASecondThreadWaitsForTheFirstOnesHandler) {
+    const auto stopTwice = [] {
+        std::promise<void> handling;
+        setFatalErrorHandler([&](const FatalStop&) {
+            handling.set_value();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            std::_Exit(7);
+        });
+        std::thread([] { fatalError(FatalCause::misuse, "first"); }).detach();
+        handling.get_future().wait();
+        fatalError(FatalCause::misuse, "second");
+    };
+    EXPECT_EXIT(stopTwice(), testing::ExitedWithCode(7), "^$");
 }
 
 TEST(Diagnostics, goToStandardOutputUnlessTaken) {
@@ -72,13 +101,13 @@ TEST(Diagnostics, goToStandardOutputUnlessTaken) {
     printDiagnostics("[Node] did something ");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "[Node] did something \n");
 
-    static std::string taken;
-    EXPECT_EQ(setDiagnosticsHandler([](std::string_view line) { taken = line; }), nullptr);
+    std::string taken;
+    EXPECT_FALSE(setDiagnosticsHandler([&](std::string_view line) { taken = line; }));
     testing::internal::CaptureStdout();
     printDiagnostics("quiet");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(taken, "quiet");
-    EXPECT_NE(setDiagnosticsHandler(nullptr), nullptr);
+    EXPECT_TRUE(setDiagnosticsHandler(nullptr));
 }
 
 TEST(CheckedArithmetic, stopsWhereTheResultDoesNotFit) {

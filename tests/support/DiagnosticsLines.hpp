@@ -13,8 +13,7 @@ namespace zav::test {
 class DiagnosticsLines {
  public:
     DiagnosticsLines() {
-        take();
-        setDiagnosticsHandler([](std::string_view line) {
+        setDiagnosticsHandler([this](std::string_view line) {
             const std::lock_guard lock(mutex_);
             lines_.emplace_back(line);
         });
@@ -31,8 +30,8 @@ class DiagnosticsLines {
     }
 
  private:
-    inline static std::mutex mutex_;
-    inline static std::vector<std::string> lines_;
+    std::mutex mutex_;
+    std::vector<std::string> lines_;
 };
 
 }  // namespace zav::test

@@ -6,21 +6,16 @@
 
 namespace zav::test {
 
-/// Packed linear PCM; `flags` adds to the packed flag.
+/// Packed linear PCM with other flags.
 inline AudioStreamBasicDescription pcmFormat(
     double rate, std::uint32_t channels, std::uint32_t bits = 16,
     std::uint32_t flags = kAudioFormatFlagIsSignedInteger) {
-    return {.mSampleRate = rate,
-            .mFormatID = kAudioFormatLinearPCM,
-            .mFormatFlags = flags | kAudioFormatFlagIsPacked,
-            .mBytesPerPacket = bits / 8 * channels,
-            .mFramesPerPacket = 1,
-            .mBytesPerFrame = bits / 8 * channels,
-            .mChannelsPerFrame = channels,
-            .mBitsPerChannel = bits};
+    AudioStreamBasicDescription format = linearPcm(rate, channels, bits);
+    format.mFormatFlags = flags | kAudioFormatFlagIsPacked;
+    return format;
 }
 
-/// An SBC stream's format with the given flags and frame length.
+/// An SBC stream's format with 128 samples a frame, from literal values.
 inline AudioStreamBasicDescription sbcFormat(double rate, std::uint32_t channels,
                                              std::uint32_t flags, std::uint32_t frameLength) {
     return {.mSampleRate = rate,
@@ -41,11 +36,6 @@ inline AudioStreamBasicDescription compressedFormat(std::uint32_t formatID, doub
             .mFormatFlags = flags,
             .mFramesPerPacket = framesPerPacket,
             .mChannelsPerFrame = channels};
-}
-
-/// An Opus stream's format.
-inline AudioStreamBasicDescription opusFormat(double rate, std::uint32_t channels) {
-    return compressedFormat(kAudioFormatOpus, rate, channels);
 }
 
 }  // namespace zav::test
