@@ -26,19 +26,11 @@ constexpr std::uint32_t kBytesPerBuffer = 3200;  // a tenth of a second
 constexpr std::size_t kBuffersAhead = 5;
 constexpr auto kLost = "there is no sound server, or it went away";
 
-zav::AudioStreamBasicDescription sbcFormat(zav::SBCCoding::SBCConfiguration& sbc) {
-    return {.mSampleRate = kRateInHz,
-            .mFormatID = zav::kAudioFormatSbc,
-            .mFormatFlags = sbc.formatFlags(),
-            .mBytesPerPacket = static_cast<std::uint32_t>(sbc.frameLen()),
-            .mFramesPerPacket = static_cast<std::uint32_t>(sbc.codeSize() / sizeof(std::int16_t)),
-            .mChannelsPerFrame = 1};
-}
-
 void play() {
-    zav::SBCCoding::SBCConfiguration configuration;
+    const zav::SBCCoding::SBCConfiguration configuration;
+    const auto format = zav::sbcFormat(configuration, kRateInHz, 1);
     const auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(sbcFormat(configuration));
+    source->setOutDataFormat(format);
     const auto decoder = zav::makeNode<zav::SBCDecoder>(source);
     const auto sink = zav::makeNode<zav::PlaybackSink>(decoder);
     sink->setQueueBufferSize(kBytesPerBuffer);
@@ -49,7 +41,7 @@ void play() {
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->autoPlay(0.2);
 
-    std::vector<std::byte> frame(configuration.frameLen());
+    std::vector<std::byte> frame(format.mBytesPerPacket);
     source->downstreams().onAudioStreamFlowStart();
     while (std::fread(frame.data(), frame.size(), 1, stdin) == 1) {
         while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {

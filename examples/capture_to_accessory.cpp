@@ -47,15 +47,7 @@ class ToAccessory : public zav::PeripheralSink {
 };
 
 void capture(double seconds) {
-    const auto source = zav::makeNode<zav::RecordSource>(zav::AudioStreamBasicDescription{
-        .mSampleRate = 16000,
-        .mFormatID = zav::kAudioFormatLinearPCM,
-        .mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked,
-        .mBytesPerPacket = 2,
-        .mFramesPerPacket = 1,
-        .mBytesPerFrame = 2,
-        .mChannelsPerFrame = 1,
-        .mBitsPerChannel = 16});
+    const auto source = zav::makeNode<zav::RecordSource>(zav::linearPcm(16000, 1));
     const auto configuration = std::make_shared<zav::SBCCoding::SBCConfiguration>();
     // The encoder alone would repeat some audio with every half-second buffer: see `FrameAligner`.
     const auto aligner = zav::makeNode<zav::FrameAligner>(

@@ -79,9 +79,7 @@ std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& p
     }
     const auto header = zav::OpusFileHeader::fromBytes(*headerBytes);
     OpusContainer container;
-    container.format.mSampleRate = header.sampleRate;
-    container.format.mFormatID = zav::kAudioFormatOpus;
-    container.format.mChannelsPerFrame = header.channels;
+    container.format = zav::opusFormat(header.sampleRate, header.channels);
 
     constexpr std::size_t kPacketStart = 2;  // enough for the packet's duration
     const std::uint64_t fileSize = file.size();

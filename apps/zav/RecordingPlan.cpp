@@ -46,16 +46,10 @@ bool canBeRecorded(const FileType& type) {
 }
 
 zav::AudioStreamBasicDescription pcmFormat(const RecordOptions& options, bool isBigEndian) {
-    zav::AudioStreamBasicDescription format;
-    format.mSampleRate = options.rate;
-    format.mFormatID = zav::kAudioFormatLinearPCM;
-    format.mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked |
-                          (isBigEndian ? zav::kAudioFormatFlagIsBigEndian : 0);
-    format.mBytesPerPacket = 2 * options.channels;
-    format.mFramesPerPacket = 1;
-    format.mBytesPerFrame = format.mBytesPerPacket;
-    format.mChannelsPerFrame = options.channels;
-    format.mBitsPerChannel = 16;
+    auto format = zav::linearPcm(options.rate, options.channels);
+    if (isBigEndian) {
+        format.mFormatFlags |= zav::kAudioFormatFlagIsBigEndian;
+    }
     return format;
 }
 
@@ -86,10 +80,9 @@ RecordingPlan recordingPlanFor(const RecordOptions& options) {
     }
     RecordingPlan plan{type, codec->formatID, pcmFormat(options, holdsHighBytesFirst(*type))};
     if (isEncodedByQueue(plan.codec, *type)) {
-        plan.captured = {};
-        plan.captured.mSampleRate = options.rate;
-        plan.captured.mFormatID = plan.codec;
-        plan.captured.mChannelsPerFrame = options.channels;
+        plan.captured = {.mSampleRate = static_cast<double>(options.rate),
+                         .mFormatID = plan.codec,
+                         .mChannelsPerFrame = options.channels};
     }
     return plan;
 }

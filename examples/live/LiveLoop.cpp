@@ -12,16 +12,6 @@ constexpr double kPlaybackDelayInSeconds = 0.2;
 /// hold back the first quarter of a second.
 constexpr std::uint32_t kPlaybackBufferSizeInBytes = 1024;
 
-constexpr zav::AudioStreamBasicDescription kPcm{
-    .mSampleRate = 16000,
-    .mFormatID = zav::kAudioFormatLinearPCM,
-    .mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked,
-    .mBytesPerPacket = 2,
-    .mFramesPerPacket = 1,
-    .mBytesPerFrame = 2,
-    .mChannelsPerFrame = 1,
-    .mBitsPerChannel = 16};
-
 std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     std::uint32_t count = 0;
     if (const zav::OSStatus status =
@@ -36,7 +26,7 @@ std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
 
 LiveLoop::LiveLoop(const char* accessoryPath)
     : connection_(std::make_shared<Connection>(accessoryPath)),
-      source_(zav::makeNode<zav::RecordSource>(kPcm)),
+      source_(zav::makeNode<zav::RecordSource>(zav::linearPcm(16000, 1))),
       fromAccessory_(zav::makeNode<zav::PeripheralSource>()) {
     const auto configuration = std::make_shared<zav::SBCCoding::SBCConfiguration>();
     const auto aligner = zav::makeNode<zav::FrameAligner>(

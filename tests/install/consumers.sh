@@ -61,7 +61,7 @@ cat >piece.cpp <<END
 #include <future>
 #include <iostream>
 using Accessory = zav::PeripheralSink;
-void push(const zav::AudioStreamBasicDescription& format, const void* bytes, std::uint64_t size) {
+void push(const void* bytes, std::uint64_t size) {
 $(block cpp 2)
 }
 void record() {
