@@ -116,7 +116,7 @@ std::optional<SbcContainer> examineSbcContainer(const std::filesystem::path& pat
     if (!zav::SBCCoding::frequencyFromRawValue(header.sampleRate) || header.channels == 0 ||
         header.channels > 2 || header.blocks > 3 || header.subbands > 1) {
         throw Failure(path,
-                      "an SBC container with parameters that SBC does not have; one as "
+                      "an SBC container with parameters that SBC does not have; use one as "
                       "'zav encode' writes it");
     }
     SbcContainer container;

@@ -25,7 +25,7 @@ void requireWholeFrames(const std::filesystem::path& input) {
     const std::uint64_t rest = std::filesystem::file_size(input) - audioSize;
     if (rest > 0) {
         throw Failure(input, "ends with " + std::to_string(rest) +
-                                 " bytes that are no whole SBC frame; whole frames");
+                                 " bytes that are not a whole SBC frame; use whole frames");
     }
 }
 
@@ -34,7 +34,7 @@ void requireWholeFrames(const std::filesystem::path& input) {
 void copy(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
     if (type == nullptr) {
-        throw UsageFailure(files.output.string() + ": a name of unknown type; a name with " +
+        throw UsageFailure(files.output.string() + ": a name of unknown type; use a name with " +
                            extensionsOfTypes([](const FileType&) { return true; }));
     }
     const auto input = openInput(files.input);

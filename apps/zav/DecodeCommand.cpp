@@ -23,20 +23,20 @@ bool isPcmType(const FileType& type) {
 void decode(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
     if (type == nullptr || !isPcmType(*type)) {
-        throw UsageFailure(files.output.string() + ": not a name for PCM audio; a name with " +
+        throw UsageFailure(files.output.string() + ": not a name for PCM audio; use a name with " +
                            extensionsOfTypes(isPcmType));
     }
     if (examineSbcContainer(files.input)) {
         throw Failure(files.input,
                       "an SBC container, which the library does not read back, by design: it does "
-                      "not store the channel mode; raw SBC frames" +
+                      "not store the channel mode; use raw SBC frames" +
                           copyHint(files.input, files.input.filename().replace_extension(".sbc")));
     }
     const auto input = openInput(files.input);
     const zav::AudioStreamBasicDescription format = input->format();
     if (format.mFormatID != zav::kAudioFormatSbc && format.mFormatID != zav::kAudioFormatOpus) {
         const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
-        throw Failure(files.input, inWords(format) + "; SBC or Opus" +
+        throw Failure(files.input, inWords(format) + "; use SBC or Opus" +
                                        (isPcm ? copyHint(files.input, files.output)
                                               : to16BitPcmHint(format, files.input)));
     }

@@ -34,7 +34,7 @@ void requireFrameOfDecoderLength(std::span<const std::byte> frame,
     if (inFrame != nullptr && frame.size() != decoderLength) {
         throw Failure(input, std::string(nameOf(inFrame->mode)) + " frames of " +
                                  std::to_string(frame.size()) +
-                                 " bytes; mono, or plain stereo frames of " +
+                                 " bytes; use mono, or plain stereo frames of " +
                                  std::to_string(decoderLength) + " bytes");
     }
 }
@@ -55,7 +55,7 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
         zav::audioFileProperty<std::uint32_t>(file.get(), zav::kAudioFilePropertyMaximumPacketSize);
     if (longestFrame != sbc.mBytesPerPacket || byteCount != frameCount * longestFrame) {
         throw Failure(input, "frames of different lengths, the longest " +
-                                 std::to_string(longestFrame) + " bytes; frames of one length");
+                                 std::to_string(longestFrame) + " bytes; use frames of one length");
     }
 }
 
@@ -119,8 +119,9 @@ Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) 
     try {
         decoder = zav::makeNode<zav::OpusDecoder>(input.node());
     } catch (const zav::AudioStreamError&) {
-        throw Failure(path, inWords(input.format()) +
-                                "; Opus, mono or stereo, 8000, 12000, 16000, 24000 or 48000 Hz");
+        throw Failure(path,
+                      inWords(input.format()) +
+                          "; use Opus, mono or stereo, 8000, 12000, 16000, 24000 or 48000 Hz");
     }
     const auto opusHead = input.magicCookie();
     if (!opusHead) {

@@ -52,14 +52,15 @@ void requireEncodable(const zav::AudioStreamBasicDescription& format, const Enco
                                 format.mBitsPerChannel == 16 &&
                                 (format.mFormatFlags & zav::kAudioFormatFlagIsFloat) == 0;
     if (!is16BitInteger) {
-        throw Failure(input, inWords(format) + "; 16-bit PCM" + hint);
+        throw Failure(input, inWords(format) + "; use 16-bit PCM" + hint);
     }
     if (hasTooManyChannels) {
-        throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" + hint);
+        throw Failure(input,
+                      channelsInWords(format.mChannelsPerFrame) + "; use mono or stereo" + hint);
     }
     if (!encodable.isBigEndianTaken &&
         (format.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0) {
-        throw Failure(input, inWords(format) + "; little-endian" + hint);
+        throw Failure(input, inWords(format) + "; use little-endian samples" + hint);
     }
     if (!isRateTaken) {
         std::vector<std::string> words;
@@ -67,7 +68,7 @@ void requireEncodable(const zav::AudioStreamBasicDescription& format, const Enco
         for (const double rate : encodable.rates) {
             words.push_back(std::to_string(static_cast<int>(rate)));
         }
-        throw Failure(input, rateInWords(format.mSampleRate) + "; " + listed(words) + " Hz" +
+        throw Failure(input, rateInWords(format.mSampleRate) + "; use " + listed(words) + " Hz" +
                                  encodable.forWhat + hint);
     }
 }
@@ -85,20 +86,21 @@ Target targetOf(const EncodeOptions& options) {
     const bool isOpusType = type != nullptr && holdsOpus(*type);
     if (type == nullptr || (!isSbcType && !isOpusType && !options.codec)) {
         throw UsageFailure(output.string() +
-                           ": not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, "
+                           ": not a name for SBC frames or Opus packets; use NAME.sbc, .zsbc, "
                            ".opus, .ogg or .zopus");
     }
     const bool isOpus = options.codec ? *options.codec == "opus" : isOpusType;
     if (!isOpus && !isSbcType) {
-        throw UsageFailure(output.string() + ": not a name for SBC frames; NAME.sbc or .zsbc");
+        throw UsageFailure(output.string() + ": not a name for SBC frames; use NAME.sbc or .zsbc");
     }
     if (isOpus && isSbcType) {
         throw UsageFailure(output.string() +
-                           ": not a name for Opus packets; NAME.opus, .ogg or .zopus");
+                           ": not a name for Opus packets; use NAME.opus, .ogg or .zopus");
     }
     if (isOpus && options.sbc.areGiven()) {
         throw UsageFailure(
-            "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's");
+            "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are for SBC "
+            "only");
     }
     return {isOpus, type};
 }
@@ -157,7 +159,7 @@ void encode(const EncodeOptions& options, const CommonOptions& common) {
     pump(*input, encoding.framesPerPacket, progress);
     if (packetCounter->packetCount() == 0) {
         throw Failure(options.files.input, std::to_string(pcmCounter->packetCount()) +
-                                               " sample frames; at least the " +
+                                               " sample frames; use at least the " +
                                                std::to_string(encoding.framesPerPacket) +
                                                " of one " + encoding.packetWord);
     }

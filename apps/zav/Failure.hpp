@@ -11,7 +11,7 @@ namespace zavtool {
 /// A file's name for a message. Control characters, which a terminal would obey, become "\xNN".
 std::string shown(const std::filesystem::path& file);
 
-/// Ends the run with exit code 1 and one line, "zav: FILE: what was found; what would be accepted".
+/// Ends the run with exit code 1 and one line, "zav: FILE: what was found; what to use".
 class Failure : public std::runtime_error {
  public:
     Failure(const std::filesystem::path& file, const std::string& what)
@@ -25,7 +25,7 @@ class UsageFailure : public std::runtime_error {
 };
 
 /// Explains a status of the file service for a file that is opened or read: what was found and what
-/// would be accepted.
+/// to use instead.
 std::string readingProblem(zav::OSStatus status);
 /// The same for an error of a file that is read without the file service.
 std::string readingProblem(const std::system_error& error);

@@ -203,7 +203,7 @@ Json describe(const InfoOptions& options) {
     if (options.listsPackets) {
         if (isPcm(contents.format)) {
             throw Failure(options.file, inWords(contents.format) +
-                                            ", whose packets are single frames; a compressed "
+                                            ", whose packets are single frames; use a compressed "
                                             "format for --packets");
         }
         Json& list = description["packetList"] = Json::array();

@@ -66,7 +66,7 @@ class OpusContainerInput : public Input {
         : path_(path), container_(std::move(container)) {
         if (container_.isDamaged) {
             throw Failure(path, "cut off in packet " + std::to_string(container_.packets.size()) +
-                                    "; a file that is whole" +
+                                    "; use a file that is whole" +
                                     headHint(path, container_.wholeSize));
         }
         source_ = zav::makeNode<zav::ZAVOpusFileSource>(path);
@@ -116,13 +116,13 @@ class SbcContainerInput : public Input {
     SbcContainerInput(const std::filesystem::path& path, const SbcContainer& container)
         : path_(path), container_(container), file_(zav::FileHandle::openForReading(path)) {
         if (container.firstFrame.empty() && container.audioSize > 0) {
-            throw Failure(path, "no SBC frame after the header; whole frames");
+            throw Failure(path, "no SBC frame after the header; use whole frames");
         }
         if (const auto rest =
                 container.audioSize - container.frameCount() * container.format.mBytesPerPacket;
             rest > 0) {
             throw Failure(path, "ends with " + std::to_string(rest) +
-                                    " bytes that are no whole SBC frame; whole frames");
+                                    " bytes that are not a whole SBC frame; use whole frames");
         }
         source_->setOutDataFormat(container.format);
     }

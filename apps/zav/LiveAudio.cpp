@@ -32,20 +32,20 @@ std::string serverProblem(zav::OSStatus status) {
             if (zav::listAudioDevices(list) == zav::noErr) {
                 if (list.devices.empty()) {
                     return "the sound server has no devices" + place +
-                           "; one that has, or a device for this one";
+                           "; use one that has, or add a device to this one";
                 }
                 return "the sound server has no such device" + place +
-                       "; one that 'zav devices' lists";
+                       "; use one that 'zav devices' lists";
             }
             return "no sound server or no device" + place +
-                   "; PulseAudio or PipeWire (pipewire-pulse), running" +
-                   (place.empty() ? ", or PULSE_SERVER set to one" : "");
+                   "; start PulseAudio or PipeWire (pipewire-pulse)" +
+                   (place.empty() ? ", or set PULSE_SERVER" : "");
         case zav::kAudioQueueErr_CannotStart:
             return "the sound server" + place +
-                   " does not answer, or refuses; one that runs and takes another client";
+                   " does not answer, or refuses; use one that runs and accepts another client";
         default:
             return "the sound server" + place + " fails, status " + zav::statusText(status) +
-                   "; another one";
+                   "; use another one";
     }
 }
 
@@ -57,7 +57,7 @@ SoundServerFailure::SoundServerFailure(zav::OSStatus status)
 void refuseFormat(const std::filesystem::path& file, const zav::AudioStreamBasicDescription& format,
                   const std::string& wanted) {
     const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
-    throw Failure(file, inWords(format) + "; " + wanted +
+    throw Failure(file, inWords(format) + "; use " + wanted +
                             (isPcm || canReadCompressedFiles()
                                  ? ""
                                  : " (compressed audio needs libZAVAudioStreamingFFmpeg.so beside "

@@ -234,21 +234,21 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
     : path_(path), target_(followLinks(path)) {
     std::error_code error;
     if (fs::equivalent(input, target_, error)) {
-        throw Failure(path_, "is the input itself; another name for the output");
+        throw Failure(path_, "is the input itself; use another name for the output");
     }
     if (fs::is_symlink(target_, error)) {
-        throw Failure(path_, "is a link to nothing; the name of a file, or of a new file");
+        throw Failure(path_, "is a link to nothing; give the name of a file, or of a new file");
     }
     const fs::file_status status = fs::status(target_, error);
     if (fs::is_directory(status)) {
-        throw Failure(path_, "is a folder; the name of a file");
+        throw Failure(path_, "is a folder; give the name of a file");
     }
     if (fs::exists(status) && !fs::is_regular_file(status)) {
-        throw Failure(path_, "is not a regular file; the name of one, or of a new file");
+        throw Failure(path_, "is not a regular file; give the name of one, or of a new file");
     }
     if (fs::exists(status) && ::access(target_.c_str(), W_OK) != 0) {
-        throw Failure(path_,
-                      "cannot be replaced: " + systemError() + "; a file that you may write to");
+        throw Failure(
+            path_, "cannot be replaced: " + systemError() + "; use a file that you may write to");
     }
 
     const EndingSignalsBlock untilTheHandlerKnowsTheFile;
@@ -256,7 +256,7 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
     const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {
         throw Failure(path_, "cannot be created: " + systemError() +
-                                 "; a folder that exists and that you may write to");
+                                 "; use a folder that exists and that you may write to");
     }
     ::fchmod(descriptor, modeFor(target_));
     ::close(descriptor);
@@ -291,8 +291,9 @@ void OutputFile::requireRoomFor(const FileType& type,
                 extensions.push_back("." + std::string(usualExtension(other, format)));
             }
         }
-        throw Failure(path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
-                                 (extensions.empty() ? "no type can" : listed(extensions)) + hint);
+        throw Failure(
+            path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
+                       (extensions.empty() ? "no type can" : "use " + listed(extensions)) + hint);
     }
     if (status != zav::noErr) {
         throw Failure(path_, writingProblem(status));
@@ -308,7 +309,7 @@ void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upst
 void OutputFile::appear() {
     if (::rename(temporaryPath_.c_str(), target_.c_str()) != 0) {
         throw Failure(path_,
-                      "cannot be replaced: " + systemError() + "; another name for the output");
+                      "cannot be replaced: " + systemError() + "; use another name for the output");
     }
     unfinishedPath = nullptr;
     hasAnyAppeared = true;
@@ -321,7 +322,7 @@ void OutputFile::commit(std::uint64_t packetCount, std::uint64_t audioBytes) {
     if (written != audioBytes) {
         throw Failure(path_, "holds " + std::to_string(written) + " of " +
                                  std::to_string(audioBytes) +
-                                 " bytes after writing; a disk that keeps what is written");
+                                 " bytes after writing; use a disk that keeps what is written");
     }
     if (!hasAppeared()) {
         appear();

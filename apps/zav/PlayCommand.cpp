@@ -104,7 +104,8 @@ std::shared_ptr<zav::PlaybackSink> openLoudspeaker(
         zav::AudioQueueSetProperty(sink->audioQueueRef(), zav::kAudioQueueProperty_MagicCookie,
                                    cookie->data(),
                                    static_cast<std::uint32_t>(cookie->size())) != zav::noErr) {
-        throw Failure(path, "a magic cookie that its decoder does not take; a file that is whole");
+        throw Failure(path,
+                      "a magic cookie that its decoder does not take; use a file that is whole");
     }
     return sink;
 }
@@ -221,7 +222,8 @@ class Player {
             }
         }
         throw Failure(options_.input, "the sound server or its device went away after " +
-                                          secondsText(sink_->timeStamp()) + "; one that stays");
+                                          secondsText(sink_->timeStamp()) +
+                                          "; use one that keeps running");
     }
 
     void showStatus() {

@@ -69,14 +69,14 @@ RecordingPlan recordingPlanFor(const RecordOptions& options) {
         throw UsageFailure(shown(options.output) + ": " +
                            (type == nullptr ? "a name of unknown type"
                                             : "nothing here encodes " + std::string(type->name)) +
-                           "; a name with " + extensionsOfTypes(canBeRecorded));
+                           "; use a name with " + extensionsOfTypes(canBeRecorded));
     }
     const std::string_view name = options.codec ? *options.codec : usualCodecOf(*type);
     const auto* const codec = std::find_if(std::begin(kCodecs), std::end(kCodecs),
                                            [&](const Codec& other) { return other.name == name; });
     if (codec->formatID != zav::kAudioFormatSbc && options.sbc.areGiven()) {
         throw UsageFailure("--bitpool, --mode, --subbands, --blocks or --allocation for " +
-                           std::string(name) + "; these are SBC's");
+                           std::string(name) + "; these are for SBC only");
     }
     RecordingPlan plan{type, codec->formatID, pcmFormat(options, holdsHighBytesFirst(*type))};
     if (isEncodedByQueue(plan.codec, *type)) {

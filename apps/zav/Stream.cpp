@@ -20,7 +20,7 @@ OpenAudioFile openAudioFile(const std::filesystem::path& path) {
         status != zav::noErr) {
         std::error_code error;
         if (std::filesystem::file_size(path, error) == 0 && !error) {
-            throw Failure(path, "is empty; a file with audio");
+            throw Failure(path, "is empty; use a file with audio");
         }
         throw Failure(path, readingProblem(status));
     }

@@ -276,7 +276,7 @@ constexpr const char* kSeeHelp = ", see 'zav --help'";
 void requireVerb(const CLI::App& app, const std::string& word) {
     const auto verbs = verbsOf(app);
     if (std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
-        throw UsageFailure(shown(word) + ": not a verb of zav; " + listed(verbs) + kSeeHelp);
+        throw UsageFailure(shown(word) + ": not a verb of zav; use " + listed(verbs) + kSeeHelp);
     }
 }
 
@@ -310,7 +310,7 @@ void run(const CLI::App& app, const CommandLine& line) {
     } else if (app.got_subcommand("help")) {
         printHelp(app, line.helpVerb);
     } else {
-        throw UsageFailure("no verb; " + listed(verbsOf(app)) + kSeeHelp);
+        throw UsageFailure("no verb; use " + listed(verbsOf(app)) + kSeeHelp);
     }
 }
 

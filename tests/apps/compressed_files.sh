@@ -90,20 +90,20 @@ first_time() { ffprobe -v error -read_intervals '%+#1' -show_entries packet=pts_
 
 # Formats that the type cannot hold, and formats without a decoder.
 refused_all 1 <<'END'
-copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; .aac, .m4a or .mp4
-copy song.flac no.caf | no.caf: CAF cannot hold FLAC, stereo, 44100 Hz; .flac or .ogg
-copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
-decode song.mp3 no.wav | song.mp3: MP3, stereo, 44100 Hz; SBC or Opus (to convert: ffmpeg -i song.mp3 -c:a pcm_s16le converted.wav)
-encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le -ar 48000 converted.wav)
-info --packets in.wav | in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 Hz, whose packets are single frames; a compressed format for --packets
+copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; use .aac, .m4a or .mp4
+copy song.flac no.caf | no.caf: CAF cannot hold FLAC, stereo, 44100 Hz; use .flac or .ogg
+copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; use .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
+decode song.mp3 no.wav | song.mp3: MP3, stereo, 44100 Hz; use SBC or Opus (to convert: ffmpeg -i song.mp3 -c:a pcm_s16le converted.wav)
+encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; use 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le -ar 48000 converted.wav)
+info --packets in.wav | in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 Hz, whose packets are single frames; use a compressed format for --packets
 END
 
 # Without the module, PCM and the library's own containers still work.
 copy_tool program
 without=(env LD_LIBRARY_PATH="$work/program" "$work/program/zav")
 module=' (compressed files need libZAVAudioStreamingFFmpeg.so beside the library, and FFmpeg'\''s libraries: Debian'\''s packages libavformat59 and libavcodec59)'
-refused 1 "zav: song.mp3: not an audio file of a known type; one that 'zav info --help' lists$module" "${without[@]}" info song.mp3
-refused 1 "zav: no.opus: a type that cannot be written here; another one$module" \
+refused 1 "zav: song.mp3: not an audio file of a known type; use one that 'zav info --help' lists$module" "${without[@]}" info song.mp3
+refused 1 "zav: no.opus: a type that cannot be written here; use another one$module" \
     "${without[@]}" encode "$SPEECH" no.opus
 "${without[@]}" encode "$SPEECH" yes.zopus
 "${without[@]}" copy in.wav yes.caf

@@ -44,7 +44,7 @@ grep -q '^\* mic.monitor .*mono, 48000 Hz$' devices.txt || fail "$(cat devices.t
 grep -qi "^Server .*$1" devices.txt || fail "$(cat devices.txt)"
 "$ZAV" devices --json | grep -q '"name": "mic.monitor"' || fail "devices --json"
 if [ "$1" = pulseaudio ]; then # PipeWire uses its default device instead
-    PULSE_SINK=nosuch refused 1 "zav: the sound server has no such device at PULSE_SERVER=$PULSE_SERVER, PULSE_SINK=nosuch; one that 'zav devices' lists" \
+    PULSE_SINK=nosuch refused 1 "zav: the sound server has no such device at PULSE_SERVER=$PULSE_SERVER, PULSE_SINK=nosuch; use one that 'zav devices' lists" \
         "$ZAV" play "$SPEECH"
 fi
 
@@ -148,7 +148,7 @@ said=$( (
     ulimit -f 100
     "$ZAV" record --rate 16000 full.wav 2>&1 >/dev/null
 ) | tail -n 1 || true)
-[ "$said" = 'zav: full.wav: the disk is full or the file too large for it; a disk with more room (what was recorded is kept, but for the last two seconds at most)' ] ||
+[ "$said" = 'zav: full.wav: the disk is full or the file is too large for it; use a disk with more room (the recording is kept, except for at most its last two seconds)' ] ||
     fail "a full disk: $said"
 [ "$(soxi -s full.wav)" -ge 51000 ] || fail "full.wav holds $(soxi -s full.wav) samples"
 
@@ -210,7 +210,7 @@ grep -q "zav: kept.wav: the sound server or its device went away; the" "$log" ||
 grep -q "zav: endless.wav: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 [ "$(soxi -s kept.wav)" -gt 20000 ] || fail "too little was kept: $(soxi kept.wav)"
 
-nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; PulseAudio or PipeWire (pipewire-pulse), running"
+nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; start PulseAudio or PipeWire (pipewire-pulse)"
 for arguments in "record none.wav" "play long.wav" "play --delay 1 long.wav" "play --delay 30 long.wav" devices; do
     # shellcheck disable=SC2086
     refused 1 "zav: $nowhere" env PULSE_SERVER=unix:/nonexistent "$ZAV" $arguments

@@ -40,7 +40,7 @@ for rate in "${rates[@]}"; do
 
         # The library's container holds the same packets, except at two rates.
         if [ "$rate" = 12000 ] || [ "$rate" = 24000 ]; then
-            refused 1 "zav: in.wav: $rate Hz; 8000, 16000 or 48000 Hz for Opus container (to convert: sox in.wav -r 48000 converted.wav)" \
+            refused 1 "zav: in.wav: $rate Hz; use 8000, 16000 or 48000 Hz for Opus container (to convert: sox in.wav -r 48000 converted.wav)" \
                 "$ZAV" encode in.wav out.zopus
             continue
         fi
@@ -80,7 +80,7 @@ awk -v quiet="$(rms quiet.wav)" -v loud="$(rms loud.wav)" \
 
 # Two streams one after the other in one file: zav must not silently decode half of it.
 cat opusenc.opus opusenc.opus >chained.opus
-refused 1 "zav: chained.opus: damaged; a file that is whole" "$ZAV" decode chained.opus out.wav
+refused 1 "zav: chained.opus: damaged; use a file that is whole" "$ZAV" decode chained.opus out.wav
 "$ZAV" info chained.opus | grep -q '^Packets *[0-9]*, then damaged$' || fail "info of a chained file"
 
 "$ZAV" copy opusenc.mp4 copy.opus
@@ -96,14 +96,14 @@ same <(raw copy.opus) <(raw opusenc.opus) "packets out of MP4"
 "$ZAV" info --packets gap.zopus | grep -qE '^ +0 +0\.000 s +3 +2880$' ||
     fail "packets: $("$ZAV" info --packets gap.zopus)"
 head -c 60 out.zopus >cut.zopus
-refused 1 "zav: cut.zopus: cut off in packet 0; a file that is whole (to keep what is whole: head -c 48 cut.zopus > whole.zopus)" "$ZAV" decode cut.zopus out.wav
+refused 1 "zav: cut.zopus: cut off in packet 0; use a file that is whole (to keep what is whole: head -c 48 cut.zopus > whole.zopus)" "$ZAV" decode cut.zopus out.wav
 "$ZAV" info cut.zopus | grep -q '^Packets *0, then damaged$' || fail "info of a cut container"
 
 # The SBC container is written, described and copied, but not decoded.
 "$ZAV" encode "$SPEECH" speech.sbc
 "$ZAV" encode "$SPEECH" speech.zsbc
 same <(tail -c +65 speech.zsbc) speech.sbc "frames in the SBC container"
-refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not store the channel mode; raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
+refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not store the channel mode; use raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
     "$ZAV" decode speech.zsbc out.wav
 for mode in stereo joint dual; do
     sox -D -M "$SPEECH" "$SPEECH" two.wav trim 0 1
@@ -116,16 +116,16 @@ done
 
 # Options that do not go together.
 refused_all 2 <<'END'
-encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's
-encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; NAME.opus, .ogg or .zopus
-encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; NAME.sbc or .zsbc
+encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are for SBC only
+encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; use NAME.opus, .ogg or .zopus
+encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; use NAME.sbc or .zsbc
 END
 "$ZAV" encode --codec opus in.wav out.mp4
 [ "$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 out.mp4)" = opus ] || fail "Opus in MP4"
 sox -D in.wav in.aiff
 sox -D in.wav short.wav trim 0 2879s
 refused_all 1 <<'END'
-encode in.aiff out.opus | in.aiff: 16-bit signed integer PCM, big-endian, mono, 48000 Hz; little-endian (to convert: sox in.aiff -e signed-integer -b 16 converted.wav)
-encode short.wav out.zopus | short.wav: 2879 sample frames; at least the 2880 of one Opus packet
+encode in.aiff out.opus | in.aiff: 16-bit signed integer PCM, big-endian, mono, 48000 Hz; use little-endian samples (to convert: sox in.aiff -e signed-integer -b 16 converted.wav)
+encode short.wav out.zopus | short.wav: 2879 sample frames; use at least the 2880 of one Opus packet
 END
 done_with "opus"

@@ -53,7 +53,7 @@ for rate in $rates; do
                             case $mode in dual | joint) followed=$((followed + 1)) ;; esac
                         else
                             [ $mode = dual ] || [ $mode = joint ] || fail "not decoded: $what"
-                            grep -q "^zav: ours.sbc: $mode frames of .* bytes; mono, or plain stereo frames" \
+                            grep -q "^zav: ours.sbc: $mode frames of .* bytes; use mono, or plain stereo frames" \
                                 refusal.txt || fail "$what: $(cat refusal.txt)"
                             refusals=$((refusals + 1))
                         fi
