@@ -27,6 +27,7 @@
 
 #include "Chunks.hpp"
 #include "NodeComparison.hpp"
+#include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
 #include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
@@ -34,7 +35,6 @@
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -57,7 +57,7 @@ Packets slicePackets() {
 }
 
 AudioStreamBasicDescription sbcFormatWithBits() {
-    auto format = test::sbcFormat(16000, 1, 0x00200B00, kSbcFrameLength);
+    auto format = sbcFormat(SBCCoding::SBCConfiguration(), 16000, 1);
     format.mBitsPerChannel = 16;
     return format;
 }
@@ -163,7 +163,7 @@ class PlainOpusWriter : public PlainWriter {
 class OpusSinkGraph : public SinkGraph<ZAVOpusFileSink> {
  public:
     explicit OpusSinkGraph(const std::vector<PacketChunk>& chunks)
-        : SinkGraph(test::opusFormat(16000, 1)), chunks_(chunks) {}
+        : SinkGraph(opusFormat(16000, 1)), chunks_(chunks) {}
 
     void runChunk(std::size_t index) { push(source(), chunks_[index]); }
 
@@ -272,7 +272,7 @@ void compareOpusReaders(benchmark::State& state) {
     const std::filesystem::path path = folder / "file";
     {
         const auto source = makeNode<PeripheralSource>();
-        source->setOutDataFormat(test::opusFormat(16000, 1));
+        source->setOutDataFormat(opusFormat(16000, 1));
         makeNode<ZAVOpusFileSink>(source, path);
         source->downstreams().onAudioStreamFlowStart();
         for (const PacketChunk& chunk : chunksOf(slicePackets(), 1)) {

@@ -22,7 +22,6 @@
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/TestAudio.hpp"
 
 namespace zav::benchmarks {
@@ -35,7 +34,7 @@ std::size_t bytesAllocated() {
 
 std::shared_ptr<PeripheralSource> makeGraph() {
     auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(test::pcmFormat(16000, 1));
+    source->setOutDataFormat(linearPcm(16000, 1));
     const auto encoder =
         makeNode<SBCEncoder>(source, std::make_shared<SBCCoding::SBCConfiguration>());
     const auto decoder = makeNode<SBCDecoder>(encoder);

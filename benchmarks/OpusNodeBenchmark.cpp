@@ -34,7 +34,6 @@
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/OpusLoop.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestAudio.hpp"
@@ -137,7 +136,7 @@ class EncoderGraph {
  public:
     EncoderGraph(const Stream& stream, const EqualChunks& chunks) : chunks_(chunks) {
         source_->setOutDataFormat(
-            test::pcmFormat(stream.rate, static_cast<std::uint32_t>(stream.channels)));
+            linearPcm(stream.rate, static_cast<std::uint32_t>(stream.channels)));
         const auto encoder = makeNode<OpusEncoder>(source_);
         makeNode<PeripheralSink>(encoder);
         bytesPerFrame_ = encoder->inDataFormat().mBytesPerFrame;
@@ -159,7 +158,7 @@ class DecoderGraph {
  public:
     DecoderGraph(const Stream& stream, const std::vector<PacketChunk>& chunks) : chunks_(chunks) {
         source_->setOutDataFormat(
-            test::opusFormat(stream.rate, static_cast<std::uint32_t>(stream.channels)));
+            opusFormat(stream.rate, static_cast<std::uint32_t>(stream.channels)));
         const auto decoder = makeNode<OpusDecoder>(source_);
         makeNode<PeripheralSink>(decoder);
     }

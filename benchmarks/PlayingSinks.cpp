@@ -21,8 +21,6 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/Formats.hpp"
-
 namespace {
 
 /// PulseAudio mixes at most 32 streams.
@@ -39,7 +37,7 @@ void pushHalfSecond(zav::PeripheralSource& source) {
 /// A source whose sink plays, with a second of audio in its queue all the time.
 std::shared_ptr<zav::PeripheralSource> playSilence() {
     auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(zav::test::pcmFormat(48000, 2));
+    source->setOutDataFormat(zav::linearPcm(48000, 2));
     const auto sink = zav::makeNode<zav::PlaybackSink>(source);
     sink->setAudioDataAcquireHandler(
         [weakSource = std::weak_ptr(source), isFirst = true]() mutable {

@@ -13,13 +13,11 @@
 #include "ZAVAudioStreaming/queues/BufferQueue.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/VirtualDevice.hpp"
 
 namespace zav {
 namespace {
 
-using test::pcmFormat;
 using test::VirtualDevice;
 
 constexpr double kRate = 48000;
@@ -42,7 +40,7 @@ void playing(benchmark::State& state) {
     VirtualDevice device;
     device.receiver = [](std::span<const std::byte>) {};
     const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(kRate, 2));
+    source->setOutDataFormat(linearPcm(kRate, 2));
     const auto sink = makeNode<PlaybackSink>(source);
     const std::vector<std::byte> halfSecond(sink->queueBufferSize(), std::byte{1});
     const auto push = [&] {
@@ -68,7 +66,7 @@ BENCHMARK(playing)->Name("Queue/play 48 kHz stereo")->UseRealTime();
 void recording(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
-    const auto source = makeNode<RecordSource>(pcmFormat(kRate, 2));
+    const auto source = makeNode<RecordSource>(linearPcm(kRate, 2));
     source->record();
     double seconds = 0;
     for (auto _ : state) {
@@ -98,8 +96,8 @@ void deviceAlone(benchmark::State& state) {
     VirtualDevice device;
     device.receiver = [](std::span<const std::byte>) {};
     Client client;
-    std::unique_ptr<PlaybackStream> stream;
-    if (device.openPlayback(pcmFormat(kRate, 2), client, stream) != noErr ||
+    std::unique_ptr<detail::PlaybackStream> stream;
+    if (device.openPlayback(linearPcm(kRate, 2), client, stream) != noErr ||
         stream->start() != noErr) {
         state.SkipWithError("the virtual device does not open");
         return;
@@ -120,7 +118,7 @@ void untilFirstFrame(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
     const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(kRate, 2));
+    source->setOutDataFormat(linearPcm(kRate, 2));
     const auto sink = makeNode<PlaybackSink>(source);
     const std::vector<std::byte> chunk(sink->queueBufferSize(), std::byte{1});
     for (auto _ : state) {
@@ -150,7 +148,7 @@ void memoryPerSink(benchmark::State& state) {
         const std::int64_t before = allocatedBytes();
         for (std::size_t i = 0; i < kSinkCount; ++i) {
             sources.push_back(makeNode<PeripheralSource>());
-            sources.back()->setOutDataFormat(pcmFormat(16000, 1));
+            sources.back()->setOutDataFormat(linearPcm(16000, 1));
             sinks.push_back(makeNode<PlaybackSink>(sources.back()));
             sources.back()->downstreams().receiveAudio(second.data(), second.size(),
                                                        second.size() / 2, nullptr);

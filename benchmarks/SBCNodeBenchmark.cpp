@@ -20,7 +20,6 @@
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -117,7 +116,7 @@ class PlainDecoder {
 class EncoderGraph {
  public:
     explicit EncoderGraph(const EqualChunks& chunks) : chunks_(chunks) {
-        source_->setOutDataFormat(test::pcmFormat(16000, 1));
+        source_->setOutDataFormat(linearPcm(16000, 1));
         const auto encoder = makeNode<SBCEncoder>(source_, std::make_shared<Configuration>());
         makeNode<PeripheralSink>(encoder);
     }
@@ -136,8 +135,7 @@ class EncoderGraph {
 class DecoderGraph {
  public:
     explicit DecoderGraph(const EqualChunks& chunks) : chunks_(chunks) {
-        source_->setOutDataFormat(
-            test::sbcFormat(16000, 1, Configuration().formatFlags(), kFrameLength));
+        source_->setOutDataFormat(sbcFormat(Configuration(), 16000, 1));
         const auto decoder = makeNode<SBCDecoder>(source_);
         makeNode<PeripheralSink>(decoder);
     }

@@ -7,13 +7,11 @@
 #include <exception>
 #include <memory>
 
-#include "tests/support/Formats.hpp"
-
 namespace {
 
 void buildGraphs(const char* fileName) {
     const auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(zav::test::pcmFormat(16000, 1));
+    source->setOutDataFormat(zav::linearPcm(16000, 1));
     const auto sbcEncoder = zav::makeNode<zav::SBCEncoder>(
         source, std::make_shared<zav::SBCCoding::SBCConfiguration>());
     const auto sbcDecoder = zav::makeNode<zav::SBCDecoder>(sbcEncoder);
