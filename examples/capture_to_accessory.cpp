@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);                        // a lost accessory is a failed write
-    zav::setDiagnosticsHandler([](std::string_view) {});  // they would stand between the frames
+    zav::setDiagnosticsHandler([](std::string_view) {});  // or they would stand between the frames
     try {
         capture(std::stod(argv[1]));
         return 0;

@@ -16,7 +16,7 @@ namespace {
 /// Writes the source's cookie into the file when the flow starts, before the first packet.
 class VoiceNote : public zav::FileSink {
  public:
-    /// The source owns this sink, so it outlives it.
+    /// The source owns this sink and outlives it.
     VoiceNote(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
               const zav::RecordSource& source, const char* path)
         : FileSink(key, upstream, path, zav::kAudioFileM4AType), source_(source) {}
