@@ -8,10 +8,10 @@
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
 
-/// What the benchmarks push into a node, or hand to the plain loop beside it.
+/// Input of the nodes and of the plain loops beside them.
 namespace zav::benchmarks {
 
-/// Bytes in chunks of one size; what does not fill the last one is left out.
+/// Bytes in chunks of one size. Bytes that do not fill the last chunk are left out.
 class EqualChunks {
  public:
     EqualChunks(std::span<const std::byte> bytes, std::size_t chunkSize)
@@ -41,7 +41,7 @@ struct PacketChunk {
     }
 };
 
-/// All packets, in chunks of so many; what does not fill the last one is left out.
+/// Chunks of `packetsPerChunk` packets. Packets that do not fill the last chunk are left out.
 inline std::vector<PacketChunk> chunksOf(const Packets& packets, std::size_t packetsPerChunk) {
     std::vector<PacketChunk> chunks(packets.size() / packetsPerChunk);
     for (std::size_t i = 0; i < chunks.size() * packetsPerChunk; ++i) {

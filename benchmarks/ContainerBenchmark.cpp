@@ -1,7 +1,7 @@
-// What the nodes of the library's own two file formats add to plain system calls. Each side has a
-// file of its own (below TMPDIR). Before each slice, unmeasured, the writers get a new file, opened
-// and with its header, and the readers open theirs again. NodeComparison.hpp tells how they are
-// compared.
+// The cost of the nodes for the library's own two file formats, compared with plain system calls.
+// Each side has a file of its own (below TMPDIR). Before each slice, outside the measured time, the
+// writers make a new file with its header, and the readers open theirs again. NodeComparison.hpp
+// describes the comparison.
 //
 //   OpusFileSink    against two write(2) a record, in chunks of 1 and 8 packets of about 125 bytes
 //   OpusFileSource  against two read(2) a record into one buffer that is kept, 1 and 64 packets at
@@ -27,6 +27,7 @@
 
 #include "Chunks.hpp"
 #include "NodeComparison.hpp"
+#include "ZAVAudioStreaming/codecs/SBCConfiguration.hpp"
 #include "ZAVAudioStreaming/containers/OpusFileHeader.hpp"
 #include "ZAVAudioStreaming/containers/SbcFileHeader.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
@@ -34,7 +35,6 @@
 #include "ZAVAudioStreaming/sinks/ZAVOpusFileSink.hpp"
 #include "ZAVAudioStreaming/sinks/ZAVSbcFileSink.hpp"
 #include "ZAVAudioStreaming/sources/ZAVOpusFileSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -57,19 +57,18 @@ Packets slicePackets() {
 }
 
 AudioStreamBasicDescription sbcFormatWithBits() {
-    auto format = test::sbcFormat(16000, 1, 0x00200B00, kSbcFrameLength);
+    auto format = sbcFormat(SBCCoding::SBCConfiguration(), 16000, 1);
     format.mBitsPerChannel = 16;
     return format;
 }
 
-/// A new file each time. Emptying the one that is there would make ext4 write it to the disk when
-/// it is closed.
+/// Makes a new file. ext4 would write a file to the disk at its closing if it had been truncated.
 void makeNewFile(const std::filesystem::path& path) {
     std::filesystem::remove(path);
     test::writeFile(path, {});
 }
 
-/// A descriptor for plain calls, checked as the nodes check theirs.
+/// A descriptor for plain calls, which checks results as the nodes do.
 class PlainFile {
  public:
     PlainFile() = default;
@@ -94,7 +93,7 @@ class PlainFile {
     int descriptor_ = -1;
 };
 
-/// What both kinds of plain writers are around their writing.
+/// The file of both kinds of plain writers.
 class PlainWriter {
  public:
     explicit PlainWriter(std::size_t headerSize) : header_(headerSize) {}
@@ -115,7 +114,7 @@ class PlainWriter {
     PlainFile file_;
 };
 
-/// What both kinds of sinks need around them.
+/// A sink with its file and source.
 template <class Sink>
 class SinkGraph {
  public:

@@ -1,5 +1,5 @@
-// What one more target costs: a PeripheralSource pushes a chunk of 16000 bytes to 1, 8 and 64
-// targets that do nothing. Counter, from the median of batches of walks:
+// The cost of a target: a PeripheralSource pushes a chunk of 16000 bytes to 1, 8 and 64 targets
+// that do nothing. Counter, from the median of batches of walks:
 //
 //   ns_per_target_call  processor time of one walk over the targets, divided by their number
 //

@@ -1,10 +1,10 @@
-// What many graphs side by side cost: 1, 100 and 1000 graphs PeripheralSource -> SBCEncoder ->
-// SBCDecoder -> PeripheralSink of 16 kHz mono; one chunk of about half a second (62 SBC frames)
-// goes through each graph in turn, round after round. Counters:
+// The cost of many graphs side by side: 1, 100 and 1000 graphs PeripheralSource -> SBCEncoder ->
+// SBCDecoder -> PeripheralSink of 16 kHz mono. In each round one chunk of about half a second (62
+// SBC frames) goes through each graph. Counters:
 //
 //   ns_per_chunk     processor time of one chunk through one graph, from the median round
-//   bytes_per_graph  bytes that the allocator has given out for one graph, once audio has gone
-//                    through it; both codec states are among them
+//   bytes_per_graph  bytes that one graph has allocated after audio has gone through it, with both
+//                    codec states
 //
 // The benchmark's own time is that of one round.
 
@@ -22,7 +22,6 @@
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/TestAudio.hpp"
 
 namespace zav::benchmarks {
@@ -35,7 +34,7 @@ std::size_t bytesAllocated() {
 
 std::shared_ptr<PeripheralSource> makeGraph() {
     auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(test::pcmFormat(16000, 1));
+    source->setOutDataFormat(linearPcm(16000, 1));
     const auto encoder =
         makeNode<SBCEncoder>(source, std::make_shared<SBCCoding::SBCConfiguration>());
     const auto decoder = makeNode<SBCDecoder>(encoder);
@@ -48,8 +47,8 @@ void GraphCount(benchmark::State& state) {
     const std::vector<std::byte> chunk = test::testPcm(kFramesPerChunk);
     const auto graphCount = static_cast<std::size_t>(state.range(0));
 
-    // Taken before the graphs are made and while they live. Their end would tell nothing: an SBC
-    // configuration leaves libsbc's private state behind, on purpose.
+    // Count while the graphs live. Their destruction frees less, because an SBC configuration
+    // leaves libsbc's private state allocated, on purpose.
     std::vector<double> times;
     times.reserve(static_cast<std::size_t>(state.max_iterations));
     std::vector<std::shared_ptr<PeripheralSource>> sources;
@@ -74,8 +73,8 @@ void GraphCount(benchmark::State& state) {
     state.counters["bytes_per_graph"] = static_cast<double>(bytesAfter - bytesBefore) / count;
 }
 
-// A fixed number of rounds: Google Benchmark would otherwise make all graphs several times to find
-// out how many rounds fit, and each of them leaves its codec states behind.
+// The number of rounds is fixed. To choose one, Google Benchmark would make all graphs several
+// times, and each leaves its codec states allocated.
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(1)->Iterations(10000)->UseManualTime();
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(100)->Iterations(100)->UseManualTime();
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(1000)->Iterations(15)->UseManualTime();

@@ -1,17 +1,15 @@
 // Runs a command and appends one line to a file: its processor time (user and system) and its wall
-// time in microseconds, its peak resident memory in KiB, and how often one of its threads has
-// waited for something and was woken up (voluntary context switches). All threads count, and
-// children that the command has waited for.
+// time in microseconds, its peak resident memory in KiB, and the number of wake-ups of its threads
+// (voluntary context switches). All threads count, and children that the command has waited for.
 //
 //     zav_measure_run RESULTS OUTPUT COMMAND [ARGUMENT...]
 //
 // OUTPUT is the file that becomes the command's standard output, or "-" to keep this program's.
-// Exit code: the command's; 127 when it cannot be run. An interrupt (SIGINT) is the command's
-// affair: one that ends by it in good order is measured like any other.
+// Exit code: the command's, or 127 if it cannot be run. This program ignores SIGINT, so a command
+// that exits in order after SIGINT is measured like any other.
 //
-// The kernel counts into a process's peak what the process held before it became the command, that
-// is, this program's pages. Hence the static link and the C functions: what is measured is larger
-// than this.
+// The kernel's peak of a process includes its memory before exec, which is this program's. So this
+// program is linked statically and uses C functions: it must be smaller than what it measures.
 
 #include <fcntl.h>
 #include <sys/resource.h>

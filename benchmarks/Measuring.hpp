@@ -5,9 +5,8 @@
 #include <ctime>
 #include <vector>
 
-/// What the benchmarks measure with. They time many short slices of work by hand and report the
-/// median: a machine that does other things meanwhile, or changes its clock rate, disturbs a few
-/// slices, not the result.
+/// Measures processor time. The benchmarks time many short slices of work and report the median. A
+/// machine that does other work, or changes its clock rate, disturbs a few slices, not the median.
 namespace zav::benchmarks {
 
 /// Processor time that the calling thread has taken, in nanoseconds.
@@ -25,7 +24,7 @@ double nanosecondsOf(Work&& work) {
     return threadNanoseconds() - start;
 }
 
-/// The middle one of `values`, which must not be empty.
+/// The median of `values`, which must not be empty.
 inline double median(std::vector<double> values) {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());

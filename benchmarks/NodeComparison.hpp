@@ -12,13 +12,13 @@
 
 #include "Measuring.hpp"
 
-/// How much longer a node takes than a plain loop that does the same work.
+/// Compares the time of a node with that of a plain loop that does the same work.
 ///
-/// Plain loop and node take turns in short slices of the same work, now one first, now the other.
-/// Where their states and the stack happen to lie makes either of them faster or slower by up to a
-/// percent; many pairs of plain loop and node, and another stack position for each turn, even that
-/// out. Both of a pair have always done the same slices before, so that what adapts to its audio
-/// is in the same state on both sides. Counters, from the medians over all slices:
+/// Plain loop and node take turns in short slices of the same work. Each is first in every second
+/// turn. The addresses of their states and of the stack make either faster or slower by up to a
+/// percent. Many pairs of plain loop and node, and another stack position for each turn, even this
+/// out. Both sides of a pair have processed the same audio before each slice, so codecs that adapt
+/// to their audio are in the same state. Counters, from the medians over all slices:
 ///
 ///   plain_ns_per_UNIT  processor time of the plain loop for one unit of work
 ///   node_ns_per_UNIT   the same of the node, including the source that pushes the chunk to it
@@ -27,24 +27,23 @@
 /// The benchmark's own time is that of one slice of the node.
 namespace zav::benchmarks {
 
-/// The work of one turn: so many chunks, each of so many units. The unit is what the counters tell
-/// the time of.
+/// The work of one turn. The counters are times for one unit.
 struct Slice {
     std::size_t chunkCount;
     std::size_t unitsPerChunk;
     std::string unit;
 };
 
-/// For what a plain loop checks as the node does.
+/// Ends the process unless `isGood`. The plain loops check what the nodes check.
 inline void require(bool isGood) {
     if (!isGood) {
         std::abort();
     }
 }
 
-/// Compares sides of two types that are made from the same arguments. A side has `runChunk(index)`
-/// for each chunk of a slice. What it has to do before a slice and is not measured, it does in
-/// `prepareSlice()`.
+/// Compares sides of two types that are made from the same arguments. A side has `runChunk(index)`,
+/// called for each chunk of a slice. It may have `prepareSlice()`, called before each slice and not
+/// measured.
 template <class Plain, class Node, class... Arguments>
 void compareWithPlain(benchmark::State& state, const Slice& slice, const Arguments&... arguments) {
     constexpr std::size_t kPairs = 32;

@@ -1,14 +1,14 @@
-// What an Opus node adds to the codec. The encoder and the decoder node, each with one target that
-// does nothing, run against a plain loop that makes the same libopus calls into one buffer that it
-// keeps: packets of 60 ms, 16 kHz mono and 48 kHz stereo, in chunks of 1 and 8 packets.
-// The noise floors run the plain loop against itself: what differs there is not the node.
-// NodeComparison.hpp tells how they are compared. Diagnostics lines are dropped meanwhile.
+// The cost of an Opus node beside that of the codec. The encoder and the decoder node, each with
+// one target that does nothing, run against a plain loop that makes the same libopus calls into one
+// buffer that it keeps: packets of 60 ms, 16 kHz mono and 48 kHz stereo, in chunks of 1 and 8
+// packets. The noise floors run the plain loop against itself, to show the error of the
+// measurement. NodeComparison.hpp describes the comparison. Diagnostics lines are dropped.
 //
-// The audio is tones, which libopus soon encodes in its fastest way (CELT). Speech at 16 kHz takes
-// it several times as long, and what the node adds stays the same.
+// The audio is tones, which libopus encodes in its fastest way (CELT). Speech at 16 kHz takes it
+// several times as long. The cost of the node stays the same.
 //
-// OpusDiagnosticsLine measures what the encoder node's line for each packet costs when nobody has
-// installed a receiver and standard output is a file:
+// OpusDiagnosticsLine measures the cost of the encoder node's line for each packet, without a
+// receiver and with a file as standard output:
 //
 //   printed_ns_per_line  processor time to print it, the file's share included
 //   dropped_ns_per_line  the same with a receiver that does nothing
@@ -34,7 +34,6 @@
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/OpusLoop.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestAudio.hpp"
@@ -137,7 +136,7 @@ class EncoderGraph {
  public:
     EncoderGraph(const Stream& stream, const EqualChunks& chunks) : chunks_(chunks) {
         source_->setOutDataFormat(
-            test::pcmFormat(stream.rate, static_cast<std::uint32_t>(stream.channels)));
+            linearPcm(stream.rate, static_cast<std::uint32_t>(stream.channels)));
         const auto encoder = makeNode<OpusEncoder>(source_);
         makeNode<PeripheralSink>(encoder);
         bytesPerFrame_ = encoder->inDataFormat().mBytesPerFrame;
@@ -221,8 +220,8 @@ void OpusDiagnosticsLine(benchmark::State& state) {
     require(file != nullptr);
     const auto nanosecondsPerLine = [&](DiagnosticsHandler handler) {
         const DiagnosticsTo receiver(handler);
-        // A variable in glibc. Assigning it keeps the buffering that a file gets, which a terminal
-        // in its place would not have.
+        // `stdout` is a variable in glibc. The file keeps its full buffering, which freopen on a
+        // terminal would not give it.
         std::FILE* const before = std::exchange(stdout, file);
         const double time = nanosecondsOf([] {
             for (int i = 0; i < kLinesPerBatch; ++i) {
@@ -257,7 +256,7 @@ BENCHMARK(OpusEncoderNoiseFloor)->Apply(streams<1>);
 BENCHMARK(OpusEncoderNode)->Apply(streams<1, 8>);
 BENCHMARK(OpusDecoderNoiseFloor)->Apply(streams<1>);
 BENCHMARK(OpusDecoderNode)->Apply(streams<1, 8>);
-// A fixed number of batches: each leaves its lines in the file.
+// The number of batches is fixed, because each adds its lines to the file.
 BENCHMARK(OpusDiagnosticsLine)->Iterations(500)->UseManualTime();
 
 }  // namespace

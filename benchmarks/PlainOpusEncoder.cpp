@@ -1,5 +1,5 @@
-// Encodes a WAV file as the library's encoder node does, with nothing but libopus and stdio around
-// it: what compare-tools takes `zav encode` against.
+// Encodes a WAV file as the library's encoder node does, with libopus and stdio alone.
+// compare-tools compares `zav encode` with it.
 //
 //     zav_plain_opus_encoder INPUT OUTPUT
 //

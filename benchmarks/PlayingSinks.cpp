@@ -1,6 +1,6 @@
-// Plays silence with one PlaybackSink and then with 32 at the same time, and prints what each of
-// the 31 takes in memory, with its connection to the sound server. As a program of its own because
-// a process does not give back what it once had.
+// Plays silence with one PlaybackSink and then with 32 at the same time, and prints the memory of
+// each of the 31, with its connection to the sound server. It is a program of its own, because a
+// process does not return memory to the system.
 //
 //     zav_playing_sinks
 
@@ -21,14 +21,12 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/Formats.hpp"
-
 namespace {
 
-/// PulseAudio mixes 32 streams and lets others wait.
+/// PulseAudio mixes at most 32 streams.
 constexpr int kMoreSinks = 31;
 
-/// Raised once by each sink that plays.
+/// Each sink releases it once, when it has played a buffer.
 std::counting_semaphore<> hasPlayed(0);
 
 void pushHalfSecond(zav::PeripheralSource& source) {
@@ -39,7 +37,7 @@ void pushHalfSecond(zav::PeripheralSource& source) {
 /// A source whose sink plays, with a second of audio in its queue all the time.
 std::shared_ptr<zav::PeripheralSource> playSilence() {
     auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(zav::test::pcmFormat(48000, 2));
+    source->setOutDataFormat(zav::linearPcm(48000, 2));
     const auto sink = zav::makeNode<zav::PlaybackSink>(source);
     sink->setAudioDataAcquireHandler(
         [weakSource = std::weak_ptr(source), isFirst = true]() mutable {

@@ -1,5 +1,4 @@
-// What audio queues cost, on a device whose clock is moved by hand: everything but the sound
-// server.
+// The cost of audio queues without a sound server, on a device whose clock is moved by hand.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -14,18 +13,16 @@
 #include "ZAVAudioStreaming/queues/BufferQueue.hpp"
 #include "ZAVAudioStreaming/sinks/PlaybackSink.hpp"
 #include "ZAVAudioStreaming/sources/RecordSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/VirtualDevice.hpp"
 
 namespace zav {
 namespace {
 
-using test::pcmFormat;
 using test::VirtualDevice;
 
 constexpr double kRate = 48000;
 
-/// Virtual time is faster than threads: lets the callbacks catch up.
+/// Waits for the callbacks, because virtual time is faster than threads.
 void settle(AudioQueueRef queue) {
     while (!queue->queue->isIdle()) {
         std::this_thread::yield();
@@ -43,7 +40,7 @@ void playing(benchmark::State& state) {
     VirtualDevice device;
     device.receiver = [](std::span<const std::byte>) {};
     const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(kRate, 2));
+    source->setOutDataFormat(linearPcm(kRate, 2));
     const auto sink = makeNode<PlaybackSink>(source);
     const std::vector<std::byte> halfSecond(sink->queueBufferSize(), std::byte{1});
     const auto push = [&] {
@@ -69,7 +66,7 @@ BENCHMARK(playing)->Name("Queue/play 48 kHz stereo")->UseRealTime();
 void recording(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
-    const auto source = makeNode<RecordSource>(pcmFormat(kRate, 2));
+    const auto source = makeNode<RecordSource>(linearPcm(kRate, 2));
     source->record();
     double seconds = 0;
     for (auto _ : state) {
@@ -83,7 +80,7 @@ void recording(benchmark::State& state) {
 }
 BENCHMARK(recording)->Name("Queue/record 48 kHz stereo")->UseRealTime();
 
-/// The virtual device itself, to take off: a stream that is pulled from and pushed to by nobody.
+/// The virtual device with a client that does nothing. Subtract it from the other results.
 void deviceAlone(benchmark::State& state) {
     class Client final : public detail::PlaybackClient {
      public:
@@ -99,8 +96,8 @@ void deviceAlone(benchmark::State& state) {
     VirtualDevice device;
     device.receiver = [](std::span<const std::byte>) {};
     Client client;
-    std::unique_ptr<PlaybackStream> stream;
-    if (device.openPlayback(pcmFormat(kRate, 2), client, stream) != noErr ||
+    std::unique_ptr<detail::PlaybackStream> stream;
+    if (device.openPlayback(linearPcm(kRate, 2), client, stream) != noErr ||
         stream->start() != noErr) {
         state.SkipWithError("the virtual device does not open");
         return;
@@ -115,13 +112,13 @@ void deviceAlone(benchmark::State& state) {
 }
 BENCHMARK(deviceAlone)->Name("Queue/virtual device alone")->UseRealTime();
 
-/// From a chunk of one buffer's worth pushed into a sink that is to start with the first buffer, to
-/// the moment when the device has its first frame.
+/// The time from a chunk that fills one buffer, pushed into a sink that starts with its first
+/// buffer, to the device's first frame.
 void untilFirstFrame(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
     const auto source = makeNode<PeripheralSource>();
-    source->setOutDataFormat(pcmFormat(kRate, 2));
+    source->setOutDataFormat(linearPcm(kRate, 2));
     const auto sink = makeNode<PlaybackSink>(source);
     const std::vector<std::byte> chunk(sink->queueBufferSize(), std::byte{1});
     for (auto _ : state) {
@@ -136,8 +133,8 @@ void untilFirstFrame(benchmark::State& state) {
 }
 BENCHMARK(untilFirstFrame)->Name("Queue/receiveAudio to first frame pulled")->UseRealTime();
 
-/// Memory of a playing sink, as malloc counts it; the sound server's connection comes on top (see
-/// compare-live).
+/// Memory of a playing sink, as malloc counts it, without a connection to a sound server (for that
+/// see compare-live).
 void memoryPerSink(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     constexpr std::size_t kSinkCount = 50;
@@ -151,7 +148,7 @@ void memoryPerSink(benchmark::State& state) {
         const std::int64_t before = allocatedBytes();
         for (std::size_t i = 0; i < kSinkCount; ++i) {
             sources.push_back(makeNode<PeripheralSource>());
-            sources.back()->setOutDataFormat(pcmFormat(16000, 1));
+            sources.back()->setOutDataFormat(linearPcm(16000, 1));
             sinks.push_back(makeNode<PlaybackSink>(sources.back()));
             sources.back()->downstreams().receiveAudio(second.data(), second.size(),
                                                        second.size() / 2, nullptr);

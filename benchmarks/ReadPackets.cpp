@@ -1,5 +1,5 @@
-// Reads all packets of an audio file through a FileSource, one by one, and prints how many there
-// were. Beside "ffmpeg -c copy", which does the same with its own code.
+// Reads all packets of an audio file through a FileSource, one by one, and prints their number.
+// compare-tools compares it with "ffmpeg -c copy".
 //
 //     zav_read_packets FILE
 

@@ -1,8 +1,8 @@
-// What an SBC node adds to the codec. The encoder and the decoder node, each with one target that
-// does nothing, run against a plain loop that makes the same libsbc calls into one buffer that it
-// keeps: 16 kHz mono in the default configuration, in chunks of 1, 12 (about 100 ms) and 62 (about
-// half a second) SBC frames. SBCNoiseFloor runs the plain loop against itself: what differs there
-// is not the node. NodeComparison.hpp tells how they are compared.
+// The cost of an SBC node beside that of the codec. The encoder and the decoder node, each with one
+// target that does nothing, run against a plain loop that makes the same libsbc calls into one
+// buffer that it keeps: 16 kHz mono in the default configuration, in chunks of 1, 12 (about 100 ms)
+// and 62 (about half a second) SBC frames. SBCNoiseFloor runs the plain loop against itself, to
+// show the error of the measurement. NodeComparison.hpp describes the comparison.
 
 #include <benchmark/benchmark.h>
 #include <sbc/sbc.h>
@@ -20,7 +20,6 @@
 #include "ZAVAudioStreaming/codecs/SBCEncoder.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSink.hpp"
 #include "ZAVAudioStreaming/core/PeripheralSource.hpp"
-#include "tests/support/Formats.hpp"
 #include "tests/support/SbcLoop.hpp"
 #include "tests/support/TestAudio.hpp"
 
@@ -117,7 +116,7 @@ class PlainDecoder {
 class EncoderGraph {
  public:
     explicit EncoderGraph(const EqualChunks& chunks) : chunks_(chunks) {
-        source_->setOutDataFormat(test::pcmFormat(16000, 1));
+        source_->setOutDataFormat(linearPcm(16000, 1));
         const auto encoder = makeNode<SBCEncoder>(source_, std::make_shared<Configuration>());
         makeNode<PeripheralSink>(encoder);
     }
@@ -136,8 +135,7 @@ class EncoderGraph {
 class DecoderGraph {
  public:
     explicit DecoderGraph(const EqualChunks& chunks) : chunks_(chunks) {
-        source_->setOutDataFormat(
-            test::sbcFormat(16000, 1, Configuration().formatFlags(), kFrameLength));
+        source_->setOutDataFormat(sbcFormat(Configuration(), 16000, 1));
         const auto decoder = makeNode<SBCDecoder>(source_);
         makeNode<PeripheralSink>(decoder);
     }

@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034,SC2154
-# Sourced by the scripts here that run whole programs and compare what they take. Expects the path of
-# zav_measure_run in `measure_run`; the files are in `folder`.
+# Sourced by the scripts here that run whole programs and compare their costs. Expects the path of
+# zav_measure_run in `measure_run`. Files are made in `folder`.
 set -euo pipefail
 export LC_ALL=C
 
@@ -27,7 +27,7 @@ require_program() { # FILE
         fail "$1 is missing: $repository/scripts/build release -DZAV_BUILD_BENCHMARKS=ON"
 }
 
-# A folder for the files, which disappears at the end.
+# Makes the folder for the files, which is removed at the end.
 make_folder() {
     folder=$(mktemp -d -t "zav-${0##*/}.XXXXXX")
     readonly folder
@@ -35,8 +35,8 @@ make_folder() {
 }
 
 # run NAME OUTPUT_FILE STANDARD_OUTPUT COMMAND...
-# One measured run; its figures become a line of NAME.runs. The file of the round before goes first:
-# clearing it away is not the work of the tool. `limit` can hold a command that ends the run.
+# Measures one run and adds its figures as a line to NAME.runs. Removes OUTPUT_FILE first, so that the
+# tool does not spend time on it. `limit` can contain a command that ends the run.
 limit=()
 run() {
     local name=$1 output_file=$2 standard_output=$3
@@ -45,7 +45,7 @@ run() {
     "${limit[@]}" "$measure_run" "$folder/$name.runs" "$standard_output" "$@" || fail "$name did not work"
 }
 
-# in_turn ROUNDS RUN...: every second round backwards, so that none always comes after the same one
+# in_turn ROUNDS RUN...: every second round in reverse order, so that no run always follows the same one
 in_turn() {
     local round step count=$1
     shift
@@ -74,7 +74,7 @@ median_of() {
     awk -v column="$1" '{ print $column }' "$folder/$2.runs" | median
 }
 
-# median_ratio COLUMN NAME OTHER_NAME: of the two runs of each round
+# median_ratio COLUMN NAME OTHER_NAME: the median of the ratios in each round
 median_ratio() {
     paste -d ' ' "$folder/$2.runs" "$folder/$3.runs" |
         awk -v column="$1" '{ print $column / $(column + NF / 2) }' | median

@@ -6,7 +6,7 @@
 //     accessory_loop speech.wav heard.wav
 //
 // Shows both ends where an application joins a graph, a sink of its own and a `PeripheralSource`,
-// and measures what the way costs.
+// and measures bytes, signal to noise and time.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <algorithm>
@@ -22,7 +22,7 @@ namespace {
 
 using Packet = std::vector<std::byte>;
 
-/// Stands for the device at the other end: it keeps the packets and sends each back as it came.
+/// Stands for the device at the other end. It keeps the packets and sends them back unchanged.
 class Accessory {
  public:
     void receive(std::span<const std::byte> packet) {
@@ -90,7 +90,7 @@ std::vector<std::int16_t> samplesOf(const char* path) {
     return samples->values;
 }
 
-/// Signal-to-noise ratio in dB of what was heard `delay` samples after it was said.
+/// Signal-to-noise ratio in dB. `heard` is compared with `said` as it was `delay` samples before.
 double signalToNoise(std::span<const std::int16_t> said, std::span<const std::int16_t> heard,
                      std::size_t delay) {
     double signal = 0;
@@ -132,7 +132,7 @@ void run(const char* saidPath, const char* heardPath) {
     std::printf("  SBCDecoder       PCM, %s\n", describe(decoder->outDataFormat()).c_str());
     std::printf("    FileSink       %s\n\n", heardPath);
 
-    // Whole SBC frames, about 100 ms, so that the encoder never has bytes left over.
+    // Whole SBC frames (about 100 ms), so that the encoder never keeps bytes for the next chunk.
     const std::int64_t packetsPerRead = 12 * sbc.mFramesPerPacket;
     const auto start = std::chrono::steady_clock::now();
     fromAccessory->downstreams().onAudioStreamFlowStart();
@@ -156,7 +156,7 @@ void run(const char* saidPath, const char* heardPath) {
     std::printf("compression        %.2f to 1, %.1f kbit/s\n", saidBytes / sentBytes,
                 sentBytes * 8 / seconds / 1000);
 
-    // The filter bank of SBC delays by 9 x subbands + 1 samples.
+    // The filter banks of SBC delay by 9 x subbands + 1 samples.
     const std::size_t delay = configuration->subband == zav::SBCCoding::Subband::_8 ? 73 : 37;
     std::printf("signal to noise    %.1f dB, compared %.1f ms later, the delay of the codec\n",
                 signalToNoise(said, heard, delay),

@@ -4,9 +4,10 @@
 //
 //     accessory_to_loudspeaker <frames.sbc
 //
-// Standard input stands for the way from the accessory, which sends frames of SBC's usual
-// parameters at 16 kHz, mono. Playing starts by itself when a fifth of a second waits, and no more
-// is taken from the accessory than half a second ahead: the sink tells when it has played a buffer.
+// Standard input stands for the link from the accessory, which sends frames with SBC's usual
+// parameters at 16 kHz, mono. The sink starts to play when a fifth of a second is queued. The
+// program reads at most half a second ahead: the sink calls its handler after each buffer that it
+// has played.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <chrono>
@@ -25,30 +26,22 @@ constexpr std::uint32_t kBytesPerBuffer = 3200;  // a tenth of a second
 constexpr std::size_t kBuffersAhead = 5;
 constexpr auto kLost = "there is no sound server, or it went away";
 
-zav::AudioStreamBasicDescription sbcFormat(zav::SBCCoding::SBCConfiguration& sbc) {
-    return {.mSampleRate = kRateInHz,
-            .mFormatID = zav::kAudioFormatSbc,
-            .mFormatFlags = sbc.formatFlags(),
-            .mBytesPerPacket = static_cast<std::uint32_t>(sbc.frameLen()),
-            .mFramesPerPacket = static_cast<std::uint32_t>(sbc.codeSize() / sizeof(std::int16_t)),
-            .mChannelsPerFrame = 1};
-}
-
 void play() {
-    zav::SBCCoding::SBCConfiguration configuration;
+    const zav::SBCCoding::SBCConfiguration configuration;
+    const auto format = zav::sbcFormat(configuration, kRateInHz, 1);
     const auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(sbcFormat(configuration));
+    source->setOutDataFormat(format);
     const auto decoder = zav::makeNode<zav::SBCDecoder>(source);
     const auto sink = zav::makeNode<zav::PlaybackSink>(decoder);
     sink->setQueueBufferSize(kBytesPerBuffer);
 
-    // Called on a thread of the dispatch queue, perhaps once more after this function has ended. It
-    // only wakes this thread, because one thread alone may drive the graph.
+    // Called on a thread of the dispatch queue, perhaps once more after this function has returned.
+    // It only wakes this thread, because one thread alone may drive the graph.
     const auto played = std::make_shared<std::counting_semaphore<>>(0);
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->autoPlay(0.2);
 
-    std::vector<std::byte> frame(configuration.frameLen());
+    std::vector<std::byte> frame(format.mBytesPerPacket);
     source->downstreams().onAudioStreamFlowStart();
     while (std::fread(frame.data(), frame.size(), 1, stdin) == 1) {
         while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {
@@ -59,10 +52,10 @@ void play() {
         source->downstreams().receiveAudio(frame.data(), frame.size(), 1, nullptr);
     }
     source->downstreams().onAudioStreamFlowEnd();
-    while (sink->isPlaying()) {  // the rest
+    while (sink->isPlaying()) {  // what is still queued
         std::this_thread::sleep_for(20ms);
     }
-    if (!sink->hasPlayedAll()) {  // also when it could not start
+    if (!sink->hasPlayedAll()) {  // false also if it could not start
         throw std::runtime_error(kLost);
     }
     if (std::ferror(stdin) != 0) {

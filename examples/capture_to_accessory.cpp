@@ -4,7 +4,7 @@
 //
 //     capture_to_accessory SECONDS >frames.sbc
 //
-// Standard output stands for the way to the accessory.
+// Standard output stands for the link to the accessory.
 
 #include <unistd.h>
 
@@ -20,8 +20,8 @@
 
 namespace {
 
-/// Writes every chunk of SBC frames. It is called on the audio queue's thread and must not throw:
-/// the main thread looks for the error.
+/// Writes every chunk of SBC frames. The audio queue's thread calls it, so it must not throw. The
+/// main thread looks for the error.
 class ToAccessory : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -47,15 +47,7 @@ class ToAccessory : public zav::PeripheralSink {
 };
 
 void capture(double seconds) {
-    const auto source = zav::makeNode<zav::RecordSource>(zav::AudioStreamBasicDescription{
-        .mSampleRate = 16000,
-        .mFormatID = zav::kAudioFormatLinearPCM,
-        .mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked,
-        .mBytesPerPacket = 2,
-        .mFramesPerPacket = 1,
-        .mBytesPerFrame = 2,
-        .mChannelsPerFrame = 1,
-        .mBitsPerChannel = 16});
+    const auto source = zav::makeNode<zav::RecordSource>(zav::linearPcm(16000, 1));
     const auto configuration = std::make_shared<zav::SBCCoding::SBCConfiguration>();
     // The encoder alone would repeat some audio with every half-second buffer: see `FrameAligner`.
     const auto aligner = zav::makeNode<zav::FrameAligner>(
@@ -68,7 +60,7 @@ void capture(double seconds) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     const bool isLost = !source->isRecording();
-    // The last audio comes out of the stop, then the completion runs, on the queue's thread.
+    // The stop hands over the last audio. Then the completion runs, on the queue's thread.
     const auto ended = std::make_shared<std::promise<void>>();
     source->stop([ended] { ended->set_value(); });
     ended->get_future().wait();
@@ -87,8 +79,8 @@ int main(int argc, char** argv) {
         std::fputs("usage: capture_to_accessory SECONDS >FRAMES.sbc\n", stderr);
         return 2;
     }
-    std::signal(SIGPIPE, SIG_IGN);                        // an accessory that goes is an error
-    zav::setDiagnosticsHandler([](std::string_view) {});  // which would go among the frames
+    std::signal(SIGPIPE, SIG_IGN);                        // a lost accessory is a failed write
+    zav::setDiagnosticsHandler([](std::string_view) {});  // or they would stand between the frames
     try {
         capture(std::stod(argv[1]));
         return 0;

@@ -1,9 +1,9 @@
-// Tells how much later the right channel of a recording says what the left one says, and how alike
-// the two are then:
+// Prints the delay of the right channel of a recording behind the left one, and how alike the two
+// are with that delay:
 //
 //     compare_channels recording.wav    # 16 bits, stereo
 //
-// The delay is where the correlation of the channels is highest, up to five seconds.
+// The delay is the one with the highest correlation of the channels, up to five seconds.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <algorithm>
@@ -23,7 +23,7 @@ constexpr double kCoarseRateInHz = 2000;
 
 using Samples = std::vector<double>;
 
-/// Takes a stereo stream apart.
+/// Separates the channels of a stereo stream.
 class Channels : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -43,7 +43,7 @@ class Channels : public zav::PeripheralSink {
     Samples right;
 };
 
-/// The sums of every `factor` samples: speech at a rate that is quickly searched.
+/// The sums of every `factor` samples: the same audio at a low rate, which is searched quickly.
 Samples coarse(const Samples& samples, std::size_t factor) {
     Samples sums(samples.size() / factor);
     for (std::size_t i = 0; i < sums.size(); ++i) {
@@ -53,7 +53,7 @@ Samples coarse(const Samples& samples, std::size_t factor) {
     return sums;
 }
 
-/// Which delay of the range correlates best.
+/// The delay from `first` to `last` with the highest correlation.
 std::size_t bestDelay(std::span<const double> said, std::span<const double> heard,
                       std::size_t first, std::size_t last) {
     std::size_t best = first;

@@ -4,7 +4,7 @@
 //
 //     play_file speech.wav
 //
-// The file is read as fast as it is played: whenever the sink has played a buffer, another is read.
+// The program reads the file as fast as it is played: a buffer whenever the sink has played one.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <chrono>
@@ -22,15 +22,16 @@ constexpr auto kLost = "the sound server went away";
 
 void play(const char* path) {
     const auto source = zav::makeNode<zav::FileSource>(path);
-    // A file source describes no packets. The queue finds those of MP3 by itself.
+    // A file source describes no packets. Of packets of varying size, the queue finds only those of
+    // MP3 by itself.
     const zav::AudioStreamBasicDescription format = source->outDataFormat();
     if (format.mBytesPerPacket == 0 && format.mFormatID != zav::kAudioFormatMPEGLayer3) {
         throw std::runtime_error("neither PCM nor MP3, which is what this example plays");
     }
     const auto sink = zav::makeNode<zav::PlaybackSink>(source);
 
-    // Called on a thread of the dispatch queue, perhaps once more after this function has ended. It
-    // only wakes this thread, because one thread alone may drive the graph.
+    // Called on a thread of the dispatch queue, perhaps once more after this function has returned.
+    // It only wakes this thread, because one thread alone may drive the graph.
     const auto played = std::make_shared<std::counting_semaphore<>>(0);
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->play();
@@ -43,7 +44,7 @@ void play(const char* path) {
             }
         }
     }
-    while (sink->isPlaying()) {  // the rest
+    while (sink->isPlaying()) {  // what is still queued
         std::this_thread::sleep_for(20ms);
     }
     if (!sink->hasPlayedAll()) {

@@ -4,7 +4,7 @@
 //
 //     voice_note note.m4a
 //
-// A player needs the encoder's magic cookie, which the source tells and the file keeps.
+// A player needs the encoder's magic cookie. The source returns it, and the file stores it.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <cstdio>
@@ -13,10 +13,10 @@
 
 namespace {
 
-/// Puts the source's cookie into the file as soon as that is there, before the first packet.
+/// Writes the source's cookie into the file when the flow starts, before the first packet.
 class VoiceNote : public zav::FileSink {
  public:
-    /// The source owns its targets, so it outlives this one.
+    /// The source owns this sink and outlives it.
     VoiceNote(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
               const zav::RecordSource& source, const char* path)
         : FileSink(key, upstream, path, zav::kAudioFileM4AType), source_(source) {}
@@ -42,7 +42,7 @@ void record(const char* path) {
     std::puts("Recording. Enter ends it.");
     std::getchar();
     const bool isLost = !source->isRecording();
-    // The last audio comes out of the stop. Then the file is closed, and the completion runs.
+    // The stop hands over the last audio. Then the file is closed, and the completion runs.
     const auto ended = std::make_shared<std::promise<void>>();
     source->stop([ended] { ended->set_value(); });
     ended->get_future().wait();

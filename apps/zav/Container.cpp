@@ -19,7 +19,7 @@ namespace {
 
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
-/// The whole header of a container; empty for a file that is shorter.
+/// The header of a container. Empty for a shorter file.
 template <class Header>
 std::optional<std::array<std::byte, Header::kByteCount>> headerOf(const zav::FileHandle& file) {
     std::array<std::byte, Header::kByteCount> bytes{};
@@ -44,8 +44,8 @@ bool hasSbcMagic(std::span<const std::byte> header) {
     return std::equal(magic.begin(), magic.end(), header.begin());
 }
 
-/// Frames at `sampleRate` that a decoder makes of an Opus packet, given its first bytes: for an
-/// empty one, which stands for a lost packet, the usual 60 ms.
+/// Frames at `sampleRate` that a decoder makes of an Opus packet with these first bytes. An empty
+/// packet stands for a lost one and counts as the usual 60 ms.
 std::uint32_t framesIn(std::span<const std::byte> packetStart, std::uint64_t sampleRate) {
     constexpr std::uint64_t kUsualFrameCount = zav::kOpusRate * 60 / 1000;
     const std::uint64_t frames =
@@ -79,11 +79,9 @@ std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& p
     }
     const auto header = zav::OpusFileHeader::fromBytes(*headerBytes);
     OpusContainer container;
-    container.format.mSampleRate = header.sampleRate;
-    container.format.mFormatID = zav::kAudioFormatOpus;
-    container.format.mChannelsPerFrame = header.channels;
+    container.format = zav::opusFormat(header.sampleRate, header.channels);
 
-    constexpr std::size_t kPacketStart = 2;  // tells a packet's frames
+    constexpr std::size_t kPacketStart = 2;  // enough for the packet's duration
     const std::uint64_t fileSize = file.size();
     std::uint64_t offset = headerBytes->size();
     while (fileSize - offset >= zav::OpusRecordHeader::kByteCount) {
@@ -118,7 +116,7 @@ std::optional<SbcContainer> examineSbcContainer(const std::filesystem::path& pat
     if (!zav::SBCCoding::frequencyFromRawValue(header.sampleRate) || header.channels == 0 ||
         header.channels > 2 || header.blocks > 3 || header.subbands > 1) {
         throw Failure(path,
-                      "an SBC container with parameters that SBC does not have; one as "
+                      "an SBC container with parameters that SBC does not have; use one as "
                       "'zav encode' writes it");
     }
     SbcContainer container;

@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-/// The library's own two file formats, looked at from outside: for what their sources do not tell,
-/// and before those would end the process.
+/// Reads the library's own two file formats without its sources, for what the sources do not report
+/// and to find damage at which they would end the process.
 namespace zavtool {
 
 /// One packet of a file.
@@ -23,28 +23,28 @@ std::uint32_t largestOf(const std::vector<PacketInfo>& packets);
 struct OpusContainer {
     zav::AudioStreamBasicDescription format;
     std::vector<PacketInfo> packets;
-    bool isDamaged = false;       ///< behind these, one is cut off
-    std::uint64_t wholeSize = 0;  ///< bytes of the file up to there
+    bool isDamaged = false;       ///< the packet after these is cut off
+    std::uint64_t wholeSize = 0;  ///< bytes of the file before that packet
 };
 
-/// Empty when the file is no Opus container. Throws `Failure` when it cannot be read.
+/// Empty if the file is not an Opus container. Throws `Failure` if it cannot be read.
 std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& path);
 
 struct SbcContainer {
-    /// As the file's header tells it, but with the lengths of its first frame: the header does not
-    /// tell the channel mode. With 16 bits per channel, as a `ZAVSbcFileSink` takes it.
+    /// From the file's header, with the frame length of the first frame, because the header does
+    /// not store the channel mode. Has 16 bits per channel, which `ZAVSbcFileSink` demands.
     zav::AudioStreamBasicDescription format;
-    std::vector<std::byte> firstFrame;  ///< empty when there is none
-    std::uint64_t audioSize = 0;        ///< bytes behind the header
+    std::vector<std::byte> firstFrame;  ///< empty if there is none
+    std::uint64_t audioSize = 0;        ///< bytes after the header
 
     std::uint64_t frameCount() const;
 };
 
-/// Empty when the file is no SBC container. Throws `Failure` when it cannot be read, or when its
-/// parameters are none of SBC's.
+/// Empty if the file is not an SBC container. Throws `Failure` if it cannot be read, or if SBC does
+/// not have its parameters.
 std::optional<SbcContainer> examineSbcContainer(const std::filesystem::path& path);
 
-/// An SBC stream's format, declared as `ZAVSbcFileSink` demands it.
+/// An SBC stream's format with the 16 bits per channel that `ZAVSbcFileSink` demands.
 zav::AudioStreamBasicDescription with16Bits(zav::AudioStreamBasicDescription sbc);
 
 }  // namespace zavtool

@@ -14,10 +14,10 @@
 namespace zavtool {
 namespace {
 
-/// Packets are copied, so bytes that belong to no packet would be lost.
+/// A copy contains whole packets only, so bytes after the last whole frame would be lost.
 void requireWholeFrames(const std::filesystem::path& input) {
     if (examineSbcContainer(input)) {
-        return;  // looked at when it was opened
+        return;  // `openInput` has checked it
     }
     const OpenAudioFile file = openAudioFile(input);
     const auto audioSize = zav::audioFileProperty<std::uint64_t>(
@@ -25,7 +25,7 @@ void requireWholeFrames(const std::filesystem::path& input) {
     const std::uint64_t rest = std::filesystem::file_size(input) - audioSize;
     if (rest > 0) {
         throw Failure(input, "ends with " + std::to_string(rest) +
-                                 " bytes that are no whole SBC frame; whole frames");
+                                 " bytes that are not a whole SBC frame; use whole frames");
     }
 }
 
@@ -34,7 +34,7 @@ void requireWholeFrames(const std::filesystem::path& input) {
 void copy(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
     if (type == nullptr) {
-        throw UsageFailure(files.output.string() + ": a name of unknown type; a name with " +
+        throw UsageFailure(files.output.string() + ": a name of unknown type; use a name with " +
                            extensionsOfTypes([](const FileType&) { return true; }));
     }
     const auto input = openInput(files.input);
@@ -53,18 +53,18 @@ void copy(const FilePair& files, const CommonOptions& common) {
                           hintAtOtherVerb(format, *type, files.input, files.output));
     reportFatalStopsFor(files.input, files.output);
 
-    const MagicCookie cookieOfInput = [&cookie] { return std::vector(cookie); };
-    output.addSink(stream, *type, cookie.empty() ? MagicCookie() : cookieOfInput);
-    const auto meter = zav::makeNode<Meter>(stream);
+    const CookieReader cookieOfInput = [&cookie] { return std::vector(cookie); };
+    output.addSink(stream, *type, cookie.empty() ? CookieReader() : cookieOfInput);
+    const auto counter = zav::makeNode<StreamCounter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " +
                           std::string(nodeNameOf(*type)) + " (" + std::string(type->name) + ")");
 
-    Progress progress(common.isQuiet);
+    ProgressLine progress(common.isQuiet);
     pump(*input, 1, progress);
-    output.commit(meter->packetCount(), meter->byteCount());
+    output.commit(counter->packetCount(), counter->byteCount());
     const double seconds = input->durationInSeconds();
     progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " +
-                        std::to_string(meter->packetCount()) + " packets",
+                        std::to_string(counter->packetCount()) + " packets",
                     seconds);
 }
 

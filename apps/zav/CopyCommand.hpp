@@ -4,7 +4,7 @@
 
 namespace zavtool {
 
-/// Copies packets, undecoded, from one type of file to another.
+/// Copies packets from one type of file to another without decoding them.
 void copy(const FilePair& files, const CommonOptions& common);
 
 }  // namespace zavtool

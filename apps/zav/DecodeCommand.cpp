@@ -16,20 +16,20 @@ namespace zavtool {
 void decode(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
     if (type == nullptr || !holdsPcm(*type)) {
-        throw UsageFailure(files.output.string() + ": not a name for PCM audio; a name with " +
+        throw UsageFailure(files.output.string() + ": not a name for PCM audio; use a name with " +
                            extensionsOfTypes(holdsPcm));
     }
     if (examineSbcContainer(files.input)) {
         throw Failure(files.input,
                       "an SBC container, which the library does not read back, by design: it does "
-                      "not tell the channel mode; raw SBC frames" +
+                      "not store the channel mode; use raw SBC frames" +
                           copyHint(files.input, files.input.filename().replace_extension(".sbc")));
     }
     const auto input = openInput(files.input);
     const zav::AudioStreamBasicDescription format = input->format();
     if (format.mFormatID != zav::kAudioFormatSbc && format.mFormatID != zav::kAudioFormatOpus) {
         const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
-        throw Failure(files.input, inWords(format) + "; SBC or Opus" +
+        throw Failure(files.input, inWords(format) + "; use SBC or Opus" +
                                        (isPcm ? copyHint(files.input, files.output)
                                               : to16BitPcmHint(format, files.input)));
     }
@@ -41,15 +41,15 @@ void decode(const FilePair& files, const CommonOptions& common) {
     output.requireRoomFor(*type, pcm);
     reportFatalStopsFor(files.input, files.output);
     output.addSink(decoding.pcm, *type);
-    const auto pcmMeter = zav::makeNode<Meter>(decoding.pcm);
+    const auto pcmCounter = zav::makeNode<StreamCounter>(decoding.pcm);
     showGraph(common, input->nodeName() + " (" + inWords(format) + ") -> " + decoding.inWords +
                           " -> FileSink (" + inWords(pcm) + ")");
 
-    Progress progress(common.isQuiet);
+    ProgressLine progress(common.isQuiet);
     pump(*input, 1, progress);
-    output.commit(pcmMeter->packetCount(), pcmMeter->byteCount());
+    output.commit(pcmCounter->packetCount(), pcmCounter->byteCount());
 
-    const std::uint64_t frameCount = pcmMeter->byteCount() / pcm.mBytesPerFrame;
+    const std::uint64_t frameCount = pcmCounter->byteCount() / pcm.mBytesPerFrame;
     const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
     progress.finish(files.output.string() + ": " + secondsText(seconds) + ", " + inWords(pcm),
                     seconds);

@@ -4,7 +4,7 @@
 
 namespace zavtool {
 
-/// Decodes raw SBC frames to a 16-bit PCM file.
+/// Decodes SBC frames or Opus packets to a 16-bit PCM file.
 void decode(const FilePair& files, const CommonOptions& common);
 
 }  // namespace zavtool

@@ -24,8 +24,8 @@ namespace {
 
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
-/// The decoder takes every two-channel stream for plain stereo and stops the process at frames of
-/// another length, so these are found before it sees them.
+/// The decoder takes every two-channel stream for plain stereo, and ends the process at a frame of
+/// another length. So check the first frame before the decoder gets it.
 void requireFrameOfDecoderLength(std::span<const std::byte> frame,
                                  const std::filesystem::path& input,
                                  const zav::AudioStreamBasicDescription& sbc) {
@@ -34,7 +34,7 @@ void requireFrameOfDecoderLength(std::span<const std::byte> frame,
     if (inFrame != nullptr && frame.size() != decoderLength) {
         throw Failure(input, std::string(nameOf(inFrame->mode)) + " frames of " +
                                  std::to_string(frame.size()) +
-                                 " bytes; mono, or plain stereo frames of " +
+                                 " bytes; use mono, or plain stereo frames of " +
                                  std::to_string(decoderLength) + " bytes");
     }
 }
@@ -43,7 +43,7 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
                               const zav::AudioStreamBasicDescription& sbc) {
     if (const auto container = examineSbcContainer(input)) {
         requireFrameOfDecoderLength(container->firstFrame, input, sbc);
-        return;  // by its header, all frames are alike
+        return;  // one header describes all frames
     }
     const OpenAudioFile file = openAudioFile(input);
     requireFrameOfDecoderLength(firstPacket(file, input), input, sbc);
@@ -55,17 +55,17 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
         zav::audioFileProperty<std::uint32_t>(file.get(), zav::kAudioFilePropertyMaximumPacketSize);
     if (longestFrame != sbc.mBytesPerPacket || byteCount != frameCount * longestFrame) {
         throw Failure(input, "frames of different lengths, the longest " +
-                                 std::to_string(longestFrame) + " bytes; frames of one length");
+                                 std::to_string(longestFrame) + " bytes; use frames of one length");
     }
 }
 
-/// Does with decoded Opus what the file's header demands: leaves out the frames that the decoder
-/// needs to get going and the rest of the last packet, and applies the gain.
-class AsHeaderSays : public Relay {
+/// Applies the header of an Opus file to the decoded audio: drops the frames of the pre-skip and
+/// those behind the end of the stream, and multiplies by the gain (RFC 7845, sections 4 and 5.1).
+class OpusHeadFilter : public Relay {
  public:
-    AsHeaderSays(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                 std::shared_ptr<zav::PeripheralSource> next, std::span<const std::byte> opusHead,
-                 std::uint64_t heardFrames)
+    OpusHeadFilter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+                   std::shared_ptr<zav::PeripheralSource> next, std::span<const std::byte> opusHead,
+                   std::uint64_t heardFrames)
         : Relay(key, upstream, std::move(next)),
           bytesPerFrame_(inDataFormat().mBytesPerFrame),
           gain_(zav::opusGain(opusHead)),
@@ -107,7 +107,7 @@ Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, b
     requireFramesOfOneLength(path, sbc);
     auto stream = input.node();
     if (isBigEndian) {
-        // SBC frames carry no byte order: the stream's format tells the decoder which one to make.
+        // SBC frames have no byte order. The stream's format sets that of the decoded samples.
         sbc.mFormatFlags |= zav::kSbcFormatFlagIsBigEndian;
         stream = redeclared(stream, sbc);
     }
@@ -119,8 +119,9 @@ Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) 
     try {
         decoder = zav::makeNode<zav::OpusDecoder>(input.node());
     } catch (const zav::AudioStreamError&) {
-        throw Failure(path, inWords(input.format()) +
-                                "; Opus, mono or stereo, 8000, 12000, 16000, 24000 or 48000 Hz");
+        throw Failure(path,
+                      inWords(input.format()) +
+                          "; use Opus, mono or stereo, 8000, 12000, 16000, 24000 or 48000 Hz");
     }
     const auto opusHead = input.magicCookie();
     if (!opusHead) {
@@ -130,7 +131,7 @@ Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) 
         std::llround(input.durationInSeconds() * decoder->outDataFormat().mSampleRate));
     const auto trimmed = zav::makeNode<zav::PeripheralSource>();
     trimmed->setOutDataFormat(decoder->outDataFormat());
-    zav::makeNode<AsHeaderSays>(decoder, trimmed, *opusHead, heardFrames);
+    zav::makeNode<OpusHeadFilter>(decoder, trimmed, *opusHead, heardFrames);
     return {trimmed, "OpusDecoder -> PeripheralSource"};
 }
 

@@ -9,7 +9,7 @@
 
 #include "Failure.hpp"
 #include "FormatText.hpp"
-#include "SoundServer.hpp"
+#include "LiveAudio.hpp"
 
 namespace zavtool {
 namespace {
@@ -50,7 +50,7 @@ void printSection(const zav::AudioDeviceList& list, bool isInput, std::size_t na
     if (isEmpty) {
         std::printf("  none\n");
     }
-    // Nobody here changes the environment.
+    // zav does not change its environment.
     const char* const named = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe)
     if (!isAnyUsed && named != nullptr && *named != '\0') {
         std::printf("  %s=%s is none of them\n", variable, shown(named).c_str());

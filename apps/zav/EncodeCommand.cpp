@@ -17,11 +17,11 @@
 namespace zavtool {
 namespace {
 
-/// What an encoder takes, besides 16-bit PCM in mono or stereo.
+/// The 16-bit PCM, mono or stereo, that an encoder takes.
 struct Encodable {
     std::vector<double> rates;
     double usualRate;
-    std::string forWhat;  ///< " for ...", of the rates
+    std::string forWhat;  ///< " for ...", behind the rates in a message
     bool isBigEndianTaken;
 };
 
@@ -33,7 +33,7 @@ Encodable encodableToOpus(const FileType& type) {
     Encodable opus{
         {8000, 12000, 16000, 24000, 48000}, 48000, " for " + std::string(type.name), false};
     if (type.id == kOpusContainerType) {
-        opus.rates = {8000, 16000, 48000};  // the container's list is not the codec's
+        opus.rates = {8000, 16000, 48000};  // the container allows fewer than the codec
     }
     return opus;
 }
@@ -52,14 +52,15 @@ void requireEncodable(const zav::AudioStreamBasicDescription& format, const Enco
                                 format.mBitsPerChannel == 16 &&
                                 (format.mFormatFlags & zav::kAudioFormatFlagIsFloat) == 0;
     if (!is16BitInteger) {
-        throw Failure(input, inWords(format) + "; 16-bit PCM" + hint);
+        throw Failure(input, inWords(format) + "; use 16-bit PCM" + hint);
     }
     if (hasTooManyChannels) {
-        throw Failure(input, channelsInWords(format.mChannelsPerFrame) + "; mono or stereo" + hint);
+        throw Failure(input,
+                      channelsInWords(format.mChannelsPerFrame) + "; use mono or stereo" + hint);
     }
     if (!encodable.isBigEndianTaken &&
         (format.mFormatFlags & zav::kAudioFormatFlagIsBigEndian) != 0) {
-        throw Failure(input, inWords(format) + "; little-endian" + hint);
+        throw Failure(input, inWords(format) + "; use little-endian samples" + hint);
     }
     if (!isRateTaken) {
         std::vector<std::string> words;
@@ -67,7 +68,7 @@ void requireEncodable(const zav::AudioStreamBasicDescription& format, const Enco
         for (const double rate : encodable.rates) {
             words.push_back(std::to_string(static_cast<int>(rate)));
         }
-        throw Failure(input, rateInWords(format.mSampleRate) + "; " + listed(words) + " Hz" +
+        throw Failure(input, rateInWords(format.mSampleRate) + "; use " + listed(words) + " Hz" +
                                  encodable.forWhat + hint);
     }
 }
@@ -85,25 +86,26 @@ Target targetOf(const EncodeOptions& options) {
     const bool isOpusType = type != nullptr && holdsOpus(*type);
     if (type == nullptr || (!isSbcType && !isOpusType && !options.codec)) {
         throw UsageFailure(output.string() +
-                           ": not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, "
+                           ": not a name for SBC frames or Opus packets; use NAME.sbc, .zsbc, "
                            ".opus, .ogg or .zopus");
     }
     const bool isOpus = options.codec ? *options.codec == "opus" : isOpusType;
     if (!isOpus && !isSbcType) {
-        throw UsageFailure(output.string() + ": not a name for SBC frames; NAME.sbc or .zsbc");
+        throw UsageFailure(output.string() + ": not a name for SBC frames; use NAME.sbc or .zsbc");
     }
     if (isOpus && isSbcType) {
         throw UsageFailure(output.string() +
-                           ": not a name for Opus packets; NAME.opus, .ogg or .zopus");
+                           ": not a name for Opus packets; use NAME.opus, .ogg or .zopus");
     }
     if (isOpus && options.sbc.areGiven()) {
         throw UsageFailure(
-            "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's");
+            "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are for SBC "
+            "only");
     }
     return {isOpus, type};
 }
 
-/// Made on the source; what the run says of it at its end.
+/// An encoder on the input, and the words of the summary.
 struct Encoding {
     std::shared_ptr<zav::AudioStreamOutputable> encoder;
     std::string inWords;            ///< for --verbose
@@ -147,29 +149,29 @@ void encode(const EncodeOptions& options, const CommonOptions& common) {
     }
     output.requireRoomFor(*type, stream->outDataFormat());
     output.addSink(stream, *type);
-    const auto pcmMeter = zav::makeNode<Meter>(input->node());
-    const auto packetMeter = zav::makeNode<Meter>(stream);
+    const auto pcmCounter = zav::makeNode<StreamCounter>(input->node());
+    const auto packetCounter = zav::makeNode<StreamCounter>(stream);
     showGraph(common, input->nodeName() + " (" + inWords(pcm) + ") -> " + encoding.inWords +
                           (type->id == kSbcContainerType ? " -> PeripheralSource -> " : " -> ") +
                           std::string(nodeNameOf(*type)));
 
-    Progress progress(common.isQuiet);
+    ProgressLine progress(common.isQuiet);
     pump(*input, encoding.framesPerPacket, progress);
-    if (packetMeter->packetCount() == 0) {
-        throw Failure(options.files.input, std::to_string(pcmMeter->packetCount()) +
-                                               " sample frames; at least the " +
+    if (packetCounter->packetCount() == 0) {
+        throw Failure(options.files.input, std::to_string(pcmCounter->packetCount()) +
+                                               " sample frames; use at least the " +
                                                std::to_string(encoding.framesPerPacket) +
                                                " of one " + encoding.packetWord);
     }
-    output.commit(packetMeter->packetCount(), packetMeter->byteCount());
+    output.commit(packetCounter->packetCount(), packetCounter->byteCount());
 
-    const std::uint64_t frameCount = packetMeter->packetCount() * encoding.framesPerPacket;
+    const std::uint64_t frameCount = packetCounter->packetCount() * encoding.framesPerPacket;
     const double seconds = static_cast<double>(frameCount) / pcm.mSampleRate;
     const double leftOut =
-        static_cast<double>(pcmMeter->packetCount() - frameCount) / pcm.mSampleRate;
-    const double bitsPerSecond = 8.0 * static_cast<double>(packetMeter->byteCount()) / seconds;
+        static_cast<double>(pcmCounter->packetCount() - frameCount) / pcm.mSampleRate;
+    const double bitsPerSecond = 8.0 * static_cast<double>(packetCounter->byteCount()) / seconds;
     progress.finish(options.files.output.string() + ": " + secondsText(seconds) + ", " +
-                        std::to_string(packetMeter->packetCount()) + " " + encoding.packetWord +
+                        std::to_string(packetCounter->packetCount()) + " " + encoding.packetWord +
                         "s, " + bitRateText(bitsPerSecond) +
                         (leftOut > 0 ? ", " + millisecondsText(leftOut) + " left out" : ""),
                     seconds);

@@ -10,7 +10,7 @@ namespace zavtool {
 
 struct EncodeOptions {
     FilePair files;
-    std::optional<std::string> codec;  ///< not given: by the output's extension
+    std::optional<std::string> codec;  ///< if not given, the output's extension decides
     SbcOptions sbc;
 };
 

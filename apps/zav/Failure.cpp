@@ -29,7 +29,7 @@ RunningFiles& runningFiles() {
     return files;
 }
 
-/// Where compressed files are missing, what they need; nothing elsewhere.
+/// What compressed files need, if the module for them is missing. Empty otherwise.
 std::string hintAtModule() {
     return canReadCompressedFiles()
                ? ""
@@ -40,13 +40,13 @@ std::string hintAtModule() {
 /// Text of a stop that a packet of the input caused; empty if it was another one.
 std::string describeBadPacket(const zav::FatalStop& stop) {
     if (stop.cause == zav::FatalCause::sbcDecoding) {
-        return "a damaged SBC frame; whole frames as an SBC encoder writes them";
+        return "a damaged SBC frame; use whole frames as an SBC encoder writes them";
     }
     if (stop.cause == zav::FatalCause::opusDecoding && stop.code == kOpusInvalidPacket) {
-        return "a damaged Opus packet; packets as an Opus encoder writes them";
+        return "a damaged Opus packet; use packets as an Opus encoder writes them";
     }
     if (stop.cause == zav::FatalCause::opusDecoding && stop.code == kOpusBufferTooSmall) {
-        return "an Opus packet of more than 60 ms; packets of 60 ms at most";
+        return "an Opus packet of more than 60 ms; use packets of 60 ms at most";
     }
     return "";
 }
@@ -57,10 +57,10 @@ std::string describeWriting(const zav::FatalStop& stop) {
         case zav::FatalCause::fileWriting:
             return writingProblem(stop.code);
         case zav::FatalCause::fileCreation:
-            return "cannot be created in this format; another type of file";
+            return "cannot be created in this format; use another type of file";
         case zav::FatalCause::containerWriting:
             return "cannot be written: " + std::generic_category().message(stop.code) +
-                   "; a disk with more room, or another one";
+                   "; use a disk with more room, or another one";
         default:
             return "";
     }
@@ -83,7 +83,7 @@ void endWithOneLine(const zav::FatalStop& stop) {
     StatusLine::wipe();
     std::fprintf(stderr, "zav: %s%s\n", describeFatalStop(stop).c_str(),
                  OutputFile::oneHasAppeared()
-                     ? " (what was recorded is kept, but for the last two seconds at most)"
+                     ? " (the recording is kept, except for at most its last two seconds)"
                      : "");
     std::_Exit(EXIT_FAILURE);
 }
@@ -108,21 +108,21 @@ std::string shown(const std::filesystem::path& file) {
 std::string readingProblem(zav::OSStatus status) {
     switch (status) {
         case zav::kAudioFileUnsupportedFileTypeError:
-            return "not an audio file of a known type; one that 'zav info --help' lists" +
+            return "not an audio file of a known type; use one that 'zav info --help' lists" +
                    hintAtModule();
         case zav::kAudioFileUnsupportedDataFormatError:
-            return "audio in an unknown encoding; one that 'zav info --help' lists" +
+            return "audio in an unknown encoding; use one that 'zav info --help' lists" +
                    hintAtModule();
         case zav::kAudioFileInvalidFileError:
-            return "damaged; a file that is whole";
+            return "damaged; use a file that is whole";
         case zav::kAudioFileFileNotFoundError:
-            return "no such file; the name of an audio file";
+            return "no such file; give the name of an audio file";
         case zav::kAudioFileNotAFileError:
-            return "a folder, a pipe or a device; the name of an audio file";
+            return "a folder, a pipe or a device; give the name of an audio file";
         case zav::kAudioFilePermissionDeniedError:
-            return "no permission to read it; a file that you may read";
+            return "no permission to read it; use a file that you may read";
         default:
-            return "cannot be read, status " + zav::statusText(status) + "; a readable file";
+            return "cannot be read, status " + zav::statusText(status) + "; use a readable file";
     }
 }
 
@@ -137,25 +137,25 @@ std::string readingProblem(const std::system_error& error) {
     if (error.code() == std::errc::permission_denied) {
         return readingProblem(zav::kAudioFilePermissionDeniedError);
     }
-    return std::string("cannot be read: ") + error.what() + "; a readable file";
+    return std::string("cannot be read: ") + error.what() + "; use a readable file";
 }
 
 std::string writingProblem(zav::OSStatus status) {
     switch (status) {
         case zav::kAudioFileDiskFullError:
-            return "the disk is full or the file too large for it; a disk with more room";
+            return "the disk is full or the file is too large for it; use a disk with more room";
         case zav::kAudioFileDoesNotAllow64BitDataSizeError:
-            return "more than 4 GiB, which this type cannot hold; .rf64, .w64 or .caf";
+            return "more than 4 GiB, which this type cannot hold; use .rf64, .w64 or .caf";
         case zav::kAudioFileParameterError:
-            return "packets that this type cannot hold, such as empty ones; .zopus for those";
+            return "packets that this type cannot hold, such as empty ones; use .zopus for those";
         case zav::kAudioFileUnsupportedFileTypeError:
-            return "a type that cannot be written here; another one" + hintAtModule();
+            return "a type that cannot be written here; use another one" + hintAtModule();
         case zav::kAudioFilePermissionDeniedError:
         case zav::kAudioFileWriteProtectedError:
-            return "no permission to write it; a folder that you may write to";
+            return "no permission to write it; use a folder that you may write to";
         default:
             return "cannot be written, status " + zav::statusText(status) +
-                   "; another place or type of file";
+                   "; use another place or type of file";
     }
 }
 
@@ -167,7 +167,8 @@ void reportFatalStopsFor(const std::filesystem::path& input, const std::filesyst
 void finishStandardOutput() {
     std::cout.flush();
     if (!std::cout || std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw Failure("standard output", "cannot be written; a terminal, file or pipe with room");
+        throw Failure("standard output",
+                      "cannot be written; use a terminal, file or pipe with room");
     }
 }
 

@@ -1,6 +1,7 @@
 #include "FormatText.hpp"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <utility>
 
@@ -86,6 +87,24 @@ std::string bitRateText(double bitsPerSecond) {
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%.1f kbit/s", bitsPerSecond / 1000);
     return text.data();
+}
+
+std::string clockText(double seconds) {
+    const auto tenths = static_cast<long long>(std::floor(seconds * 10));
+    const long long minutes = tenths / 600;
+    std::array<char, 64> text{};
+    if (minutes < 60) {
+        std::snprintf(text.data(), text.size(), "%lld:%02lld.%lld", minutes, tenths / 10 % 60,
+                      tenths % 10);
+    } else {
+        std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld.%lld", minutes / 60,
+                      minutes % 60, tenths / 10 % 60, tenths % 10);
+    }
+    return text.data();
+}
+
+std::string countText(std::uint64_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 std::string_view nameOf(Mode mode) {

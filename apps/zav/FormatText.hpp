@@ -2,6 +2,7 @@
 
 #include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
 #include <ZAVAudioStreaming/core/AudioStreamFormat.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,7 +24,12 @@ std::string millisecondsText(double seconds);
 /// "96.0 kbit/s"
 std::string bitRateText(double bitsPerSecond);
 
-/// Names of SBC's parameters, as the options of `zav encode` take them.
+/// "0:07.3", "1:02:03.4"
+std::string clockText(double seconds);
+/// "1 underrun", "0 underruns"
+std::string countText(std::uint64_t count, const std::string& what);
+
+/// Names of SBC's parameters, as in the options of `zav encode`.
 std::string_view nameOf(zav::SBCCoding::ChannelMode mode);
 std::string_view nameOf(zav::SBCCoding::AllocationMethod allocation);
 std::optional<zav::SBCCoding::ChannelMode> modeNamed(std::string_view name);

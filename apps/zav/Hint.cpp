@@ -5,7 +5,7 @@
 namespace zavtool {
 namespace {
 
-/// The name as a shell takes it.
+/// The name, quoted for a shell where necessary.
 std::string quoted(const std::string& name) {
     constexpr std::string_view kPlain =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/-+,";
@@ -28,7 +28,7 @@ std::string hintAtVerb(const char* verb, const std::filesystem::path& input,
     return hint(verb, std::string("zav ") + verb + " " + quoted(input.string()) + " " + output);
 }
 
-/// A name that is not the input's, which would be emptied before it is read.
+/// A name other than the input's: writing to the input would empty it before it is read.
 std::string outputName(const std::filesystem::path& input, const std::string& stem,
                        const std::string& extension) {
     const std::string name = stem + extension;

@@ -46,7 +46,7 @@ Json sbcAsJson(const std::vector<std::byte>& frame) {
             {"bitpool", configuration->bitpool}};
 }
 
-/// What there is to say of a file, wherever it comes from.
+/// The description of a file of any type.
 struct Contents {
     std::string type;
     zav::AudioStreamBasicDescription format;
@@ -56,9 +56,9 @@ struct Contents {
     std::uint32_t largestPacket = 0;
     double seconds = 0;
     std::size_t cookieSize = 0;
-    bool isDamaged = false;           ///< behind these packets
-    std::vector<std::byte> sbcFrame;  ///< the first one, of SBC streams
-    std::vector<PacketInfo> packets;  ///< none for PCM, whose packets are single frames
+    bool isDamaged = false;           ///< after these packets
+    std::vector<std::byte> sbcFrame;  ///< of SBC: the first one
+    std::vector<PacketInfo> packets;  ///< empty for PCM, whose packets are single frames
 };
 
 bool isPcm(const zav::AudioStreamBasicDescription& format) {
@@ -66,7 +66,7 @@ bool isPcm(const zav::AudioStreamBasicDescription& format) {
            format.mFormatID == zav::kAudioFormatALaw || format.mFormatID == zav::kAudioFormatULaw;
 }
 
-/// Fills in what follows from the list of packets.
+/// Computes the members that follow from the list of packets.
 void measurePackets(Contents& contents) {
     contents.packetCount = contents.packets.size();
     contents.largestPacket = largestOf(contents.packets);
@@ -103,8 +103,7 @@ Contents contentsOf(const SbcContainer& container) {
     return contents;
 }
 
-/// All packets of an audio file; sets `isDamaged` when something that is no packet stands behind
-/// them.
+/// All packets of an audio file. Sets `isDamaged` if something other than a packet follows them.
 std::vector<PacketInfo> packetsOf(const OpenAudioFile& file,
                                   const zav::AudioStreamBasicDescription& format,
                                   std::uint32_t largestPacket, bool& isDamaged) {
@@ -167,8 +166,8 @@ double ratio(double part, double whole) {
     return whole > 0 ? part / whole : 0;
 }
 
-/// Opus packets without audio: lost ones, which are empty, and silence, which has no more than the
-/// byte that tells the duration.
+/// The number of Opus packets without audio: lost ones, which are empty, and silence, which is the
+/// byte for the packet's duration alone.
 std::uint64_t gapsIn(const Contents& contents) {
     return static_cast<std::uint64_t>(
         std::count_if(contents.packets.begin(), contents.packets.end(),
@@ -204,7 +203,7 @@ Json describe(const InfoOptions& options) {
     if (options.listsPackets) {
         if (isPcm(contents.format)) {
             throw Failure(options.file, inWords(contents.format) +
-                                            ", whose packets are single frames; a compressed "
+                                            ", whose packets are single frames; use a compressed "
                                             "format for --packets");
         }
         Json& list = description["packetList"] = Json::array();
@@ -297,7 +296,7 @@ void printForPeople(const Json& description) {
 void info(const InfoOptions& options) {
     const Json description = describe(options);
     if (options.isJson) {
-        // A file's name need not be UTF-8.
+        // The name of a file may be something other than UTF-8.
         std::printf("%s\n",
                     description.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     } else {

@@ -10,7 +10,7 @@ struct InfoOptions {
     bool listsPackets = false;
 };
 
-/// Prints what is known of an audio file on standard output.
+/// Describes an audio file on standard output.
 void info(const InfoOptions& options);
 
 }  // namespace zavtool

@@ -20,7 +20,7 @@
 namespace zavtool {
 namespace {
 
-/// Any file of the audio file service.
+/// A file that the audio file service reads.
 class AudioFileInput : public Input {
  public:
     explicit AudioFileInput(const std::filesystem::path& path)
@@ -66,7 +66,7 @@ class OpusContainerInput : public Input {
         : path_(path), container_(std::move(container)) {
         if (container_.isDamaged) {
             throw Failure(path, "cut off in packet " + std::to_string(container_.packets.size()) +
-                                    "; a file that is whole" +
+                                    "; use a file that is whole" +
                                     headHint(path, container_.wholeSize));
         }
         source_ = zav::makeNode<zav::ZAVOpusFileSource>(path);
@@ -83,7 +83,7 @@ class OpusContainerInput : public Input {
         try {
             source_->readPackets(count);
         } catch (const zav::AudioFileError&) {
-            // The end, of which the source tells its targets only after a part of a chunk.
+            // The end of the file. The source has ended the flow only if the last chunk was short.
             if (isFlowing()) {
                 source_->downstreams().onAudioStreamFlowEnd();
             }
@@ -100,7 +100,7 @@ class OpusContainerInput : public Input {
     }
 
  private:
-    /// A chunk with fewer packets than asked for was the last and has ended the flow.
+    /// The source ends the flow itself after a chunk with fewer packets than asked for.
     bool isFlowing() const { return packetsSoFar_ <= container_.packets.size(); }
 
     std::filesystem::path path_;
@@ -109,20 +109,20 @@ class OpusContainerInput : public Input {
     std::uint64_t packetsSoFar_ = 0;
 };
 
-/// The library's own source refuses these files; its frames are pushed here as an application
-/// pushes what it received.
+/// The library's own source refuses these files, so a `PeripheralSource` pushes the frames, as for
+/// an application that has received them.
 class SbcContainerInput : public Input {
  public:
     SbcContainerInput(const std::filesystem::path& path, const SbcContainer& container)
         : path_(path), container_(container), file_(zav::FileHandle::openForReading(path)) {
         if (container.firstFrame.empty() && container.audioSize > 0) {
-            throw Failure(path, "no SBC frame behind the header; whole frames");
+            throw Failure(path, "no SBC frame after the header; use whole frames");
         }
         if (const auto rest =
                 container.audioSize - container.frameCount() * container.format.mBytesPerPacket;
             rest > 0) {
             throw Failure(path, "ends with " + std::to_string(rest) +
-                                    " bytes that are no whole SBC frame; whole frames");
+                                    " bytes that are not a whole SBC frame; use whole frames");
         }
         source_->setOutDataFormat(container.format);
     }
@@ -178,7 +178,7 @@ std::unique_ptr<Input> openInput(const std::filesystem::path& path) {
     return std::make_unique<AudioFileInput>(path);
 }
 
-void pump(Input& input, std::uint32_t packetsPerUnit, Progress& progress) {
+void pump(Input& input, std::uint32_t packetsPerUnit, ProgressLine& progress) {
     constexpr std::uint32_t kChunkSizeInBytes = 262144;
     std::int64_t packetsPerChunk = 1;
     if (input.describesPackets()) {

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "Progress.hpp"
+#include "ProgressLine.hpp"
 
 namespace zavtool {
 
-/// A file, of whatever type, as the head of a graph.
+/// A file of any type as the source of a graph.
 class Input {
  public:
     Input() = default;
@@ -21,7 +21,7 @@ class Input {
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
 
-    /// The source node, for the next node to be made on.
+    /// The source node, on which the next node is made.
     virtual std::shared_ptr<zav::AudioStreamOutputable> node() const = 0;
     /// The source node's name, for --verbose.
     virtual std::string nodeName() const = 0;
@@ -29,24 +29,24 @@ class Input {
     virtual double durationInSeconds() const = 0;
     virtual std::optional<std::vector<std::byte>> magicCookie() const { return std::nullopt; }
 
-    /// Bytes that no packet exceeds.
+    /// The largest size of a packet, in bytes.
     virtual std::uint32_t packetSizeUpperBound() const = 0;
-    /// Whether packets that are pushed together can be told apart.
+    /// Whether a receiver can separate packets that are pushed together.
     virtual bool describesPackets() const = 0;
-    /// Pushes up to `count` packets; false when the flow has ended. Throws `Failure`.
+    /// Pushes up to `count` packets. Returns false if the flow has ended. Throws `Failure`.
     virtual bool pushPackets(std::int64_t count) = 0;
-    /// Share of the file that has been pushed, 0 to 1.
+    /// The share of the file that has been pushed, 0 to 1.
     virtual double progress() const = 0;
 
     zav::AudioStreamBasicDescription format() const { return node()->outDataFormat(); }
 };
 
-/// Opens a file by its contents. Throws `Failure` with the reason.
+/// Opens a file; its contents decide the type. Throws `Failure` with the reason.
 std::unique_ptr<Input> openInput(const std::filesystem::path& path);
 
-/// Pulls the whole file through the graph behind it. The chunks are whole multiples of
-/// `packetsPerUnit` packets, about 256 KiB each; packets that could not be told apart come one by
-/// one. Throws `Failure` when reading fails.
-void pump(Input& input, std::uint32_t packetsPerUnit, Progress& progress);
+/// Pushes the whole file through its graph. Chunks are multiples of `packetsPerUnit` packets, about
+/// 256 KiB each. Packets that a receiver cannot separate come one by one. Throws `Failure` if
+/// reading fails.
+void pump(Input& input, std::uint32_t packetsPerUnit, ProgressLine& progress);
 
 }  // namespace zavtool

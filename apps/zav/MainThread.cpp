@@ -11,7 +11,7 @@
 namespace zavtool {
 namespace {
 
-/// Lives as long as the process: threads of the library may wake a main thread that is leaving.
+/// Never destroyed: threads of the library may call `wake` while the main thread ends.
 sem_t* wakeups() {
     static sem_t semaphore = [] {
         sem_t made;
@@ -33,7 +33,7 @@ void MainThread::catchSignals() {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before {};
         ::sigaction(signal, nullptr, &before);
-        if (before.sa_handler != SIG_IGN) {  // as nohup leaves it
+        if (before.sa_handler != SIG_IGN) {  // nohup ignores SIGHUP
             ::sigaction(signal, &action, nullptr);
         }
     }
@@ -58,7 +58,7 @@ void MainThread::sleepUntil(Clock::time_point time) noexcept {
     limit.tv_nsec = std::chrono::nanoseconds(sinceEpoch - seconds).count();
     ::sem_clockwait(wakeups(), CLOCK_MONOTONIC, &limit);
     while (::sem_trywait(wakeups()) == 0) {
-        // Several reasons to wake are one awakening.
+        // Calls of `wake` do not add up.
     }
 }
 

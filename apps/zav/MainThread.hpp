@@ -5,24 +5,25 @@
 
 namespace zavtool {
 
-/// Where the main thread of a live verb sleeps until there is something to do. One for the process:
-/// a signal handler has no other way to it.
+/// The sleep of the main thread in a live verb, until there is something to do. There is one for
+/// the process, because a signal handler can reach nothing else.
 class MainThread {
  public:
     using Clock = std::chrono::steady_clock;
 
-    /// From here on the signals that ask for an end wake the main thread instead of ending the
-    /// process. The same signal a second time ends it all the same.
+    /// From here on SIGINT, SIGTERM and SIGHUP wake the main thread instead of ending the process.
+    /// The same signal a second time ends the process.
     static void catchSignals();
 
-    /// Ends the sleep, or the next one. Safe on any thread and in a signal handler.
+    /// Ends the present sleep or, if there is none, the next one. Call from any thread and from a
+    /// signal handler.
     static void wake() noexcept;
-    /// Sleeps until then, or until it is woken.
+    /// Sleeps until `time` or until `wake`.
     static void sleepUntil(Clock::time_point time) noexcept;
 
-    /// The signal that asked for an end; 0 when none did.
+    /// The signal that has come, or 0.
     static int endingSignal() noexcept { return endingSignal_; }
-    /// Ends the process as the signal would have: whoever waits for it learns the reason.
+    /// Ends the process by the signal that has come, so that its parent sees the reason.
     [[noreturn]] static void endBySignal();
 
  private:

@@ -36,7 +36,7 @@ std::string systemError() {
     return std::generic_category().message(errno);
 }
 
-// What a signal handler can read: a path that does not change while it is set.
+// For the signal handler. The path does not change while it is set.
 std::atomic<const char*> unfinishedPath{nullptr};
 
 std::atomic<bool> hasAnyAppeared{false};
@@ -44,7 +44,7 @@ std::atomic<bool> hasAnyAppeared{false};
 extern "C" void endBySignal(int signal) {
     OutputFile::removeUnfinished();
     StatusLine::wipe();
-    ::raise(signal);  // with the default action, which SA_RESETHAND has put back
+    ::raise(signal);  // SA_RESETHAND has restored the default action
 }
 
 constexpr auto kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
@@ -56,15 +56,15 @@ void cleanUpOnSignals() {
     for (const int signal : kEndingSignals) {
         struct sigaction before {};
         ::sigaction(signal, nullptr, &before);
-        if (before.sa_handler != SIG_IGN) {  // as nohup leaves it
+        if (before.sa_handler != SIG_IGN) {  // nohup ignores SIGHUP
             ::sigaction(signal, &action, nullptr);
         }
     }
-    // A file that grows over a limit is to fail at the write, like a full disk.
+    // A file that exceeds a size limit then fails at the write, like a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-/// Holds the signals that end the tool back while it lives.
+/// Blocks the signals that end the tool while this object lives.
 class EndingSignalsBlock {
  public:
     EndingSignalsBlock() {
@@ -99,13 +99,13 @@ fs::path followLinks(const fs::path& path) {
     return error ? path : target;
 }
 
-/// Gives its file the magic cookie as soon as it is open, and at the end once more when it has
-/// become another: a FLAC encoder knows only then what it has encoded.
+/// Sets the magic cookie of its file when the flow starts, and again at the end if it has changed:
+/// a FLAC encoder completes its cookie when it has encoded everything.
 class FileSinkWithCookie : public zav::FileSink {
  public:
     FileSinkWithCookie(zav::NodeKey key,
                        const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                       const fs::path& path, zav::AudioFileTypeID type, MagicCookie cookie)
+                       const fs::path& path, zav::AudioFileTypeID type, CookieReader cookie)
         : FileSink(key, upstream, path, type), cookie_(std::move(cookie)) {}
 
     void onAudioStreamFlowStart() override {
@@ -121,7 +121,7 @@ class FileSinkWithCookie : public zav::FileSink {
     }
 
  private:
-    MagicCookie cookie_;
+    CookieReader cookie_;
     std::vector<std::byte> firstCookie_;
 };
 
@@ -145,7 +145,7 @@ bool takesMagicCookie(const fs::path& path, const FileType& type,
 }
 
 void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
-              const fs::path& path, const MagicCookie& magicCookie) {
+              const fs::path& path, const CookieReader& magicCookie) {
     if (type.id == kOpusContainerType) {
         zav::makeNode<zav::ZAVOpusFileSink>(upstream, path);
         return;
@@ -161,7 +161,7 @@ void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const
     }
 }
 
-/// Whether the container's sink takes this format, in the service's words.
+/// Whether the container's sink takes this format, as a status of the file service.
 zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
                            const zav::AudioStreamBasicDescription& format) {
     const auto source = zav::makeNode<zav::PeripheralSource>();
@@ -174,7 +174,7 @@ zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
     return zav::noErr;
 }
 
-/// Makes an empty file of this type, with the magic cookie if it takes one, and leaves it there.
+/// Makes an empty file of this type, with the magic cookie if the type takes one.
 zav::OSStatus tryType(const fs::path& path, const FileType& type,
                       const zav::AudioStreamBasicDescription& format,
                       std::span<const std::byte> magicCookie) {
@@ -204,10 +204,10 @@ std::string_view usualExtension(const FileType& type,
     return isOggOpus ? "opus" : type.extensions.front();
 }
 
-/// The sinks do not say whether their last write and the closing went well, so ask the file.
+/// Audio bytes that the file contains. The sinks do not report errors of the last write and of the
+/// closing, so read the file.
 std::uint64_t audioBytesIn(const fs::path& path, const FileType& type, std::uint64_t packetCount) {
-    // These are all audio but for their headers, and counting packets would mean reading them all
-    // again.
+    // These contain nothing but headers and audio. The file service would read them all again.
     if (type.id == zav::kAudioFileSBCType) {
         return fs::file_size(path);
     }
@@ -234,21 +234,21 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
     : path_(path), target_(followLinks(path)) {
     std::error_code error;
     if (fs::equivalent(input, target_, error)) {
-        throw Failure(path_, "is the input itself; another name for the output");
+        throw Failure(path_, "is the input itself; use another name for the output");
     }
     if (fs::is_symlink(target_, error)) {
-        throw Failure(path_, "is a link to nothing; the name of a file, or of a new file");
+        throw Failure(path_, "is a link to nothing; give the name of a file, or of a new file");
     }
     const fs::file_status status = fs::status(target_, error);
     if (fs::is_directory(status)) {
-        throw Failure(path_, "is a folder; the name of a file");
+        throw Failure(path_, "is a folder; give the name of a file");
     }
     if (fs::exists(status) && !fs::is_regular_file(status)) {
-        throw Failure(path_, "is not a regular file; the name of one, or of a new file");
+        throw Failure(path_, "is not a regular file; give the name of one, or of a new file");
     }
     if (fs::exists(status) && ::access(target_.c_str(), W_OK) != 0) {
-        throw Failure(path_,
-                      "cannot be replaced: " + systemError() + "; a file that you may write to");
+        throw Failure(
+            path_, "cannot be replaced: " + systemError() + "; use a file that you may write to");
     }
 
     const EndingSignalsBlock untilTheHandlerKnowsTheFile;
@@ -256,7 +256,7 @@ OutputFile::OutputFile(const fs::path& path, const fs::path& input)
     const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {
         throw Failure(path_, "cannot be created: " + systemError() +
-                                 "; a folder that exists and that you may write to");
+                                 "; use a folder that exists and that you may write to");
     }
     ::fchmod(descriptor, modeFor(target_));
     ::close(descriptor);
@@ -291,8 +291,9 @@ void OutputFile::requireRoomFor(const FileType& type,
                 extensions.push_back("." + std::string(usualExtension(other, format)));
             }
         }
-        throw Failure(path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
-                                 (extensions.empty() ? "no type can" : listed(extensions)) + hint);
+        throw Failure(
+            path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
+                       (extensions.empty() ? "no type can" : "use " + listed(extensions)) + hint);
     }
     if (status != zav::noErr) {
         throw Failure(path_, writingProblem(status));
@@ -300,7 +301,7 @@ void OutputFile::requireRoomFor(const FileType& type,
 }
 
 void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
-                         const FileType& type, const MagicCookie& magicCookie) {
+                         const FileType& type, const CookieReader& magicCookie) {
     type_ = &type;
     makeSink(upstream, type, temporaryPath_, magicCookie);
 }
@@ -308,7 +309,7 @@ void OutputFile::addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upst
 void OutputFile::appear() {
     if (::rename(temporaryPath_.c_str(), target_.c_str()) != 0) {
         throw Failure(path_,
-                      "cannot be replaced: " + systemError() + "; another name for the output");
+                      "cannot be replaced: " + systemError() + "; use another name for the output");
     }
     unfinishedPath = nullptr;
     hasAnyAppeared = true;
@@ -321,7 +322,7 @@ void OutputFile::commit(std::uint64_t packetCount, std::uint64_t audioBytes) {
     if (written != audioBytes) {
         throw Failure(path_, "holds " + std::to_string(written) + " of " +
                                  std::to_string(audioBytes) +
-                                 " bytes after writing; a disk that keeps what is written");
+                                 " bytes after writing; use a disk that keeps what is written");
     }
     if (!hasAppeared()) {
         appear();

@@ -14,44 +14,44 @@
 
 namespace zavtool {
 
-/// Tells a stream's magic cookie as it is by now.
-using MagicCookie = std::function<std::vector<std::byte>()>;
+/// Returns the present magic cookie of a stream.
+using CookieReader = std::function<std::vector<std::byte>()>;
 
-/// A file that appears under its name only when it is complete. Until then it is written beside it
-/// under a temporary name, which disappears with a failure, a fatal stop of the library, or a
-/// signal. One at a time.
+/// A file that appears under its name only when it is complete. Until then it has a temporary name
+/// in the same folder. A failure, a fatal stop of the library and a signal remove it. There is one
+/// at a time.
 class OutputFile {
  public:
-    /// Throws `Failure` when no file can be made there, and when it would be the input itself.
+    /// Throws `Failure` if no file can be made there, or if it would be the input itself.
     OutputFile(const std::filesystem::path& path, const std::filesystem::path& input);
     ~OutputFile();
 
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    /// Finds out, before any audio is read, whether a file of this type and format can be made here
-    /// and takes this magic cookie (empty: none), if it takes any. Throws `Failure` with the
-    /// reason; `hint` stands behind that of a type which does not hold the format.
+    /// Checks, before any audio is read, that a file of this type and format can be made here, and
+    /// that it takes this magic cookie (empty: none) if its type has a place for one. Throws
+    /// `Failure` with the reason. `hint` is added if the type cannot hold the format.
     void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
                         std::span<const std::byte> magicCookie = {},
                         const std::string& hint = "") const;
 
-    /// Makes the sink that writes the file, after `requireRoomFor`. If the type takes a magic
-    /// cookie, it gets it as soon as the flow has started, and again when it is another at the end.
+    /// Makes the sink that writes the file. Call it after `requireRoomFor`. If the type takes a
+    /// magic cookie, the file gets it when the flow starts, and again at the end if it has changed.
     void addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
-                 const MagicCookie& magicCookie = {});
+                 const CookieReader& magicCookie = {});
 
-    /// Gives the file its name already while it is being written, once the sink has made it: what
-    /// is there by then outlives the process, however that ends. Throws `Failure`.
+    /// Gives the file its name while it is still being written, so that it survives any end of the
+    /// process. Call it after the sink has made the file. Throws `Failure`.
     void appear();
 
-    /// Checks that the written file can be opened and holds `packetCount` packets of together
-    /// `audioBytes` bytes, then gives it its name, unless it has it. Throws `Failure`.
+    /// Checks that the file can be opened and contains `audioBytes` bytes of audio in `packetCount`
+    /// packets. Then gives it its name, unless `appear` has. Throws `Failure`.
     void commit(std::uint64_t packetCount, std::uint64_t audioBytes);
 
     /// Removes the temporary file of this run, if there is one. Safe in a signal handler.
     static void removeUnfinished() noexcept;
-    /// Whether a file of this run has its name, and stays.
+    /// Whether a file of this run has its name and will stay.
     static bool oneHasAppeared() noexcept;
 
  private:

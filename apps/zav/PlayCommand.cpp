@@ -18,10 +18,10 @@
 #include "Failure.hpp"
 #include "FormatText.hpp"
 #include "Input.hpp"
-#include "LevelMeter.hpp"
+#include "LevelDisplay.hpp"
+#include "LiveAudio.hpp"
 #include "MainThread.hpp"
-#include "PlaybackFeeder.hpp"
-#include "SoundServer.hpp"
+#include "PacketGatherer.hpp"
 #include "StatusLine.hpp"
 
 namespace zavtool {
@@ -29,13 +29,13 @@ namespace {
 
 using Clock = MainThread::Clock;
 
-/// With every buffer that has been played three threads wake: not more often than need be.
+/// A long chunk saves work: three threads wake for each buffer that has been played.
 constexpr double kChunkInSeconds = 1;
 constexpr double kQueuedInSeconds = 2;
-/// It goes to the queue when it is half full.
+/// The sink enqueues a buffer when it is half full.
 constexpr double kBufferInSeconds = 2 * kChunkInSeconds;
 
-/// What the queue is to play: PCM of the library's decoders, or the file's own stream.
+/// The stream for the queue: PCM of the library's decoders, or the file's own packets.
 Decoding streamOf(const Input& input, const std::filesystem::path& path) {
     switch (input.format().mFormatID) {
         case zav::kAudioFormatSbc:
@@ -47,7 +47,7 @@ Decoding streamOf(const Input& input, const std::filesystem::path& path) {
     }
 }
 
-/// Bytes that a second takes in a stream of constant size; 0 for others.
+/// Bytes per second of a stream whose packets have one size; 0 for other streams.
 double bytesPerSecond(const zav::AudioStreamBasicDescription& format) {
     if (format.mFormatID == zav::kAudioFormatLinearPCM) {
         return format.mSampleRate * format.mBytesPerFrame;
@@ -57,7 +57,7 @@ double bytesPerSecond(const zav::AudioStreamBasicDescription& format) {
                : format.mSampleRate / format.mFramesPerPacket * format.mBytesPerPacket;
 }
 
-/// Bytes of a queue buffer, so that it has room for two chunks and at least two packets.
+/// The size of a queue buffer in bytes, with room for two chunks and at least two packets.
 std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, const Input& input,
                             const std::filesystem::path& path) {
     constexpr double kSmallest = 4096;
@@ -69,14 +69,13 @@ std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, cons
             kBufferInSeconds * static_cast<double>(std::filesystem::file_size(path)) / seconds,
             kLargestOfUnknown);
     }
-    // Whole frames: no more than half a buffer is ever asked for at once.
+    // Both halves hold whole frames, because a chunk fills half a buffer.
     const std::uint32_t bytesPerFrame = std::max(1U, format.mBytesPerFrame);
     const auto whole = static_cast<std::uint32_t>(std::max(size, kSmallest));
     return std::max(whole - whole % (2 * bytesPerFrame), 2 * input.packetSizeUpperBound());
 }
 
-/// Packets that are about a chunk of the file; one at a time where packets cannot be told
-/// apart.
+/// The number of packets in a chunk. 1 if the sink cannot separate the packets of a chunk.
 std::int64_t packetsPerChunk(const Input& input) {
     const zav::AudioStreamBasicDescription format = input.format();
     if (!input.describesPackets() || format.mFramesPerPacket == 0) {
@@ -105,7 +104,8 @@ std::shared_ptr<zav::PlaybackSink> openLoudspeaker(
         zav::AudioQueueSetProperty(sink->audioQueueRef(), zav::kAudioQueueProperty_MagicCookie,
                                    cookie->data(),
                                    static_cast<std::uint32_t>(cookie->size())) != zav::noErr) {
-        throw Failure(path, "a magic cookie that its decoder does not take; a file that is whole");
+        throw Failure(path,
+                      "a magic cookie that its decoder does not take; use a file that is whole");
     }
     return sink;
 }
@@ -121,13 +121,13 @@ class Player {
         const std::uint32_t bufferSize = bufferSizeFor(format_, *input_, options.input);
         const auto fed = zav::makeNode<zav::PeripheralSource>();
         fed->setOutDataFormat(format_);
-        feeder_ = zav::makeNode<PlaybackFeeder>(decoding.pcm, fed, bufferSize);
+        gatherer_ = zav::makeNode<PacketGatherer>(decoding.pcm, fed, bufferSize);
         sink_ = openLoudspeaker(fed, *input_, options.input);
         sink_->setQueueBufferSize(bufferSize);
         sink_->setAudioDataAcquireHandler(MainThread::wake);
-        pushed_ = zav::makeNode<Meter>(fed);
+        pushed_ = zav::makeNode<StreamCounter>(fed);
         if (line_.isShown()) {
-            levelMeter_.emplace(sink_->audioQueueRef());
+            level_.emplace(sink_->audioQueueRef());
         }
         showGraph(common, input_->nodeName() + " (" + inWords(input_->format()) + ") -> " +
                               (decoding.inWords.empty() ? "" : decoding.inWords + " -> ") +
@@ -169,7 +169,7 @@ class Player {
             }
         }
         feed();
-        // Of a queue that could not start by itself this tells why.
+        // `autoPlay` does not report why a queue could not start. This throws the reason.
         try {
             sink_->play();
         } catch (const zav::AudioQueueError& error) {
@@ -183,7 +183,7 @@ class Player {
         const double wanted =
             std::max(kQueuedInSeconds, options_.delayInSeconds.value_or(0) + 2 * kChunkInSeconds);
         const auto wantedBuffers = static_cast<std::size_t>(std::ceil(wanted / kChunkInSeconds));
-        while (!feeder_->hasEnded() &&
+        while (!gatherer_->hasEnded() &&
                sink_->allocatedBufferCount() - sink_->idleBufferCount() < wantedBuffers) {
             input_->pushPackets(packetsPerChunk(*input_));
         }
@@ -193,12 +193,12 @@ class Player {
     }
 
     void finishWhenDue() {
-        if (feeder_->hasEnded() && !std::exchange(isFinished_, true)) {
-            feeder_->finish(*sink_);
+        if (gatherer_->hasEnded() && !std::exchange(isFinished_, true)) {
+            gatherer_->finish(*sink_);
         }
     }
 
-    /// Nothing tells that a queue has stopped, at the end or because its device went away.
+    /// No callback reports that a queue has stopped, at its end or without its device. So look.
     std::chrono::nanoseconds untilNextLook() const {
         constexpr double kShortest = 0.02;
         constexpr double kLongest = 1;
@@ -214,7 +214,7 @@ class Player {
     bool wasAllPlayed() const { return isFinished_ && sink_->hasPlayedAll(); }
 
     [[noreturn]] void reportLoss() const {
-        // A queue that was to start by itself says nothing when it cannot.
+        // `autoPlay` does not report that the queue could not start.
         if (sink_->timeStamp() == 0) {
             zav::AudioDeviceList list;
             if (const zav::OSStatus status = zav::listAudioDevices(list); status != zav::noErr) {
@@ -222,17 +222,18 @@ class Player {
             }
         }
         throw Failure(options_.input, "the sound server or its device went away after " +
-                                          secondsText(sink_->timeStamp()) + "; one that stays");
+                                          secondsText(sink_->timeStamp()) +
+                                          "; use one that keeps running");
     }
 
     void showStatus() {
-        if (!levelMeter_) {
+        if (!level_) {
             return;
         }
         const double elapsed = sink_->timeStamp();
         std::vector<std::string> fields = {clockText(elapsed) + " / " +
                                            clockText(input_->durationInSeconds())};
-        for (std::string& field : levelMeter_->fields()) {
+        for (std::string& field : level_->fields()) {
             fields.push_back(std::move(field));
         }
         fields.push_back(countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
@@ -244,7 +245,7 @@ class Player {
 
     void finishLine() {
         line_.finish(shown(options_.input) + ": " + secondsText(sink_->timeStamp()) +
-                     (levelMeter_ ? ", " + levelMeter_->summary() : "") + ", " +
+                     (level_ ? ", " + level_->summary() : "") + ", " +
                      countText(interruptionCount(sink_->audioQueueRef()), "underrun"));
     }
 
@@ -252,10 +253,10 @@ class Player {
     StatusLine line_;
     std::unique_ptr<Input> input_;
     zav::AudioStreamBasicDescription format_;
-    std::shared_ptr<PlaybackFeeder> feeder_;
+    std::shared_ptr<PacketGatherer> gatherer_;
     std::shared_ptr<zav::PlaybackSink> sink_;
-    std::shared_ptr<Meter> pushed_;
-    std::optional<LevelMeter> levelMeter_;  // while the line is shown
+    std::shared_ptr<StreamCounter> pushed_;
+    std::optional<LevelDisplay> level_;  // while the line is shown
     bool isFinished_ = false;
 };
 

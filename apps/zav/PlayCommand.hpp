@@ -9,7 +9,7 @@ namespace zavtool {
 
 struct PlayOptions {
     std::filesystem::path input;
-    std::optional<double> delayInSeconds;  ///< of audio that gathers before the start
+    std::optional<double> delayInSeconds;  ///< of audio that is queued before the start
 };
 
 /// Plays an audio file on the sound server's output.

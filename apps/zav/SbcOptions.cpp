@@ -10,7 +10,7 @@ namespace {
 
 using Coding = zav::SBCCoding;
 
-/// The largest bitpool that SBC has for these settings.
+/// The largest bitpool of SBC with these parameters (A2DP 1.3, appendix B).
 std::uint32_t largestBitpool(Coding::ChannelMode mode, std::uint32_t subbands) {
     constexpr std::uint32_t kLargestOfAll = 250;
     const bool isPerChannel =
@@ -27,7 +27,8 @@ Coding::ChannelMode modeOf(const SbcOptions& options, std::uint32_t channelCount
     const auto mode = modeNamed(*options.mode);
     if (!mode || (*mode == Coding::ChannelMode::mono) != isMono) {
         throw Failure(file, channelsInWords(channelCount) + " audio for --mode " + *options.mode +
-                                "; " + (isMono ? "--mode mono" : "--mode dual, stereo or joint"));
+                                "; use " +
+                                (isMono ? "--mode mono" : "--mode dual, stereo or joint"));
     }
     return *mode;
 }
@@ -54,7 +55,7 @@ std::shared_ptr<zav::SBCCoding::SBCConfiguration> configurationFor(
 
     const std::uint32_t largest = largestBitpool(configuration->mode, subbands);
     if (bitpool > largest) {
-        throw UsageFailure("--bitpool " + std::to_string(bitpool) + "; 2 to " +
+        throw UsageFailure("--bitpool " + std::to_string(bitpool) + "; use 2 to " +
                            std::to_string(largest) + " for " +
                            std::string(nameOf(configuration->mode)) + " with " +
                            std::to_string(subbands) + " subbands");

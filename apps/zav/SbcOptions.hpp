@@ -10,7 +10,7 @@
 
 namespace zavtool {
 
-/// How SBC is to be encoded; what is not given is the usual value.
+/// Parameters of SBC. Those that are not given have their usual values.
 struct SbcOptions {
     std::optional<std::uint32_t> bitpool;
     std::optional<std::string> mode;
@@ -21,8 +21,9 @@ struct SbcOptions {
     bool areGiven() const { return bitpool || mode || subbands || blocks || allocation; }
 };
 
-/// What the encoder is made with, for 16-bit PCM of one of SBC's rates, mono or stereo. Throws
-/// `Failure`, naming `file`, and `UsageFailure` for options that do not go together.
+/// The encoder's configuration for 16-bit PCM, mono or stereo, at one of SBC's rates. Throws
+/// `Failure`, which names `file`, if the mode does not suit the channels, and `UsageFailure` if the
+/// bitpool is too large.
 std::shared_ptr<zav::SBCCoding::SBCConfiguration> configurationFor(
     const SbcOptions& options, const zav::AudioStreamBasicDescription& pcm,
     const std::filesystem::path& file);

@@ -34,7 +34,7 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
         return;
     }
     constexpr std::string_view kBetween = "  ";
-    // The cursor wants a place, too, and the "^C" that a terminal shows for it.
+    // Room for the cursor and for the "^C" that a terminal prints.
     constexpr std::size_t kReserve = 3;
     const std::size_t width = terminalWidth();
     const std::size_t room = width - std::min(width, kReserve);
@@ -46,7 +46,7 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
         }
         line.append(between).append(field);
     }
-    // What is left of a longer line is erased behind the new one: nothing flickers.
+    // Erasing the rest after the new text avoids flicker.
     std::fprintf(stderr, "\r%s\033[K", line.c_str());
     std::fflush(stderr);
     isOnScreen = true;
@@ -62,7 +62,7 @@ void StatusLine::finish(const std::string& summary) const {
 void StatusLine::wipe() noexcept {
     constexpr std::string_view kBackAndErase = "\r\033[K";
     if (isOnScreen.exchange(false)) {
-        // A terminal that does not take it is none of our errors.
+        // A terminal that fails is not an error of the run.
         static_cast<void>(!::write(STDERR_FILENO, kBackAndErase.data(), kBackAndErase.size()));
     }
 }

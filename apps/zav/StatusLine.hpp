@@ -5,8 +5,8 @@
 
 namespace zavtool {
 
-/// A line on standard error that tells how a run is getting on. Silent when standard error is not a
-/// terminal.
+/// A line on standard error that shows the state of a run. Prints nothing if standard error is not
+/// a terminal.
 class StatusLine {
  public:
     explicit StatusLine(bool isQuiet);
@@ -16,12 +16,12 @@ class StatusLine {
     StatusLine& operator=(const StatusLine&) = delete;
 
     bool isShown() const { return isShown_; }
-    /// Shows the fields in one line, but for those that the terminal has no room for.
+    /// Shows the fields in one line. Leaves out those that the terminal has no room for.
     void show(const std::vector<std::string>& fields) const;
-    /// Leaves `summary` in place of the line.
+    /// Replaces the line by `summary`.
     void finish(const std::string& summary) const;
 
-    /// Takes the line off the screen, if it is there. Safe in a signal handler.
+    /// Erases the line, if it is shown. Safe in a signal handler.
     static void wipe() noexcept;
 
  private:

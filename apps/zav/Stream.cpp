@@ -20,7 +20,7 @@ OpenAudioFile openAudioFile(const std::filesystem::path& path) {
         status != zav::noErr) {
         std::error_code error;
         if (std::filesystem::file_size(path, error) == 0 && !error) {
-            throw Failure(path, "is empty; a file with audio");
+            throw Failure(path, "is empty; use a file with audio");
         }
         throw Failure(path, readingProblem(status));
     }
@@ -57,8 +57,8 @@ std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
     return cookie;
 }
 
-void Meter::receiveAudio(const void* /*bytes*/, std::uint64_t size, std::uint64_t packetNum,
-                         const zav::AudioStreamPacketDescription* /*packetDescriptions*/) {
+void StreamCounter::receiveAudio(const void* /*bytes*/, std::uint64_t size, std::uint64_t packetNum,
+                                 const zav::AudioStreamPacketDescription* /*packetDescriptions*/) {
     byteCount_ += size;
     packetCount_ += packetNum;
 }

@@ -15,13 +15,13 @@
 
 namespace zavtool {
 
-/// What every verb takes.
+/// Options of every verb.
 struct CommonOptions {
     bool isQuiet = false;
     bool isVerbose = false;
 };
 
-/// The files of a verb that makes one from another.
+/// The files of a verb that makes one of another.
 struct FilePair {
     std::filesystem::path input;
     std::filesystem::path output;
@@ -32,18 +32,18 @@ struct CloseAudioFile {
 };
 using OpenAudioFile = std::unique_ptr<std::remove_pointer_t<zav::AudioFileID>, CloseAudioFile>;
 
-/// Opens an audio file to ask for its properties. Throws `Failure` with the reason.
+/// Opens an audio file to read its properties. Throws `Failure` with the reason.
 OpenAudioFile openAudioFile(const std::filesystem::path& path);
 
-/// The first packet of an audio file, empty when there is none. Throws `Failure`, naming `path`.
+/// The first packet of an audio file. Empty if there is none. Throws `Failure`, which names `path`.
 std::vector<std::byte> firstPacket(const OpenAudioFile& file, const std::filesystem::path& path);
 
-/// The magic cookie of an audio file, if it has one. Throws `Failure`, naming `path`.
+/// The magic cookie of an audio file, if it has one. Throws `Failure`, which names `path`.
 std::optional<std::vector<std::byte>> magicCookie(const OpenAudioFile& file,
                                                   const std::filesystem::path& path);
 
-/// Counts what a node pushes. Add it to any node to see what goes past. Any thread may ask.
-class Meter : public zav::PeripheralSink {
+/// Counts the bytes and packets that a node pushes. Any thread may read the counts.
+class StreamCounter : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
 
@@ -58,8 +58,8 @@ class Meter : public zav::PeripheralSink {
     std::atomic<std::uint64_t> packetCount_ = 0;
 };
 
-/// Hands a stream on to a `PeripheralSource`, where it can be declared in another format: what an
-/// application does with bytes that come from its peripheral.
+/// Passes a stream on to a `PeripheralSource`, which can declare it in another format, as an
+/// application does for bytes from its peripheral.
 class Relay : public zav::PeripheralSink {
  public:
     Relay(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
@@ -77,7 +77,7 @@ class Relay : public zav::PeripheralSink {
     std::shared_ptr<zav::PeripheralSource> next_;
 };
 
-/// The upstream's stream, declared in another format from here on.
+/// The upstream's stream in another declared format.
 std::shared_ptr<zav::AudioStreamOutputable> redeclared(
     const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
     const zav::AudioStreamBasicDescription& format);

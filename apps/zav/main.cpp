@@ -23,6 +23,7 @@
 #include "InfoCommand.hpp"
 #include "PlayCommand.hpp"
 #include "RecordCommand.hpp"
+#include "RecordingPlan.hpp"
 #include "StatusLine.hpp"
 #include "Stream.hpp"
 
@@ -44,8 +45,8 @@ struct CommandLine {
     std::string helpVerb;
 };
 
-// Help is laid out for 80 columns. CLI11 breaks no lines, so descriptions are broken by hand or by
-// `wrapped`.
+// Help fits into 80 columns. CLI11 breaks no lines, so texts contain line breaks, or `wrapped` adds
+// them.
 constexpr std::size_t kDescriptionColumn = 25;
 
 /// The text with a line break before each word that does not fit into the column of descriptions.
@@ -64,7 +65,7 @@ std::string wrapped(const std::string& text) {
 }
 
 void addCommonOptions(CLI::App& app, CommonOptions& common) {
-    app.add_flag("-q,--quiet", common.isQuiet, "No progress, also on a terminal");
+    app.add_flag("-q,--quiet", common.isQuiet, "Show no progress on a terminal");
     app.add_flag("-v,--verbose", common.isVerbose,
                  "Show the graph, and the library's diagnostics\n"
                  "lines, on standard error");
@@ -84,7 +85,7 @@ void addChoice(CLI::App& verb, const std::string& name, Value& value, Values val
         ->type_name("WHICH");
 }
 
-/// As CLI::Range, which would tell the bounds with six decimals.
+/// As CLI::Range, whose message prints the bounds with six decimals.
 CLI::Validator inRange(double least, double most) {
     return {[least, most](const std::string& text) {
                 char* end = nullptr;
@@ -94,7 +95,7 @@ CLI::Validator inRange(double least, double most) {
                     return std::string();
                 }
                 std::ostringstream message;
-                message << text << " is no number from " << least << " to " << most;
+                message << text << " is not a number from " << least << " to " << most;
                 return message.str();
             },
             ""};
@@ -107,17 +108,18 @@ CLI::Validator wholeInRange(int least, int most) {
                 const auto [parsedEnd, error] = std::from_chars(text.data(), end, number);
                 return error == std::errc() && parsedEnd == end && number >= least && number <= most
                            ? std::string()
-                           : text + " is no whole number from " + std::to_string(least) + " to " +
-                                 std::to_string(most);
+                           : text + " is not a whole number from " + std::to_string(least) +
+                                 " to " + std::to_string(most);
             },
             ""};
 }
 
 void addSbcOptions(CLI::App& verb, SbcOptions& options) {
     verb.add_option("--bitpool", options.bitpool,
-                    "Bits for each block, 32 if not given. More is better\n"
-                    "and larger: 2 to 16 times the subbands for mono and\n"
-                    "dual, to 32 times (250 at most) for stereo and joint")
+                    "Bits for each block; 32 if not given. More bits sound\n"
+                    "better and take more room. From 2 to 16 times the\n"
+                    "subbands for mono and dual; to 32 times, 250 at most,\n"
+                    "for stereo and joint")
         ->check(wholeInRange(2, 250))
         ->type_name("N");
     addChoice(verb, "--mode", options.mode, std::vector{"mono", "dual", "stereo", "joint"},
@@ -126,11 +128,12 @@ void addSbcOptions(CLI::App& verb, SbcOptions& options) {
     addChoice(verb, "--subbands", options.subbands, std::vector{4, 8},
               "Frequency bands, 4 or 8; 8 if not given");
     addChoice(verb, "--blocks", options.blocks, std::vector{4, 8, 12, 16},
-              "Blocks in an SBC frame, 4, 8, 12 or 16; 16 if not\n"
+              "Blocks in an SBC frame: 4, 8, 12 or 16; 16 if not\n"
               "given");
     addChoice(verb, "--allocation", options.allocation, std::vector{"loudness", "snr"},
-              "What decides where bits go, loudness or snr (signal\n"
-              "to noise); loudness if not given");
+              "How the bits are divided among the subbands: by\n"
+              "loudness or snr (signal to noise); loudness if not\n"
+              "given");
 }
 
 CLI::App* addEncode(CLI::App& app, CommandLine& line) {
@@ -138,7 +141,7 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
     EncodeOptions& options = line.encode;
     addChoice(*verb, "--codec", options.codec, std::vector{"sbc", "opus"},
               "sbc or opus; if not given, the output's extension\n"
-              "chooses. The other options are SBC's");
+              "decides. The other options are for SBC only");
     addSbcOptions(*verb, options.sbc);
     addFile(*verb, "INPUT", options.files.input,
             wrapped("16-bit PCM in " + namesOfTypes(holdsPcm) +
@@ -151,8 +154,8 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
                     "own containers (.zopus not for 12000 and 24000 Hz)"));
     verb->footer(
         "Samples at the end that do not fill an SBC frame or an Opus packet of 60 ms\n"
-        "are left out. 'zav decode' reads SBC of mono and plain stereo back, not dual\n"
-        "and joint, and not .zsbc.\n"
+        "are left out. 'zav decode' decodes SBC in mono and plain stereo. It decodes\n"
+        "neither dual and joint nor .zsbc.\n"
         "Examples: zav encode --bitpool 40 speech.wav speech.sbc\n"
         "          zav encode speech.wav speech.opus");
     return verb;
@@ -170,9 +173,9 @@ CLI::App* addDecode(CLI::App& app, CommandLine& line) {
                     ", for SBC also with " + extensionsOfTypes(holdsHighBytesFirst) +
                     "; the extension chooses the type"));
     verb->footer(
-        "SBC in joint stereo and dual channel is refused: its frames have another\n"
-        "length than the format of a two-channel stream tells. Ogg Opus decodes to\n"
-        "48000 Hz, .zopus to the rate that it was encoded from.\n"
+        "SBC in joint stereo and dual channel is refused: its frames are not as long as\n"
+        "those of plain stereo, which the decoder expects. Ogg Opus decodes to 48000 Hz,\n"
+        ".zopus to the rate of the audio that was encoded.\n"
         "Example: zav decode speech.sbc speech.wav");
     return verb;
 }
@@ -185,9 +188,9 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
             wrapped("A name with " + extensionsOfTypes([](const FileType&) { return true; }) +
                     ": a type that can hold the encoding"));
     verb->footer(
-        "Copied are the audio and its magic cookie, where the type has a place for one;\n"
-        "no comments, cue points and the like, and nothing of what a file says of\n"
-        "silence that an encoder added at either end: a copy plays it.\n"
+        "Copies the audio, and its magic cookie if the type can store one. Comments, cue\n"
+        "points and the like are not copied. Neither are the marks of the silence that\n"
+        "an encoder adds at both ends, so the copy plays that silence.\n"
         "Example: zav copy recording.wav recording.caf");
     return verb;
 }
@@ -196,7 +199,7 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("info", "Describe an audio file");
     verb->add_flag("--json", line.info.isJson, "As JSON, for programs");
     verb->add_flag("--packets", line.info.listsPackets,
-                   "List all packets (frames, for SBC) as well");
+                   "Also list all packets (of SBC: all frames)");
     addFile(*verb, "FILE", line.info.file,
             wrapped(namesOfTypes(holdsPcm) + " with PCM, A-law or mu-law; " +
                     namesOfTypes([](const FileType& type) { return !holdsPcm(type); }) +
@@ -208,29 +211,29 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
 CLI::App* addRecord(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("record", "Record from the microphone to a file");
     RecordOptions& options = line.record;
-    verb->add_option("--seconds", options.seconds, "Length; if not given, until Ctrl-C")
+    verb->add_option("--seconds", options.seconds, "Length in seconds; until Ctrl-C if not given")
         ->check(inRange(0.001, 100000))
         ->type_name("N");
     verb->add_option("--rate", options.rate, "Sample rate in Hz, 48000 if not given")
         ->check(wholeInRange(8000, 192000))
         ->type_name("N");
-    verb->add_option("--channels", options.channels, "1 if not given")
+    verb->add_option("--channels", options.channels, "Number of channels, 1 if not given")
         ->check(wholeInRange(1, 8))
         ->type_name("N");
     addChoice(*verb, "--codec", options.codec,
               std::vector{"pcm", "aac", "alac", "flac", "opus", "sbc"},
               "pcm (16-bit), aac, alac, flac, opus or sbc; if not\n"
-              "given, the output's extension chooses. The next five\n"
-              "options are SBC's");
+              "given, the output's extension decides. The next five\n"
+              "options are for SBC only");
     addSbcOptions(*verb, options.sbc);
     addFile(*verb, "OUTPUT", options.output, wrapped("A name with " + recordableExtensions()));
     verb->footer(
-        "Ctrl-C (or SIGTERM) ends a recording; the file is complete then. It is there\n"
-        "under its name from the start, in place of one that was: if zav is killed, what\n"
-        "was recorded up to the last two seconds can be read (not of compressed CAF).\n"
-        "Compressed files end with a whole packet and may last a little longer than\n"
-        "asked; that of SBC and .zopus is filled up with silence. 'zav play' and 'zav\n"
-        "decode' read SBC of mono and plain stereo, not of dual and joint.\n"
+        "Ctrl-C (or SIGTERM) ends the recording and completes the file. The file has its\n"
+        "name from the start and replaces an older one. If zav is killed, all but the\n"
+        "last two seconds can be read, except in compressed CAF.\n"
+        "Compressed files end with a whole packet, so they may last a little longer than\n"
+        "asked. SBC and .zopus fill the last packet with silence. 'zav play' and 'zav\n"
+        "decode' take SBC in mono and plain stereo, not in dual and joint.\n"
         "'zav devices' shows which input is used.\n"
         "Examples: zav record note.m4a\n"
         "          zav record --seconds 10 --rate 16000 speech.wav");
@@ -240,14 +243,14 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
 CLI::App* addPlay(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("play", "Play an audio file");
     verb->add_option("--delay", line.play.delayInSeconds,
-                     "Start when so many seconds of PCM wait in the queue,\n"
-                     "which a file fills at once (compressed: a first\n"
-                     "buffer); if not given, nothing is waited for")
+                     "Start when this many seconds of PCM are queued (of\n"
+                     "compressed audio: one buffer). A file fills the queue\n"
+                     "at once. If not given, start without waiting")
         ->check(inRange(0, 60))
         ->type_name("N");
     addFile(*verb, "INPUT", line.play.input,
-            "Any audio file that 'zav info' knows; of SBC mono and\n"
-            "plain stereo");
+            "Any audio file that 'zav info' knows; SBC only in\n"
+            "mono and plain stereo");
     verb->footer(
         "Ctrl-C stops at once. 'zav devices' shows which output is used.\n"
         "Example: zav play speech.sbc");
@@ -259,16 +262,16 @@ CLI::App* addDevices(CLI::App& app, CommandLine& line) {
         app.add_subcommand("devices", "List the sound server's devices and which are used");
     verb->add_flag("--json", line.isDevicesJson, "As JSON, for programs");
     verb->footer(
-        "Used are the server's defaults (pactl set-default-sink, set-default-source),\n"
-        "unless PULSE_SINK and PULSE_SOURCE name others (PipeWire passes over names that\n"
-        "it does not know); PULSE_SERVER names another server.\n"
+        "zav uses the server's defaults (pactl set-default-sink, set-default-source),\n"
+        "unless PULSE_SINK and PULSE_SOURCE name others. PipeWire ignores names that it\n"
+        "does not know. PULSE_SERVER names another server.\n"
         "Example: zav devices");
     return verb;
 }
 
-/// As so many tools have it.
+/// `zav help VERB` prints what `zav VERB --help` prints.
 CLI::App* addHelp(CLI::App& app, CommandLine& line) {
-    auto* const verb = app.add_subcommand("help", "Tell the verbs, or a verb's options");
+    auto* const verb = app.add_subcommand("help", "Show the verbs, or the options of one");
     verb->add_option("VERB", line.helpVerb, "The verb")->type_name("");
     return verb;
 }
@@ -287,19 +290,20 @@ constexpr const char* kSeeHelp = ", see 'zav --help'";
 void requireVerb(const CLI::App& app, const std::string& word) {
     const auto verbs = verbsOf(app);
     if (std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
-        throw UsageFailure(shown(word) + ": no verb of zav; " + listed(verbs) + kSeeHelp);
+        throw UsageFailure(shown(word) + ": not a verb of zav; use " + listed(verbs) + kSeeHelp);
     }
 }
 
-/// As --help does, which CLI11's own way to the text cannot tell from the verb `help`.
+/// Formats the text itself: CLI11's `help()` would print that of the verb `help`, because it was
+/// parsed.
 void printHelp(const CLI::App& app, const std::string& verb) {
     if (!verb.empty()) {
         requireVerb(app, verb);
     }
-    const CLI::App& told = verb.empty() ? app : *app.get_subcommand(verb);
+    const CLI::App& described = verb.empty() ? app : *app.get_subcommand(verb);
     const std::string name = app.get_name() + (verb.empty() ? "" : " " + verb);
-    std::printf("%s",
-                app.get_formatter()->make_help(&told, name, CLI::AppFormatMode::Normal).c_str());
+    std::printf(
+        "%s", app.get_formatter()->make_help(&described, name, CLI::AppFormatMode::Normal).c_str());
 }
 
 void run(const CLI::App& app, const CommandLine& line) {
@@ -320,7 +324,7 @@ void run(const CLI::App& app, const CommandLine& line) {
     } else if (app.got_subcommand("help")) {
         printHelp(app, line.helpVerb);
     } else {
-        throw UsageFailure("no verb; " + listed(verbsOf(app)) + kSeeHelp);
+        throw UsageFailure("no verb; use " + listed(verbsOf(app)) + kSeeHelp);
     }
 }
 
@@ -342,8 +346,8 @@ int report(const std::exception& failure, int exitCode) {
     return exitCode;
 }
 
-/// CLI11's words, but for what it did not expect: an option that is none is what is wrong then, and
-/// not a file's name that followed its value.
+/// CLI11's message. For an unknown option one of our own, because CLI11 would name the first word
+/// that it did not expect, which may be a file's name.
 std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
     const auto rest = app.remaining(true);
     const auto option = std::find_if(rest.begin(), rest.end(),
@@ -371,10 +375,10 @@ int runCommandLine(int argc, char** argv) {
     }
     addHelp(app, line)->group("Verbs");
     app.footer(
-        "'zav VERB --help' tells a verb's options.\n"
-        "Files are regular files, not pipes; an output that exists is replaced.\n"
+        "'zav VERB --help' shows the options of a verb.\n"
+        "Files are regular files, not pipes. An output that exists is replaced.\n"
         "Exit code: 0 done, 1 failed, 2 wrong usage.");
-    // Before the rest, which CLI11 would serve first: "zav bogus --help" is no success.
+    // An unknown verb comes first: CLI11 would print the help and succeed for "zav bogus --help".
     const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     const auto verb = std::find_if(words.begin(), words.end(),
                                    [](const std::string& word) { return !word.starts_with('-'); });

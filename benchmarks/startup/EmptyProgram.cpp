@@ -1,2 +1,2 @@
-// The least that a C++ program can do; what compare-tools takes GraphProgram's start against.
+// An empty C++ program. compare-tools compares the start of GraphProgram with it.
 int main() {}

@@ -1,19 +1,17 @@
-// Starts, builds a PCM, an SBC and an Opus graph on the shared library, and ends: what linking the
-// library and building graphs costs a program, beside EmptyProgram. Pushes no audio. With the name
-// of an audio file it opens that file as a source too.
+// Builds a PCM, an SBC and an Opus graph on the shared library, and ends. Compared with
+// EmptyProgram, this is the cost of linking the library and building graphs. Pushes no audio. With
+// the name of an audio file it also opens that file as a source.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <cstdio>
 #include <exception>
 #include <memory>
 
-#include "tests/support/Formats.hpp"
-
 namespace {
 
 void buildGraphs(const char* fileName) {
     const auto source = zav::makeNode<zav::PeripheralSource>();
-    source->setOutDataFormat(zav::test::pcmFormat(16000, 1));
+    source->setOutDataFormat(zav::linearPcm(16000, 1));
     const auto sbcEncoder = zav::makeNode<zav::SBCEncoder>(
         source, std::make_shared<zav::SBCCoding::SBCConfiguration>());
     const auto sbcDecoder = zav::makeNode<zav::SBCDecoder>(sbcEncoder);

@@ -4,24 +4,24 @@
 #include <span>
 #include <string_view>
 
-/// The way to the accessory and back: a Unix socket that keeps packets apart.
+/// The link to the accessory and back: a Unix socket that preserves packet boundaries.
 ///
-/// Threads: any; `receive` on one at a time.
+/// Threads: any. One thread at a time calls `receive`.
 class Connection {
  public:
-    /// Throws std::system_error when nobody listens at `path`.
+    /// Throws std::system_error if no accessory listens at `path`.
     explicit Connection(std::string_view path);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    /// Does not wait: false when there is no room, or nobody at the other end.
+    /// Does not wait. Returns false if the link has no room or the other end is gone.
     bool send(std::span<const std::byte> packet) const;
-    /// Waits for a packet; its size, or 0 at the end.
+    /// Waits for a packet. Returns its size in bytes, or 0 at the end.
     std::size_t receive(std::span<std::byte> room) const;
-    /// No more is sent; what is on its way still comes back.
+    /// Ends sending. Packets on their way still come back.
     void endSending() const;
-    /// Both ways, also for who waits in `receive`.
+    /// Ends both directions, and a `receive` that waits.
     void end() const;
 
  private:

@@ -6,21 +6,11 @@
 
 namespace {
 
-/// Audio that gathers before playing starts: how late a frame may come without being missed.
+/// Audio that is queued before playing starts. A frame may be late by this much without a gap.
 constexpr double kPlaybackDelayInSeconds = 0.2;
-/// Frames go to the queue at half of this, 16 ms. A buffer of the usual half second would hold back
-/// the first quarter of a second.
+/// The sink enqueues a buffer when it is half full (16 ms). A buffer of the usual half second would
+/// hold back the first quarter of a second.
 constexpr std::uint32_t kPlaybackBufferSizeInBytes = 1024;
-
-constexpr zav::AudioStreamBasicDescription kPcm{
-    .mSampleRate = 16000,
-    .mFormatID = zav::kAudioFormatLinearPCM,
-    .mFormatFlags = zav::kAudioFormatFlagIsSignedInteger | zav::kAudioFormatFlagIsPacked,
-    .mBytesPerPacket = 2,
-    .mFramesPerPacket = 1,
-    .mBytesPerFrame = 2,
-    .mChannelsPerFrame = 1,
-    .mBitsPerChannel = 16};
 
 std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     std::uint32_t count = 0;
@@ -36,7 +26,7 @@ std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
 
 LiveLoop::LiveLoop(const char* accessoryPath)
     : connection_(std::make_shared<Connection>(accessoryPath)),
-      source_(zav::makeNode<zav::RecordSource>(kPcm)),
+      source_(zav::makeNode<zav::RecordSource>(zav::linearPcm(16000, 1))),
       fromAccessory_(zav::makeNode<zav::PeripheralSource>()) {
     const auto configuration = std::make_shared<zav::SBCCoding::SBCConfiguration>();
     const auto aligner = zav::makeNode<zav::FrameAligner>(
@@ -70,7 +60,7 @@ LiveLoop::Figures LiveLoop::finish() {
     figures.recordInterruptions = interruptionCount(source_->audioQueueRef());
     figures.playInterruptions = interruptionCount(sink_->audioQueueRef());
 
-    // The last audio comes out of the stop, then the completion runs, on the queue's thread.
+    // The stop hands over the last audio. Then the completion runs, on the queue's thread.
     const auto ended = std::make_shared<std::promise<void>>();
     source_->stop([ended] { ended->set_value(); });
     ended->get_future().wait();
@@ -90,7 +80,7 @@ void LiveLoop::playWhatComesBack() {
     const std::size_t frameSize = fromAccessory_->outDataFormat().mBytesPerPacket;
     fromAccessory_->downstreams().onAudioStreamFlowStart();
     while (const std::size_t size = connection_->receive(packet)) {
-        if (size == frameSize) {  // the decoder stops the process at anything else
+        if (size == frameSize) {  // the decoder ends the process at any other size
             ++returnedCount_;
             fromAccessory_->downstreams().receiveAudio(packet.data(), size, 1, nullptr);
         }

@@ -14,9 +14,9 @@
 ///     RecordSource -> FrameAligner -> SBCEncoder -> ToAccessory
 ///     PeripheralSource -> SBCDecoder -> PlaybackSink
 ///
-/// The audio queue's thread pushes what was captured, a thread of this class what came back.
+/// The audio queue's thread pushes captured audio; a thread of this class pushes what comes back.
 ///
-/// Threads: one at a time.
+/// Threads: call it from one thread at a time.
 class LiveLoop {
  public:
     struct Figures {
@@ -27,21 +27,21 @@ class LiveLoop {
         std::uint32_t playInterruptions = 0;
     };
 
-    /// Connects to the accessory and makes the graphs. Throws std::system_error when there is no
-    /// accessory, zav::AudioQueueError when a queue cannot be made.
+    /// Connects to the accessory and makes the graphs. Throws std::system_error if there is no
+    /// accessory, zav::AudioQueueError if a queue cannot be made.
     explicit LiveLoop(const char* accessoryPath);
     ~LiveLoop();
     LiveLoop(const LiveLoop&) = delete;
     LiveLoop& operator=(const LiveLoop&) = delete;
 
-    /// Throws zav::AudioQueueError when there is no sound server. Once.
+    /// Starts recording. Call it once. Throws zav::AudioQueueError if there is no sound server.
     void start();
 
-    /// Whether audio can flow: it is recorded, the accessory is there, and it is played once there
-    /// is enough.
+    /// Whether audio can flow: the source records, the accessory is connected, and the sink plays
+    /// or waits for enough audio.
     bool isWhole() const;
 
-    /// Ends the recording, and returns when all that was captured has been heard.
+    /// Ends the recording. Returns after all captured audio has been played.
     Figures finish();
 
  private:
@@ -54,5 +54,5 @@ class LiveLoop {
     std::shared_ptr<ToAccessory> toAccessory_;
     std::shared_ptr<zav::PeripheralSource> fromAccessory_;
     std::shared_ptr<zav::PlaybackSink> sink_;
-    std::jthread receiver_;  // last, so that it ends first
+    std::jthread receiver_;  // the last member, so that it is destroyed first
 };

@@ -9,8 +9,8 @@
 
 #include "Connection.hpp"
 
-/// Sends every SBC frame as a packet. What the link cannot take is lost, as it would be on the air:
-/// the audio queue's thread, which calls this, must not be held up.
+/// Sends every SBC frame as a packet. A frame that the link has no room for is lost, as on a radio
+/// link, because the audio queue's thread, which calls this, must not wait.
 class ToAccessory : public zav::PeripheralSink {
  public:
     ToAccessory(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,

@@ -1,10 +1,10 @@
-// Stands for an accessory, in a process of its own: sends every SBC frame back that it gets.
+// Stands for an accessory, in a process of its own. Sends every SBC frame that it receives back.
 //
 //     accessory SOCKET
 //
-// Makes a Unix socket at the path SOCKET, and serves one connection after the other until it is
-// ended. `live_loop` is the other side. A packet is one SBC frame of 8 ms, and goes back at the
-// pace at which it would sound, as over a radio link, however many came at once.
+// Makes a Unix socket at the path SOCKET and serves one connection after the other until it is
+// killed. `live_loop` is the other side. A packet is one SBC frame of 8 ms. Frames go back one
+// every 8 ms, as over a radio link, also if many have come at once.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kFrameDuration = 8ms;
-constexpr auto kPause = 250ms;  // a frame that comes later than this starts a new pace
+constexpr auto kPause = 250ms;  // after a longer gap the pace starts anew
 
 [[noreturn]] void fail(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -48,7 +48,7 @@ int listenAt(std::string_view path) {
     return listener;
 }
 
-/// Until the other side sends no more, or goes away.
+/// Returns when the other side has ended sending or is gone.
 void serve(int connection) {
     std::array<std::byte, 512> frame;
     Clock::time_point due;

@@ -1,5 +1,5 @@
-// The microphone goes to an accessory as SBC, and what comes back goes to the loudspeaker, both at
-// once, until Ctrl-C:
+// Sends the microphone to an accessory as SBC and plays what comes back, both at once, until
+// Ctrl-C:
 //
 //     RecordSource -> FrameAligner -> SBCEncoder -> ToAccessory  ~~> accessory, another process
 //     PlaybackSink <- SBCDecoder <- PeripheralSource             <~~
@@ -8,8 +8,8 @@
 //     live_loop [--restart] /tmp/accessory
 //     live_loop --server
 //
-// `LiveLoop` is what to read. With --restart another one is made whenever the sound server has gone
-// away, because a source records once. --server only tells which sound server there is.
+// Read `LiveLoop`. With --restart the program makes a new one whenever the sound server has gone
+// away, because a source records once. --server only prints the sound server's name.
 
 #include <sys/resource.h>
 
@@ -28,17 +28,17 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Ctrl-C and its like, taken when this is ready for them.
+/// SIGINT and SIGTERM, which stay pending until `comeWithin`.
 class EndSignals {
  public:
-    /// To be made before there are other threads, which inherit that they leave them alone.
+    /// Construct it before other threads start: they inherit that these signals are blocked.
     EndSignals() {
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGINT);
         sigaddset(&signals_, SIGTERM);
         ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
     }
-    /// Whether one comes within this time.
+    /// Whether a signal comes within this time.
     bool comeWithin(std::chrono::nanoseconds time) const {
         const timespec limit{0, static_cast<long>(time.count())};
         return ::sigtimedwait(&signals_, nullptr, &limit) > 0;
@@ -66,7 +66,7 @@ void print(const LiveLoop::Figures& figures) {
               << std::flush;
 }
 
-/// Runs until a signal comes (true) or something is lost (false).
+/// Returns true after a signal, and false if the sound server or the accessory went away.
 bool runOnce(const char* accessoryPath, const EndSignals& signals) {
     LiveLoop loop(accessoryPath);
     loop.start();

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Compressed files of other programs go through 'zav copy' packet by packet, decode to the same
-# samples afterwards, and ffmpeg, sox and the codecs' own tools read them without complaint.
+# 'zav copy' copies compressed files of other programs packet by packet. The copies decode to the same
+# samples, and ffmpeg, sox and the codecs' own tools read them without complaint.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 sox -D -M "$SPEECH" "$SPEECH" two.wav trim 1 3.1
 sox -D two.wav -r 44100 in.wav
 
-make() { # FILE OPTION...: by ffmpeg, without the name of its version
+make() { # FILE OPTION...: by ffmpeg, which does not write its version
     local file=$1
     shift
     ffmpeg -nostdin -v error -i in.wav -fflags +bitexact -flags:a +bitexact "$@" "$file"
@@ -21,7 +21,7 @@ make song.flac
 make song.ogg -c:a libvorbis
 opusenc --quiet in.wav song.opus
 make song.ac3
-# Debian's ffmpeg has no encoder for AMR; one packet of mode 7 without speech is as good as another.
+# Debian's ffmpeg has no encoder for AMR. Any packet of mode 7 will do.
 {
     printf '#!AMR\n'
     for ((i = 0; i < 50; ++i)); do
@@ -34,15 +34,15 @@ packets_of() { # FILE: sizes and checksums of the packets as ffmpeg finds them
         -show_entries packet=size,data_hash -of default=noprint_wrappers=1 "$1" |
         grep -E '^(size|data_hash)='
 }
-samples_of() { # FILE: the checksum of everything that its packets decode to, priming included
+samples_of() { # FILE: the checksum of all samples that its packets decode to, with the priming
     local options=()
     [[ $1 != *.m[4p][a4] ]] || options=(-ignore_editlist 1)
     ffmpeg -nostdin -v error "${options[@]}" -flags2 +skip_manual -i "$1" -map 0:a -f md5 -
 }
 
-# input, the outputs that take it
+# Rows of: input, outputs that can hold it
 while read -r input outputs; do
-    # ADTS headers are not part of what the library calls a packet.
+    # A packet of the library does not contain the ADTS header.
     reference=$input
     if [ "$input" = song.aac ]; then
         ffmpeg -nostdin -v error -i song.aac -c copy reference.m4a
@@ -83,27 +83,27 @@ for file in copy.mp3 copy.flac copy.ogg; do
 done
 ! opusinfo copy.opus 2>&1 | grep -qi 'warning\|error' || fail "opusinfo: $(opusinfo copy.opus 2>&1)"
 
-# Opus begins before time 0, where a decoder starts to be heard, in MP4 as in Ogg.
+# The first Opus packet has a time before 0, in MP4 as in Ogg, because of the pre-skip.
 first_time() { ffprobe -v error -read_intervals '%+#1' -show_entries packet=pts_time -of csv=p=0 "$1"; }
 "$ZAV" copy song.opus priming.mp4
 [[ $(first_time priming.mp4) == -0.00* ]] || fail "Opus in MP4 begins at $(first_time priming.mp4) s"
 
-# What no type can hold, and what has no decoder here.
+# Formats that the type cannot hold, and formats without a decoder.
 refused_all 1 <<'END'
-copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; .aac, .m4a or .mp4
-copy song.flac no.caf | no.caf: CAF cannot hold FLAC, stereo, 44100 Hz; .flac or .ogg
-copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
-decode song.mp3 no.wav | song.mp3: MP3, stereo, 44100 Hz; SBC or Opus (to convert: ffmpeg -i song.mp3 -c:a pcm_s16le converted.wav)
-encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le -ar 48000 converted.wav)
-info --packets in.wav | in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 Hz, whose packets are single frames; a compressed format for --packets
+copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; use .aac, .m4a or .mp4
+copy song.flac no.caf | no.caf: CAF cannot hold FLAC, stereo, 44100 Hz; use .flac or .ogg
+copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; use .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
+decode song.mp3 no.wav | song.mp3: MP3, stereo, 44100 Hz; use SBC or Opus (to convert: ffmpeg -i song.mp3 -c:a pcm_s16le converted.wav)
+encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; use 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le -ar 48000 converted.wav)
+info --packets in.wav | in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 Hz, whose packets are single frames; use a compressed format for --packets
 END
 
-# Without the module everything else works.
+# Without the module, PCM and the library's own containers still work.
 copy_tool program
 without=(env LD_LIBRARY_PATH="$work/program" "$work/program/zav")
 module=' (compressed files need libZAVAudioStreamingFFmpeg.so beside the library, and FFmpeg'\''s libraries: Debian'\''s packages libavformat59 and libavcodec59)'
-refused 1 "zav: song.mp3: not an audio file of a known type; one that 'zav info --help' lists$module" "${without[@]}" info song.mp3
-refused 1 "zav: no.opus: a type that cannot be written here; another one$module" \
+refused 1 "zav: song.mp3: not an audio file of a known type; use one that 'zav info --help' lists$module" "${without[@]}" info song.mp3
+refused 1 "zav: no.opus: a type that cannot be written here; use another one$module" \
     "${without[@]}" encode "$SPEECH" no.opus
 "${without[@]}" encode "$SPEECH" yes.zopus
 "${without[@]}" copy in.wav yes.caf

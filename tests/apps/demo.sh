@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The demo's figures are true: counted again from the files that it leaves.
+# Checks the demo's figures against the files that it leaves.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 "$DEMO" "$BUILD" out >printed.txt
-figure() { grep -oP "^$1 +\K.*" printed.txt || fail "the demo tells nothing of $1"; }
+figure() { grep -oP "^$1 +\K.*" printed.txt || fail "the demo prints no $1"; }
 
 "$ZAV" encode "$SPEECH" speech.sbc
 "$ZAV" decode speech.sbc heard.wav
@@ -12,7 +12,7 @@ same out/heard.wav heard.wav "what was heard and what the tool makes"
 [[ $(figure packets) == "$(($(stat -c %s speech.sbc) / 72)) SBC frames "* ]] || fail "$(figure packets)"
 [[ $(figure bytes) == *" $(stat -c %s speech.sbc) of SBC" ]] || fail "$(figure bytes)"
 
-# The ratio once more by sox: the input, 73 samples late, minus what was heard.
+# The ratio computed by sox: the input, delayed by 73 samples, minus what was heard.
 sox "$SPEECH" late.wav pad 73s
 sox -m -v 1 late.wav -v -1 out/heard.wav difference.wav
 power() { sox "$1" -n stats 2>&1 | awk '/RMS lev dB/ { print $4 }'; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What zav says and leaves behind when something is wrong.
+# Errors: what zav prints and which files it leaves.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
@@ -9,7 +9,7 @@ nothing_new() { # LEFT_BEFORE: no file has appeared since
     [ "$(ls -A)" = "$1" ] || fail "left behind: $(ls -A)"
 }
 
-# Input that does not suit.
+# Unsuitable input.
 sox -D speech.wav -r 22050 rate.wav trim 0 0.1
 sox -D speech.wav -b 24 deep.wav trim 0 0.1
 sox -D -M speech.wav speech.wav speech.wav three.wav trim 0 0.1
@@ -24,27 +24,27 @@ touch stdout.txt stderr.txt
 before=$(ls -A)
 mkfifo pipe
 refused_all 1 <<'END'
-encode rate.wav out.sbc | rate.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert: sox rate.wav -r 16000 converted.wav)
-encode deep.wav out.sbc | deep.wav: 24-bit signed integer PCM, little-endian, mono, 16000 Hz; 16-bit PCM (to convert: sox deep.wav -e signed-integer -b 16 converted.wav)
-encode converted.wav out.opus | converted.wav: 24-bit signed integer PCM, little-endian, 3 channels, 22050 Hz; 16-bit PCM (to convert: sox converted.wav -e signed-integer -b 16 -c 2 -r 48000 converted2.wav)
-encode three.wav out.sbc | three.wav: 3 channels; mono or stereo (to convert: sox three.wav -c 2 converted.wav)
-encode short.wav out.sbc | short.wav: 100 sample frames; at least the 128 of one SBC frame
-encode --mode joint speech.wav out.sbc | speech.wav: mono audio for --mode joint; --mode mono
-encode two.wav out.sbc --mode mono | two.wav: stereo audio for --mode mono; --mode dual, stereo or joint
-decode speech.wav out.wav | speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; SBC or Opus (to copy: zav copy speech.wav out.wav)
-copy speech.wav out.sbc | out.sbc: raw SBC cannot hold 16-bit signed integer PCM, little-endian, mono, 16000 Hz; .wav, .rf64, .w64, .aifc or .caf (to encode: zav encode speech.wav out.sbc)
-copy speech.sbc out.wav | out.wav: WAVE cannot hold SBC, mono, 16000 Hz; .sbc (to decode: zav decode speech.sbc out.wav)
-encode speech.sbc out.sbc | speech.sbc: SBC, mono, 16000 Hz; 16-bit PCM (to decode: zav decode speech.sbc decoded.wav)
-decode joint.sbc out.wav | joint.sbc: joint frames of 77 bytes; mono, or plain stereo frames of 76 bytes
-info missing.wav | missing.wav: no such file; the name of an audio file
-info folder | folder: a folder, a pipe or a device; the name of an audio file
-info pipe | pipe: a folder, a pipe or a device; the name of an audio file
-copy cut.wav out.wav | cut.wav: damaged; a file that is whole
-encode zeros.wav out.sbc | zeros.wav: not an audio file of a known type; one that 'zav info --help' lists
+encode rate.wav out.sbc | rate.wav: 22050 Hz; use 16000, 32000, 44100 or 48000 Hz (to convert: sox rate.wav -r 16000 converted.wav)
+encode deep.wav out.sbc | deep.wav: 24-bit signed integer PCM, little-endian, mono, 16000 Hz; use 16-bit PCM (to convert: sox deep.wav -e signed-integer -b 16 converted.wav)
+encode converted.wav out.opus | converted.wav: 24-bit signed integer PCM, little-endian, 3 channels, 22050 Hz; use 16-bit PCM (to convert: sox converted.wav -e signed-integer -b 16 -c 2 -r 48000 converted2.wav)
+encode three.wav out.sbc | three.wav: 3 channels; use mono or stereo (to convert: sox three.wav -c 2 converted.wav)
+encode short.wav out.sbc | short.wav: 100 sample frames; use at least the 128 of one SBC frame
+encode --mode joint speech.wav out.sbc | speech.wav: mono audio for --mode joint; use --mode mono
+encode two.wav out.sbc --mode mono | two.wav: stereo audio for --mode mono; use --mode dual, stereo or joint
+decode speech.wav out.wav | speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; use SBC or Opus (to copy: zav copy speech.wav out.wav)
+copy speech.wav out.sbc | out.sbc: raw SBC cannot hold 16-bit signed integer PCM, little-endian, mono, 16000 Hz; use .wav, .rf64, .w64, .aifc or .caf (to encode: zav encode speech.wav out.sbc)
+copy speech.sbc out.wav | out.wav: WAVE cannot hold SBC, mono, 16000 Hz; use .sbc (to decode: zav decode speech.sbc out.wav)
+encode speech.sbc out.sbc | speech.sbc: SBC, mono, 16000 Hz; use 16-bit PCM (to decode: zav decode speech.sbc decoded.wav)
+decode joint.sbc out.wav | joint.sbc: joint frames of 77 bytes; use mono, or plain stereo frames of 76 bytes
+info missing.wav | missing.wav: no such file; give the name of an audio file
+info folder | folder: a folder, a pipe or a device; give the name of an audio file
+info pipe | pipe: a folder, a pipe or a device; give the name of an audio file
+copy cut.wav out.wav | cut.wav: damaged; use a file that is whole
+encode zeros.wav out.sbc | zeros.wav: not an audio file of a known type; use one that 'zav info --help' lists
 END
 rm pipe
 cp rate.wav "two words'.wav"
-refused 1 "zav: two words'.wav: 22050 Hz; 16000, 32000, 44100 or 48000 Hz (to convert: sox 'two words'\\''.wav' -r 16000 converted.wav)" \
+refused 1 "zav: two words'.wav: 22050 Hz; use 16000, 32000, 44100 or 48000 Hz (to convert: sox 'two words'\\''.wav' -r 16000 converted.wav)" \
     "$ZAV" encode "two words'.wav" out.sbc
 rm "two words'.wav"
 nothing_new "$before"
@@ -59,34 +59,34 @@ cat speech.sbc joint.sbc >longer.sbc
 "$ZAV" encode --bitpool 8 speech.wav shorter.sbc
 cat speech.sbc <(head -c 24 shorter.sbc) speech.sbc >mixed.sbc
 head -c 1000 speech.sbc >tail.sbc
-# Output that cannot be.
+# Output that cannot be made.
 cp speech.wav kept.wav
 ln -s kept.wav link.wav
 mkdir folder.sbc
 ln -s nothing dangling.sbc
 mkfifo pipe.sbc
 refused_all 1 <<'END'
-decode damaged.sbc out.wav | damaged.sbc: damaged; a file that is whole
-decode checksum.sbc out.wav | checksum.sbc: a damaged SBC frame; whole frames as an SBC encoder writes them
-decode longer.sbc out.wav | longer.sbc: frames of different lengths, the longest 77 bytes; frames of one length
-decode mixed.sbc out.wav | mixed.sbc: frames of different lengths, the longest 72 bytes; frames of one length
-copy tail.sbc out.sbc | tail.sbc: ends with 64 bytes that are no whole SBC frame; whole frames
-copy kept.wav ./kept.wav | ./kept.wav: is the input itself; another name for the output
-copy kept.wav link.wav | link.wav: is the input itself; another name for the output
-encode speech.wav folder/sub/out.sbc | folder/sub/out.sbc: cannot be created: No such file or directory; a folder that exists and that you may write to
-encode speech.wav folder.sbc | folder.sbc: is a folder; the name of a file
-encode speech.wav dangling.sbc | dangling.sbc: is a link to nothing; the name of a file, or of a new file
-encode speech.wav pipe.sbc | pipe.sbc: is not a regular file; the name of one, or of a new file
+decode damaged.sbc out.wav | damaged.sbc: damaged; use a file that is whole
+decode checksum.sbc out.wav | checksum.sbc: a damaged SBC frame; use whole frames as an SBC encoder writes them
+decode longer.sbc out.wav | longer.sbc: frames of different lengths, the longest 77 bytes; use frames of one length
+decode mixed.sbc out.wav | mixed.sbc: frames of different lengths, the longest 72 bytes; use frames of one length
+copy tail.sbc out.sbc | tail.sbc: ends with 64 bytes that are not a whole SBC frame; use whole frames
+copy kept.wav ./kept.wav | ./kept.wav: is the input itself; use another name for the output
+copy kept.wav link.wav | link.wav: is the input itself; use another name for the output
+encode speech.wav folder/sub/out.sbc | folder/sub/out.sbc: cannot be created: No such file or directory; use a folder that exists and that you may write to
+encode speech.wav folder.sbc | folder.sbc: is a folder; give the name of a file
+encode speech.wav dangling.sbc | dangling.sbc: is a link to nothing; give the name of a file, or of a new file
+encode speech.wav pipe.sbc | pipe.sbc: is not a regular file; give the name of one, or of a new file
 END
 same kept.wav speech.wav "the input that was also the output"
 
-# As somebody who may not write there.
+# As a user without permission to write.
 mkdir private
 cp speech.sbc private/old.sbc
 chmod 644 private/old.sbc
 chmod 755 private .
 if [ "$(id -u)" = 0 ]; then
-    # From here, in case nobody else may enter the folder that it was built in.
+    # A copy, because other users may have no access to the build folder.
     copy_tool program
     chmod -R a+rX program
     unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups
@@ -96,9 +96,9 @@ else
     chmod 555 private
     chmod 444 private/old.sbc
 fi
-refused 1 "zav: private/new.sbc: cannot be created: Permission denied; a folder that exists and that you may write to" \
+refused 1 "zav: private/new.sbc: cannot be created: Permission denied; use a folder that exists and that you may write to" \
     "${unprivileged[@]}" encode speech.wav private/new.sbc
-refused 1 "zav: private/old.sbc: cannot be replaced: Permission denied; a file that you may write to" \
+refused 1 "zav: private/old.sbc: cannot be replaced: Permission denied; use a file that you may write to" \
     "${unprivileged[@]}" encode speech.wav private/old.sbc
 same private/old.sbc speech.sbc "the file that could not be replaced"
 chmod 755 private
@@ -109,38 +109,38 @@ touch stdout.txt stderr.txt
 before=$(ls -A)
 (
     ulimit -f 64
-    refused 1 "zav: out.sbc: the disk is full or the file too large for it; a disk with more room" \
+    refused 1 "zav: out.sbc: the disk is full or the file is too large for it; use a disk with more room" \
         "$ZAV" encode --bitpool 64 speech.wav out.sbc
-    refused 1 "zav: big.wav: the disk is full or the file too large for it; a disk with more room" \
+    refused 1 "zav: big.wav: the disk is full or the file is too large for it; use a disk with more room" \
         "$ZAV" decode speech.sbc big.wav
 )
-# Not even CAF's header of 4 KiB fits. The words come through a pipe: a file for them might not be
-# written either.
+# Not even CAF's header of 4 KiB fits. The message comes through a pipe, because the limit could also
+# stop a file for it.
 for arguments in "decode speech.sbc out.caf" "copy speech.wav out.caf"; do
     # shellcheck disable=SC2086
     said=$( (
         ulimit -f 2
         "$ZAV" $arguments 2>&1
     ) || true)
-    [ "$said" = "zav: out.caf: the disk is full or the file too large for it; a disk with more room" ] ||
+    [ "$said" = "zav: out.caf: the disk is full or the file is too large for it; use a disk with more room" ] ||
         fail "zav $arguments on a full disk: $said"
 done
 same out.sbc speech.sbc "the file that was there before"
 nothing_new "$before"
 
-# Interrupted: nothing half-written, and the shell sees the signal. The input is long enough not to
-# come to its end before: 2 GiB of holes.
+# Interrupted: no unfinished file stays, and the shell sees the signal. The input is a sparse file of
+# 2 GiB, so that zav is still at work.
 head -c 44 speech.wav >endless.wav
 printf '\377\377\377\177' | dd of=endless.wav bs=1 seek=40 conv=notrunc status=none
 truncate -s 2G endless.wav
 before=$(ls -A)
-ends_by_term() { # WHAT: the last program in the background, once it is at work
+ends_by_term() { # WHAT: ends the last program in the background after it has made its file
     local code=0
     for _ in $(seq 1000); do
         if compgen -G '.zav-*' >/dev/null; then break; fi
         sleep 0.01
     done
-    # What was to be ignored stays ignored, as under nohup.
+    # zav keeps ignoring a signal that its parent ignored, as nohup does.
     [ "$1" != 'hung up' ] || kill -HUP $!
     kill -TERM $!
     wait $! || code=$?
@@ -169,20 +169,20 @@ cmp -s out.sbc speech.sbc && fail "the link's target was not replaced"
 [ "$(stat -c %a fresh.sbc)" = 640 ] || fail "a new file got permissions $(stat -c %a fresh.sbc)"
 
 # Wrong usage.
-refused 2 "zav: no verb; record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV"
+refused 2 "zav: no verb; use record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV"
 refused_all 2 <<'END'
-encode --bitpool 200 speech.wav out.sbc | --bitpool 200; 2 to 128 for mono with 8 subbands
-encode --bitpool 65 --subbands 4 speech.wav out.sbc | --bitpool 65; 2 to 64 for mono with 4 subbands
-encode speech.wav out.wav | out.wav: not a name for SBC frames or Opus packets; NAME.sbc, .zsbc, .opus, .ogg or .zopus
-decode speech.sbc out.mp3 | out.mp3: not a name for PCM audio; a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au or .snd
-copy speech.wav out | out: a name of unknown type; a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au, .snd, .mp3, .aac, .adts, .m4a, .mp4, .flac, .ogg, .oga, .opus, .ac3, .amr, .sbc, .zsbc or .zopus
+encode --bitpool 200 speech.wav out.sbc | --bitpool 200; use 2 to 128 for mono with 8 subbands
+encode --bitpool 65 --subbands 4 speech.wav out.sbc | --bitpool 65; use 2 to 64 for mono with 4 subbands
+encode speech.wav out.wav | out.wav: not a name for SBC frames or Opus packets; use NAME.sbc, .zsbc, .opus, .ogg or .zopus
+decode speech.sbc out.mp3 | out.mp3: not a name for PCM audio; use a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au or .snd
+copy speech.wav out | out: a name of unknown type; use a name with .wav, .wave, .rf64, .w64, .aiff, .aif, .aifc, .caf, .au, .snd, .mp3, .aac, .adts, .m4a, .mp4, .flac, .ogg, .oga, .opus, .ac3, .amr, .sbc, .zsbc or .zopus
 END
 for arguments in "encod a b" "bogus --help" "-q help bogus"; do
     word=${arguments#-q help }
     # shellcheck disable=SC2086
-    refused 2 "zav: ${word%% *}: no verb of zav; record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV" $arguments
+    refused 2 "zav: ${word%% *}: not a verb of zav; use record, play, encode, decode, copy, info, devices or help, see 'zav --help'" "$ZAV" $arguments
 done
-[ "$("$ZAV" --help 2>&1 >/dev/full)" = "zav: standard output: cannot be written; a terminal, file or pipe with room" ] ||
+[ "$("$ZAV" --help 2>&1 >/dev/full)" = "zav: standard output: cannot be written; use a terminal, file or pipe with room" ] ||
     fail "help into a full disk"
 for arguments in "record --seconds 5s out.wav" "record --rate 16k out.wav" "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
     "encode --mode surround speech.wav out.sbc" "info a b"; do

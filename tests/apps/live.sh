@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# zav record, play and devices beside a sound server (tests/support/sound-server), against programs
-# that we did not write.
+# zav record, play and devices beside a sound server (tests/support/sound-server), checked by other
+# programs.
 #
 #     sound-server pulseaudio|pipewire tests/apps/live.sh SERVER_NAME
 support=$(realpath "$(dirname "$0")/../support")
@@ -9,14 +9,14 @@ source "$(dirname "$0")/../support/live.sh"
 log=$work/log
 : >"$log"
 
-# The shell has its background processes ignore Ctrl-C; these are to take it.
+# The shell makes background processes ignore SIGINT. These must not.
 interruptible=(env --default-signal=INT)
 
 sox -D "$SPEECH" -r 48000 speech.wav trim 1 2
 sox -D speech.wav -t raw speech.raw
 
-# raw_of FILE: as ffmpeg decodes it, 16 bits, 48000 Hz, mono; the library's own containers, which it
-# does not know, as what they hold.
+# raw_of FILE: the audio as ffmpeg decodes it: 16 bits, 48000 Hz, mono. zav converts the library's own
+# containers, which ffmpeg does not know.
 raw_of() {
     local file=$1
     case $1 in
@@ -26,8 +26,8 @@ raw_of() {
     ffmpeg -nostdin -v error -i "$file" -f s16le -ar 48000 -ac 1 -
 }
 
-# is_heard FILE HEARD LIKENESS: the mono recording says what the mono file says, somewhat later; the
-# likeness is their correlation then, in per cent. Raw, 16 bits, 48000 Hz.
+# is_heard FILE HEARD LIKENESS: the mono recording HEARD contains the mono FILE, delayed, with at least
+# this correlation in per cent. Raw, 16 bits, 48000 Hz.
 is_heard() {
     local raw=(-t raw -e signed -b 16 -r 48000 -c 1)
     sox -D "${raw[@]}" "$1" left.wav silence 1 0.01 0.2%
@@ -43,12 +43,12 @@ grep -q '^\* speaker .*stereo, 48000 Hz$' devices.txt || fail "$(cat devices.txt
 grep -q '^\* mic.monitor .*mono, 48000 Hz$' devices.txt || fail "$(cat devices.txt)"
 grep -qi "^Server .*$1" devices.txt || fail "$(cat devices.txt)"
 "$ZAV" devices --json | grep -q '"name": "mic.monitor"' || fail "devices --json"
-if [ "$1" = pulseaudio ]; then # PipeWire plays on its default then
-    PULSE_SINK=nosuch refused 1 "zav: the sound server has no such device at PULSE_SERVER=$PULSE_SERVER, PULSE_SINK=nosuch; one that 'zav devices' lists" \
+if [ "$1" = pulseaudio ]; then # PipeWire uses its default device instead
+    PULSE_SINK=nosuch refused 1 "zav: the sound server has no such device at PULSE_SERVER=$PULSE_SERVER, PULSE_SINK=nosuch; use one that 'zav devices' lists" \
         "$ZAV" play "$SPEECH"
 fi
 
-# --- play: every sample once. In noise each of them is known by its neighbours.
+# --- play: every sample once. Noise, because in noise every error changes the samples.
 noise() { # FRAMES NAME
     sox -R -n -b 16 -r 48000 -c 2 "$2.wav" synth "$1s" whitenoise vol 0.5
     sox -D "$2.wav" -t raw "$2.raw"
@@ -60,8 +60,8 @@ noise 100 short
 sox -R -n -b 16 -r 48000 -c 1 mono.wav synth 30000s whitenoise vol 0.5
 sox -D mono.wav -t raw mono.raw remix 1 1
 plays_exactly() { # NAME.TYPE [OPTION...]
-    hear terminal "$ZAV" play "${@:2}" "$1" >told.txt || return 1
-    tail -n 1 told.txt | grep -q ', 0 underruns' || touch gaps.txt
+    hear terminal "$ZAV" play "${@:2}" "$1" >shown.txt || return 1
+    tail -n 1 shown.txt | grep -q ', 0 underruns' || touch gaps.txt
     cmp -s <(without_silence heard.raw 4) <(without_silence "${1%.*}.raw" 4)
 }
 in_some_try plays_exactly long.wav
@@ -69,8 +69,8 @@ in_some_try plays_exactly second.aiff --delay 0.6
 in_some_try plays_exactly short.wav
 in_some_try plays_exactly mono.wav
 
-# --- record: what is played into the microphone.
-record() { # FILE [OPTION...]: in the background, until there is audio
+# --- record: audio that is played into the microphone.
+record() { # FILE [OPTION...]: in the background; returns when the file contains audio
     rm -f "$1"
     in_background "${interruptible[@]}" "$ZAV" record "${@:2}" "$1"
     until_true test -s "$1"
@@ -95,7 +95,7 @@ in_some_try records_exactly
     fail "record --seconds: $(soxi timed.wav)"
 
 types=(flac caf au m4a mp4 aac opus sbc zsbc zopus)
-[ -z "${QUICK:-}" ] || types=(flac m4a zopus) # where every program takes long
+[ -z "${QUICK:-}" ] || types=(flac m4a zopus) # sanitized programs are slow
 records_all_types() {
     local type i recorders=()
     for type in "${types[@]}"; do
@@ -103,7 +103,7 @@ records_all_types() {
         recorders+=("${processes[-1]}")
     done
     speak
-    # What is written is buffered, too: two more seconds are enough for all.
+    # The files are written through buffers. Two more seconds empty all of them.
     "$ZAV" record --seconds 2 more.wav
     kill -TERM "${recorders[@]}"
     for i in "${!types[@]}"; do
@@ -133,7 +133,7 @@ done
 plays_like_ffmpeg() { # FILE
     hear "$ZAV" play "$1" || return 1
     sox -D -t raw -e signed -b 16 -r 48000 -c 2 heard.raw -c 1 -t raw heard.mono.raw
-    # It is the decoding that counts here.
+    # Gaps do not matter here.
     is_heard decoded.raw heard.mono.raw 99 || { touch gaps.txt && false; }
 }
 types=(mp3 ac3 m4a aac flac ogg opus wav sbc zsbc zopus)
@@ -143,16 +143,16 @@ for type in "${types[@]}"; do
     in_some_try plays_like_ffmpeg "coded.$type"
 done
 
-# --- a disk that is full: what was recorded before is there.
+# --- a full disk: the file keeps the recording until then.
 said=$( (
     ulimit -f 100
     "$ZAV" record --rate 16000 full.wav 2>&1 >/dev/null
 ) | tail -n 1 || true)
-[ "$said" = 'zav: full.wav: the disk is full or the file too large for it; a disk with more room (what was recorded is kept, but for the last two seconds at most)' ] ||
+[ "$said" = 'zav: full.wav: the disk is full or the file is too large for it; use a disk with more room (the recording is kept, except for at most its last two seconds)' ] ||
     fail "a full disk: $said"
 [ "$(soxi -s full.wav)" -ge 51000 ] || fail "full.wav holds $(soxi -s full.wav) samples"
 
-# --- levels on a terminal, also of what is not PCM in the file.
+# --- levels on a terminal, also for compressed files.
 shows() { # EXPRESSION COMMAND...
     local output
     output=$(terminal "${@:2}")
@@ -168,7 +168,7 @@ is_playing() { pactl list sink-inputs short | grep -q .; }
 until_true is_playing
 shows '0:0[01]\.[0-9]  \[######\]  peak -?0\.[01] dB  [1-9][0-9]* clips' \
     "$ZAV" record --seconds 1.5 roaring.m4a
-# The summary tells what is in the file, which may be more than was asked for.
+# The summary shows the length of the file, which may exceed what was asked for.
 terminal "$ZAV" record --seconds 0.73 roaring.flac >summary.txt
 recorded=$(printf '%.2f' "$(soxi -D roaring.flac)")
 grep -qE "roaring\.flac: $recorded s, [0-9]+ KiB, peak -?0\.[01] dB, [1-9][0-9]* clips, [0-9]+ overruns?" \
@@ -183,8 +183,8 @@ code=0
 stop_last INT || code=$?
 [ $code = 130 ] || fail "play, ended by Ctrl-C: exit $code"
 
-# A server that dies while the rest of a compressed file waits in the queue, and another one that
-# answers at once. (With 8 kbit/s all of the file is in the queue when it begins to play.)
+# The server dies while the rest of a compressed file is queued, and another server answers at once.
+# (At 8 kbit/s the whole file is queued when it begins to play.)
 ffmpeg -nostdin -v error -i "$SPEECH" -t 7 -ar 16000 -b:a 8k slow.mp3
 # shellcheck disable=SC2016
 in_background env FIRST="$PULSE_SERVER" "$support/sound-server" pulseaudio \
@@ -208,9 +208,9 @@ processes=()
 grep -q "zav: slow.mp3: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
 grep -q "zav: kept.wav: the sound server or its device went away; the" "$log" || fail "$(cat "$log")"
 grep -q "zav: endless.wav: the sound server or its device went away after" "$log" || fail "$(cat "$log")"
-[ "$(soxi -s kept.wav)" -gt 20000 ] || fail "what was kept: $(soxi kept.wav)"
+[ "$(soxi -s kept.wav)" -gt 20000 ] || fail "too little was kept: $(soxi kept.wav)"
 
-nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; PulseAudio or PipeWire (pipewire-pulse), running"
+nowhere="no sound server or no device at PULSE_SERVER=unix:/nonexistent; start PulseAudio or PipeWire (pipewire-pulse)"
 for arguments in "record none.wav" "play long.wav" "play --delay 1 long.wav" "play --delay 30 long.wav" devices; do
     # shellcheck disable=SC2086
     refused 1 "zav: $nowhere" env PULSE_SERVER=unix:/nonexistent "$ZAV" $arguments

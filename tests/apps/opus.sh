@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Opus through zav: both kinds of file, there and back, against opus-tools, ffmpeg and libopus' own
-# decoder.
+# Encodes and decodes Opus in both kinds of file, checked by opus-tools, ffmpeg and libopus' own decoder.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
@@ -11,7 +10,7 @@ figure() { # NAME FILE: a figure of 'zav info --json'
     "$ZAV" info --json "$2" | grep -oP "\"$1\": \K[0-9.]+"
 }
 
-# The samples that libopus makes of a file, without those that the file says are not to be heard.
+# The samples that libopus makes of a file, without those that the file marks as padding.
 libopus_samples() {
     ffmpeg -nostdin -v error -c:a libopus -i "$1" -f s16le -
 }
@@ -22,7 +21,7 @@ for rate in "${rates[@]}"; do
         sox -D "$SPEECH" -r "$rate" -c "$channels" in.wav trim 1 3.1
         "$ZAV" encode in.wav out.opus
 
-        # 51 packets of 60 ms; the 40 ms behind them are left out.
+        # 51 packets of 60 ms. The 40 ms after them are left out.
         [ "$(figure packets out.opus)" = 51 ] || fail "$what: $(figure packets out.opus) packets"
         [ "$(figure mFramesPerPacket out.opus)" = 2880 ] || fail "$what: not 60 ms"
         opusinfo out.opus >opusinfo.txt 2>&1 || fail "$what: $(cat opusinfo.txt)"
@@ -30,7 +29,7 @@ for rate in "${rates[@]}"; do
         grep -q "Original sample rate: $rate Hz" opusinfo.txt || fail "$what: $(cat opusinfo.txt)"
         grep -q 'Playback length: 0m:03.053s' opusinfo.txt || fail "$what: $(cat opusinfo.txt)"
         [ -z "$(ffprobe -v warning -show_streams out.opus 2>&1 >/dev/null)" ] ||
-            fail "$what: ffprobe is not content"
+            fail "$what: ffprobe complains"
 
         "$ZAV" decode out.opus ours.wav
         sox -D ours.wav -t raw ours.raw
@@ -39,9 +38,9 @@ for rate in "${rates[@]}"; do
         opusdec --quiet --rate 48000 out.opus opusdec.wav
         [ "$(soxi -s opusdec.wav)" = "$(soxi -s ours.wav)" ] || fail "$what: opusdec hears another length"
 
-        # The library's container holds the same packets, but for two rates.
+        # The library's container holds the same packets, except at two rates.
         if [ "$rate" = 12000 ] || [ "$rate" = 24000 ]; then
-            refused 1 "zav: in.wav: $rate Hz; 8000, 16000 or 48000 Hz for Opus container (to convert: sox in.wav -r 48000 converted.wav)" \
+            refused 1 "zav: in.wav: $rate Hz; use 8000, 16000 or 48000 Hz for Opus container (to convert: sox in.wav -r 48000 converted.wav)" \
                 "$ZAV" encode in.wav out.zopus
             continue
         fi
@@ -57,7 +56,7 @@ for rate in "${rates[@]}"; do
     done
 done
 
-# Files of others: opusenc's packets of 20 ms and 2.5 ms, ffmpeg's, and Opus in MP4.
+# Files of other programs: opusenc with packets of 20 ms and 2.5 ms, ffmpeg, and Opus in MP4.
 sox -D "$SPEECH" -r 48000 in.wav
 opusenc --quiet in.wav opusenc.opus
 opusenc --quiet --framesize 2.5 in.wav short.opus
@@ -69,7 +68,7 @@ for file in opusenc.opus short.opus ffmpeg.opus; do
     libopus_samples "$file" >theirs.raw
     same ours.raw theirs.raw "$file, decoded"
 done
-# The header's gain: 3 dB down, and its checksum. ffmpeg takes the bytes as they stand.
+# A gain of -3 dB in the header. ffmpeg copies the header's bytes unchanged.
 ffmpeg -nostdin -v error -i opusenc.mp4 -c copy -f mp4 -y gain.mp4
 offset=$(grep -abo dOps gain.mp4 | head -1 | cut -d: -f1)
 printf '\375\000' | dd of=gain.mp4 bs=1 seek=$((offset + 12)) conv=notrunc status=none
@@ -79,15 +78,15 @@ rms() { sox "$1" -n stat 2>&1 | awk '/RMS.*amplitude/ { print $3 }'; }
 awk -v quiet="$(rms quiet.wav)" -v loud="$(rms loud.wav)" \
     'BEGIN { exit !(quiet / loud > 0.70 && quiet / loud < 0.71) }' || fail "gain of 3 dB"
 
-# One stream after the other in one file: not silently half of it.
+# Two streams one after the other in one file: zav must not silently decode half of it.
 cat opusenc.opus opusenc.opus >chained.opus
-refused 1 "zav: chained.opus: damaged; a file that is whole" "$ZAV" decode chained.opus out.wav
+refused 1 "zav: chained.opus: damaged; use a file that is whole" "$ZAV" decode chained.opus out.wav
 "$ZAV" info chained.opus | grep -q '^Packets *[0-9]*, then damaged$' || fail "info of a chained file"
 
 "$ZAV" copy opusenc.mp4 copy.opus
 same <(raw copy.opus) <(raw opusenc.opus) "packets out of MP4"
 
-# Packets of length 0, and what a cut file has.
+# Packets of length 0, and a file that is cut off.
 "$ZAV" encode in.wav out.zopus
 {
     head -c 48 out.zopus
@@ -97,14 +96,14 @@ same <(raw copy.opus) <(raw opusenc.opus) "packets out of MP4"
 "$ZAV" info --packets gap.zopus | grep -qE '^ +0 +0\.000 s +3 +2880$' ||
     fail "packets: $("$ZAV" info --packets gap.zopus)"
 head -c 60 out.zopus >cut.zopus
-refused 1 "zav: cut.zopus: cut off in packet 0; a file that is whole (to keep what is whole: head -c 48 cut.zopus > whole.zopus)" "$ZAV" decode cut.zopus out.wav
+refused 1 "zav: cut.zopus: cut off in packet 0; use a file that is whole (to keep what is whole: head -c 48 cut.zopus > whole.zopus)" "$ZAV" decode cut.zopus out.wav
 "$ZAV" info cut.zopus | grep -q '^Packets *0, then damaged$' || fail "info of a cut container"
 
-# The SBC container: written, described and copied, but not decoded.
+# The SBC container is written, described and copied, but not decoded.
 "$ZAV" encode "$SPEECH" speech.sbc
 "$ZAV" encode "$SPEECH" speech.zsbc
 same <(tail -c +65 speech.zsbc) speech.sbc "frames in the SBC container"
-refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not tell the channel mode; raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
+refused 1 "zav: speech.zsbc: an SBC container, which the library does not read back, by design: it does not store the channel mode; use raw SBC frames (to copy: zav copy speech.zsbc speech.sbc)" \
     "$ZAV" decode speech.zsbc out.wav
 for mode in stereo joint dual; do
     sox -D -M "$SPEECH" "$SPEECH" two.wav trim 0 1
@@ -117,16 +116,16 @@ done
 
 # Options that do not go together.
 refused_all 2 <<'END'
-encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are SBC's
-encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; NAME.opus, .ogg or .zopus
-encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; NAME.sbc or .zsbc
+encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are for SBC only
+encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; use NAME.opus, .ogg or .zopus
+encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; use NAME.sbc or .zsbc
 END
 "$ZAV" encode --codec opus in.wav out.mp4
 [ "$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 out.mp4)" = opus ] || fail "Opus in MP4"
 sox -D in.wav in.aiff
 sox -D in.wav short.wav trim 0 2879s
 refused_all 1 <<'END'
-encode in.aiff out.opus | in.aiff: 16-bit signed integer PCM, big-endian, mono, 48000 Hz; little-endian (to convert: sox in.aiff -e signed-integer -b 16 converted.wav)
-encode short.wav out.zopus | short.wav: 2879 sample frames; at least the 2880 of one Opus packet
+encode in.aiff out.opus | in.aiff: 16-bit signed integer PCM, big-endian, mono, 48000 Hz; use little-endian samples (to convert: sox in.aiff -e signed-integer -b 16 converted.wav)
+encode short.wav out.zopus | short.wav: 2879 sample frames; use at least the 2880 of one Opus packet
 END
 done_with "opus"

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# What zav prints when all is well.
+# What zav prints if nothing fails.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 cp "$SPEECH" speech.wav
-# Silent without a terminal, wherever the option stands.
+# Silent without a terminal. The position of an option does not matter.
 for arguments in "encode speech.wav speech.sbc" "-q encode speech.wav speech.sbc" \
     "encode speech.wav speech.sbc --quiet" "decode speech.sbc back.wav" "copy back.wav back.caf"; do
     # shellcheck disable=SC2086
@@ -17,11 +17,11 @@ output=$("$ZAV" encode --verbose speech.wav speech.sbc 2>&1 >/dev/null)
 [ "$output" = "FileSource (16-bit signed integer PCM, little-endian, mono, 16000 Hz) -> SBCEncoder (mono, bitpool 32) -> FileSink" ] ||
     fail "the graph: $output"
 
-# On a terminal: a line of progress and a summary, and nothing with --quiet.
+# On a terminal: a line of progress and a summary. With --quiet: nothing.
 output=$(terminal "$ZAV" encode speech.wav speech.sbc)
 printf '%s' "$output" | grep -qE 'speech\.sbc: 10\.8[0-9] s, 1355 SBC frames, 72\.0 kbit/s, 3\.6 ms left out, [0-9]+ times real time' ||
     fail "on a terminal: $output"
-# An error takes the place of the progress line.
+# An error replaces the progress line.
 sox -D speech.wav long.wav repeat 200
 "$ZAV" encode long.wav long.sbc
 printf '\0' | dd of=long.sbc bs=1 seek=$(($(stat -c %s long.sbc) / 72 * 72 - 69)) conv=notrunc status=none

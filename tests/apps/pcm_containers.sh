@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# PCM files of ffmpeg and sox go through 'zav copy' bit-exactly, for every container and encoding,
-# and what zav writes is read by them without complaint.
+# 'zav copy' copies PCM files of ffmpeg and sox bit-exactly, for every container and encoding. Both read
+# zav's files without complaint.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
 sox -D "$SPEECH" -b 32 mono.wav trim 1 0.0635
 sox -D mono.wav reversed.wav reverse
-sox -D -M mono.wav reversed.wav input.wav # 1016 frames, stereo: ffmpeg counts the padding of W64 as audio
+sox -D -M mono.wav reversed.wav input.wav # 1016 frames, stereo, need no padding: ffmpeg would count that of W64 as audio
 
 # container, ffmpeg's options for it, the encodings by ffmpeg's names
 containers=(
@@ -20,24 +20,24 @@ containers=(
 )
 
 expected_copies=236
-if [ -n "${QUICK:-}" ]; then # where every start of a program takes long
+if [ -n "${QUICK:-}" ]; then # sanitized programs start slowly
     containers=("${containers[2]}" "${containers[4]}")
     expected_copies=60
 fi
 
-# raw_into RAW FILE: like `raw`; prints the encoding that ffmpeg finds. (One start of it takes longer
-# than the copy.)
+# raw_into RAW FILE: like `raw`. Also prints the encoding that ffmpeg finds. (Starting ffmpeg takes longer
+# than the copy, so it starts once.)
 raw_into() {
     ffmpeg -nostdin -v error -i "$2" -map 0:a -c copy -f data -y "$1" -map 0:a -c copy -f framehash - |
         sed -n 's/^#codec_id 0: //p'
 }
 
-# What zav cannot put into a container it has to refuse in one line that names what can be done.
+# Copies, or checks that zav refuses in one line that names other types.
 copy_or_refusal() { # INPUT OUTPUT
     local code=0
     "$ZAV" copy "$1" "$2" 2>stderr.txt || code=$?
     if [ $code = 1 ]; then
-        grep -qE "^zav: $2: [A-Z0-9]+ cannot hold .*; \..* or \.|^zav: $2: [A-Z0-9]+ cannot hold .*; \.[a-z]+$" \
+        grep -qE "^zav: $2: [A-Z0-9]+ cannot hold .*; use \.[^ ]*(,? .*or \.[a-z]+)?$" \
             stderr.txt || fail "copy $1 $2: $(cat stderr.txt)"
         [ ! -e "$2" ] || fail "copy $1 $2 was refused and left a file"
     elif [ $code != 0 ]; then
@@ -66,14 +66,14 @@ for row in "${containers[@]}"; do
             [ ! -s complaints.txt ] || fail "ffmpeg on $what in $target: $(cat complaints.txt)"
             same ours.raw theirs.raw "$what copied to $target"
             [ "$found" = "$encoding" ] || fail "$what copied to $target became $found"
-            case "$target $encoding" in # codes of AIFC that sox does not know
+            case "$target $encoding" in # sox does not know these codes of AIFC
                 "aifc pcm_u8" | "aifc pcm_s24be" | "aifc pcm_s32be" | "aifc pcm_alaw" | "aifc pcm_mulaw")
                     continue
                     ;;
             esac
             frames=$(soxi -s "ours.$target" 2>complaints.txt) || fail "sox on $what in $target"
-            # libsndfile's own habits: the short form of the format chunk also for float, A-law and
-            # mu-law, and AU headers without a comment.
+            # libsndfile writes the short format chunk also for float, A-law and mu-law, and AU headers
+            # without a comment.
             sed -i -e '/wave header missing extended part of fmt chunk/d' \
                 -e '/au: header size 24 is too small/d' complaints.txt
             [ ! -s complaints.txt ] || fail "sox on $what in $target: $(cat complaints.txt)"
@@ -86,7 +86,7 @@ for row in "${containers[@]}"; do
 done
 [ "$copies" = $expected_copies ] || fail "$copies copies were made, not $expected_copies"
 
-# What sox writes, with its own comment chunks and an odd number of bytes.
+# Files of sox, with its own comment chunks and an odd number of bytes.
 for extension in wav aiff au caf w64; do
     sox -D "$SPEECH" -b 24 "sox.$extension" trim 0 777s
     "$ZAV" copy "sox.$extension" "copy.$extension"
@@ -95,7 +95,7 @@ for extension in wav aiff au caf w64; do
     same ours.raw theirs.raw "a $extension of sox"
 done
 
-# libsndfile's own tool finds nothing to complain of.
+# libsndfile's own tool finds no error.
 for extension in wav rf64 w64 aiff aifc caf au; do
     ffmpeg -nostdin -v error -i input.wav -c:a pcm_mulaw -f au -y law.au
     if [ $extension = aiff ]; then
@@ -108,7 +108,7 @@ for extension in wav rf64 w64 aiff aifc caf au; do
         fail "libsndfile complains of law.$extension"
 done
 
-# Raw SBC is copied as it is.
+# Raw SBC is copied unchanged.
 "$ZAV" encode "$SPEECH" speech.sbc
 "$ZAV" copy speech.sbc copy.sbc
 same speech.sbc copy.sbc "raw SBC"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the README's commands of the tool as they stand there.
+# Runs the README's commands of the tool unchanged.
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 

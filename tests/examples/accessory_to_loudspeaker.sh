@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What sbcenc made is heard, all of it.
+# The loudspeaker plays all that sbcenc encoded.
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 
@@ -8,7 +8,7 @@ sbcenc -b 32 tone.au >frames.sbc
 is_heard() {
     local seconds
     hear "$EXAMPLES/accessory_to_loudspeaker" <frames.sbc || fail 'accessory_to_loudspeaker failed'
-    # On a busy machine it pauses in between.
+    # It may pause in the middle on a busy machine.
     sox -t raw -r 48000 -e signed -b 16 -c 2 heard.raw heard.wav remix 1 silence 1 2 0.1% -1 48 0.1%
     seconds=$(soxi -D heard.wav)
     awk -v seconds="$seconds" 'BEGIN { exit !(seconds > 2.99 && seconds < 3.04) }' || fail "$seconds s"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What the microphone hears comes out as SBC frames, every sample once.
+# The microphone's audio becomes SBC frames, every sample once.
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# The live demo's figures are true, and nothing of it stays behind, also when it is interrupted.
+# Checks the live demo's figures, and that the demo leaves nothing behind, also if it is interrupted.
 #
-#     live_demo.sh SERVER ORIGIN    what the demo has to say of its sound server
+#     live_demo.sh SERVER ORIGIN    what the demo has to print about its sound server
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 
-figure() { grep -oP "^$1 +\K.*" printed.txt || fail "the demo tells nothing of $1: $(cat printed.txt)"; }
+figure() { grep -oP "^$1 +\K.*" printed.txt || fail "the demo prints no $1: $(cat printed.txt)"; }
 
 mkdir tmp
-export TMPDIR=$work/tmp  # by which all of its processes and files are known
+export TMPDIR=$work/tmp  # identifies the demo's processes and files
 nothing_is_left() {
     ! pgrep -f "$TMPDIR/" >left.txt || fail "processes are left: $(cat left.txt)"
     [ -z "$(ls "$TMPDIR")" ] || fail "files are left: $(ls "$TMPDIR")"
@@ -18,7 +18,7 @@ nothing_is_left() {
     fi
 }
 
-# Once more by sox: what was said, so much later, minus what was heard.
+# Computed by sox: what was said, delayed, minus what was heard.
 signal_to_noise() { # DELAY_IN_MS
     local samples
     samples=$(awk -v delay="$1" 'BEGIN { printf "%.0f", delay * 64 }')
@@ -28,8 +28,8 @@ signal_to_noise() { # DELAY_IN_MS
     echo $(($(loudness heard.wav) - $(loudness difference.wav)))
 }
 
-# shows SERVER ORIGIN: the demo tells the truth, whatever the machine is busy with; whether what was
-# heard is also what was said.
+# shows SERVER ORIGIN: fails if a figure is wrong. Returns whether what was heard is what was said, which
+# a busy machine can prevent.
 shows() {
     local sent delay ratio printed
     "$LIVE_DEMO" "$BUILD" out >printed.txt || fail "the demo: exit $?"
@@ -62,6 +62,6 @@ in_some_try shows "$1" "$2"
 demo=$!
 until_true grep -q '^speech.wav' printed.txt
 kill "$demo"
-! wait "$demo" || fail 'an interrupted demo says that all is well'
+! wait "$demo" || fail 'an interrupted demo exits with 0'
 nothing_is_left
 done_with live_demo

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# A file is heard, sample by sample.
+# The loudspeaker plays every sample of a file.
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

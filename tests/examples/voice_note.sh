@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# A voice note is an M4A file that others play.
+# A voice note is an M4A file that other programs play.
 # shellcheck source=../support/live.sh
 source "$(dirname "$0")/../support/live.sh"
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds and installs the library by the README's commands, but into an empty folder, and builds the
-# README's program against it, by the README's own CMake file and its pkg-config command, shared and
-# static.
+# Builds and installs the library by the README's commands, but into an empty folder. Then builds the
+# README's program by the README's CMake file and pkg-config command, with the shared and the static
+# library.
 #
 #     consumers.sh SPEECH.wav
 set -euo pipefail
@@ -18,11 +18,11 @@ block() { # LANGUAGE [NUMBER]: the first (or NUMBER-th) block of this language i
         /^```/ { inside = 0 } inside' "$readme"
 }
 
-# The block that installs, as it stands, but for the place and the rights that it takes.
+# The block that installs, except that it installs into another folder and without sudo.
 commands=$(awk '/^```sh$/ { inside = 1; text = ""; next }
     /^```$/ { if (text ~ /--install/) print text; inside = 0 }
     inside { text = text $0 "\n" }' "$readme" | sed -e 's/^sudo //' -e '/^ldconfig/d')
-[ -n "$commands" ] || { echo 'FAILED: the README does not tell how to install'; exit 1; }
+[ -n "$commands" ] || { echo 'FAILED: the README has no commands that install'; exit 1; }
 (cd "$root" && bash -euc "${commands//\/usr\/local/$work/prefix}") >install.log 2>&1 || {
     cat install.log
     exit 1
@@ -33,7 +33,7 @@ export LD_LIBRARY_PATH=$work/$library PKG_CONFIG_PATH=$work/$library/pkgconfig
 
 block cpp >main.cpp
 cp "$speech" speech.wav
-expect_frames() { # COMMAND...: the program says that it sent all 1355 frames of the recording
+expect_frames() { # COMMAND...: the program prints that it sent all 1355 frames of the recording
     "$@" >output.txt
     [ "$(awk '{ frames += $1 } END { print frames }' output.txt)" = 1355 ] || {
         echo "FAILED: $*"
@@ -55,14 +55,13 @@ expect_frames with-static/streamer
 
 bash -euc "$(grep 'pkg-config --cflags --libs' "$readme")"
 expect_frames ./streamer
-# Statically: the archive by its name, the libraries behind it by pkg-config.
-# The README's other pieces compile inside functions that have their names.
+# The README's other pieces of code compile inside functions that declare what they use.
 cat >piece.cpp <<END
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <future>
 #include <iostream>
 using Accessory = zav::PeripheralSink;
-void push(const zav::AudioStreamBasicDescription& format, const void* bytes, std::uint64_t size) {
+void push(const void* bytes, std::uint64_t size) {
 $(block cpp 2)
 }
 void record() {
@@ -77,24 +76,25 @@ $(block cpp 5)
 END
 g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp
 
+# Statically: the archive by its name, the libraries that it needs by pkg-config.
 read -ra compile_flags < <(pkg-config --cflags ZAVAudioStreaming)
 read -ra link_flags < <(pkg-config --libs sbc sndfile)
 g++ -std=c++20 "${compile_flags[@]}" main.cpp -o streamer-static "$library/libZAVAudioStreaming.a" \
     "${link_flags[@]}"
 expect_frames ./streamer-static
 
-# The version, under names that other languages and tools look for.
+# The version, under the names that other languages and tools look for.
 grep -aqF '@(#)PROGRAM:ZAVAudioStreaming  PROJECT:ZAVAudioStreaming-1' "$library/libZAVAudioStreaming.so" &&
     [ "$(nm -D "$library/libZAVAudioStreaming.so" | grep -cE ' ZAVAudioStreamingVersion(String|Number)$')" = 2 ] ||
     { echo 'FAILED: the version' && exit 1; }
 
-# Who links the library does not load a media framework with it.
+# A program that links the library does not load a media framework.
 ldd "$library/libZAVAudioStreaming.so" | grep -E 'libav|libgst|libpulse' && {
     echo 'FAILED: loaded with the library'
     exit 1
 }
 
-# A program of either kind finds the module where it was installed, and without it still runs.
+# A program with either library finds the installed module, and runs without it.
 cat >types.cpp <<'END'
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 int main(int, char** arguments) {
@@ -120,7 +120,7 @@ rm libZAVAudioStreamingFFmpeg.so
 # The installed tool finds the library beside it.
 env -u LD_LIBRARY_PATH prefix/bin/zav --version
 
-# Nothing that was installed names the folder that it was built in.
+# No installed file names the build folder.
 if grep -rl --binary-files=text "$root" prefix; then
     echo 'FAILED: these name the build folder'
     exit 1

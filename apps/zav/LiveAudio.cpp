@@ -1,10 +1,7 @@
-#include "SoundServer.hpp"
+#include "LiveAudio.hpp"
 
 #include <ZAVAudioStreaming/platform/AudioDevices.hpp>
 #include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
-#include <array>
-#include <cmath>
-#include <cstdio>
 #include <cstdlib>
 
 #include "Failure.hpp"
@@ -14,11 +11,11 @@
 namespace zavtool {
 namespace {
 
-/// What the user has said of server and devices.
+/// The server and the devices that the user names by environment variables.
 std::string placeInWords() {
     std::string place;
     for (const char* const name : {"PULSE_SERVER", "PULSE_SINK", "PULSE_SOURCE"}) {
-        // Nobody here changes the environment.
+        // zav does not change its environment.
         const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
         if (value != nullptr && *value != '\0') {
             place += (place.empty() ? " at " : ", ") + std::string(name) + "=" + shown(value);
@@ -35,20 +32,20 @@ std::string serverProblem(zav::OSStatus status) {
             if (zav::listAudioDevices(list) == zav::noErr) {
                 if (list.devices.empty()) {
                     return "the sound server has no devices" + place +
-                           "; one that has, or a device for this one";
+                           "; use one that has, or add a device to this one";
                 }
                 return "the sound server has no such device" + place +
-                       "; one that 'zav devices' lists";
+                       "; use one that 'zav devices' lists";
             }
             return "no sound server or no device" + place +
-                   "; PulseAudio or PipeWire (pipewire-pulse), running" +
-                   (place.empty() ? ", or PULSE_SERVER set to one" : "");
+                   "; start PulseAudio or PipeWire (pipewire-pulse)" +
+                   (place.empty() ? ", or set PULSE_SERVER" : "");
         case zav::kAudioQueueErr_CannotStart:
             return "the sound server" + place +
-                   " does not answer, or refuses; one that runs and takes another client";
+                   " does not answer, or refuses; use one that runs and accepts another client";
         default:
             return "the sound server" + place + " fails, status " + zav::statusText(status) +
-                   "; another one";
+                   "; use another one";
     }
 }
 
@@ -60,7 +57,7 @@ SoundServerFailure::SoundServerFailure(zav::OSStatus status)
 void refuseFormat(const std::filesystem::path& file, const zav::AudioStreamBasicDescription& format,
                   const std::string& wanted) {
     const bool isPcm = format.mFormatID == zav::kAudioFormatLinearPCM;
-    throw Failure(file, inWords(format) + "; " + wanted +
+    throw Failure(file, inWords(format) + "; use " + wanted +
                             (isPcm || canReadCompressedFiles()
                                  ? ""
                                  : " (compressed audio needs libZAVAudioStreamingFFmpeg.so beside "
@@ -69,28 +66,10 @@ void refuseFormat(const std::filesystem::path& file, const zav::AudioStreamBasic
 
 std::uint32_t interruptionCount(zav::AudioQueueRef queue) {
     std::uint32_t count = 0;
-    // Every queue has it.
+    // Every queue has this property.
     static_cast<void>(
         zav::readAudioQueueProperty(queue, zav::kAudioQueueProperty_InterruptionCount, count));
     return count;
-}
-
-std::string clockText(double seconds) {
-    const auto tenths = static_cast<long long>(std::floor(seconds * 10));
-    const long long minutes = tenths / 600;
-    std::array<char, 64> text{};
-    if (minutes < 60) {
-        std::snprintf(text.data(), text.size(), "%lld:%02lld.%lld", minutes, tenths / 10 % 60,
-                      tenths % 10);
-    } else {
-        std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld.%lld", minutes / 60,
-                      minutes % 60, tenths / 10 % 60, tenths % 10);
-    }
-    return text.data();
-}
-
-std::string countText(std::uint64_t count, const std::string& what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 }  // namespace zavtool

@@ -11,30 +11,30 @@
 
 namespace zavtool {
 
-/// What stands before a `PlaybackSink`: gathers packets of varying size, so that every chunk fills
-/// one queue buffer and comes with the descriptions of its own packets; passes all else on as it
-/// comes. Holds the flow end back, because a sink that has not started yet would take it for the
-/// end of nothing.
+/// Stands before a `PlaybackSink`. Gathers packets of varying size into chunks that fill one queue
+/// buffer each and come with descriptions of their packets. Passes other streams on unchanged.
+/// Holds the flow end back until `finish`, because a sink that has not started would not play what
+/// it has.
 ///
 /// Threads: the main thread.
-class PlaybackFeeder : public Relay {
+class PacketGatherer : public Relay {
  public:
-    /// `bytesPerBuffer` of the sink; at least two packets of varying size.
-    PlaybackFeeder(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
+    /// `bytesPerBuffer` is the sink's buffer size, which must hold two packets of varying size.
+    PacketGatherer(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
                    std::shared_ptr<zav::PeripheralSource> next, std::uint32_t bytesPerBuffer)
         : Relay(key, upstream, std::move(next)),
           gathersPackets_(inDataFormat().mBytesPerPacket == 0 &&
                           inDataFormat().mFormatID != zav::kAudioFormatLinearPCM),
           bytesPerBuffer_(bytesPerBuffer) {}
 
-    /// Packets of varying size come one by one.
+    /// Packets of varying size must come one by one.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const zav::AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override { hasEnded_ = true; }
 
-    /// Whether the flow end has come and waits for `finish`.
+    /// Whether the flow end has come. The sink gets it by `finish`.
     bool hasEnded() const { return hasEnded_; }
-    /// Passes on what is left, and the flow end. The sink has to be playing or about to.
+    /// Passes the remaining packets and the flow end on. The sink must be playing or scheduled to.
     void finish(zav::PlaybackSink& sink);
 
  private:

@@ -7,12 +7,12 @@
 
 namespace zavtool {
 
-/// Says how far a run is and how fast, against real time.
-class Progress {
+/// Shows how much of a file is done and how fast, as a multiple of real time.
+class ProgressLine {
  public:
-    explicit Progress(bool isQuiet) : line_(isQuiet) {}
+    explicit ProgressLine(bool isQuiet) : line_(isQuiet) {}
 
-    /// `share` is 0 to 1, `audioSeconds` what has been worked through so far.
+    /// `share` is 0 to 1, `audioSeconds` the duration of the audio that is done.
     void update(double share, double audioSeconds);
     /// Leaves `summary` in place of the line.
     void finish(const std::string& summary, double audioSeconds);

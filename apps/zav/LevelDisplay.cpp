@@ -1,4 +1,4 @@
-#include "LevelMeter.hpp"
+#include "LevelDisplay.hpp"
 
 #include <ZAVAudioStreaming/platform/OwnedAudioQueue.hpp>
 #include <algorithm>
@@ -6,16 +6,16 @@
 #include <cmath>
 #include <cstdio>
 
-#include "SoundServer.hpp"
+#include "FormatText.hpp"
 
 namespace zavtool {
 namespace {
 
-/// Where the bar begins.
+/// Level at the lower end of the bar.
 constexpr double kLowestInDecibels = -60;
 
-/// The bar falls by 2 dB at a time, so that the eye can follow, and because a device may take or
-/// give nothing for as long as that.
+/// Factor by which the bar falls between two looks (2 dB), so that the eye can follow. A device may
+/// also move no audio between two looks.
 constexpr double kFall = 0.8;
 
 /// Minus infinity for silence.
@@ -32,25 +32,25 @@ std::string peakText(double level) {
 
 }  // namespace
 
-void LevelMeter::look() {
+void LevelDisplay::look() {
     zav::AudioQueueLevel level;
-    // Every queue has it.
+    // Every queue has this property.
     static_cast<void>(zav::readAudioQueueProperty(queue_, zav::kAudioQueueProperty_Level, level));
     shown_ = std::max(level.peak, shown_ * kFall);
     peak_ = std::max(peak_, level.peak);
     clipCount_ = level.clippedSampleCount;
 }
 
-std::vector<std::string> LevelMeter::fields() {
+std::vector<std::string> LevelDisplay::fields() {
     look();
-    constexpr std::size_t kBarWidth = 6;  // a mark for 10 dB; more would not fit in 80 columns
+    constexpr std::size_t kBarWidth = 6;  // a mark for 10 dB; more do not fit into 80 columns
     const auto filled = static_cast<std::size_t>(
         std::lround(kBarWidth * std::max(0.0, 1 - decibels(shown_) / kLowestInDecibels)));
     return {"[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]",
             peakText(peak_), countText(clipCount_, "clip")};
 }
 
-std::string LevelMeter::summary() {
+std::string LevelDisplay::summary() {
     look();
     return peakText(peak_) + ", " + countText(clipCount_, "clip");
 }

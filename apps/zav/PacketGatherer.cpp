@@ -1,8 +1,8 @@
-#include "PlaybackFeeder.hpp"
+#include "PacketGatherer.hpp"
 
 namespace zavtool {
 
-void PlaybackFeeder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
+void PacketGatherer::receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                                   const zav::AudioStreamPacketDescription* packetDescriptions) {
     if (!gathersPackets_) {
         Relay::receiveAudio(bytes, size, packetNum, packetDescriptions);
@@ -18,11 +18,11 @@ void PlaybackFeeder::receiveAudio(const void* bytes, std::uint64_t size, std::ui
     const auto* const packet = static_cast<const std::byte*>(bytes);
     packets_.insert(packets_.end(), packet, packet + size);
     if (packets_.size() >= bytesPerBuffer_ / 2) {
-        passPackets();  // half full is enough for the sink to hand the buffer on
+        passPackets();  // the sink enqueues a buffer when it is half full
     }
 }
 
-void PlaybackFeeder::passPackets() {
+void PacketGatherer::passPackets() {
     if (!packets_.empty()) {
         Relay::receiveAudio(packets_.data(), packets_.size(), descriptions_.size(),
                             descriptions_.data());
@@ -31,9 +31,9 @@ void PlaybackFeeder::passPackets() {
     descriptions_.clear();
 }
 
-void PlaybackFeeder::finish(zav::PlaybackSink& sink) {
+void PacketGatherer::finish(zav::PlaybackSink& sink) {
     if (!packets_.empty()) {
-        // The last buffer goes to the queue with its descriptions, however little is in it.
+        // Makes the sink enqueue the last buffer with its descriptions, even if it is almost empty.
         sink.setQueueBufferSize(static_cast<std::uint32_t>(packets_.size()));
         passPackets();
     }

@@ -8,26 +8,22 @@
 #include <stdexcept>
 #include <string>
 
+/// What `zav play` and `zav record` have in common.
 namespace zavtool {
 
-/// Ends the run with exit code 1: the sound server cannot do what is asked of it, and why.
+/// Ends the run with exit code 1. The text says what the sound server refused and what would help.
 class SoundServerFailure : public std::runtime_error {
  public:
     explicit SoundServerFailure(zav::OSStatus status);
 };
 
-/// Refuses a format that no queue takes: throws `Failure`, naming `file`. `wanted` is what would be
-/// accepted.
+/// Refuses a format that no audio queue takes. Throws `Failure`, which names `file`. `wanted` says
+/// what would be accepted.
 [[noreturn]] void refuseFormat(const std::filesystem::path& file,
                                const zav::AudioStreamBasicDescription& format,
                                const std::string& wanted);
 
-/// How often a queue has run dry, or out of buffers.
+/// How often an output queue has run out of audio, or an input queue out of buffers.
 std::uint32_t interruptionCount(zav::AudioQueueRef queue);
-
-/// "0:07.3", "1:02:03.4"
-std::string clockText(double seconds);
-/// "1 underrun", "0 underruns"
-std::string countText(std::uint64_t count, const std::string& what);
 
 }  // namespace zavtool

@@ -4,7 +4,7 @@
 # shellcheck source=../support/shell.sh
 source "$(dirname "$0")/../support/shell.sh"
 
-bitpools_for() { # CHANNELS_SHARING SUBBANDS: the ends of the range and what is used in between
+bitpools_for() { # CHANNELS_SHARING SUBBANDS: the ends of the range and usual values
     local largest=$(($1 * $2))
     [ "$largest" -le 250 ] || largest=250
     printf '2 19 %s' "$largest"
@@ -12,7 +12,7 @@ bitpools_for() { # CHANNELS_SHARING SUBBANDS: the ends of the range and what is 
 }
 
 rates='16000 32000 44100 48000'
-if [ -n "${QUICK:-}" ]; then # where every start of a program takes long
+if [ -n "${QUICK:-}" ]; then # sanitized programs start slowly
     rates=44100
     bitpools_for() { echo 19 64; }
 fi
@@ -44,8 +44,8 @@ for rate in $rates; do
                             --blocks $blocks --allocation $allocation $input.wav ours.sbc
                         same ours.sbc theirs.sbc "$what"
 
-                        # The decoder takes two channels for plain stereo; other modes decode only
-                        # where their frames happen to have the same length.
+                        # The decoder takes two channels for plain stereo. Other modes decode only if
+                        # their frames have the same length.
                         if "$ZAV" decode ours.sbc ours.au 2>refusal.txt; then
                             sbcdec -f theirs.au theirs.sbc
                             cmp -s <(tail -c +25 ours.au) <(tail -c +25 theirs.au) ||
@@ -53,7 +53,7 @@ for rate in $rates; do
                             case $mode in dual | joint) followed=$((followed + 1)) ;; esac
                         else
                             [ $mode = dual ] || [ $mode = joint ] || fail "not decoded: $what"
-                            grep -q "^zav: ours.sbc: $mode frames of .* bytes; mono, or plain stereo frames" \
+                            grep -q "^zav: ours.sbc: $mode frames of .* bytes; use mono, or plain stereo frames" \
                                 refusal.txt || fail "$what: $(cat refusal.txt)"
                             refusals=$((refusals + 1))
                         fi
@@ -80,4 +80,4 @@ for extension in wav rf64 w64 aiff aifc caf au; do
     ffmpeg -nostdin -v error -i "out.$extension" -f s16le -y ours.raw
     same ours.raw theirs.raw "decoded to $extension"
 done
-done_with "sbc_against_sbc_tools"
+done_with sbc

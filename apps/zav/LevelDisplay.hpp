@@ -8,15 +8,14 @@
 namespace zavtool {
 
 /// Shows how loud the audio of a queue is. 1 is full scale.
-class LevelMeter {
+class LevelDisplay {
  public:
-    /// Measured from now on. The queue outlives this.
-    explicit LevelMeter(zav::AudioQueueRef queue) : queue_(queue) { look(); }
+    /// Measures from now on. The queue must outlive this object.
+    explicit LevelDisplay(zav::AudioQueueRef queue) : queue_(queue) { look(); }
 
-    /// "[######----]", "peak -3.0 dB" and "0 clips", for a status line that is shown ten times a
-    /// second.
+    /// "[####--]", "peak -3.0 dB" and "0 clips". Call it ten times a second, for a status line.
     std::vector<std::string> fields();
-    /// "peak -3.0 dB, 0 clips", of all that was measured.
+    /// "peak -3.0 dB, 0 clips" since the construction.
     std::string summary();
 
  private:

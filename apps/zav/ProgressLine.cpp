@@ -1,4 +1,4 @@
-#include "Progress.hpp"
+#include "ProgressLine.hpp"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 
 namespace zavtool {
 
-void Progress::update(double share, double audioSeconds) {
+void ProgressLine::update(double share, double audioSeconds) {
     constexpr auto kInterval = std::chrono::milliseconds(100);
     if (!line_.isShown() || Clock::now() - lastUpdate_ < kInterval) {
         return;
@@ -19,14 +19,14 @@ void Progress::update(double share, double audioSeconds) {
     line_.show({done.data(), speed.data()});
 }
 
-void Progress::finish(const std::string& summary, double audioSeconds) {
+void ProgressLine::finish(const std::string& summary, double audioSeconds) {
     std::array<char, 64> speed{};
     std::snprintf(speed.data(), speed.size(), ", %.0f times real time",
                   timesRealTime(audioSeconds));
     line_.finish(summary + speed.data());
 }
 
-double Progress::timesRealTime(double audioSeconds) const {
+double ProgressLine::timesRealTime(double audioSeconds) const {
     constexpr double kShortestInSeconds = 1e-6;
     const std::chrono::duration<double> elapsed = Clock::now() - start_;
     return audioSeconds / std::max(elapsed.count(), kShortestInSeconds);
