@@ -59,11 +59,19 @@ grows_by() { # FILE SIZE BYTES
     [ "$(stat -c %s "$1")" -gt $(($2 + $3)) ]
 }
 
-# hear COMMAND...: records what is played meanwhile in heard.raw, with silence behind it, so that all
-# of it is there. Raw, 16 bits, 48000 Hz, stereo.
+# add_speaker NAME: another device to play on, for a program that PULSE_SINK sends there.
+add_speaker() {
+    # See `sound-server` for norewinds.
+    local options=(rate=48000 channels=2)
+    [ "$SOUND_SERVER" = pipewire ] || options+=(norewinds=1)
+    pactl load-module module-null-sink "sink_name=$1" "${options[@]}" >>"$work/log"
+}
+
+# hear COMMAND...: records in heard.raw what the command plays on the speaker, or on PULSE_SINK. Adds
+# silence, so that all of it is there. Raw, 16 bits, 48000 Hz, stereo.
 hear() {
     : >heard.raw
-    in_background parec --device=speaker.monitor --raw --format=s16le --rate=48000 --channels=2 \
+    in_background parec "--device=${PULSE_SINK:-speaker}.monitor" --raw --format=s16le --rate=48000 --channels=2 \
         --latency-msec=20 >heard.raw
     until_true test -s heard.raw
     "$@" || return 1
