@@ -28,12 +28,12 @@ until_true() { # COMMAND...
     fail "in vain: $* $(cat "$work/log")"
 }
 
-# in_some_try COMMAND...: passes, with more tries where a busy machine is to blame. What a failed one
-# writes into why.txt is told.
+# in_some_try COMMAND...: passes if the command does, with up to six tries where a busy machine may be
+# the cause. A command that fails leaves its reason in why.txt.
 #
-# PipeWire without the rights of a real-time process leaves whole blocks out or repeats them then, of
-# paplay's audio and for parec, too, and tells nobody. PulseAudio tells: what it told of makes the
-# file gaps.txt.
+# On a busy machine, PipeWire without real-time rights leaves out or repeats whole blocks, also for
+# paplay and parec, and reports nothing. PulseAudio reports underruns: a command that sees one makes
+# the file gaps.txt.
 in_some_try() {
     local try
     for ((try = 0; try < 6; ++try)); do
