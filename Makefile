@@ -1,6 +1,6 @@
 # Thin entries: each installs what is missing from Debian, configures, builds and runs.
 
-.PHONY: demo test soak benchmark lint
+.PHONY: demo test coverage soak benchmark lint
 
 # OFFLINE=1: with a file in place of a sound server.
 demo:
@@ -12,6 +12,14 @@ test:
 	@scripts/install-dependencies build demo test
 	@scripts/build dev -DZAV_BUILD_TESTS=ON
 	@ctest --preset dev
+
+# The lines and branches that the tests ran, by folder.
+coverage:
+	@scripts/install-dependencies build demo test coverage
+	@scripts/build coverage
+	@find build/coverage -name '*.gcda' -delete
+	@ctest --preset coverage
+	@scripts/print-coverage build/coverage
 
 # What takes minutes and chance: KILLS (100) sound servers of kind SERVER (pulseaudio or pipewire)
 # under a running loop.

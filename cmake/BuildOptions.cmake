@@ -9,14 +9,18 @@ target_compile_options(zav_build_options INTERFACE
   $<$<BOOL:${ZAV_WERROR}>:-Werror>
   # GCC 12 warns of plain std::string concatenation (its bug 105651).
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
-  # No folder of the machine that built it stands in a binary.
-  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  # No binary names a folder of the machine that built it. Coverage notes need the real names; the
+  # positions of fatal stops stay the same there.
+  $<IF:$<BOOL:${ZAV_COVERAGE}>,-fmacro-prefix-map,-ffile-prefix-map>=${PROJECT_SOURCE_DIR}/=)
 if(ZAV_SANITIZE)
   target_compile_options(zav_build_options INTERFACE
     -fsanitize=${ZAV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(zav_build_options INTERFACE -fsanitize=${ZAV_SANITIZE})
 endif()
 if(ZAV_COVERAGE)
-  target_compile_options(zav_build_options INTERFACE --coverage -fprofile-abs-path)
+  target_compile_options(zav_build_options INTERFACE --coverage -fprofile-abs-path -fprofile-update=atomic)
   target_link_options(zav_build_options INTERFACE --coverage)
+  add_library(zav_coverage_at_abort OBJECT ${CMAKE_CURRENT_LIST_DIR}/CoverageAtAbort.cpp)
+  set_target_properties(zav_coverage_at_abort PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_link_libraries(zav_build_options INTERFACE $<TARGET_OBJECTS:zav_coverage_at_abort>)
 endif()

@@ -18,7 +18,10 @@ if(NOT zav_asio_headers)
 endif()
 add_library(zav_asio INTERFACE)
 target_include_directories(zav_asio SYSTEM INTERFACE ${zav_asio_headers})
-target_compile_definitions(zav_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+target_compile_definitions(zav_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED
+  # Our copy has names of its own. A program that links the static library may use another Asio.
+  asio=zav_asio asio_detail_posix_thread_function=zav_asio_posix_thread_function
+  asio_signal_handler=zav_asio_signal_handler)
 if(ZAV_SANITIZE MATCHES thread)
   # ThreadSanitizer does not know fences. What Asio orders with them, its locks order too.
   target_compile_definitions(zav_asio INTERFACE ASIO_DISABLE_FENCED_BLOCK)

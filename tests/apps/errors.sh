@@ -89,8 +89,9 @@ if [ "$(id -u)" = 0 ]; then
     # A copy, because other users may have no access to the build folder.
     copy_tool program
     chmod -R a+rX program
+    mkdir -m 777 counters # where a coverage build may write
     unprivileged=(setpriv --reuid=65534 --regid=65534 --clear-groups
-        env LD_LIBRARY_PATH="$work/program" "$work/program/zav")
+        env LD_LIBRARY_PATH="$work/program" GCOV_PREFIX="$work/counters" "$work/program/zav")
 else
     unprivileged=("$ZAV")
     chmod 555 private

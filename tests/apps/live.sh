@@ -136,11 +136,25 @@ plays_like_ffmpeg() { # FILE
     # Gaps do not matter here.
     is_heard decoded.raw heard.mono.raw 99 || { touch gaps.txt && false; }
 }
+plays_alone() ( # TYPE: on a speaker of its own, in a folder of its own
+    processes=()
+    trap '[ ${#processes[@]} = 0 ] || kill "${processes[@]}"' EXIT
+    mkdir "$1"
+    cd "$1" || exit
+    export PULSE_SINK=speaker_$1
+    raw_of "../coded.$1" >decoded.raw
+    in_some_try plays_like_ffmpeg "../coded.$1"
+)
 types=(mp3 ac3 m4a aac flac ogg opus wav sbc zsbc zopus)
 [ -z "${QUICK:-}" ] || types=(mp3 m4a zsbc zopus)
+players=()
 for type in "${types[@]}"; do
-    raw_of "coded.$type" >decoded.raw
-    in_some_try plays_like_ffmpeg "coded.$type"
+    add_speaker "speaker_$type"
+    plays_alone "$type" &
+    players+=($!)
+done
+for pid in "${players[@]}"; do
+    wait "$pid" || fail 'a coded file'
 done
 
 # --- a full disk: the file keeps the recording until then.

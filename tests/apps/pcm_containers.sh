@@ -25,11 +25,28 @@ if [ -n "${QUICK:-}" ]; then # sanitized programs start slowly
     expected_copies=60
 fi
 
-# raw_into RAW FILE: like `raw`. Also prints the encoding that ffmpeg finds. (Starting ffmpeg takes longer
-# than the copy, so it starts once.)
-raw_into() {
-    ffmpeg -nostdin -v error -i "$2" -map 0:a -c copy -f data -y "$1" -map 0:a -c copy -f framehash - |
-        sed -n 's/^#codec_id 0: //p'
+# read_by_ffmpeg FILE...: the audio bytes of each file as ffmpeg finds them in FILE.raw, the name of
+# their encoding in FILE.hash. One start of ffmpeg takes longer than all that it reads here.
+read_by_ffmpeg() {
+    local file inputs=() outputs=() number=0
+    for file in "$@"; do
+        inputs+=(-i "$file")
+        outputs+=(-map "$number:a" -c copy -f data -y "$file.raw"
+            -map "$number:a" -c copy -f framehash -y "$file.hash")
+        number=$((number + 1))
+    done
+    ffmpeg -nostdin -v error "${inputs[@]}" "${outputs[@]}"
+}
+
+# read_by_sox FILE...: sox counts 1016 frames in each file.
+read_by_sox() {
+    soxi -s "$@" >counts.txt 2>complaints.txt || fail "sox on $what: $(cat complaints.txt)"
+    # libsndfile's own habits: the short form of the format chunk also for float, A-law and mu-law,
+    # and AU headers without a comment.
+    sed -i -e '/wave header missing extended part of fmt chunk/d' \
+        -e '/au: header size 24 is too small/d' complaints.txt
+    [ ! -s complaints.txt ] || fail "sox on $what: $(cat complaints.txt)"
+    [ "$(grep -cx 1016 counts.txt)" = $# ] || fail "sox counts in $*: $(cat counts.txt)"
 }
 
 # Copies, or checks that zav refuses in one line that names other types.
@@ -53,35 +70,31 @@ for row in "${containers[@]}"; do
         what="$encoding in $extension"
         # shellcheck disable=SC2086
         ffmpeg -nostdin -v error -i input.wav -c:a "$encoding" $options -y "theirs.$extension"
-        raw "theirs.$extension" >theirs.raw
-        [ -s theirs.raw ] || fail "ffmpeg made nothing of $what"
         packets=$("$ZAV" info --json "theirs.$extension" | grep -oP '"packets": \K[0-9]+')
         [ "$packets" = 1016 ] || fail "$what: $packets packets"
 
+        rm -f ours.*
+        "$ZAV" copy "theirs.$extension" "same.$extension" || fail "$what into its own type"
         for target in wav rf64 w64 aiff aifc caf au; do
-            rm -f ours.*
             copy_or_refusal "theirs.$extension" "ours.$target" || continue
             copies=$((copies + 1))
-            found=$(raw_into ours.raw "ours.$target" 2>complaints.txt)
-            [ ! -s complaints.txt ] || fail "ffmpeg on $what in $target: $(cat complaints.txt)"
-            same ours.raw theirs.raw "$what copied to $target"
-            [ "$found" = "$encoding" ] || fail "$what copied to $target became $found"
-            case "$target $encoding" in # sox does not know these codes of AIFC
-                "aifc pcm_u8" | "aifc pcm_s24be" | "aifc pcm_s32be" | "aifc pcm_alaw" | "aifc pcm_mulaw")
-                    continue
-                    ;;
-            esac
-            frames=$(soxi -s "ours.$target" 2>complaints.txt) || fail "sox on $what in $target"
-            # libsndfile writes the short format chunk also for float, A-law and mu-law, and AU headers
-            # without a comment.
-            sed -i -e '/wave header missing extended part of fmt chunk/d' \
-                -e '/au: header size 24 is too small/d' complaints.txt
-            [ ! -s complaints.txt ] || fail "sox on $what in $target: $(cat complaints.txt)"
-            [ "$frames" = 1016 ] || fail "sox counts $frames frames of $what in $target"
         done
-        "$ZAV" copy "theirs.$extension" "same.$extension" || fail "$what into its own type"
-        raw "same.$extension" >same.raw
-        same same.raw theirs.raw "$what into its own type"
+        ours=(ours.*)
+        read_by_ffmpeg "theirs.$extension" "same.$extension" "${ours[@]}" 2>complaints.txt ||
+            fail "ffmpeg on $what: $(cat complaints.txt)"
+        [ ! -s complaints.txt ] || fail "ffmpeg on $what: $(cat complaints.txt)"
+        [ -s "theirs.$extension.raw" ] || fail "ffmpeg made nothing of $what"
+        for_sox=()
+        for file in "same.$extension" "${ours[@]}"; do
+            same "$file.raw" "theirs.$extension.raw" "$what copied to $file"
+            grep -qx "#codec_id 0: $encoding" "$file.hash" ||
+                fail "$what copied to $file became $(grep '^#codec_id' "$file.hash")"
+            case "$file $encoding" in # codes of AIFC that sox does not know
+                *.aifc\ pcm_u8 | *.aifc\ pcm_s24be | *.aifc\ pcm_s32be | *.aifc\ pcm_[am]*law) ;;
+                ours.*) for_sox+=("$file") ;;
+            esac
+        done
+        read_by_sox "${for_sox[@]}"
     done
 done
 [ "$copies" = $expected_copies ] || fail "$copies copies were made, not $expected_copies"

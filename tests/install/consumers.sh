@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Builds and installs the library by the README's commands, but into an empty folder. Then builds the
-# README's program by the README's CMake file and pkg-config command, with the shared and the static
-# library.
+# Installs the library by the README's commands into an empty folder, and builds the README's program
+# against it, by the README's own CMake file and its pkg-config command, shared and static. The release
+# is configured, but what is installed is the build under test: a second one would take minutes.
 #
-#     consumers.sh SPEECH.wav
+#     consumers.sh SPEECH.wav BUILD_FOLDER
 set -euo pipefail
 
 speech=$1
+build=$2
 root=$(cd "$(dirname "$0")/../.." && pwd)
 readme=$root/README.md
 work=$(mktemp -d)
@@ -18,10 +19,12 @@ block() { # LANGUAGE [NUMBER]: the first (or NUMBER-th) block of this language i
         /^```/ { inside = 0 } inside' "$readme"
 }
 
-# The block that installs, except that it installs into another folder and without sudo.
+# The block that installs, as it stands, but for the build and the place and rights that it takes.
 commands=$(awk '/^```sh$/ { inside = 1; text = ""; next }
     /^```$/ { if (text ~ /--install/) print text; inside = 0 }
-    inside { text = text $0 "\n" }' "$readme" | sed -e 's/^sudo //' -e '/^ldconfig/d')
+    inside { text = text $0 "\n" }' "$readme" |
+    sed -e 's/^sudo //' -e '/^ldconfig/d' -e '/^cmake --build /d' \
+        -e "s|^cmake --preset.*|& -B $work/release|" -e "s|build/release|$build|")
 [ -n "$commands" ] || { echo 'FAILED: the README has no commands that install'; exit 1; }
 (cd "$root" && bash -euc "${commands//\/usr\/local/$work/prefix}") >install.log 2>&1 || {
     cat install.log
@@ -43,15 +46,16 @@ expect_frames() { # COMMAND...: the program prints that it sent all 1355 frames 
 }
 
 block cmake >CMakeLists.txt
+# The same program once more, static.
+cat >>CMakeLists.txt <<'END'
+add_executable(static-streamer main.cpp)
+target_link_libraries(static-streamer PRIVATE ZAVAudioStreaming::static)
+END
 cmake -S . -B with-cmake -DCMAKE_PREFIX_PATH="$work/prefix" >cmake.log
 cmake --build with-cmake >>cmake.log
 expect_frames with-cmake/streamer
-
-sed -i 's/ZAVAudioStreaming::ZAVAudioStreaming/ZAVAudioStreaming::static/' CMakeLists.txt
-cmake -S . -B with-static -DCMAKE_PREFIX_PATH="$work/prefix" >>cmake.log
-cmake --build with-static >>cmake.log
-ldd with-static/streamer | grep ZAVAudioStreaming && { echo 'linked to the shared library'; exit 1; }
-expect_frames with-static/streamer
+ldd with-cmake/static-streamer | grep ZAVAudioStreaming && { echo 'linked to the shared library'; exit 1; }
+expect_frames with-cmake/static-streamer
 
 bash -euc "$(grep 'pkg-config --cflags --libs' "$readme")"
 expect_frames ./streamer
@@ -79,8 +83,8 @@ g++ -std=c++20 -fsyntax-only -Iprefix/include piece.cpp
 # Statically: the archive by its name, the libraries that it needs by pkg-config.
 read -ra compile_flags < <(pkg-config --cflags ZAVAudioStreaming)
 read -ra link_flags < <(pkg-config --libs sbc sndfile)
-g++ -std=c++20 "${compile_flags[@]}" main.cpp -o streamer-static "$library/libZAVAudioStreaming.a" \
-    "${link_flags[@]}"
+g++ with-cmake/CMakeFiles/static-streamer.dir/main.cpp.o -o streamer-static \
+    "$library/libZAVAudioStreaming.a" "${link_flags[@]}"
 expect_frames ./streamer-static
 
 # The version, under the names that other languages and tools look for.
@@ -105,9 +109,9 @@ int main(int, char** arguments) {
     return status == 0 && hasModule == (*arguments[1] == 'y') ? 0 : 1;
 }
 END
-g++ -std=c++20 "${compile_flags[@]}" types.cpp -o types -L"$library" -lZAVAudioStreaming
-g++ -std=c++20 "${compile_flags[@]}" types.cpp -o types-static \
-    "$library/libZAVAudioStreaming.a" "${link_flags[@]}"
+g++ -std=c++20 "${compile_flags[@]}" -c types.cpp
+g++ types.o -o types -L"$library" -lZAVAudioStreaming
+g++ types.o -o types-static "$library/libZAVAudioStreaming.a" "${link_flags[@]}"
 ./types y
 ./types-static y
 cp "$library/libZAVAudioStreamingFFmpeg.so" .

@@ -496,7 +496,7 @@ std::size_t threadCount() {
     return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
 }
 
-TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemoryBehind) {
+TEST_P(AudioQueueContract, hundredsOfCyclesLeaveNoThreadNoDescriptorAndNoMemoryBehind) {
     std::mt19937 random(1);
     const auto chance = [&](unsigned outOf) { return random() % outOf == 0; };
     OutputUnderTest output(kOutputFormat);
@@ -536,18 +536,24 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
         output.enqueueFull(played[1]);
         input.enqueueFull(recorded[0]);
     };
-    // Until allocators and pools have what they need.
-    for (int i = 0; i < ZAV_TEST_CYCLES / 4; ++i) {
-        startAndStop();
-        makeAndDrop();
-    }
+    const auto repeat = [&] {
+        for (int i = 0; i < ZAV_TEST_CYCLES && !HasFailure(); ++i) {
+            startAndStop();
+            makeAndDrop();
+        }
+    };
+    repeat();
     const std::size_t threadsBefore = threadCount();
     const std::multiset<std::string> descriptorsBefore = openDescriptors();
-    const std::size_t byteCount = mallinfo2().uordblks;
-    for (int i = 0; i < ZAV_TEST_CYCLES && !HasFailure(); ++i) {
-        startAndStop();
-        makeAndDrop();
+    // A leak grows in every round, by at least 32 bytes a cycle, the smallest block. Allocators and
+    // libpulse's pools grow as well, but in some round they have what they need.
+    bool isGrowing = true;
+    for (int round = 0; isGrowing && round < 10; ++round) {
+        const std::size_t byteCount = mallinfo2().uordblks;
+        repeat();
+        isGrowing = mallinfo2().uordblks > byteCount + std::size_t{24} * ZAV_TEST_CYCLES;
     }
+    EXPECT_FALSE(isGrowing);
     // Less than before is well: a dispatch queue's thread closes an event when it gets to it.
     const auto hasNoMoreOpen = [&] {
         const std::multiset<std::string> now = openDescriptors();
@@ -557,9 +563,6 @@ TEST_P(AudioQueueContract, thousandsOfCyclesLeaveNoThreadNoDescriptorAndNoMemory
     EXPECT_TRUE(until([&] { return threadCount() <= threadsBefore; }));
     EXPECT_TRUE(until(hasNoMoreOpen)) << ::testing::PrintToString(descriptorsBefore) << " became "
                                       << ::testing::PrintToString(openDescriptors());
-    // In a thousand cycles allocators and libpulse's pools take up to 10 kB more. The smallest
-    // block that could be left behind takes 32 bytes a cycle.
-    EXPECT_LT(mallinfo2().uordblks, byteCount + 24000);
 }
 
 INSTANTIATE_TEST_SUITE_P(, AudioQueueContract, ::testing::ValuesIn(worldNames()),

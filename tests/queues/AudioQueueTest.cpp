@@ -640,60 +640,71 @@ TEST(AudioQueue, capturesPacketsWhosePlacesStayWithTheirBuffer) {
 
 #endif
 
-TEST(AudioQueue, aWholeDayEndsAtTheRightFrameInTheMemoryThatItBeganWith) {
-    constexpr double kHours = ZAV_TEST_HOURS;
-    constexpr std::size_t kSpeechRate = 16000;
-    constexpr std::size_t kBufferFrames = kSpeechRate / 2;
+TEST(AudioQueue, moreBytesThan32BitsCountEndAtTheRightFrameInTheMemoryThatTheyBeganWith) {
+    // The format with the most bytes a second: 2^32 of them in less than twelve minutes.
+    constexpr double kRate = 192000;
+    constexpr double kSeconds = 720;
+    const auto format = pcmFormat(kRate, 8, 32);
+    // Ten whole ramps, so that all buffers hold the same bytes.
+    const auto ramps = rampSamples(300000);
+    const auto audio = std::as_bytes(std::span(ramps));
     /// Follows the ramp.
     struct Ear {
-        std::size_t frameCount = 0;
+        std::span<const std::byte> ramps;
+        std::uint64_t byteCount = 0;
         bool hearsTheRamp = true;
 
-        void hear(std::span<const std::byte> audio) {
-            const auto samples = samplesOf(audio);
-            hearsTheRamp = hearsTheRamp && samples == rampSamples(samples.size(), frameCount);
-            frameCount += samples.size();
+        void hear(std::span<const std::byte> heard) {
+            while (!heard.empty()) {
+                const auto wanted = ramps.subspan(byteCount % ramps.size());
+                const std::size_t size = std::min(wanted.size(), heard.size());
+                hearsTheRamp &= std::memcmp(wanted.data(), heard.data(), size) == 0;
+                byteCount += size;
+                heard = heard.subspan(size);
+            }
         }
     };
     VirtualDevice device;
-    Ear heard;
-    Ear captured;
-    device.receiver = [&](std::span<const std::byte> audio) { heard.hear(audio); };
-    sayRamp(device);
-    std::size_t enqueuedFrames = 0;
-    OutputUnderTest output(pcmFormat(kSpeechRate, 1));
+    Ear heard{audio};
+    Ear captured{audio};
+    device.receiver = [&](std::span<const std::byte> bytes) { heard.hear(bytes); };
+    device.speaker = [&, said = std::size_t{0}](std::span<std::byte> bytes) mutable {
+        for (std::size_t done = 0; done < bytes.size();) {
+            const std::size_t size = std::min(bytes.size() - done, audio.size() - said);
+            std::memcpy(bytes.data() + done, audio.data() + said, size);
+            said = (said + size) % audio.size();
+            done += size;
+        }
+    };
+    OutputUnderTest output(format);
     output.onReturn = [&](AudioQueueBufferRef buffer) {
-        const auto samples = rampSamples(kBufferFrames, enqueuedFrames);
-        enqueuedFrames += kBufferFrames;
-        std::memcpy(buffer->mAudioData, samples.data(), 2 * kBufferFrames);
-        buffer->mAudioDataByteSize = 2 * kBufferFrames;
-        EXPECT_EQ(AudioQueueEnqueueBuffer(output.get(), buffer, 0, nullptr), noErr);
+        output.enqueueFull(buffer);
         output.forget();
     };
-    InputUnderTest input(pcmFormat(kSpeechRate, 1));
+    InputUnderTest input(format);
     input.onReturn = [&](AudioQueueBufferRef buffer) {
         captured.hear(
             {static_cast<const std::byte*>(buffer->mAudioData), buffer->mAudioDataByteSize});
-        EXPECT_EQ(AudioQueueEnqueueBuffer(input.get(), buffer, 0, nullptr), noErr);
+        input.enqueueFull(buffer);
         input.forget();
     };
     for (int i = 0; i < 3; ++i) {
-        output.onReturn(output.allocate(2 * kBufferFrames));
+        output.enqueue(audio.data(), audio.size());
     }
-    input.enqueueNew(3, 2 * kBufferFrames);
+    input.enqueueNew(3, static_cast<std::uint32_t>(audio.size()));
     ASSERT_EQ(input.start(), noErr);
     ASSERT_EQ(output.start(), noErr);
-    device.advance(3600, settleQueues);
-    const std::size_t memoryAfterAnHour = mallinfo2().uordblks;
-    device.advance((kHours - 1) * 3600, settleQueues);
+    device.advance(60, settleQueues);
+    const std::size_t memoryAfterAMinute = mallinfo2().uordblks;
+    device.advance(kSeconds - 60, settleQueues);
 
-    EXPECT_NEAR(input.currentFrame(), kHours * 3600 * kSpeechRate, 1);
-    EXPECT_NEAR(output.currentFrame(), kHours * 3600 * kSpeechRate, 1);
-    EXPECT_EQ(heard.frameCount, output.currentFrame());
-    EXPECT_GE(captured.frameCount + kBufferFrames, input.currentFrame());
+    EXPECT_NEAR(input.currentFrame(), kSeconds * kRate, 1);
+    EXPECT_NEAR(output.currentFrame(), kSeconds * kRate, 1);
+    EXPECT_EQ(heard.byteCount, output.currentFrame() * format.mBytesPerFrame);
+    EXPECT_GE(captured.byteCount + audio.size(), input.currentFrame() * format.mBytesPerFrame);
     EXPECT_TRUE(heard.hearsTheRamp);
     EXPECT_TRUE(captured.hearsTheRamp);
-    EXPECT_LT(mallinfo2().uordblks, memoryAfterAnHour + 65536);
+    EXPECT_LT(mallinfo2().uordblks, memoryAfterAMinute + 4096);
 }
 
 }  // namespace

@@ -14,15 +14,15 @@
 namespace zav::test {
 namespace {
 
-/// Runs beside the server: tells how to reach it, then waits for the end of its input.
-constexpr const char* kTellAndWait =
+/// Runs beside the server: prints how to reach it, then waits for the end of its input.
+constexpr const char* kPrintAndWait =
     "env | grep -E '^(PULSE_|XDG_RUNTIME_DIR|SOUND_SERVER_PIDS)'; echo; exec cat";
 
 }  // namespace
 
 SoundServer::SoundServer(std::string kind, std::vector<std::string> options)
     : kind_(std::move(kind)), options_(std::move(options)) {
-    // Whatever the test says with them is said after this.
+    // A test sets them after this, if it needs them.
     for (const char* const variable : {"PULSE_SINK", "PULSE_SOURCE"}) {
         ::unsetenv(variable);
     }
@@ -46,16 +46,16 @@ void SoundServer::start() {
     }
     std::vector<std::string> command{ZAV_SOUND_SERVER, "--folder", (folder_ / "server").string()};
     command.insert(command.end(), options_.begin(), options_.end());
-    command.insert(command.end(), {kind_, "sh", "-c", kTellAndWait});
+    command.insert(command.end(), {kind_, "sh", "-c", kPrintAndWait});
     script_ = std::make_unique<ChildProcess>(command, input[0], output[1]);
     leash_ = input[1];
     ::close(input[0]);
     ::close(output[1]);
 
-    std::FILE* const told = ::fdopen(output[0], "r");
+    std::FILE* const printed = ::fdopen(output[0], "r");
     std::array<char, 1024> line{};
     pids_.clear();
-    while (std::fgets(line.data(), line.size(), told) != nullptr && line[0] != '\n') {
+    while (std::fgets(line.data(), line.size(), printed) != nullptr && line[0] != '\n') {
         const std::string text(line.data());
         const std::size_t equals = text.find('=');
         const std::string name = text.substr(0, equals);
@@ -69,7 +69,7 @@ void SoundServer::start() {
             ::setenv(name.c_str(), value.c_str(), 1);
         }
     }
-    std::fclose(told);
+    std::fclose(printed);
     if (pids_.empty()) {
         end();
         throw std::runtime_error("the sound server does not come up");

@@ -28,12 +28,12 @@ until_true() { # COMMAND...
     fail "in vain: $* $(cat "$work/log")"
 }
 
-# in_some_try COMMAND...: passes, with more tries where a busy machine is to blame. What a failed one
-# writes into why.txt is told.
+# in_some_try COMMAND...: passes if the command does, with up to six tries where a busy machine may be
+# the cause. A command that fails leaves its reason in why.txt.
 #
-# PipeWire without the rights of a real-time process leaves whole blocks out or repeats them then, of
-# paplay's audio and for parec, too, and tells nobody. PulseAudio tells: what it told of makes the
-# file gaps.txt.
+# On a busy machine, PipeWire without real-time rights leaves out or repeats whole blocks, also for
+# paplay and parec, and reports nothing. PulseAudio reports underruns: a command that sees one makes
+# the file gaps.txt.
 in_some_try() {
     local try
     for ((try = 0; try < 6; ++try)); do
@@ -59,11 +59,19 @@ grows_by() { # FILE SIZE BYTES
     [ "$(stat -c %s "$1")" -gt $(($2 + $3)) ]
 }
 
-# hear COMMAND...: records what is played meanwhile in heard.raw, with silence behind it, so that all
-# of it is there. Raw, 16 bits, 48000 Hz, stereo.
+# add_speaker NAME: another device to play on, for a program that PULSE_SINK sends there.
+add_speaker() {
+    # See `sound-server` for norewinds.
+    local options=(rate=48000 channels=2)
+    [ "$SOUND_SERVER" = pipewire ] || options+=(norewinds=1)
+    pactl load-module module-null-sink "sink_name=$1" "${options[@]}" >>"$work/log"
+}
+
+# hear COMMAND...: records in heard.raw what the command plays on the speaker, or on PULSE_SINK. Adds
+# silence, so that all of it is there. Raw, 16 bits, 48000 Hz, stereo.
 hear() {
     : >heard.raw
-    in_background parec --device=speaker.monitor --raw --format=s16le --rate=48000 --channels=2 \
+    in_background parec "--device=${PULSE_SINK:-speaker}.monitor" --raw --format=s16le --rate=48000 --channels=2 \
         --latency-msec=20 >heard.raw
     until_true test -s heard.raw
     "$@" || return 1
