@@ -59,12 +59,12 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
 
     OSStatus start() override {
         const std::lock_guard lock(device_.mutex_);
-        if (isGone_ || device_.startingStatus != noErr) {
-            return isGone_ ? kAudioQueueErr_InvalidDevice : device_.startingStatus;
+        if (isGone_) {
+            return kAudioQueueErr_InvalidDevice;
         }
-        isPlaying_ = true;
         pull();
-        return noErr;
+        isPlaying_ = device_.startingStatus == noErr;
+        return device_.startingStatus;
     }
     OSStatus pause() override {
         const std::lock_guard lock(device_.mutex_);

@@ -43,7 +43,7 @@ class VirtualDevice : public QueueDevice {
     void speakRepeatedly(std::span<const std::byte> bytes);
     /// Called when a stream closes, before it is removed: closing a device takes time.
     std::function<void()> onClosing;
-    /// What openings and starts return.
+    /// What openings and starts return. A start that fails has pulled audio already.
     OSStatus openingStatus = noErr;
     OSStatus startingStatus = noErr;
     /// A device that stalls plays nothing, as if the machine were too busy.
