@@ -157,7 +157,7 @@ TEST_P(PulseDevice, playsEveryEncodingAsFfmpegDecodesIt) {
     }
 }
 
-TEST_P(PulseDevice, opensStreamsAtTheLimitsOfRatesAndChannels) {
+TEST_P(PulseDevice, opensStreamsUpToTheLimitsOfItsFormats) {
     for (const auto& format : {pcmFormat(8000, 8), pcmFormat(192000, 3), pcmFormat(44100, 7)}) {
         EXPECT_EQ(OutputUnderTest(format).start(), noErr);
         EXPECT_EQ(InputUnderTest(format).start(), noErr);

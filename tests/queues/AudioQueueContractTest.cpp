@@ -281,8 +281,8 @@ TEST_P(AudioQueueContract, capturesNothingWhileItIsPaused) {
     }
 }
 
-/// A call of a queue. `play` calls nothing: the queue just runs. A call "at end" takes effect when
-/// every buffer has been played.
+/// A call of a queue. `play` calls nothing: the queue just runs. `pauseAtEnd` pauses during an
+/// asynchronous stop; `stopAtEnd` and `disposeAtEnd` are asynchronous.
 enum class Call { play, pause, pauseAtEnd, start, stop, stopAtEnd, dispose, disposeAtEnd };
 
 OSStatus make(Call call, QueueUnderTest& queue) {
