@@ -1,5 +1,5 @@
-// What every audio queue promises when its sound server stands still: it waits for it for some
-// seconds, and then takes it for gone.
+// Audio queues whose sound server does not answer. A queue waits for some seconds, and then treats
+// the server as gone.
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ struct Output : OutputUnderTest {
 
 using Queues = std::initializer_list<QueueUnderTest*>;
 
-/// Its buffers are not filled before the server is taken for gone.
+/// Its buffers are so long that none is filled before the server counts as gone.
 struct Input : InputUnderTest {
     Input() : InputUnderTest(pcmFormat(48000, 1)) { enqueueNew(3, 60 * 48000 * 2); }
 };
@@ -30,12 +30,12 @@ class FrozenServer : public testing::TestWithParam<const char*> {
     SoundServer server_{GetParam()};
 };
 
-TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
+TEST_P(FrozenServer, countsAsGoneAfterSomeSeconds) {
     Output playing;
     Output paused;
     Output ending;
     Input recording;
-    // Something is done with these while it stands still.
+    // The test makes calls of these while the server is frozen.
     Output stopped;
     Output disposed;
     Output endedLate;
@@ -68,7 +68,7 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
             isCalled([&] { endedLate.dispose(false); }),
             isCalled([&] {
                 EXPECT_EQ(pausedInput.pause(), noErr);
-                // On a machine that is slow enough, its server counts as gone by now.
+                // On a slow machine the server may count as gone already.
                 const OSStatus status = resumed.start();
                 EXPECT_TRUE(status == noErr || status == kAudioQueueErr_InvalidDevice) << status;
             }),
@@ -80,7 +80,7 @@ TEST_P(FrozenServer, stopsEveryQueueAndHoldsUpNoCall) {
     EXPECT_FALSE(started.isRunning() || startedInput.isRunning() || stopped.isRunning() ||
                  stoppedInput.isRunning());
     EXPECT_EQ(started.returnCount() + startedInput.returnCount(), 0U);
-    // A paused one has its device as well, and is told.
+    // A paused queue keeps its device open, so it notices the loss, too.
     for (QueueUnderTest* const queue :
          Queues{&playing, &paused, &ending, &recording, &resumed, &pausedInput}) {
         EXPECT_TRUE(waitFor([&] { return !queue->isRunning(); }));

@@ -10,23 +10,22 @@ namespace {
 
 using detail::PlaybackPositions;
 
-/// What the server and the client do, and what `PlaybackPositions` makes of it. Frames are
-/// milliseconds: the rate is 1000 Hz.
+/// One event or one expectation. The rate is 1000 Hz, so a frame is a millisecond.
 struct Step {
     enum What {
         audio,    ///< `frames` of the client's audio are written
-        silence,  ///< with `server` as its position: silence of `frames` is wanted, and written
-        resume,   ///< at `ms`
-        taken,    ///< the server has taken everything before `server`, at `ms`
-        dry,      ///< the server has nothing behind `server`
-        expect,   ///< `frames` have been played by the server's position at `ms`
-        client,   ///< `server` is the client's `frames`
+        silence,  ///< the server is at `server`; `frames` of silence are due, and written
+        resume,   ///< playback goes on at `ms`
+        taken,    ///< at `ms` the server has taken everything before `server`
+        dry,      ///< the server has nothing behind `server`; reported as the client's `frames`
+        expect,   ///< at `ms` the server is at `server`; `frames` of the client's have been played
+        client,   ///< the server's position `server` is the client's `frames`
     };
     What what;
     std::uint64_t frames = 0;
     std::uint64_t server = 0;
     std::uint64_t ms = 0;
-    bool isRefused = false;  ///< silence: none is wanted; dry: it is no news
+    bool isRefused = false;  ///< silence: none is due; dry: not reported
 };
 
 struct Case {
@@ -35,15 +34,15 @@ struct Case {
 };
 
 const std::vector<Case> kCases = {
-    {"the last frame waits until the server has taken it and it has sounded",
+    {"the last frame counts as played when the server has taken it and it has sounded",
      {{Step::audio, 100},
       {Step::expect, 40, 40, 1000},
       {Step::expect, 99, 100, 1060},
-      {Step::expect, 99, 130, 1090},  // the clock of a late server runs past the end
+      {Step::expect, 99, 130, 1090},  // a late server's clock runs past the end
       {Step::taken, 0, 100, 1100},
       {Step::expect, 99, 100, 1100},
       {Step::expect, 100, 100, 1101}}},
-    {"a clock that stops short of the end does not hold the last frames up",
+    {"a clock that stops short of the end does not delay the last frames",
      {{Step::audio, 100},
       {Step::expect, 90, 90, 1000},
       {Step::taken, 0, 100, 1000},
@@ -51,7 +50,7 @@ const std::vector<Case> kCases = {
       {Step::expect, 100, 90, 1010}}},
     {"the position never goes back",
      {{Step::audio, 100}, {Step::expect, 60, 60, 1000}, {Step::expect, 60, 50, 1001}}},
-    {"a pause stops the time of what the server took last",
+    {"a pause stops the time in which the last frames sound",
      {{Step::audio, 100},
       {Step::expect, 80, 80, 1000},
       {Step::taken, 0, 100, 1000},
@@ -59,7 +58,7 @@ const std::vector<Case> kCases = {
       {Step::resume, 0, 0, 5000},
       {Step::expect, 90, 80, 5000},
       {Step::expect, 100, 80, 5010}}},
-    {"silence is no part of the client's frames",
+    {"silence does not count among the client's frames",
      {{Step::audio, 100},
       {Step::silence, 50, 100},
       {Step::audio, 30},
@@ -68,7 +67,7 @@ const std::vector<Case> kCases = {
       {Step::client, 100, 150},
       {Step::client, 130, 180},
       {Step::expect, 110, 160, 1000}}},
-    {"silence is extended up to the length of a block, and taken audio ends before it",
+    {"silence grows to the length of a block behind the audio that was taken",
      {{Step::audio, 100},
       {Step::silence, 30, 100},
       {Step::silence, 30, 100},
@@ -77,7 +76,7 @@ const std::vector<Case> kCases = {
       {Step::expect, 99, 160, 1000},
       {Step::taken, 0, 100, 1000},
       {Step::expect, 100, 160, 1001}}},
-    {"a third piece waits until the first one has sounded, because positions need it",
+    {"a third piece waits until the first one has sounded, because positions depend on it",
      {{Step::audio, 10},
       {Step::silence, 50, 0},
       {Step::audio, 10},
@@ -88,7 +87,7 @@ const std::vector<Case> kCases = {
       {Step::client, 20, 120},
       {Step::client, 30, 130},
       {Step::client, 30, 180}}},
-    {"running dry is news once at each position, and not behind silence that was put in",
+    {"running dry is reported once at each position, but not behind inserted silence",
      {{Step::audio, 100},
       {Step::dry, 100, 100},
       {Step::dry, 0, 100, 0, true},

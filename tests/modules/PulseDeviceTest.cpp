@@ -1,6 +1,6 @@
-// The sound server device on private servers of both kinds, where the contract of audio queues does
-// not reach: formats, what the device thread says and allocates, streams that no queue holds up in
-// their state, and the user's settings.
+// The sound server's device on private servers of both kinds. These tests cover what the contract
+// of audio queues leaves out: formats, the device thread's allocations, queues without moving
+// audio, and the user's settings.
 
 #include <gtest/gtest.h>
 
@@ -38,7 +38,7 @@ const AudioStreamBasicDescription kMono = pcmFormat(48000, 1);
 
 const std::thread::id kTestThread = std::this_thread::get_id();
 
-/// Plays silence, and has what the device's thread allocates counted from its first call there on.
+/// Plays silence. From its first call on the device thread, the allocations of that thread count.
 class SilentClient final : public PlaybackClient {
  public:
     std::size_t pull(std::span<std::byte> room) noexcept override {
@@ -59,7 +59,8 @@ class SilentClient final : public PlaybackClient {
 
 class PulseDevice : public testing::TestWithParam<const char*> {
  protected:
-    /// From here on, of all streams: they share the thread.
+    /// Counts allocations from here on. All streams share the device thread, so one beside the
+    /// tested ones is enough.
     void watchDeviceThread() {
         EXPECT_EQ(queueDevice()->openPlayback(kStereo, silence_, beside_), noErr);
         EXPECT_EQ(beside_->start(), noErr);
@@ -67,6 +68,7 @@ class PulseDevice : public testing::TestWithParam<const char*> {
         RealTimeProbe::reset();
     }
 
+    const bool isPipeWire_ = GetParam() == std::string("pipewire");
     SoundServer server_{GetParam()};
 
  private:
@@ -74,7 +76,8 @@ class PulseDevice : public testing::TestWithParam<const char*> {
     std::unique_ptr<PlaybackStream> beside_;
 };
 
-/// What has played this to its end, or runs dry behind it.
+/// Returns a queue that has played these samples. It has stopped if `isDrained`, and has run dry
+/// otherwise.
 template <class Sample>
 std::unique_ptr<OutputUnderTest> play(const AudioStreamBasicDescription& format,
                                       const std::vector<Sample>& samples, bool isDrained) {
@@ -116,15 +119,15 @@ TEST_P(PulseDevice, givesBuffersBackWhenTheyHaveSoundedWithoutAllocating) {
     started = Clock::now();
     EXPECT_EQ(queue.start(), noErr);
     EXPECT_EQ(queue.stop(false), noErr);
-    EXPECT_EQ(queue.start(), noErr);  // calls it off
+    EXPECT_EQ(queue.start(), noErr);  // calls the stop off
     EXPECT_EQ(queue.stop(false), noErr);
     EXPECT_TRUE(waitFor([&] { return queue.returnCount() == 30; }));
-    // For PipeWire's null sink a block is played as soon as it is taken: 2048 frames.
+    // PipeWire's null sink plays a block of 2048 frames as soon as it has taken it.
     EXPECT_LT(mostAhead, 0.06);
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 }
 
-TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsFfmpegDecodesThem) {
+TEST_P(PulseDevice, playsEveryEncodingAsFfmpegDecodesIt) {
     const TemporaryFolder folder;
     SpeakerRecorder recorder;
     std::size_t heardCount = 0;
@@ -141,7 +144,7 @@ TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsFfmpegDecodesThem) {
         writeFile(folder / "bytes", bytes);
         const auto wanted = withoutSilence(samplesOf(convert(type, "bytes", "s16le")));
         EXPECT_GE(wanted.size(), 390U);
-        // What follows it is silence, whether it is drained or runs dry.
+        // Silence follows, whether the stream is drained or runs dry.
         for (const bool isDrained : {true, false}) {
             const auto queue = play(encoding.format(48000, 1), bytes, isDrained);
             const auto heard = recorder.waitForSamples(heardCount + 2 * wanted.size());
@@ -152,6 +155,9 @@ TEST_P(PulseDevice, playsTheFormatsThatQueuesAskForAsFfmpegDecodesThem) {
             heardCount = heard.size();
         }
     }
+}
+
+TEST_P(PulseDevice, opensStreamsUpToTheLimitsOfItsFormats) {
     for (const auto& format : {pcmFormat(8000, 8), pcmFormat(192000, 3), pcmFormat(44100, 7)}) {
         EXPECT_EQ(OutputUnderTest(format).start(), noErr);
         EXPECT_EQ(InputUnderTest(format).start(), noErr);
@@ -168,18 +174,18 @@ TEST_P(PulseDevice, capturesEverySampleOnceAlsoWhenItHasToWait) {
     EXPECT_TRUE(waitFor([&] { return queue.interruptionCount() > 0; }));
     outputOf("paplay --device=mic --raw --format=s16le --rate=48000 --channels=1 " +
              (folder / "ramp.raw").string());
-    // All of it has waited outside. Room for pieces that are none of the server's.
-    const auto heard = [&] { return withoutSilence(samplesOf(queue.captured())); };
+    // The whole ramp has waited in the device. Buffers of 997 frames differ from the server's
+    // pieces.
     EXPECT_TRUE(waitFor([&] {
         queue.enqueueNew(1, 2 * 997);
-        return heard().size() >= ramp.size();
+        return queue.capturedWithoutSilence().size() >= ramp.size();
     }));
-    EXPECT_EQ(heard(), ramp);
+    EXPECT_EQ(queue.capturedWithoutSilence(), ramp);
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
 }
 
-// What plays, is paused, drains or captures when it goes, the contract has.
-TEST_P(PulseDevice, tellsThatItsServerIsGoneAlsoWhereNothingMoves) {
+// The contract covers queues whose audio moves when the server goes.
+TEST_P(PulseDevice, noticesThatItsServerIsGoneWhileNoAudioMoves) {
     OutputUnderTest starved(kStereo);
     InputUnderTest full(kMono);
     starved.enqueueNew(1, 400);
@@ -189,7 +195,7 @@ TEST_P(PulseDevice, tellsThatItsServerIsGoneAlsoWhereNothingMoves) {
         waitFor([&] { return starved.interruptionCount() > 0 && full.interruptionCount() > 0; }));
     server_.signal(SIGKILL);
     EXPECT_TRUE(waitFor([&] { return !starved.isRunning() && !full.isRunning(); }));
-    // Where there is none that is said far below the bound for servers that do not answer.
+    // A server that is not there is reported at once. Only one that does not answer is waited for.
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(starved.start(), kAudioQueueErr_InvalidDevice);
     EXPECT_EQ(full.start(), kAudioQueueErr_InvalidDevice);
@@ -198,7 +204,7 @@ TEST_P(PulseDevice, tellsThatItsServerIsGoneAlsoWhereNothingMoves) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
 }
 
-TEST_P(PulseDevice, playsOnWhereTheUserMovesIt) {
+TEST_P(PulseDevice, playsOnAfterTheUserMovesItsStream) {
     OutputUnderTest queue(kStereo);
     queue.enqueueNew(1, 60 * 48'000 * 4);
     EXPECT_EQ(queue.start(), noErr);
@@ -209,20 +215,10 @@ TEST_P(PulseDevice, playsOnWhereTheUserMovesIt) {
     EXPECT_TRUE(queue.isRunning());
 }
 
-TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
-    const auto used = [] {
-        AudioDeviceList list;
-        EXPECT_EQ(listAudioDevices(list), noErr);
-        std::string names;
-        for (const AudioDeviceInfo& device : list.devices) {
-            names += device.isUsed ? device.name + " " : "";
-        }
-        return names;
-    };
+TEST_P(PulseDevice, listsTheDevicesOfItsServer) {
     AudioDeviceList list;
     ASSERT_EQ(listAudioDevices(list), noErr);
-    EXPECT_NE(list.server.find(GetParam() == std::string("pipewire") ? "PipeWire 0." : "audio 1"),
-              std::string::npos)
+    EXPECT_NE(list.server.find(isPipeWire_ ? "PipeWire 0." : "audio 1"), std::string::npos)
         << list.server;
     ASSERT_EQ(list.devices.size(), 4U);
     for (const AudioDeviceInfo& device : list.devices) {
@@ -233,25 +229,37 @@ TEST_P(PulseDevice, listsWhatThereIsAndWhatIsUsed) {
         EXPECT_EQ(device.sampleRate, 48000) << device.name;
         EXPECT_NE(device.description, "");
     }
-    EXPECT_EQ(used(), "speaker mic.monitor ");
-    // libpulse's own settings, and above them the environment's.
+}
+
+/// The names of the devices that are marked as used.
+std::string usedDevices() {
+    AudioDeviceList list;
+    EXPECT_EQ(listAudioDevices(list), noErr);
+    std::string names;
+    for (const AudioDeviceInfo& device : list.devices) {
+        names += device.isUsed ? device.name + " " : "";
+    }
+    return names;
+}
+
+TEST_P(PulseDevice, marksTheDevicesThatQueuesOpen) {
+    EXPECT_EQ(usedDevices(), "speaker mic.monitor ");
+    // libpulse's own settings come first, and the environment overrides them.
     std::ofstream(std::getenv("PULSE_CLIENTCONFIG"))
         << "default-sink = mic\ndefault-source = speaker.monitor\n";
-    EXPECT_EQ(used(), "mic speaker.monitor ");
+    EXPECT_EQ(usedDevices(), "mic speaker.monitor ");
     std::ofstream(std::getenv("PULSE_CLIENTCONFIG")) << "";
-    EXPECT_EQ(used(), "speaker mic.monitor ");
+    EXPECT_EQ(usedDevices(), "speaker mic.monitor ");
     ::setenv("PULSE_SINK", "mic", 1);
     ::setenv("PULSE_SOURCE", "speaker.monitor", 1);
-    EXPECT_EQ(used(), "mic speaker.monitor ");
-    // And it is what is opened.
+    EXPECT_EQ(usedDevices(), "mic speaker.monitor ");
     OutputUnderTest queue(kStereo);
     queue.enqueueNew(1, 60 * 48'000 * 4);
     EXPECT_EQ(queue.start(), noErr);
     EXPECT_EQ(outputOf("pactl list sinks | grep -A1 RUNNING | grep -c 'Name: mic' || true"), "1\n");
-    // PipeWire plays on its default then.
+    // PipeWire replaces a sink that does not exist by its default.
     ::setenv("PULSE_SINK", "none", 1);
-    EXPECT_EQ(used(), GetParam() == std::string("pipewire") ? "speaker speaker.monitor "
-                                                            : "speaker.monitor ");
+    EXPECT_EQ(usedDevices(), isPipeWire_ ? "speaker speaker.monitor " : "speaker.monitor ");
 }
 
 INSTANTIATE_TEST_SUITE_P(On, PulseDevice, testing::Values("pulseaudio", "pipewire"),

@@ -1,5 +1,5 @@
-// What every audio queue promises, whatever device is behind it: on the virtual device here, on
-// sound servers in the live tests.
+// The promises of every audio queue on every device: zav_queue_tests checks them on the virtual
+// device, zav_live_tests on sound servers.
 
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -34,18 +34,27 @@ class AudioQueueContract : public ::testing::TestWithParam<std::string> {
  protected:
     bool until(const std::function<bool()>& isDone) { return world_->until(isDone); }
 
-    /// Waits until this many samples were heard; they are the ramp's.
+    bool untilReturned(const QueueUnderTest& queue, std::size_t bufferCount) {
+        return until([&] { return queue.returnCount() == bufferCount; });
+    }
+    bool untilStopped(const QueueUnderTest& queue) {
+        return until([&] { return !queue.isRunning(); });
+    }
+
+    /// Waits until this many samples were heard. Expects the ramp.
     void expectToHear(std::size_t sampleCount) {
         until([&] { return world_->heard().size() >= sampleCount; });
         const auto heard = world_->heard();
         const auto ramp = rampSamples(sampleCount);
         const auto [other, wanted] =
             std::mismatch(heard.begin(), heard.end(), ramp.begin(), ramp.end());
-        EXPECT_TRUE(heard == ramp) << heard.size() << " samples instead of " << ramp.size()
-                                   << ", the first other one at " << wanted - ramp.begin();
+        EXPECT_TRUE(heard == ramp)
+            << "heard " << heard.size() << " samples instead of " << ramp.size()
+            << ", the first wrong one at " << wanted - ramp.begin();
     }
 
-    /// Exactly so many on the virtual device; a real one also runs dry when the machine stalls.
+    /// Expects `count` interruptions. A real device may have more: it also runs dry when the
+    /// machine stalls.
     void expectInterruptions(const QueueUnderTest& queue, std::uint32_t count) {
         EXPECT_GE(queue.interruptionCount(), count);
         EXPECT_TRUE(queue.interruptionCount() == count || !isVirtual_);
@@ -55,13 +64,13 @@ class AudioQueueContract : public ::testing::TestWithParam<std::string> {
     const std::unique_ptr<AudioWorld> world_ = makeWorld(GetParam());
 };
 
-TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
+TEST_P(AudioQueueContract, playsEveryBufferOnceInOrder) {
     OutputUnderTest queue(kOutputFormat);
     const auto audio = rampSamples(kRate);  // half a second
     const auto* const bytes = reinterpret_cast<const std::byte*>(audio.data());
     const std::size_t byteCount = audio.size() * sizeof(std::int16_t);
     std::vector<AudioQueueBufferRef> enqueued;
-    // Sizes that are no whole frames: the buffers are one stream of bytes.
+    // The buffers are one stream of bytes, so they may begin and end inside a frame.
     const std::array<std::size_t, 5> sizes = {1, 4801, 2, 20002, 7};
     std::size_t done = 0;
     const auto enqueueTo = [&](std::size_t end) {
@@ -79,9 +88,9 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     ASSERT_EQ(queue.stop(false), noErr);
     EXPECT_TRUE(queue.isRunning());
     EXPECT_FALSE(queue.hasPlayedAll());
-    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    ASSERT_TRUE(untilStopped(queue));
     EXPECT_TRUE(queue.hasPlayedAll());
-    ASSERT_TRUE(until([&] { return queue.returnCount() == enqueued.size(); }));
+    ASSERT_TRUE(untilReturned(queue, enqueued.size()));
 
     expectToHear(audio.size());
     const auto returns = queue.returns();
@@ -93,7 +102,7 @@ TEST_P(AudioQueueContract, playsEveryByteOnceAndGivesEveryBufferBackInOrder) {
     expectInterruptions(queue, 0);
 }
 
-TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
+TEST_P(AudioQueueContract, losesNothingWhenItsRunIsInterrupted) {
     OutputUnderTest queue(kOutputFormat);
     std::size_t sampleCount = 0;
     const auto enqueue = [&](std::size_t count) {
@@ -113,10 +122,11 @@ TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
         enqueue(9600);
         ASSERT_EQ(queue.start(), noErr);
     }
-    // It starves: everything comes back, and the next buffer goes on exactly there, short as it is.
+    // A queue that starves gives back every buffer. The next buffer, however short, goes on at the
+    // same frame.
     std::uint32_t starved = 0;
     for (const std::size_t next : {9600U, 100U, 9600U}) {
-        ASSERT_TRUE(until([&] { return queue.returnCount() == 4 + starved; }));
+        ASSERT_TRUE(untilReturned(queue, 4 + starved));
         EXPECT_TRUE(queue.isRunning());
         ++starved;
         ASSERT_TRUE(until([&] { return queue.interruptionCount() >= starved; }));
@@ -124,34 +134,34 @@ TEST_P(AudioQueueContract, losesNothingAcrossPausesStarvingAndRestart) {
         EXPECT_NEAR(queue.currentFrame(), static_cast<double>(sampleCount) / 2, 1);
         enqueue(next);
     }
-    ASSERT_TRUE(until([&] { return queue.returnCount() == 7; }));
-    // Starved and paused, as a sink that ran out of audio does it.
+    ASSERT_TRUE(untilReturned(queue, 7));
+    // A playback sink that runs out of audio pauses its starved queue.
     ASSERT_EQ(queue.pause(), noErr);
     enqueue(9600);
-    // An asynchronous stop waits for the queue to go on.
+    // An asynchronous stop of a paused queue waits until the queue goes on.
     ASSERT_EQ(queue.stop(false), noErr);
     world_->pass(0.8);
     EXPECT_TRUE(queue.isRunning());
     EXPECT_EQ(queue.returnCount(), 7U);
     ASSERT_EQ(queue.start(), noErr);
-    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
-    // A new run goes on with what follows, from frame 0.
+    ASSERT_TRUE(untilStopped(queue));
+    // A new run counts from frame 0.
     enqueue(9600);
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_EQ(queue.stop(false), noErr);
-    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
+    ASSERT_TRUE(untilStopped(queue));
     EXPECT_EQ(queue.currentFrame(), 4800);
-    ASSERT_TRUE(until([&] { return queue.returnCount() == 9; }));
+    ASSERT_TRUE(untilReturned(queue, 9));
 
     expectToHear(sampleCount);
 }
 
 TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
     OutputUnderTest queue(kOutputFormat);
-    // One that never ran gives its buffers back as well.
+    // A queue that never ran gives its buffers back as well.
     queue.enqueue(rampSamples(100));
     ASSERT_EQ(queue.stop(true), noErr);
-    ASSERT_TRUE(until([&] { return queue.returnCount() == 1; }));
+    ASSERT_TRUE(untilReturned(queue, 1));
 
     for (int i = 0; i < 5; ++i) {
         queue.enqueue(rampSamples(kRate));
@@ -163,14 +173,14 @@ TEST_P(AudioQueueContract, anImmediateStopGivesEverythingBackAtOnce) {
     EXPECT_FALSE(queue.hasPlayedAll());
     const double stoppedAt = queue.currentFrame();
     EXPECT_GT(stoppedAt, 2400);
-    ASSERT_TRUE(until([&] { return queue.returnCount() == 6; }));
+    ASSERT_TRUE(untilReturned(queue, 6));
     for (const auto& returned : queue.returns()) {
         EXPECT_FALSE(returned.isQueueRunning);
     }
     EXPECT_EQ(queue.currentFrame(), stoppedAt);
 }
 
-TEST_P(AudioQueueContract, anAsynchronousStopPlaysWhatComesMeanwhileUnlessAStartCallsItOff) {
+TEST_P(AudioQueueContract, anAsynchronousStopPlaysOutUnlessAStartCallsItOff) {
     OutputUnderTest queue(kOutputFormat);
     std::atomic<unsigned> enqueued = 1;
     std::atomic<unsigned> wanted = 1;
@@ -183,8 +193,8 @@ TEST_P(AudioQueueContract, anAsynchronousStopPlaysWhatComesMeanwhileUnlessAStart
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_EQ(queue.stop(false), noErr);
     ASSERT_EQ(queue.start(), noErr);
-    ASSERT_TRUE(until([&] { return queue.returnCount() == 1; }));
-    // That is no end, but a want of audio.
+    ASSERT_TRUE(untilReturned(queue, 1));
+    // The start has called the stop off, so the queue has not ended: it waits for audio.
     ASSERT_TRUE(until([&] { return queue.interruptionCount() > 0; }));
     EXPECT_TRUE(queue.isRunning());
 
@@ -198,7 +208,7 @@ TEST_P(AudioQueueContract, anAsynchronousStopPlaysWhatComesMeanwhileUnlessAStart
     expectToHear(48000);
 }
 
-TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirst) {
+TEST_P(AudioQueueContract, capturesEverySampleIntoBuffersInOrder) {
     InputUnderTest queue(kInputFormat);
     queue.recycle();
     constexpr std::uint32_t kBufferSize = kRate / 2;  // a quarter of a second
@@ -208,7 +218,7 @@ TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirs
     const auto said = rampSamples(kRate);
     world_->say(said);
     const auto heardIt = [&] {
-        return withoutSilence(samplesOf(queue.captured())).size() + kBufferSize / 2 >= said.size();
+        return queue.capturedWithoutSilence().size() + kBufferSize / 2 >= said.size();
     };
     ASSERT_TRUE(until([&] { return world_->hasSaidAll() && heardIt(); }));
     world_->pass(0.1);
@@ -218,7 +228,7 @@ TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirs
     ASSERT_TRUE(until([&] { return queue.returnCount() >= fullCount + 3; }));
 
     const auto returns = queue.returns();
-    EXPECT_EQ(withoutSilence(samplesOf(queue.captured())), said);
+    EXPECT_EQ(queue.capturedWithoutSilence(), said);
     double frames = 0;
     for (std::size_t i = 0; i < returns.size(); ++i) {
         EXPECT_EQ(returns[i].buffer, buffers[i % 3]);
@@ -235,18 +245,19 @@ TEST_P(AudioQueueContract, capturesEverythingAndHandsThePartFilledBufferBackFirs
     EXPECT_NE(returns[0].thread, std::this_thread::get_id());
 }
 
-TEST_P(AudioQueueContract, aPausedInputQueueCapturesNothingAndGoesOn) {
+TEST_P(AudioQueueContract, capturesNothingWhileItIsPaused) {
     InputUnderTest queue(kInputFormat);
     queue.recycle();
     queue.enqueueNew(3, 9600);
-    // Stairs, so that no sample comes twice however long they last.
+    // Stairs: 8 equal samples a step. A rising sequence of 4 s would not fit into 16 bits.
     constexpr std::size_t kStep = 8;
     std::vector<std::int16_t> stairs(kRate * 4);
     for (std::size_t i = 0; i < stairs.size(); ++i) {
         stairs[i] = static_cast<std::int16_t>(1 + i / kStep);
     }
-    const auto captured = [&] { return withoutSilence(samplesOf(queue.captured())); };
-    const auto hasCaptured = [&](std::size_t count) { return captured().size() >= count; };
+    const auto hasCaptured = [&](std::size_t count) {
+        return queue.capturedWithoutSilence().size() >= count;
+    };
     world_->say(stairs);
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_TRUE(until([&] { return hasCaptured(4800); }));
@@ -257,21 +268,21 @@ TEST_P(AudioQueueContract, aPausedInputQueueCapturesNothingAndGoesOn) {
     world_->pass(0.3);
     EXPECT_EQ(queue.currentFrame(), pausedAt);
     EXPECT_LE(queue.returnCount(), returnedBefore + 3);
-    const std::size_t capturedBefore = captured().size();
+    const std::size_t capturedBefore = queue.capturedWithoutSilence().size();
     ASSERT_EQ(queue.start(), noErr);
     ASSERT_TRUE(until([&] { return hasCaptured(capturedBefore + 9600); }));
     ASSERT_EQ(queue.stop(true), noErr);
-    ASSERT_TRUE(until([&] { return !queue.isRunning(); }));
-    // They go on somewhere behind where they were, and nothing is repeated.
-    const auto heard = captured();
+    ASSERT_TRUE(untilStopped(queue));
+    // Capture goes on somewhere behind the pause and repeats nothing.
+    const auto heard = queue.capturedWithoutSilence();
     EXPECT_TRUE(std::ranges::is_sorted(heard));
     for (std::size_t i = kStep; i < heard.size(); ++i) {
         ASSERT_NE(heard[i], heard[i - kStep]) << i;
     }
 }
 
-/// What a queue is told when its device may go at any moment; `play` is all that is said of one
-/// that runs already.
+/// A call of a queue. `play` calls nothing: the queue just runs. `pauseAtEnd` pauses during an
+/// asynchronous stop; `stopAtEnd` and `disposeAtEnd` are asynchronous.
 enum class Call { play, pause, pauseAtEnd, start, stop, stopAtEnd, dispose, disposeAtEnd };
 
 OSStatus make(Call call, QueueUnderTest& queue) {
@@ -294,9 +305,9 @@ OSStatus make(Call call, QueueUnderTest& queue) {
     }
 }
 
-TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
-    // Each call is made on a thread of its own, on an output and on an input queue, and the device
-    // goes some milliseconds later: before, during or after it.
+TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueUntilTheNextStart) {
+    // Each call is made on its own thread, once for an output and once for an input queue. The
+    // device goes away some milliseconds later: before, during or after the call.
     struct Case {
         Call call;
         bool isInput;
@@ -342,10 +353,9 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
                 EXPECT_EQ(queue->returnCount(), 0U);
                 EXPECT_EQ(queue->stop(true), noErr);
             }
-            const auto isAllBack = [&queue = *queue] { return queue.returnCount() == 2; };
-            ASSERT_TRUE(call == Call::dispose || until(isAllBack));
+            ASSERT_TRUE(call == Call::dispose || untilReturned(*queue, 2));
             if (call < Call::dispose) {
-                ASSERT_TRUE(until([&queue = *queue] { return !queue.isRunning(); }));
+                ASSERT_TRUE(untilStopped(*queue));
                 EXPECT_FALSE(!isInput && queue->hasPlayedAll());
                 EXPECT_EQ(queue->start(), kAudioQueueErr_InvalidDevice);
                 EXPECT_FALSE(queue->isRunning());
@@ -356,7 +366,7 @@ TEST_P(AudioQueueContract, aLostDeviceStopsTheQueueAndALaterStartOpensItAgain) {
             if (call < Call::dispose) {
                 queue->enqueueNew(1, 960);
                 ASSERT_EQ(queue->start(), noErr);
-                ASSERT_TRUE(until([&queue = *queue] { return queue.returnCount() == 3; }));
+                ASSERT_TRUE(untilReturned(*queue, 3));
             }
         }
     }
@@ -380,7 +390,7 @@ TEST_P(AudioQueueContract, noCallbackRunsAfterDisposal) {
     }
     ASSERT_EQ(queue.stop(true), noErr);
     entered.get_future().wait();
-    // It waits for the callback that is running.
+    // Disposal waits for the running callback.
     auto disposal = std::async(std::launch::async, [&] { queue.dispose(); });
     EXPECT_EQ(disposal.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
     mayLeave.set_value();
@@ -389,7 +399,7 @@ TEST_P(AudioQueueContract, noCallbackRunsAfterDisposal) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST_P(AudioQueueContract, aCallbackMayStopStartAfreshOrDisposeOfItsQueue) {
+TEST_P(AudioQueueContract, aCallbackMayEndTheRunOfItsQueue) {
     for (const Call call : {Call::stop, Call::start, Call::dispose}) {
         std::atomic<int> endCount = 0;
         OutputUnderTest output(kOutputFormat);
@@ -405,8 +415,8 @@ TEST_P(AudioQueueContract, aCallbackMayStopStartAfreshOrDisposeOfItsQueue) {
                 } else {
                     EXPECT_EQ(queue->stop(true), noErr);
                     EXPECT_FALSE(queue->isRunning());
-                    // It knows of the stop: this is for the next run.
-                    EXPECT_EQ(AudioQueueEnqueueBuffer(queue->get(), buffer, 0, nullptr), noErr);
+                    // The callback knows of the stop, so the buffer waits for the next run.
+                    queue->enqueueFull(buffer);
                     EXPECT_EQ(call == Call::start ? queue->start() : noErr, noErr);
                 }
                 ++endCount;
@@ -419,13 +429,11 @@ TEST_P(AudioQueueContract, aCallbackMayStopStartAfreshOrDisposeOfItsQueue) {
         ASSERT_EQ(input.start(), noErr);
         ASSERT_TRUE(until([&] { return endCount == 2; }));
         if (call == Call::stop) {
-            ASSERT_TRUE(
-                until([&] { return output.returnCount() == 2 && input.returnCount() == 3; }));
+            ASSERT_TRUE(untilReturned(output, 2) && untilReturned(input, 3));
             ASSERT_EQ(output.start(), noErr);
             ASSERT_EQ(input.start(), noErr);
         }
-        ASSERT_TRUE(call == Call::dispose ||
-                    until([&] { return output.returnCount() == 3 && input.returnCount() == 4; }));
+        ASSERT_TRUE(call == Call::dispose || (untilReturned(output, 3) && untilReturned(input, 4)));
     }
 }
 
@@ -437,7 +445,7 @@ TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
     std::atomic<int> returned = 0;
     AudioQueueRef const handle = queue.get();
     queue.onReturn = [&](AudioQueueBufferRef buffer) {
-        // Or it would never end.
+        // A buffer that was enqueued again would keep the queue from ending.
         EXPECT_EQ(AudioQueueEnqueueBuffer(handle, buffer, 0, nullptr),
                   kAudioQueueErr_DisposalPending);
         EXPECT_EQ(AudioQueueStop(handle, true), kAudioQueueErr_DisposalPending);
@@ -448,14 +456,14 @@ TEST_P(AudioQueueContract, aDeferredDisposalPlaysOutFirst) {
     expectToHear(19200);
 }
 
-TEST_P(AudioQueueContract, aSinkThatPausesItselfIsHeardAsSilenceAndNothingElse) {
+TEST_P(AudioQueueContract, aSinkThatPausesItselfLosesNothing) {
     DiagnosticsLines lines;
     const auto source = makeNode<PeripheralSource>();
     source->setOutDataFormat(kOutputFormat);
     const auto sink = makeNode<PlaybackSink>(source);
     sink->setQueueBufferSize(1920);
     sink->autoPlay(0.05);
-    // An accessory that sends in bursts, and all of one is played before the next.
+    // An accessory sends a burst only after the sink has played the last one and paused.
     const int burstCount = isVirtual_ ? 60 : 8;
     std::minstd_rand random(1);
     std::size_t sampleCount = 0;

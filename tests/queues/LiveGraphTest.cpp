@@ -1,8 +1,7 @@
-// Graphs of the live nodes, on real audio queues and a device whose clock the test moves.
+// Graphs of the live nodes, on real audio queues and a virtual device.
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <random>
 #include <thread>
@@ -38,11 +37,7 @@ class LiveGraph : public ::testing::Test {
 TEST_F(LiveGraph, recordedAudioIsEncodedByteForByte) {
     constexpr std::size_t kSeconds = 60;
     const Bytes audio = testPcm(16000 * kSeconds);
-    device_.speaker = [&, said = std::size_t{0}](std::span<std::byte> captured) mutable {
-        const std::size_t size = std::min(captured.size(), audio.size() - said);
-        std::copy_n(&audio[said], size, captured.begin());
-        said = (said + size) % audio.size();
-    };
+    device_.speakRepeatedly(audio);
     const auto configuration = std::make_shared<SBCCoding::SBCConfiguration>();
     const auto source = makeNode<RecordSource>(pcmFormat(16000, 1));
     const auto aligner =
@@ -62,7 +57,7 @@ TEST_F(LiveGraph, recordedAudioIsEncodedByteForByte) {
     EXPECT_EQ(encoded, wanted);
 }
 
-TEST_F(LiveGraph, theLastReferenceMayBeDroppedOnAnyThread) {
+TEST_F(LiveGraph, theLastReferenceToANodeMayBeDroppedOnAnyThread) {
     const std::jthread clock([&](const std::stop_token& isOver) {
         while (!isOver.stop_requested()) {
             device_.advance(0.005);
@@ -100,7 +95,7 @@ TEST_F(LiveGraph, theLastReferenceMayBeDroppedOnAnyThread) {
         ASSERT_TRUE(waitFor([&] { return watched.expired(); }, std::this_thread::yield));
     }
     EXPECT_TRUE(waitFor([&] { return completions == kRounds; }, std::this_thread::yield));
-    // The handler may have held a sink last, and still be destroying it.
+    // A handler may hold the last reference to a sink, and still be destroying it.
     EXPECT_TRUE(waitFor([&] { return device_.openStreamCount() == 0; }));
 }
 

@@ -8,11 +8,11 @@
 
 namespace zav::test {
 
-/// A program that runs beside the test and ends with this.
+/// A program that runs beside the test. The destructor ends it.
 class ChildProcess {
  public:
-    /// `input` and `output` become its standard input and output; the other descriptors stay here
-    /// if they close on exec. Throws std::runtime_error when it cannot be run.
+    /// `input` and `output` become the program's standard input and output. It inherits every other
+    /// descriptor that is not close-on-exec. Throws std::runtime_error if it cannot be run.
     explicit ChildProcess(const std::vector<std::string>& command, int input = STDIN_FILENO,
                           int output = STDOUT_FILENO);
     ~ChildProcess();
@@ -21,7 +21,7 @@ class ChildProcess {
 
     bool hasEnded();
 
-    /// Waits for its end.
+    /// Waits until the program has ended.
     void wait();
 
  private:

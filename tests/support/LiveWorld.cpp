@@ -25,7 +25,7 @@ class LiveWorld : public AudioWorld {
     }
     std::vector<std::int16_t> heard() override { return hearing_->heard(); }
     void say(std::vector<std::int16_t> samples) override {
-        // Some silence first: what a stream begins with may be lost on the way into the sink.
+        // Silence goes first, because the way into the sink may lose the beginning of a stream.
         samples.insert(samples.begin(), 24000, 0);
         const auto file = folder_ / "said.raw";
         writeFile(file, std::as_bytes(std::span(samples)));

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/queues/BufferQueue.hpp"
+#include "tests/support/Ramp.hpp"
 
 namespace zav::test {
 namespace {
@@ -22,8 +23,8 @@ bool areIdle(const Queues& these) {
                        [](AudioQueueRef queue) { return queue->queue->isIdle(); });
 }
 
-/// A call waits for a server that does not answer, three seconds at most; the rest is the
-/// machine's.
+/// A call waits three seconds at most for a server that does not answer. The rest is for a slow
+/// machine.
 constexpr std::chrono::seconds kLongestCall{15};
 
 template <class Call>
@@ -62,7 +63,7 @@ void QueueUnderTest::take(AudioQueueRef queue) {
 
 QueueUnderTest::~QueueUnderTest() {
     dispose();
-    // The callback that disposed of the queue may still be on its way out.
+    // The callback that disposed of the queue may not have returned yet.
     while (running_ > 0) {
         std::this_thread::yield();
     }
@@ -91,7 +92,7 @@ void QueueUnderTest::dispose(bool isImmediate) {
     }
     EXPECT_EQ(inTime([this, isImmediate] { return AudioQueueDispose(queue_, isImmediate); }),
               noErr);
-    queue_ = nullptr;  // only now: callbacks use it until they are over
+    queue_ = nullptr;  // not earlier: callbacks use it until the disposal is over
 }
 
 bool QueueUnderTest::isRunning(AudioQueueRef queue) {
@@ -200,7 +201,7 @@ void InputUnderTest::recycle() {
     onReturn = [this](AudioQueueBufferRef buffer) {
         if (isRunning()) {
             const OSStatus status = AudioQueueEnqueueBuffer(get(), buffer, 0, nullptr);
-            // The test may be over, and dispose of the queue meanwhile.
+            // The test may have ended and begun to dispose of the queue.
             EXPECT_TRUE(status == noErr || status == kAudioQueueErr_DisposalPending) << status;
         }
     };
@@ -212,6 +213,10 @@ std::vector<std::byte> InputUnderTest::captured() const {
         bytes.insert(bytes.end(), returned.bytes.begin(), returned.bytes.end());
     }
     return bytes;
+}
+
+std::vector<std::int16_t> InputUnderTest::capturedWithoutSilence() const {
+    return withoutSilence(samplesOf(captured()));
 }
 
 }  // namespace zav::test

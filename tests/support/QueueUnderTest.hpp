@@ -16,18 +16,18 @@
 
 namespace zav::test {
 
-/// A queue and what its callback was told. The queue ends with this object, unless it was disposed
-/// of before. No call may take long, whatever has become of the device, and no two of its callbacks
-/// may run at the same time: the test fails otherwise.
+/// A queue and a record of its callbacks. The destructor disposes of the queue, unless the test has
+/// done so. The test fails if a call takes longer than 15 s, whatever has become of the device, or
+/// if two callbacks of the queue run at the same time.
 class QueueUnderTest {
  public:
     struct Return {
         AudioQueueBufferRef buffer;
-        // Of an input buffer.
+        // Input buffers only.
         std::vector<std::byte> bytes{};
         double startFrame = 0;
         std::vector<AudioStreamPacketDescription> descriptions{};
-        // What `note` adds.
+        // Filled in by `note`.
         bool isQueueRunning = false;
         std::thread::id thread{};
     };
@@ -57,15 +57,16 @@ class QueueUnderTest {
     AudioQueueLevel level() const { return property<AudioQueueLevel>(kAudioQueueProperty_Level); }
 
     AudioQueueBufferRef allocate(std::uint32_t byteCount);
-    /// Allocates buffers, of silence if the queue plays, and enqueues them.
+    /// Allocates buffers, fills them with bytes of 0, and enqueues them.
     std::vector<AudioQueueBufferRef> enqueueNew(std::size_t bufferCount, std::uint32_t byteCount);
+    /// Enqueues a buffer with as many bytes as it has room for.
     void enqueueFull(AudioQueueBufferRef buffer);
+    /// The buffers that came back since the start or the last `forget`.
     std::vector<Return> returns() const;
     std::size_t returnCount() const;
-    /// Forgets the returns so far.
     void forget();
 
-    /// Called in every callback, after the return was noted.
+    /// Called in every callback, after the return has been recorded.
     std::function<void(AudioQueueBufferRef)> onReturn;
 
  protected:
@@ -82,8 +83,9 @@ class QueueUnderTest {
     std::atomic<bool> wasConcurrent_{false};
 };
 
-/// Waits until no callback is under way: of the queues under test, or of these.
+/// Waits until no callback of any queue under test is under way.
 void settleQueues();
+/// Waits until no callback of these queues is under way.
 void settle(std::initializer_list<AudioQueueRef> queues);
 
 class OutputUnderTest : public QueueUnderTest {
@@ -91,7 +93,7 @@ class OutputUnderTest : public QueueUnderTest {
     explicit OutputUnderTest(const AudioStreamBasicDescription& format,
                              DispatchQueueRef dispatchQueue = nullptr);
 
-    /// Allocates a buffer with these bytes, and enqueues it.
+    /// Allocates a buffer, copies these bytes into it, and enqueues it.
     AudioQueueBufferRef enqueue(const void* bytes, std::size_t byteCount);
     template <class Sample>
     AudioQueueBufferRef enqueue(const std::vector<Sample>& samples) {
@@ -103,9 +105,12 @@ class InputUnderTest : public QueueUnderTest {
  public:
     explicit InputUnderTest(const AudioStreamBasicDescription& format);
 
-    /// Enqueues every buffer again when it comes back while the queue runs.
+    /// From now on, enqueues every buffer again that comes back while the queue runs.
     void recycle();
+    /// The bytes of all returned buffers.
     std::vector<std::byte> captured() const;
+    /// Their 16-bit samples, without silence (samples of 0).
+    std::vector<std::int16_t> capturedWithoutSilence() const;
 };
 
 }  // namespace zav::test

@@ -8,21 +8,25 @@
 
 namespace zav::test {
 
-/// Samples of the tests' audio: never silence, and no two near each other are the same.
+/// The ramp repeats after this many samples.
+inline constexpr std::size_t kRampLength = 30000;
+
+/// `count` samples of the ramp, from its sample `first` on. None is 0, which is silence, and no two
+/// within `kRampLength` are the same.
 inline std::vector<std::int16_t> rampSamples(std::size_t count, std::size_t first = 0) {
     std::vector<std::int16_t> samples(count);
     for (std::size_t i = 0; i < count; ++i) {
-        samples[i] = static_cast<std::int16_t>(1 + (first + i) % 30000);
+        samples[i] = static_cast<std::int16_t>(1 + (first + i) % kRampLength);
     }
     return samples;
 }
 
-/// The byte at a position of a stream whose bytes are looked at one by one.
+/// The byte at a position of a stream that a test compares byte by byte.
 inline std::byte rampByte(std::size_t position) {
     return static_cast<std::byte>(position % 251);
 }
 
-/// Whole samples of bytes.
+/// 16-bit samples from their bytes. Half a sample at the end is left out.
 inline std::vector<std::int16_t> samplesOf(std::span<const std::byte> bytes) {
     std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
     if (!samples.empty()) {

@@ -9,21 +9,23 @@
 
 namespace zav::test {
 
-/// Records what the sink "speaker" of a `SoundServer` plays, by parec, as 16-bit stereo at 48 kHz.
+/// Records what the sink "speaker" of a `SoundServer` plays: 16-bit stereo at 48 kHz, by parec.
+///
+/// Threads: one at a time.
 class SpeakerRecorder {
  public:
-    /// Returns when it records.
+    /// Returns when the recording has begun.
     SpeakerRecorder();
     ~SpeakerRecorder();
     SpeakerRecorder(const SpeakerRecorder&) = delete;
     SpeakerRecorder& operator=(const SpeakerRecorder&) = delete;
 
-    /// The samples of both channels in turn that were heard so far, without the silence before,
-    /// after and between. Reads only what is new: to be asked as often as one likes.
+    /// The samples that have been played so far, both channels in turn, without silence (samples of
+    /// 0). Cheap to call often: it reads only what is new.
     const std::vector<std::int16_t>& heard();
 
-    /// Waits until so many samples were heard, or seconds of silence after all was played, behind
-    /// which nothing comes any more; what was.
+    /// Waits until `count` samples have been played, or until four seconds of silence show that no
+    /// more will follow. Returns all samples so far.
     const std::vector<std::int16_t>& waitForSamples(std::size_t count);
 
  private:
@@ -31,7 +33,7 @@ class SpeakerRecorder {
     const int file_;
     ChildProcess parec_;
     std::size_t readBytes_ = 0;
-    std::size_t silentCount_ = 0;  // samples since the last one that was heard
+    std::size_t silentCount_ = 0;  // samples of 0 since the last other one
     std::vector<std::int16_t> heard_;
 };
 

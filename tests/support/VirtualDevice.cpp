@@ -10,12 +10,12 @@
 namespace zav::test {
 namespace {
 
-/// Of the clock. All rates that are tested have whole numbers of frames in one.
+/// Steps of the clock. At every tested rate a step is a whole number of frames.
 constexpr std::size_t kStepsPerSecond = 200;
-/// What a stream pulls ahead of what it plays.
+/// How far a stream pulls ahead of what it plays.
 constexpr std::size_t kLatencyInSteps = 20;
 
-/// Calls a queue as the device's thread does.
+/// Calls a queue as the device thread does.
 template <class Call>
 auto onDeviceThread(Call call) {
     const RealTimeProbe probe;
@@ -24,7 +24,7 @@ auto onDeviceThread(Call call) {
 
 }  // namespace
 
-/// All members and all calls are guarded by the device's mutex.
+/// The device's mutex guards all members and all calls.
 class VirtualDevice::Stream {
  public:
     Stream(VirtualDevice& device, const AudioStreamBasicDescription& format)
@@ -37,12 +37,12 @@ class VirtualDevice::Stream {
     virtual void step() = 0;
     void gone() {
         if (!std::exchange(isGone_, true)) {
-            onDeviceThread([this] { tellOfEnd(); });
+            onDeviceThread([this] { notifyGone(); });
         }
     }
 
  protected:
-    virtual void tellOfEnd() = 0;
+    virtual void notifyGone() = 0;
 
     VirtualDevice& device_;
     std::size_t bytesPerStep_;
@@ -59,12 +59,12 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
 
     OSStatus start() override {
         const std::lock_guard lock(device_.mutex_);
-        if (isGone_ || device_.startingStatus != noErr) {
-            return isGone_ ? kAudioQueueErr_InvalidDevice : device_.startingStatus;
+        if (isGone_) {
+            return kAudioQueueErr_InvalidDevice;
         }
-        isPlaying_ = true;
         pull();
-        return noErr;
+        isPlaying_ = device_.startingStatus == noErr;
+        return device_.startingStatus;
     }
     OSStatus pause() override {
         const std::lock_guard lock(device_.mutex_);
@@ -106,7 +106,7 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
     }
 
  private:
-    void tellOfEnd() override { client_.deviceGone(); }
+    void notifyGone() override { client_.deviceGone(); }
 
     void pull() {
         const std::size_t latency = kLatencyInSteps * bytesPerStep_;
@@ -157,7 +157,7 @@ class VirtualDevice::Capture : public CaptureStream, public Stream {
     }
 
  private:
-    void tellOfEnd() override { client_.deviceGone(); }
+    void notifyGone() override { client_.deviceGone(); }
 
     void push() {
         if (!held_.empty() && !isFinished_) {
@@ -188,6 +188,18 @@ void VirtualDevice::advance(double seconds, const std::function<void()>& afterSt
 std::vector<std::byte> VirtualDevice::heard() const {
     const std::lock_guard lock(mutex_);
     return heard_;
+}
+
+void VirtualDevice::speakRepeatedly(std::span<const std::byte> bytes) {
+    speaker = [bytes = std::vector(bytes.begin(), bytes.end()),
+               position = std::size_t{0}](std::span<std::byte> captured) mutable {
+        while (!captured.empty()) {
+            const std::size_t size = std::min(captured.size(), bytes.size() - position);
+            std::copy_n(&bytes[position], size, captured.begin());
+            position = (position + size) % bytes.size();
+            captured = captured.subspan(size);
+        }
+    };
 }
 
 void VirtualDevice::unplug() {

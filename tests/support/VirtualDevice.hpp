@@ -14,36 +14,39 @@ namespace zav::test {
 
 using namespace detail;
 
-/// A device whose clock a test moves by hand: nothing sounds and nothing is captured but in
-/// `advance`, on the thread that calls it, which plays the device thread's part. It hears what is
-/// played and speaks into what is captured. Its calls of queues are under a `RealTimeProbe`.
+/// A device whose clock a test moves by hand. Audio is played and captured only in `advance`, on
+/// the thread that calls it, which acts as the device thread. The device records what is played
+/// (`heard`) and generates what is captured (`speaker`). A `RealTimeProbe` watches its calls of
+/// queues.
 class VirtualDevice : public QueueDevice {
  public:
     VirtualDevice() { setQueueDevice(this); }
     ~VirtualDevice() override { setQueueDevice(nullptr); }
 
-    /// Moves the clock, in steps of some milliseconds. `afterStep` runs between them.
+    /// Moves the clock in steps of 5 ms. Calls `afterStep` after each of them.
     void advance(double seconds, const std::function<void()>& afterStep = {});
 
     /// What has been played, one stream after the other.
     std::vector<std::byte> heard() const;
 
-    /// All streams are gone, and none can be opened until `plugIn`.
+    /// Takes all streams away. None can be opened until `plugIn`.
     void unplug();
     void plugIn();
     std::size_t openStreamCount() const;
 
-    // These are set while no time passes and nothing is opened or closed.
-    /// Gets what is played, which `heard` does not tell then.
+    // Set these only while no time passes and no stream is opened or closed.
+    /// Receives what is played. `heard` stays empty if this is set.
     std::function<void(std::span<const std::byte>)> receiver;
-    /// Fills in what is captured; silence without it.
+    /// Fills in what is captured. Silence is captured if this is not set.
     std::function<void(std::span<std::byte>)> speaker;
-    /// Called when a stream closes, before it is gone: devices can take their time for it.
+    /// Sets a `speaker` that repeats these bytes.
+    void speakRepeatedly(std::span<const std::byte> bytes);
+    /// Called when a stream closes, before it is removed: closing a device takes time.
     std::function<void()> onClosing;
-    /// Other than 0: how openings, or starts, fail.
+    /// What openings and starts return. A start that fails has pulled audio already.
     OSStatus openingStatus = noErr;
     OSStatus startingStatus = noErr;
-    /// While it stalls it has nothing ready to be played, as on a machine that is too busy.
+    /// A device that stalls plays nothing, as if the machine were too busy.
     bool isStalling = false;
 
     OSStatus openPlayback(const AudioStreamBasicDescription& format, PlaybackClient& client,

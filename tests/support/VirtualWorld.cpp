@@ -47,7 +47,7 @@ class VirtualWorld : public AudioWorld {
     }
 
     VirtualDevice device_;
-    // These are the test's, as time passes on its thread.
+    // Used on the test's thread only, because time passes there.
     std::vector<std::int16_t> heard_;
     std::vector<std::int16_t> toSay_;
     std::size_t said_ = 0;

@@ -5,12 +5,11 @@
 
 namespace zav::test {
 
-/// How long a test waits for what another thread or process does before it fails: far longer than
-/// that ever takes.
+/// How long a test waits for another thread or process. Far longer than that ever takes.
 inline constexpr std::chrono::seconds kWaitLimit{60};
 
-/// Waits until `condition` holds, kWaitLimit at most; whether it does. `passTime` is called between
-/// one look and the next.
+/// Waits until `condition` holds. Calls `passTime` before each new check. Returns false if the
+/// condition does not hold within `kWaitLimit`.
 template <typename Condition, typename PassTime>
 bool waitFor(Condition condition, PassTime passTime) {
     const auto limit = std::chrono::steady_clock::now() + kWaitLimit;

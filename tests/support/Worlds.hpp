@@ -6,35 +6,39 @@
 #include <string>
 #include <vector>
 
-/// The worlds that a test program runs the contract in: each program links its own.
+/// The worlds in which a test program checks the contract of audio queues. Each program links its
+/// own `worldNames` and `makeWorld`.
 namespace zav::test {
 
-/// Where the contract of audio queues is tested: a device, what can be heard of it and said into
-/// it, and its time. Output is 16 bits, 48 kHz, stereo; input 16 bits, 48 kHz, mono.
+/// A device with its loudspeaker, its microphone and its time. It plays 16-bit stereo and captures
+/// 16-bit mono, both at 48 kHz.
+///
+/// Threads: the test's.
 class AudioWorld {
  public:
     virtual ~AudioWorld() = default;
 
-    /// Lets time pass until `isDone` says so. False when it does not within a generous limit.
+    /// Lets time pass until `isDone` returns true. Returns false if that takes longer than
+    /// `kWaitLimit`.
     virtual bool until(const std::function<bool()>& isDone) = 0;
-    /// Lets this much time pass, to see that nothing happens in it.
+    /// Lets this much time pass.
     virtual void pass(double seconds) = 0;
 
-    /// The samples that were heard so far, without silence (samples of 0).
+    /// The samples that have been played so far, without silence (samples of 0).
     virtual std::vector<std::int16_t> heard() = 0;
-    /// Says samples into the microphone from now on, silence before and after them.
+    /// Plays samples into the microphone from now on. Silence precedes and follows them.
     virtual void say(std::vector<std::int16_t> samples) = 0;
-    /// All of what was said last has been.
+    /// Returns true after the last sample of the last `say`.
     virtual bool hasSaidAll() = 0;
 
-    /// The device goes away, and comes back.
+    /// Takes the device away.
     virtual void lose() = 0;
     virtual void bringBack() = 0;
 };
 
-/// By their names: "virtual", or the sound server's.
+/// "virtual", or the kinds of sound server.
 std::vector<std::string> worldNames();
-/// Throws std::runtime_error when its server does not come up.
+/// Throws std::runtime_error if the sound server does not start.
 std::unique_ptr<AudioWorld> makeWorld(const std::string& name);
 
 }  // namespace zav::test
