@@ -1,11 +1,10 @@
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 
 #include <cstdio>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <utility>
 
+#include "ZAVAudioStreaming/support/Mutex.hpp"
 #include "ZAVAudioStreaming/support/NeverDestroyed.hpp"
 
 namespace zav {
@@ -15,8 +14,8 @@ using namespace detail;
 namespace {
 
 struct InstalledReceiver {
-    std::shared_mutex mutex;  ///< shared by running calls, so that none waits for another
-    DiagnosticsHandler handler;
+    SharedMutex mutex;  ///< shared by running calls, so that none waits for another
+    DiagnosticsHandler handler ZAV_GUARDED_BY(mutex);
 };
 
 InstalledReceiver& installed() {
@@ -32,14 +31,16 @@ void printToStandardOutput(std::string_view line) {
 }  // namespace
 
 DiagnosticsHandler setDiagnosticsHandler(DiagnosticsHandler handler) {
-    const std::lock_guard lock(installed().mutex);
-    return std::exchange(installed().handler, std::move(handler));
+    InstalledReceiver& current = installed();
+    const MutexLock lock(current.mutex);
+    return std::exchange(current.handler, std::move(handler));
 }
 
 void printDiagnostics(std::string_view line) {
-    const std::shared_lock lock(installed().mutex);
-    if (installed().handler) {
-        installed().handler(line);
+    InstalledReceiver& current = installed();
+    const SharedLock lock(current.mutex);
+    if (current.handler) {
+        current.handler(line);
     } else {
         printToStandardOutput(line);
     }

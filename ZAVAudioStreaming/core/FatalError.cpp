@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <utility>
 
+#include "ZAVAudioStreaming/support/Mutex.hpp"
 #include "ZAVAudioStreaming/support/NeverDestroyed.hpp"
 
 namespace zav {
@@ -15,8 +15,8 @@ using namespace detail;
 namespace {
 
 struct InstalledHandler {
-    std::mutex mutex;  ///< also held while the handler runs
-    FatalErrorHandler handler;
+    Mutex mutex;  ///< also held while the handler runs
+    FatalErrorHandler handler ZAV_GUARDED_BY(mutex);
 };
 
 InstalledHandler& installed() {
@@ -54,8 +54,9 @@ const char* withoutFolder(const char* path) {
 }  // namespace
 
 FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler) {
-    const std::lock_guard lock(installed().mutex);
-    return std::exchange(installed().handler, std::move(handler));
+    InstalledHandler& current = installed();
+    const MutexLock lock(current.mutex);
+    return std::exchange(current.handler, std::move(handler));
 }
 
 void fatalError(FatalCause cause, std::string_view text, SourcePosition position) {
@@ -69,10 +70,11 @@ void fatalError(FatalCause cause, std::int32_t code, std::string_view text,
         printAndAbort(stop);
     }
     // Held to the end: a stop on another thread must not abort while the handler saves its work.
-    const std::lock_guard lock(installed().mutex);
-    if (installed().handler) {
+    InstalledHandler& current = installed();
+    const MutexLock lock(current.mutex);
+    if (current.handler) {
         const Handling handling;
-        installed().handler(stop);
+        current.handler(stop);
     }
     printAndAbort(stop);
 }

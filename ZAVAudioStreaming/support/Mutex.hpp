@@ -1,6 +1,7 @@
 #pragma once
 
 #include <mutex>
+#include <shared_mutex>
 
 /// Mutexes that the compiler checks. A member is marked with the mutex that guards it, a function
 /// with the one that its caller holds:
@@ -25,6 +26,8 @@
 #define ZAV_EXCLUDES(...) ZAV_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define ZAV_ACQUIRE(...) ZAV_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define ZAV_RELEASE(...) ZAV_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define ZAV_ACQUIRE_SHARED(...) ZAV_THREAD_ATTRIBUTE(acquire_shared_capability(__VA_ARGS__))
+#define ZAV_RELEASE_SHARED(...) ZAV_THREAD_ATTRIBUTE(release_shared_capability(__VA_ARGS__))
 #define ZAV_ASSERT_CAPABILITY(mutex) ZAV_THREAD_ATTRIBUTE(assert_capability(mutex))
 #define ZAV_RETURN_CAPABILITY(mutex) ZAV_THREAD_ATTRIBUTE(lock_returned(mutex))
 
@@ -48,6 +51,18 @@ class ZAV_CAPABILITY("mutex") RecursiveMutex {
 
  private:
     std::recursive_mutex mutex_;
+};
+
+/// A `std::shared_mutex` that the compiler knows.
+class ZAV_CAPABILITY("mutex") SharedMutex {
+ public:
+    void lock() ZAV_ACQUIRE() { mutex_.lock(); }
+    void unlock() ZAV_RELEASE() { mutex_.unlock(); }
+    void lockShared() ZAV_ACQUIRE_SHARED() { mutex_.lock_shared(); }
+    void unlockShared() ZAV_RELEASE_SHARED() { mutex_.unlock_shared(); }
+
+ private:
+    std::shared_mutex mutex_;
 };
 
 /// Holds a lock until the end of its scope: `const MutexLock lock(mutex_);`. One that is not const
@@ -76,6 +91,20 @@ class ZAV_SCOPED_CAPABILITY MutexLock {
  private:
     Lockable& mutex_;
     bool isHeld_ = true;
+};
+
+/// Shares a lock with other readers until the end of its scope.
+class ZAV_SCOPED_CAPABILITY SharedLock {
+ public:
+    explicit SharedLock(SharedMutex& mutex) ZAV_ACQUIRE_SHARED(mutex) : mutex_(mutex) {
+        mutex_.lockShared();
+    }
+    ~SharedLock() ZAV_RELEASE() { mutex_.unlockShared(); }
+    SharedLock(const SharedLock&) = delete;
+    SharedLock& operator=(const SharedLock&) = delete;
+
+ private:
+    SharedMutex& mutex_;
 };
 
 }  // namespace zav::detail

@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <sstream>
 #include <utility>
 
 namespace zavtool {
@@ -140,6 +141,20 @@ std::uint32_t countOf(zav::SBCCoding::Subband subband) {
 
 std::uint32_t countOf(zav::SBCCoding::Block blocks) {
     return 4 * (zav::SBCCoding::rawValue(blocks) + 1);
+}
+
+std::string wrapped(const std::string& text) {
+    constexpr std::size_t kWidth = 80 - kHelpColumn;
+    std::istringstream words(text);
+    std::string lines;
+    std::size_t lineSize = 0;
+    for (std::string word; words >> word;) {
+        const bool fits = lineSize + 1 + word.size() <= kWidth;
+        lines += lines.empty() ? "" : fits ? " " : "\n";
+        lineSize = fits && !lines.empty() ? lineSize + 1 + word.size() : word.size();
+        lines += word;
+    }
+    return lines;
 }
 
 }  // namespace zavtool

@@ -29,6 +29,11 @@ std::string clockText(double seconds);
 /// "1 underrun", "0 underruns"
 std::string countText(std::uint64_t count, const std::string& what);
 
+/// A line of help starts its description in this column of the terminal's 80.
+inline constexpr std::size_t kHelpColumn = 25;
+/// The text, with line breaks for the column of descriptions.
+std::string wrapped(const std::string& text);
+
 /// Names of SBC's parameters, as in the options of `zav encode`.
 std::string_view nameOf(zav::SBCCoding::ChannelMode mode);
 std::string_view nameOf(zav::SBCCoding::AllocationMethod allocation);

@@ -9,7 +9,6 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -20,6 +19,7 @@
 #include "EncodeCommand.hpp"
 #include "Failure.hpp"
 #include "FileType.hpp"
+#include "FormatText.hpp"
 #include "InfoCommand.hpp"
 #include "PlayCommand.hpp"
 #include "RecordCommand.hpp"
@@ -47,23 +47,6 @@ struct CommandLine {
 
 // Help fits into 80 columns. CLI11 breaks no lines, so texts contain line breaks, or `wrapped` adds
 // them.
-constexpr std::size_t kDescriptionColumn = 25;
-
-/// The text with a line break before each word that does not fit into the column of descriptions.
-std::string wrapped(const std::string& text) {
-    constexpr std::size_t kWidth = 80 - kDescriptionColumn;
-    std::istringstream words(text);
-    std::string lines;
-    std::size_t lineSize = 0;
-    for (std::string word; words >> word;) {
-        const bool fits = lineSize + 1 + word.size() <= kWidth;
-        lines += lines.empty() ? "" : fits ? " " : "\n";
-        lineSize = fits && !lines.empty() ? lineSize + 1 + word.size() : word.size();
-        lines += word;
-    }
-    return lines;
-}
-
 void addCommonOptions(CLI::App& app, CommonOptions& common) {
     app.add_flag("-q,--quiet", common.isQuiet, "Show no progress on a terminal");
     app.add_flag("-v,--verbose", common.isVerbose,
@@ -364,7 +347,7 @@ int runCommandLine(int argc, char** argv) {
     app.require_subcommand(0, 1);
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->label("SUBCOMMAND", "VERB");
-    app.get_formatter()->column_width(kDescriptionColumn);
+    app.get_formatter()->column_width(kHelpColumn);
     app.set_version_flag("--version", versionText());
     addCommonOptions(app, line.common);
     for (auto* const verb :

@@ -61,7 +61,7 @@ sox -R -n -b 16 -r 48000 -c 1 mono.wav synth 30000s whitenoise vol 0.5
 sox -D mono.wav -t raw mono.raw remix 1 1
 plays_exactly() { # NAME.TYPE [OPTION...]
     hear terminal "$ZAV" play "${@:2}" "$1" >shown.txt || return 1
-    tail -n 1 shown.txt | grep -q ', 0 underruns' || touch gaps.txt
+    tail -n 1 shown.txt >why.txt
     cmp -s <(without_silence heard.raw 4) <(without_silence "${1%.*}.raw" 4)
 }
 in_some_try plays_exactly long.wav
@@ -133,8 +133,7 @@ done
 plays_like_ffmpeg() { # FILE
     hear "$ZAV" play "$1" || return 1
     sox -D -t raw -e signed -b 16 -r 48000 -c 2 heard.raw -c 1 -t raw heard.mono.raw
-    # Gaps do not matter here.
-    is_heard decoded.raw heard.mono.raw 99 || { touch gaps.txt && false; }
+    is_heard decoded.raw heard.mono.raw 99
 }
 plays_alone() ( # TYPE: on a speaker of its own, in a folder of its own
     processes=()

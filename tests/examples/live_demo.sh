@@ -53,7 +53,6 @@ shows() {
     [ "$(head -c 8 out/waveforms.png | od -An -tx1 | tr -d ' \n')" = 89504e470d0a1a0a ] ||
         fail 'no picture'
     printf 'signal to noise: %s dB, underruns: %s\n' "$ratio" "$(figure underruns)" | tee -a why.txt
-    [[ $(figure underruns) == '0 of the loudspeaker, 0 of the microphone' ]] || touch gaps.txt
     [ "$ratio" -ge 20 ]
 }
 in_some_try shows "$1" "$2"
