@@ -18,7 +18,7 @@ struct InstalledReceiver {
     DiagnosticsHandler handler ZAV_GUARDED_BY(mutex);
 };
 
-InstalledReceiver& installed() {
+InstalledReceiver& installedReceiver() {
     static NeverDestroyed<InstalledReceiver> theOne;
     return theOne.get();
 }
@@ -31,13 +31,13 @@ void printToStandardOutput(std::string_view line) {
 }  // namespace
 
 DiagnosticsHandler setDiagnosticsHandler(DiagnosticsHandler handler) {
-    InstalledReceiver& current = installed();
+    InstalledReceiver& current = installedReceiver();
     const MutexLock lock(current.mutex);
     return std::exchange(current.handler, std::move(handler));
 }
 
 void printDiagnostics(std::string_view line) {
-    InstalledReceiver& current = installed();
+    InstalledReceiver& current = installedReceiver();
     const SharedLock lock(current.mutex);
     if (current.handler) {
         current.handler(line);

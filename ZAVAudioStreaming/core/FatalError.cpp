@@ -19,7 +19,7 @@ struct InstalledHandler {
     FatalErrorHandler handler ZAV_GUARDED_BY(mutex);
 };
 
-InstalledHandler& installed() {
+InstalledHandler& installedHandler() {
     static NeverDestroyed<InstalledHandler> theOne;
     return theOne.get();
 }
@@ -54,7 +54,7 @@ const char* withoutFolder(const char* path) {
 }  // namespace
 
 FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler) {
-    InstalledHandler& current = installed();
+    InstalledHandler& current = installedHandler();
     const MutexLock lock(current.mutex);
     return std::exchange(current.handler, std::move(handler));
 }
@@ -70,7 +70,7 @@ void fatalError(FatalCause cause, std::int32_t code, std::string_view text,
         printAndAbort(stop);
     }
     // Held to the end: a stop on another thread must not abort while the handler saves its work.
-    InstalledHandler& current = installed();
+    InstalledHandler& current = installedHandler();
     const MutexLock lock(current.mutex);
     if (current.handler) {
         const Handling handling;

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <type_traits>
 
 #include "ZAVAudioStreaming/core/AudioQueueError.hpp"
+#include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
 
 namespace zav {
@@ -31,6 +33,18 @@ template <class Value>
     static_assert(std::is_trivially_copyable_v<Value>);
     std::uint32_t size = sizeof(value);
     return AudioQueueGetProperty(queue, property, &value, &size);
+}
+
+/// Returns a property of four bytes. A queue that does not report it is a fatal stop with this text
+/// at the caller's position.
+inline std::uint32_t requireAudioQueueProperty(
+    AudioQueueRef queue, AudioQueuePropertyID property, std::string_view text,
+    SourcePosition position = SourcePosition::current()) {
+    std::uint32_t value = 0;
+    if (const OSStatus status = readAudioQueueProperty(queue, property, value); status != noErr) {
+        fatalError(FatalCause::audioQueue, status, text, position);
+    }
+    return value;
 }
 
 }  // namespace zav

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <span>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
@@ -28,18 +27,6 @@ std::span<const std::byte> append(std::span<const std::byte> input, AudioQueueBu
                       static_cast<std::byte*>(buffer.mAudioData) + buffer.mAudioDataByteSize);
     buffer.mAudioDataByteSize += static_cast<std::uint32_t>(taken.size());
     return input.subspan(taken.size());
-}
-
-/// A property of four bytes. A queue that does not report it is a fatal stop at the caller's
-/// position.
-std::uint32_t readOrStop(AudioQueueRef queue, AudioQueuePropertyID property,
-                         std::string_view message,
-                         SourcePosition position = SourcePosition::current()) {
-    std::uint32_t value = 0;
-    if (const OSStatus status = readAudioQueueProperty(queue, property, value); status != noErr) {
-        fatalError(FatalCause::audioQueue, status, message, position);
-    }
-    return value;
 }
 
 }  // namespace
@@ -321,13 +308,14 @@ void PlaybackSink::stop() {
 }
 
 bool PlaybackSink::isPlaying() const {
-    return readOrStop(audioQueueRef(), kAudioQueueProperty_IsRunning,
-                      "The audio queue does not report whether it runs") != 0;
+    return requireAudioQueueProperty(audioQueueRef(), kAudioQueueProperty_IsRunning,
+                                     "The audio queue does not report whether it runs") != 0;
 }
 
 bool PlaybackSink::hasPlayedAll() const {
-    return readOrStop(audioQueueRef(), kAudioQueueProperty_HasPlayedAll,
-                      "The audio queue does not report whether it has played all") != 0;
+    return requireAudioQueueProperty(audioQueueRef(), kAudioQueueProperty_HasPlayedAll,
+                                     "The audio queue does not report whether it has played all") !=
+           0;
 }
 
 double PlaybackSink::timeStamp() const {
@@ -349,8 +337,8 @@ void PlaybackSink::setQueueBufferSize(std::uint32_t sizeInBytes) {
 
 std::uint32_t PlaybackSink::maxPacketNumForBuffer() {
     const std::uint32_t maxPacketSize =
-        readOrStop(audioQueueRef(), kAudioQueueProperty_MaximumOutputPacketSize,
-                   "The audio queue does not report the size of its packets");
+        requireAudioQueueProperty(audioQueueRef(), kAudioQueueProperty_MaximumOutputPacketSize,
+                                  "The audio queue does not report the size of its packets");
     return checkedDivide(queueBufferSize(), maxPacketSize);
 }
 

@@ -126,13 +126,8 @@ void RecordSourceImpl::stop(std::function<void()> completion) {
 }
 
 bool RecordSourceImpl::isRecording() const {
-    std::uint32_t isRunning = 0;
-    if (const OSStatus status =
-            readAudioQueueProperty(queue(), kAudioQueueProperty_IsRunning, isRunning);
-        status != noErr) {
-        fatalError(FatalCause::audioQueue, status, "", kIsRecordingPosition);
-    }
-    return isRunning != 0;
+    return requireAudioQueueProperty(queue(), kAudioQueueProperty_IsRunning, "",
+                                     kIsRecordingPosition) != 0;
 }
 
 std::uint32_t RecordSourceImpl::bufferSize() const {

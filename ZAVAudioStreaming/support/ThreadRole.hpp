@@ -18,7 +18,7 @@ class ThreadRole {
 };
 
 /// Is in a role until the end of its scope.
-class RolePlayer {
+class [[maybe_unused]] RolePlayer {
  public:
 #ifndef NDEBUG
     explicit RolePlayer(ThreadRole& role) : role_(role) {
@@ -36,7 +36,6 @@ class RolePlayer {
     }
 #else
     explicit RolePlayer(ThreadRole& /*role*/) {}
-    ~RolePlayer() {}  // not trivial, so that a player is never an unused variable
 #endif
     RolePlayer(const RolePlayer&) = delete;
     RolePlayer& operator=(const RolePlayer&) = delete;

@@ -67,9 +67,9 @@ TEST(AudioQueue, aStopCapturesWhatTheDeviceHeldBackForALateCallback) {
 
 TEST(AudioQueue, moreBytesThan32BitsCountEndAtTheRightFrameInTheMemoryThatTheyBeganWith) {
     // The format with the most bytes a second: 2^32 of them in less than twelve minutes.
-    constexpr double kRate = 192000;
+    constexpr double kHighestRate = 192000;
     constexpr double kSeconds = 720;
-    const auto format = pcmFormat(kRate, 8, 32);
+    const auto format = pcmFormat(kHighestRate, 8, 32);
     // Ten whole ramps, so that all buffers hold the same bytes.
     const auto ramps = rampSamples(300000);
     const auto audio = std::as_bytes(std::span(ramps));
@@ -93,14 +93,7 @@ TEST(AudioQueue, moreBytesThan32BitsCountEndAtTheRightFrameInTheMemoryThatTheyBe
     Ear heard{audio};
     Ear captured{audio};
     device.receiver = [&](std::span<const std::byte> bytes) { heard.hear(bytes); };
-    device.speaker = [&, said = std::size_t{0}](std::span<std::byte> bytes) mutable {
-        for (std::size_t done = 0; done < bytes.size();) {
-            const std::size_t size = std::min(bytes.size() - done, audio.size() - said);
-            std::memcpy(bytes.data() + done, audio.data() + said, size);
-            said = (said + size) % audio.size();
-            done += size;
-        }
-    };
+    device.speakRepeatedly(audio);
     OutputUnderTest output(format);
     output.onReturn = [&](AudioQueueBufferRef buffer) {
         output.enqueueFull(buffer);
@@ -123,8 +116,8 @@ TEST(AudioQueue, moreBytesThan32BitsCountEndAtTheRightFrameInTheMemoryThatTheyBe
     const std::size_t memoryAfterAMinute = mallinfo2().uordblks;
     device.advance(kSeconds - 60, settleQueues);
 
-    EXPECT_NEAR(input.currentFrame(), kSeconds * kRate, 1);
-    EXPECT_NEAR(output.currentFrame(), kSeconds * kRate, 1);
+    EXPECT_NEAR(input.currentFrame(), kSeconds * kHighestRate, 1);
+    EXPECT_NEAR(output.currentFrame(), kSeconds * kHighestRate, 1);
     EXPECT_EQ(heard.byteCount, output.currentFrame() * format.mBytesPerFrame);
     EXPECT_GE(captured.byteCount + audio.size(), input.currentFrame() * format.mBytesPerFrame);
     EXPECT_TRUE(heard.hearsTheRamp);
