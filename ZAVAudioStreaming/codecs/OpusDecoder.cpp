@@ -14,13 +14,13 @@ namespace {
 constexpr std::uint32_t kBytesPerSample = sizeof(opus_int16);
 
 /// Where one packet of a chunk is.
-struct PacketPlace {
+struct PacketBytes {
     const std::byte* start;
     opus_int32 size;
 };
 
-PacketPlace packetPlace(const std::byte* chunk, std::uint64_t chunkSize, std::uint64_t packetNum,
-                        const AudioStreamPacketDescription* descriptions, std::uint64_t index) {
+PacketBytes bytesOfPacket(const std::byte* chunk, std::uint64_t chunkSize, std::uint64_t packetNum,
+                          const AudioStreamPacketDescription* descriptions, std::uint64_t index) {
     if (descriptions != nullptr) {
         return {chunk + descriptions[index].mStartOffset,
                 checkedCast<opus_int32>(descriptions[index].mDataByteSize)};
@@ -67,8 +67,8 @@ void OpusDecoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
     std::size_t sampleCount = 0;
 
     for (std::uint64_t i = 0; i < packetNum; ++i) {
-        const PacketPlace packet = packetPlace(static_cast<const std::byte*>(bytes), size,
-                                               packetNum, packetDescriptions, i);
+        const PacketBytes packet = bytesOfPacket(static_cast<const std::byte*>(bytes), size,
+                                                 packetNum, packetDescriptions, i);
         const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
         requireRoom(roomInSamples - sampleCount, frameCount, codecChannels());
         const int decodedCount = requireSuccess(

@@ -2,6 +2,7 @@
 
 #include <sbc/sbc.h>
 
+#include <new>
 #include <span>
 
 #include "ZAVAudioStreaming/core/FatalError.hpp"
@@ -21,16 +22,12 @@ constexpr std::uint8_t codeOf(Enumeration value) {
     return static_cast<std::uint8_t>(value);
 }
 
-/// Whether libsbc accepts a frame, by its checksum and its bitpool. The frame must be whole: libsbc
-/// reads beyond the end of one that is cut short.
-bool hasValidChecksum(std::span<const std::byte> frame) {
-    sbc_t state{};
-    if (sbc_init(&state, 0) != 0) {
+bool isValid(std::span<const std::byte> frame) {
+    try {
+        return isValidSbcFrame(frame);
+    } catch (const std::bad_alloc&) {
         fatalError(FatalCause::outOfMemory, kNoMemory);
     }
-    const bool isValid = sbc_parse(&state, frame.data(), frame.size()) > 0;
-    sbc_finish(&state);
-    return isValid;
 }
 
 SBCHeader headerOf(const SBCCoding::SBCConfiguration& configuration) {
@@ -72,7 +69,7 @@ std::shared_ptr<SBCCoding::SBCConfiguration> SBCCoding::SBCConfiguration::fromFr
     const void* bytes, std::size_t size) {
     const std::span frame(static_cast<const std::byte*>(bytes), size);
     const auto header = SBCHeader::fromBytes(frame);
-    if (!header || size < header->frameLength() || !hasValidChecksum(frame)) {
+    if (!header || size < header->frameLength() || !isValid(frame)) {
         return nullptr;
     }
     auto configuration = std::make_shared<SBCConfiguration>();

@@ -50,7 +50,7 @@ SBCEncoder::SBCEncoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>
     const auto codeSize = checkedCast<std::uint32_t>(config()->codeSize());
 
     AudioStreamBasicDescription sbc = sbcFormat(*config(), pcm.mSampleRate, pcm.mChannelsPerFrame);
-    // The sizes are the codec state's, which a field that was set later does not change.
+    // The sizes come from the codec state. Fields that are set later do not change it.
     sbc.mBytesPerPacket = checkedCast<std::uint32_t>(config()->frameLen());
     sbc.mFramesPerPacket =
         checkedDivide(checkedDivide(codeSize, pcm.mBitsPerChannel / 8), pcm.mChannelsPerFrame);

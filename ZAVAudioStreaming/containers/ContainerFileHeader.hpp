@@ -9,10 +9,9 @@
 
 namespace zav {
 
-/// Start of both container headers: the magic text at offset 0, the sample rate at 32, the channels
-/// at
-/// 36. Fields are little-endian, and each is read and written on its own. Bytes outside the fields
-/// are written as zero and not read.
+/// Start of both container headers: the magic text at offset 0, the sample rate at 32, and the
+/// channels at 36. Fields are little-endian, and each is read and written on its own. Bytes outside
+/// the fields are written as zero and not read.
 struct ZAV_EXPORT ContainerFileHeader {
     /// Bytes of the magic text with the zero bytes after it.
     static constexpr std::size_t kMagicByteCount = 16;

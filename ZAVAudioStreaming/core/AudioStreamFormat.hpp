@@ -75,7 +75,7 @@ inline constexpr std::uint32_t kLosslessFormatFlag_32BitSourceData = 4;
 inline constexpr std::uint32_t kAudioFormatSbc = 0x00736263;
 
 /// Bits of `mFormatFlags` for SBC. They hold neither the sample rate, which is in `mSampleRate`,
-/// nor the channel mode, of which a format knows only the number of channels.
+/// nor the channel mode. A format contains only the number of channels.
 inline constexpr std::uint32_t kSbcFormatFlagIsBigEndian = 0x2;  ///< PCM side is big-endian
 inline constexpr std::uint32_t kSbcFormatFlagBlocksBits =
     0x300;  ///< 0, 1, 2, 3: 4, 8, 12, 16 blocks

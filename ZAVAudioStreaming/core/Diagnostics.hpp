@@ -16,9 +16,10 @@ using DiagnosticsHandler = std::function<void(std::string_view line)>;
 /// Installs the receiver of the library's diagnostics lines and returns the previous one. An empty
 /// one, the default, prints each line to standard output. There are no log levels.
 ///
-/// Waits for calls of the previous receiver: when this has returned, none is running.
+/// Waits for calls of the previous receiver: when this has returned, none is running. So the caller
+/// must not hold a lock that a receiver takes, and a receiver must not call this.
 ///
-/// Threads: any, but not inside a receiver.
+/// Threads: any.
 ZAV_EXPORT DiagnosticsHandler setDiagnosticsHandler(DiagnosticsHandler handler);
 
 /// Gives one line, without its line feed, to the installed receiver. For nodes.

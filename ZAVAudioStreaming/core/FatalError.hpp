@@ -71,8 +71,9 @@ using FatalErrorHandler = std::function<void(const FatalStop& stop)>;
 /// The handler may save what it can, and may end the process itself with its own words and exit
 /// code (`std::_Exit`). When it returns, the stop goes on: the line is printed and the process
 /// aborts. It runs on the thread that met the fault, in the middle of a node's call. It must not
-/// call into the library, this function included. A second stop inside the handler does not call it
-/// again: that stop's line is printed and the process aborts.
+/// throw, call into the library (this function included), or wait for another thread, which may
+/// have met a fault itself and wait for the end of the process. A second stop inside the handler
+/// does not call it again: that stop's line is printed and the process aborts.
 ///
 /// Threads: any. While a handler runs, it waits for the end of the process.
 ZAV_EXPORT FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler);

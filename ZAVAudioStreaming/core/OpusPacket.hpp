@@ -34,14 +34,17 @@ constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
     return frameSize * count > kMostFrames ? 0 : frameSize * count;
 }
 
+/// The 16 bits at `offset`, lowest byte first, of an identification header that is long enough.
+constexpr std::uint16_t opusHeadField(std::span<const std::byte> opusHead, std::size_t offset) {
+    return static_cast<std::uint16_t>(std::to_integer<std::uint32_t>(opusHead[offset]) |
+                                      std::to_integer<std::uint32_t>(opusHead[offset + 1]) << 8U);
+}
+
 /// Frames at 48 kHz that a player drops at the start of a stream. `opusHead` is the identification
 /// header (RFC 7845, section 5.1), which is the magic cookie of Opus files. 0 if it is too short.
 constexpr std::uint32_t opusPreSkip(std::span<const std::byte> opusHead) {
     constexpr std::size_t kOffset = 10;
-    return opusHead.size() < kOffset + 2
-               ? 0
-               : std::to_integer<std::uint32_t>(opusHead[kOffset]) |
-                     std::to_integer<std::uint32_t>(opusHead[kOffset + 1]) << 8U;
+    return opusHead.size() < kOffset + 2 ? 0 : opusHeadField(opusHead, kOffset);
 }
 
 /// Factor by which a player multiplies decoded samples, from the same header. 1 if it is too short.
@@ -50,9 +53,7 @@ inline double opusGain(std::span<const std::byte> opusHead) {
     if (opusHead.size() < kOffset + 2) {
         return 1;
     }
-    const auto gain =
-        static_cast<std::int16_t>(std::to_integer<std::uint32_t>(opusHead[kOffset]) |
-                                  std::to_integer<std::uint32_t>(opusHead[kOffset + 1]) << 8U);
+    const auto gain = static_cast<std::int16_t>(opusHeadField(opusHead, kOffset));
     return std::pow(10.0, gain / (20.0 * 256.0));
 }
 

@@ -298,7 +298,7 @@ class ChunkExaminer {
 
     bool isCaf() const { return grammar_.fileType == kAudioFileCAFType; }
 
-    /// Shows the chunk as filler. Every type takes this id for that.
+    /// Renames the chunk to JUNK, which every file type treats as filler.
     void hide(const Chunk& chunk) {
         constexpr std::string_view kFiller = "JUNK";
         show(chunk.offset, std::as_bytes(std::span(kFiller)));

@@ -1,35 +1,17 @@
 #include "ZAVAudioStreaming/files/RawSbcReader.hpp"
 
-#include <sbc/sbc.h>
-
 #include <algorithm>
 #include <array>
-#include <new>
 
 #include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
 namespace zav::detail {
-namespace {
-
-/// Whether libsbc accepts a whole frame. libsbc decides and not `SBCHeader`, because the checksum
-/// also covers the scale factors behind the header.
-bool hasValidChecksum(std::span<const std::byte> frame) {
-    sbc_t state{};
-    if (sbc_init(&state, 0) != 0) {
-        throw std::bad_alloc();
-    }
-    const bool isValid = sbc_parse(&state, frame.data(), frame.size()) > 0;
-    sbc_finish(&state);
-    return isValid;
-}
-
-}  // namespace
 
 std::optional<AudioStreamBasicDescription> firstSbcFrame(const FileHandle& file) {
     std::array<std::byte, kLongestSbcFrame> bytes{};
     const auto start = std::span(bytes).first(file.readAt(0, bytes.data(), bytes.size()));
     const auto header = SBCHeader::fromBytes(start);
-    if (!header || start.size() < header->frameLength() || !hasValidChecksum(start)) {
+    if (!header || start.size() < header->frameLength() || !isValidSbcFrame(start)) {
         return std::nullopt;
     }
     return header->dataFormat();

@@ -15,9 +15,8 @@
 /// An application allocates buffers and enqueues them. Each comes back through the queue's callback
 /// when it has been played (output) or filled (input). Every queue keeps these promises:
 ///
-/// 1. Every enqueued buffer comes back through the callback exactly once, in order, unless the
-/// queue
-///    is disposed of first.
+/// 1. Every enqueued buffer comes back through the callback exactly once, in order, unless
+///    the queue is disposed of first.
 /// 2. Audio is played and captured in order, without loss or repetition, across pause, resume and
 ///    restart. A stop of an input queue first returns the captured audio: a part-filled buffer with
 ///    its real byte count, then the empty buffers.

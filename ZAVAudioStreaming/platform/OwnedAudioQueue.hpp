@@ -5,7 +5,6 @@
 #include <string_view>
 #include <type_traits>
 
-#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/platform/AudioQueue.hpp"
 
@@ -18,13 +17,6 @@ struct DisposeOfAudioQueue {
 /// A queue that is disposed of at the end of its owner. No callback runs after that, except the one
 /// that destroys the owner.
 using OwnedAudioQueue = std::unique_ptr<std::remove_pointer_t<AudioQueueRef>, DisposeOfAudioQueue>;
-
-/// Throws `AudioQueueError::failure` unless the queue's status is success.
-inline void throwOnQueueFailure(OSStatus status) {
-    if (status != noErr) {
-        throw AudioQueueError::failure(status);
-    }
-}
 
 /// Reads a property of this type. Returns the queue's status; `value` is untouched after a failure.
 template <class Value>

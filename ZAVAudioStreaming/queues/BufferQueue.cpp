@@ -184,7 +184,7 @@ OSStatus BufferQueue::dispose(bool isImmediate) {
         const MutexLock lock(side_->mutex);
         isPaused = run_.isPaused();
     }
-    // Nobody could resume a paused queue any more, so it does not play out.
+    // A paused queue cannot be resumed any more, so it does not play out.
     if (const OSStatus status = stopOrPlayOut(isPaused); status != noErr) {
         return status;
     }
@@ -219,11 +219,6 @@ void BufferQueue::noteStopIsKnown() {
     }
 }
 
-bool BufferQueue::isRunning() const {
-    const MutexLock lock(side_->mutex);
-    return run_.isRunning();
-}
-
 double BufferQueue::currentFrame() {
     const MutexLock lock(side_->mutex);
     return side_->currentFrame();
@@ -231,21 +226,26 @@ double BufferQueue::currentFrame() {
 
 std::vector<std::byte> BufferQueue::property(AudioQueuePropertyID property,
                                              std::size_t roomInBytes) {
-    const MutexLock lock(side_->mutex);
+    // Meters and nodes read these often, so they do not wait for a decoder.
     switch (property) {
         case kAudioQueueProperty_IsRunning:
-            return bytesOf(std::uint32_t{run_.isRunning()});
+            return bytesOf(std::uint32_t{isRunning()});
+        case kAudioQueueProperty_InterruptionCount:
+            return bytesOf(side_->interruptionCount());
+        case kAudioQueueProperty_Level:
+            return bytesOf(roomInBytes < sizeof(AudioQueueLevel) ? AudioQueueLevel()
+                                                                 : side_->takeLevel());
+        default:
+            break;
+    }
+    const MutexLock lock(side_->mutex);
+    switch (property) {
         case kAudioQueueProperty_MaximumOutputPacketSize:
             return bytesOf(side_->maximumPacketSize());
         case kAudioQueueProperty_StreamDescription:
             return bytesOf(side_->streamFormat());
         case kAudioQueueProperty_MagicCookie:
             return side_->magicCookie();
-        case kAudioQueueProperty_InterruptionCount:
-            return bytesOf(side_->interruptionCount());
-        case kAudioQueueProperty_Level:
-            return bytesOf(roomInBytes < sizeof(AudioQueueLevel) ? AudioQueueLevel()
-                                                                 : side_->takeLevel());
         case kAudioQueueProperty_HasPlayedAll:
             return bytesOf(std::uint32_t{side_->lastRunWasPlayedOut()});
         default:

@@ -53,7 +53,8 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     /// With `isImmediate`, no callback runs after this returns, except one that called it.
     OSStatus dispose(bool isImmediate);
 
-    bool isRunning() const;
+    /// Takes no lock: nodes call it in every callback.
+    bool isRunning() const ZAV_NO_THREAD_SAFETY_ANALYSIS { return run_.isRunning(); }
     /// Whether every wake-up of the callbacks has been answered.
     bool isIdle() const { return runner_->isIdle(); }
     double currentFrame();
@@ -83,7 +84,7 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     std::shared_ptr<CallbackRunner> runner_;  // set once, before the queue is handed out
 
     Mutex control_;
-    const std::unique_ptr<QueueSide> side_ ZAV_ACQUIRED_AFTER(control_);
+    const std::unique_ptr<QueueSide> side_;
     QueueRun run_ ZAV_GUARDED_BY(side_->mutex);
     /// The stops that the running callback knows of. A callback that began before the last stop may
     /// enqueue its buffer again without knowing of that stop: the buffer comes back at once.

@@ -68,7 +68,7 @@ class OutputSide final : public QueueSide {
     std::vector<std::byte> cookie_ ZAV_GUARDED_BY(mutex);
     /// The decoder has decoded since it was reset, and may hold audio back.
     bool isDecoderBegun_ ZAV_GUARDED_BY(mutex) = false;
-    bool isPlayingOut_ ZAV_GUARDED_BY(mutex) = false;
+    bool isPlayingOut_ ZAV_GUARDED_BY(mutex) = false;       ///< as long as the run is stopping
     std::uint64_t endedAtFrame_ ZAV_GUARDED_BY(mutex) = 0;  ///< of the last run
     /// At the end of the last run, with nothing enqueued since.
     bool wasPlayedOut_ ZAV_GUARDED_BY(mutex) = true;

@@ -6,14 +6,13 @@ QueueRun::StartAction QueueRun::startAction() const {
     if (isBeingDisposedOf()) {
         return StartAction::refuse;
     }
-    switch (phase_) {
-        case Phase::stopped:
-            return StartAction::open;
-        case Phase::paused:
-            return StartAction::resume;
-        default:
-            return isStopping_ ? StartAction::callOffStop : StartAction::nothing;
+    if (!isRunning_) {
+        return StartAction::open;
     }
+    if (isPaused_) {
+        return StartAction::resume;
+    }
+    return isStopping_ ? StartAction::callOffStop : StartAction::nothing;
 }
 
 QueueRun::PauseAction QueueRun::pauseAction(bool hasEnqueued) const {
@@ -23,18 +22,19 @@ QueueRun::PauseAction QueueRun::pauseAction(bool hasEnqueued) const {
     // An application that has all its buffers back would not resume the queue for the rest that a
     // decoder still holds.
     const bool playsOnlyTheRest = isStopping_ && !hasEnqueued;
-    return phase_ == Phase::running && !playsOnlyTheRest ? PauseAction::pause
+    return isRunning_ && !isPaused_ && !playsOnlyTheRest ? PauseAction::pause
                                                          : PauseAction::nothing;
 }
 
 void QueueRun::noteStopped() {
-    phase_ = Phase::stopped;
+    isRunning_ = false;
+    isPaused_ = false;
     isStopping_ = false;
     ++stopCount_;
 }
 
 void QueueRun::noteDisposed() {
-    phase_ = Phase::stopped;
+    isRunning_ = false;
     disposal_ = Disposal::done;
 }
 

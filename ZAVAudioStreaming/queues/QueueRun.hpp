@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace zav::detail {
@@ -13,7 +14,7 @@ namespace zav::detail {
 ///     paused   -- asynchronous stop --> paused and stopping
 ///     any      -- immediate stop, played out, device lost --> stopped
 ///
-/// Threads: one at a time.
+/// Threads: one at a time; `isRunning` may be called beside any other function.
 class QueueRun {
  public:
     enum class StartAction { refuse, open, resume, callOffStop, nothing };
@@ -23,8 +24,8 @@ class QueueRun {
     PauseAction pauseAction(bool hasEnqueued) const;
 
     /// From a successful start to the end of the stop, also while paused.
-    bool isRunning() const { return phase_ != Phase::stopped; }
-    bool isPaused() const { return phase_ == Phase::paused; }
+    bool isRunning() const { return isRunning_; }
+    bool isPaused() const { return isPaused_; }
     /// An asynchronous stop waits for the last frame.
     bool isStopping() const { return isStopping_; }
     /// No buffer is allocated or enqueued any more, and no call starts, pauses or stops the queue.
@@ -35,9 +36,9 @@ class QueueRun {
     /// How often the queue has stopped.
     std::uint64_t stopCount() const { return stopCount_; }
 
-    void noteStarted() { phase_ = Phase::running; }
-    void noteResumed() { phase_ = Phase::running; }
-    void notePaused() { phase_ = Phase::paused; }
+    void noteStarted() { isRunning_ = true; }
+    void noteResumed() { isPaused_ = false; }
+    void notePaused() { isPaused_ = true; }
     void noteStopping() { isStopping_ = true; }
     void noteStopCalledOff() { isStopping_ = false; }
     void noteStopped();
@@ -45,10 +46,10 @@ class QueueRun {
     void noteDisposed();
 
  private:
-    enum class Phase { stopped, running, paused };
     enum class Disposal { none, afterStop, done };
 
-    Phase phase_ = Phase::stopped;
+    std::atomic<bool> isRunning_{false};  // applications ask at any time, without the lock
+    bool isPaused_ = false;
     bool isStopping_ = false;
     Disposal disposal_ = Disposal::none;
     std::uint64_t stopCount_ = 0;

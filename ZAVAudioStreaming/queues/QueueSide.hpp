@@ -17,10 +17,12 @@ namespace zav::detail {
 /// The audio of a queue, between its buffers and the device: `InputSide` and `OutputSide`. It knows
 /// nothing of callbacks, nor of starts and stops beyond the functions below.
 ///
-/// Threads: `mutex` guards the buffers and all audio. It is held for as long as it takes to copy or
-/// encode a buffer; no callback is called under it, and the device thread never takes it. The four
-/// functions of the device may wait for it, so they take the mutex themselves where they need it;
-/// `BufferQueue` calls them one at a time.
+/// Threads: `mutex` guards the buffers and all audio. It is held for as long as it takes to copy,
+/// decode or encode a buffer; no callback is called under it, and the device thread never takes it.
+/// The four functions of the device may wait for the sound server, so they take the mutex
+/// themselves where they need it; `BufferQueue` calls them one at a time. The mutex and the buffers
+/// stand here, and not in `BufferQueue`, because the compiler can check only a lock that an object
+/// owns.
 class QueueSide {
  public:
     virtual ~QueueSide() = default;
@@ -31,7 +33,8 @@ class QueueSide {
     Mutex mutex;
     BufferLedger buffers ZAV_GUARDED_BY(mutex);
 
-    // The device. A status other than noErr leaves the side as it was.
+    // The device. After a status other than noErr the side has no new stream, and keeps its buffers
+    // and their audio; its position and counts may have been reset.
     virtual OSStatus openDevice() ZAV_EXCLUDES(mutex) = 0;
     virtual OSStatus resumeDevice() ZAV_EXCLUDES(mutex) = 0;
     /// The side still notices when the device goes away.

@@ -9,7 +9,7 @@
 #include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
 #include "ZAVAudioStreaming/support/BufferPool.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/support/LiveBufferSize.hpp"
+#include "ZAVAudioStreaming/support/LiveNodes.hpp"
 #include "ZAVAudioStreaming/support/Mutex.hpp"
 #include "ZAVAudioStreaming/support/OutOfMemory.hpp"
 
@@ -131,7 +131,7 @@ void PlaybackSinkImpl::receiveAudio(std::span<const std::byte> input, std::uint6
         AudioQueueBuffer& buffer = bufferToFill(size);
         input = append(input, buffer);
 
-        // A full buffer may be smaller than the half: the size may have been raised since.
+        // If the size was raised since, an older buffer is full before it reaches half the size.
         const std::uint32_t filledSize = buffer.mAudioDataByteSize;
         if (filledSize < size / 2 && filledSize < buffer.mAudioDataBytesCapacity) {
             break;

@@ -7,7 +7,7 @@
 #include "ZAVAudioStreaming/core/Diagnostics.hpp"
 #include "ZAVAudioStreaming/platform/OwnedAudioQueue.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
-#include "ZAVAudioStreaming/support/LiveBufferSize.hpp"
+#include "ZAVAudioStreaming/support/LiveNodes.hpp"
 #include "ZAVAudioStreaming/support/Mutex.hpp"
 
 namespace zav {

@@ -88,6 +88,8 @@ class ZAV_EXPORT RecordSource : public AudioStreamOutputable {
     /// AAC 1024, ALAC 4096, FLAC 4096, Opus a fiftieth of the rate.
     AudioStreamBasicDescription outDataFormat() const override;
     const StreamTargets& downstreams() const noexcept;
+    /// Waits for a call of the targets on another thread: a target must not wait for a thread that
+    /// adds another one.
     void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;
 
  private:

@@ -29,6 +29,7 @@
 #define ZAV_ACQUIRE_SHARED(...) ZAV_THREAD_ATTRIBUTE(acquire_shared_capability(__VA_ARGS__))
 #define ZAV_RELEASE_SHARED(...) ZAV_THREAD_ATTRIBUTE(release_shared_capability(__VA_ARGS__))
 #define ZAV_ASSERT_CAPABILITY(mutex) ZAV_THREAD_ATTRIBUTE(assert_capability(mutex))
+#define ZAV_NO_THREAD_SAFETY_ANALYSIS ZAV_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 #define ZAV_RETURN_CAPABILITY(mutex) ZAV_THREAD_ATTRIBUTE(lock_returned(mutex))
 
 namespace zav::detail {

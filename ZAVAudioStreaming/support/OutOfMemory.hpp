@@ -7,8 +7,8 @@
 
 namespace zav::detail {
 
-/// Makes a call that takes memory in the middle of a stream. Fatal, at the caller's position, if
-/// there is none, because no exception may leave a node there.
+/// Makes a call that allocates in the middle of a stream. Running out of memory is fatal, at the
+/// caller's position, because no exception may leave a node there.
 template <class Call>
 void fatalWithoutMemory(Call call, SourcePosition position = SourcePosition::current()) {
     try {

@@ -1,5 +1,9 @@
 #include "ZAVAudioStreaming/support/SBCHeader.hpp"
 
+#include <sbc/sbc.h>
+
+#include <new>
+
 #include "ZAVAudioStreaming/core/SbcFormatFlags.hpp"
 
 namespace zav::detail {
@@ -16,6 +20,16 @@ std::optional<SBCHeader> SBCHeader::fromBytes(std::span<const std::byte> bytes) 
                      .allocation = static_cast<Allocation>(parameters >> 1U & 1U),
                      .subbands = (parameters & 1U) != 0 ? 8U : 4U,
                      .bitpool = std::to_integer<std::uint8_t>(bytes[2])};
+}
+
+bool isValidSbcFrame(std::span<const std::byte> bytes) {
+    sbc_t state{};
+    if (sbc_init(&state, 0) != 0) {
+        throw std::bad_alloc();
+    }
+    const bool isValid = sbc_parse(&state, bytes.data(), bytes.size()) > 0;
+    sbc_finish(&state);
+    return isValid;
 }
 
 AudioStreamBasicDescription SBCHeader::dataFormat() const {

@@ -62,6 +62,12 @@ struct SBCHeader {
     friend bool operator==(const SBCHeader&, const SBCHeader&) = default;
 };
 
+/// Whether a whole frame, whose header is at the start of `bytes`, has the right checksum and a
+/// bitpool that libsbc decodes. libsbc decides, because the checksum also covers the scale factors.
+/// `bytes` contains the whole frame: libsbc reads beyond the end of one that is cut short. Throws
+/// std::bad_alloc.
+bool isValidSbcFrame(std::span<const std::byte> bytes);
+
 /// Length in bytes of the longest frame that a header can announce.
 inline constexpr std::size_t kLongestSbcFrame =
     SBCHeader{.mode = SBCHeader::ChannelMode::dual, .bitpool = 255}.frameLength();

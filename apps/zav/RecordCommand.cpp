@@ -33,8 +33,8 @@ namespace {
 using Clock = MainThread::Clock;
 using Stream = std::shared_ptr<zav::AudioStreamOutputable>;
 
-/// Whether a `RecordSource` can capture this format. It ends the process if half a second exceeds
-/// 4 GiB, counted as one packet of the largest size for each frame.
+/// Whether a `RecordSource` can capture this format. A source ends the process if its buffer, one
+/// largest packet for each frame of half a second, would exceed 4 GiB.
 bool fitsRecordSource(const zav::AudioStreamBasicDescription& format) {
     zav::AudioQueueRef made = nullptr;
     constexpr auto kOnBuffer = [](void*, zav::AudioQueueRef, zav::AudioQueueBufferRef,

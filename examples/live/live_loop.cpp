@@ -31,7 +31,7 @@ using namespace std::chrono_literals;
 /// SIGINT and SIGTERM, which stay pending until `comeWithin`.
 class EndSignals {
  public:
-    /// Construct it before other threads start: they inherit that these signals are blocked.
+    /// Construct it before other threads start: threads inherit the blocked signals.
     EndSignals() {
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGINT);

@@ -77,5 +77,13 @@ TEST(CaptureRing, handsEveryByteOnFromOneThreadToAnother) {
     EXPECT_TRUE(ring.peek().empty());
 }
 
+#ifndef NDEBUG
+TEST(CaptureRingDeathTest, stopsWhenTwoThreadsTakeAtOnce) {
+    detail::ThreadRole role;
+    const detail::RolePlayer player(role);
+    EXPECT_DEATH(std::thread([&] { const detail::RolePlayer second(role); }).join(), "isFree");
+}
+#endif
+
 }  // namespace
 }  // namespace zav::test

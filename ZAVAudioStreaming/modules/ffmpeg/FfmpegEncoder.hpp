@@ -18,8 +18,8 @@ std::unique_ptr<QueueEncoder> makeFfmpegEncoder(const AudioStreamBasicDescriptio
 ///            packets of 1024 frames
 ///     ALAC   1 to 8 channels, 16 or 24 bits, packets of 4096 frames
 ///     FLAC   1 to 8 channels, 16 or 24 bits, packets of 16 to 65535 frames
-///     Opus   mono and stereo at 8, 12, 16, 24 and 48 kHz, packets of 2.5 to 120 ms, by default 20
-///     ms
+///     Opus   mono and stereo at 8, 12, 16, 24 and 48 kHz, packets of 2.5 to 120 ms (default:
+///            20 ms)
 ///
 /// The record's flags give the bits of a sample, or else its `mBitsPerChannel`, or else it is 16.
 /// 20 bits are encoded as 24. AAC and Opus use 64 kbit/s for each channel, below 32 kHz 2 bits for

@@ -24,7 +24,7 @@ constexpr std::array<Format, 10> kFormats = {{
     {kAudioFormatAMR, AV_CODEC_ID_AMR_NB},
 }};
 
-struct FileType {
+struct FfmpegFileType {
     AudioFileTypeID fileType;
     std::string_view demuxer;
     const char* muxer;
@@ -34,7 +34,7 @@ struct FileType {
 // One demuxer reads both MP4 types; it is listed with the first of them. The table leaves out what
 // libavformat writes but others cannot read (AAC, Opus and FLAC in CAF), and codecs that players do
 // not expect in M4A.
-constexpr std::array<FileType, 9> kFileTypes = {{
+constexpr std::array<FfmpegFileType, 9> kFileTypes = {{
     {kAudioFileMP3Type, "mp3", "mp3", {AV_CODEC_ID_MP3}},
     {kAudioFileAAC_ADTSType, "aac", "adts", {AV_CODEC_ID_AAC}},
     {kAudioFileMPEG4Type,
@@ -52,14 +52,14 @@ constexpr std::array<FileType, 9> kFileTypes = {{
 constexpr auto kFileTypeIDs = [] {
     std::array<AudioFileTypeID, kFileTypes.size()> ids{};
     std::transform(kFileTypes.begin(), kFileTypes.end(), ids.begin(),
-                   [](const FileType& type) { return type.fileType; });
+                   [](const FfmpegFileType& type) { return type.fileType; });
     return ids;
 }();
 
-const FileType* findFileType(AudioFileTypeID fileType) {
+const FfmpegFileType* findFileType(AudioFileTypeID fileType) {
     const auto* const found =
         std::find_if(kFileTypes.begin(), kFileTypes.end(),
-                     [fileType](const FileType& type) { return type.fileType == fileType; });
+                     [fileType](const FfmpegFileType& type) { return type.fileType == fileType; });
     return found == kFileTypes.end() ? nullptr : found;
 }
 
@@ -76,17 +76,17 @@ std::span<const AudioFileTypeID> ffmpegWritableTypes() {
 AudioFileTypeID fileTypeOfDemuxer(std::string_view demuxer) {
     const auto* const found =
         std::find_if(kFileTypes.begin(), kFileTypes.end(),
-                     [demuxer](const FileType& type) { return type.demuxer == demuxer; });
+                     [demuxer](const FfmpegFileType& type) { return type.demuxer == demuxer; });
     return found == kFileTypes.end() ? 0 : found->fileType;
 }
 
 const char* muxerOf(AudioFileTypeID fileType) {
-    const FileType* const type = findFileType(fileType);
+    const FfmpegFileType* const type = findFileType(fileType);
     return type == nullptr ? nullptr : type->muxer;
 }
 
 bool canWrite(AudioFileTypeID fileType, AVCodecID codec) {
-    const FileType* const type = findFileType(fileType);
+    const FfmpegFileType* const type = findFileType(fileType);
     return type != nullptr && codec != AV_CODEC_ID_NONE &&
            std::find(type->codecs.begin(), type->codecs.end(), codec) != type->codecs.end();
 }

@@ -304,8 +304,8 @@ void FfmpegWriter::sendExtradata(std::span<const std::byte> extradata) {
         throw std::bad_alloc();
     }
     std::memcpy(data, extradata.data(), extradata.size());
-    // Times must increase. The packet before is longer than one frame, so this time is after its
-    // start, and before that of the next packet.
+    // Times must increase. The packet before is longer than one frame. So this time lies between
+    // the start of that packet and the start of the next one.
     nothing->pts = static_cast<std::int64_t>(frameCount_) - 1;
     send(*nothing);
 }

@@ -34,20 +34,13 @@ bool areEqual(const PcmShape& left, const PcmShape& right) {
 AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double rate,
                                            std::uint32_t channels) {
     const auto bytesPerSample = static_cast<std::uint32_t>(av_get_bytes_per_sample(sampleFormat));
-    AudioStreamBasicDescription pcm;
-    pcm.mSampleRate = rate;
-    pcm.mFormatID = kAudioFormatLinearPCM;
-    pcm.mFormatFlags = kAudioFormatFlagIsPacked |
-                       (sampleFormat == AV_SAMPLE_FMT_FLT ? kAudioFormatFlagIsFloat
-                                                          : kAudioFormatFlagIsSignedInteger);
+    AudioStreamBasicDescription pcm = linearPcm(rate, channels, bytesPerSample * 8);
+    if (sampleFormat == AV_SAMPLE_FMT_FLT) {
+        pcm.mFormatFlags ^= kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsFloat;
+    }
     if constexpr (std::endian::native == std::endian::big) {
         pcm.mFormatFlags |= kAudioFormatFlagIsBigEndian;
     }
-    pcm.mBytesPerPacket = bytesPerSample * channels;
-    pcm.mFramesPerPacket = 1;
-    pcm.mBytesPerFrame = bytesPerSample * channels;
-    pcm.mChannelsPerFrame = channels;
-    pcm.mBitsPerChannel = bytesPerSample * 8;
     return pcm;
 }
 

@@ -4,13 +4,22 @@
 #include <cmath>
 #include <cstdint>
 
+#include "ZAVAudioStreaming/core/AudioQueueError.hpp"
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
-/// The sizes of the queue buffers of the two live nodes, in bytes: half a second of packets, within
-/// limits. A product that 32 bits cannot hold is a fatal stop at the caller's position.
+/// Shared by the two live nodes. The sizes of their queue buffers, in bytes, are half a second of
+/// packets, within limits. A product that 32 bits cannot hold is a fatal stop at the caller's
+/// position.
 namespace zav::detail {
+
+/// Throws `AudioQueueError::failure` unless the queue's status is success.
+inline void throwOnQueueFailure(OSStatus status) {
+    if (status != noErr) {
+        throw AudioQueueError::failure(status);
+    }
+}
 
 inline constexpr double kLiveBufferDurationInSeconds = 0.5;
 inline constexpr std::uint32_t kMaximumLiveBufferSize = 0x50000;
