@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -59,6 +60,27 @@ TEST(AudioQueue, doesNothingOnTheDeviceThreadThatCouldHoldItUp) {
     EXPECT_GT(RealTimeProbe::probedCallCount(), 1000);
     EXPECT_EQ(RealTimeProbe::allocationCount(), 0);
     EXPECT_EQ(RealTimeProbe::lockCount(), 0);
+}
+
+// Nodes ask in every callback, and a decoder or a sound server can hold an enqueueing thread up.
+TEST(AudioQueue, reportsItsStateWhileABufferIsBeingEnqueued) {
+    VirtualDevice device;
+    OutputUnderTest queue(pcmFormat(48000, 1));
+    ASSERT_EQ(queue.start(), noErr);
+    std::promise<void> isEnqueueing;
+    std::promise<void> mayGoOn;
+    device.onAudioAdded = [&] {
+        isEnqueueing.set_value();
+        mayGoOn.get_future().wait();
+    };
+    std::thread enqueueing([&] { queue.enqueue(std::vector<std::int16_t>(480, 1)); });
+    isEnqueueing.get_future().wait();
+    EXPECT_TRUE(queue.isRunning());
+    EXPECT_EQ(queue.interruptionCount(), 0U);
+    EXPECT_EQ(queue.level().peak, 0);
+    mayGoOn.set_value();
+    enqueueing.join();
+    device.onAudioAdded = nullptr;
 }
 
 /// Keeps its work until the test runs it, on the test's thread.

@@ -72,6 +72,9 @@ class VirtualDevice::Playback : public PlaybackStream, public Stream {
         return isGone_ ? kAudioQueueErr_InvalidDevice : noErr;
     }
     void audioAdded() override {
+        if (device_.onAudioAdded) {
+            device_.onAudioAdded();
+        }
         const std::lock_guard lock(device_.mutex_);
         pull();
     }

@@ -43,6 +43,8 @@ class VirtualDevice : public QueueDevice {
     void speakRepeatedly(std::span<const std::byte> bytes);
     /// Called when a stream closes, before it is removed: closing a device takes time.
     std::function<void()> onClosing;
+    /// Called when a queue announces more audio.
+    std::function<void()> onAudioAdded;
     /// What openings and starts return. A start that fails has pulled audio already.
     OSStatus openingStatus = noErr;
     OSStatus startingStatus = noErr;
