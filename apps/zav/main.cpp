@@ -26,6 +26,7 @@
 #include "RecordingPlan.hpp"
 #include "StatusLine.hpp"
 #include "Stream.hpp"
+#include "UsageProblem.hpp"
 
 namespace {
 
@@ -267,24 +268,6 @@ CLI::App* addHelp(CLI::App& app, CommandLine& line) {
     return verb;
 }
 
-std::vector<std::string> verbsOf(const CLI::App& app) {
-    std::vector<std::string> verbs;
-    for (const CLI::App* const verb :
-         app.get_subcommands([](const CLI::App* /*each*/) { return true; })) {
-        verbs.push_back(verb->get_name());
-    }
-    return verbs;
-}
-
-constexpr const char* kSeeHelp = ", see 'zav --help'";
-
-void requireVerb(const CLI::App& app, const std::string& word) {
-    const auto verbs = verbsOf(app);
-    if (std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
-        throw UsageFailure(shown(word) + ": not a verb of zav; use " + listed(verbs) + kSeeHelp);
-    }
-}
-
 /// Formats the text itself: CLI11's `help()` would print that of the verb `help`, because it was
 /// parsed.
 void printHelp(const CLI::App& app, const std::string& verb) {
@@ -315,7 +298,7 @@ void run(const CLI::App& app, const CommandLine& line) {
     } else if (app.got_subcommand("help")) {
         printHelp(app, line.helpVerb);
     } else {
-        throw UsageFailure("no verb; use " + listed(verbsOf(app)) + kSeeHelp);
+        throw UsageFailure("no verb" + verbHint(app));
     }
 }
 
@@ -335,60 +318,6 @@ void dropDiagnostics(std::string_view /*text*/) {}
 int report(const std::exception& failure, int exitCode) {
     std::fprintf(stderr, "zav: %s\n", failure.what());
     return exitCode;
-}
-
-/// The words that the parser did not expect. An unknown option comes first, because the words after
-/// it may be its values.
-std::string problemOfExtras(const std::vector<std::string>& rest) {
-    const auto option = std::find_if(rest.begin(), rest.end(),
-                                     [](const std::string& word) { return word.starts_with('-'); });
-    return option != rest.end() ? shown(*option) + ": no such option"
-                                : shown(rest.front()) + ": one argument too many";
-}
-
-/// "zav decode INPUT OUTPUT"
-std::string formOf(const CLI::App& app, const CLI::App& verb) {
-    std::string form = app.get_name() + " " + verb.get_name();
-    for (const CLI::Option* const option : verb.get_options()) {
-        form += option->get_positional() ? " " + option->get_name(true) : "";
-    }
-    return form;
-}
-
-/// CLI11's message in plain words.
-std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
-    const std::string text = error.what();
-    const auto verbs = app.get_subcommands();
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !app.remaining(true).empty()) {
-        return problemOfExtras(app.remaining(true));
-    }
-    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !verbs.empty()) {
-        return text + ": " + formOf(app, *verbs.front());
-    }
-    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
-        const bool isMissing = text.ends_with("missing");
-        return text.substr(0, text.find(':')) + (isMissing ? ": needs a value" : ": given twice");
-    }
-    return text;
-}
-
-/// CLI11 would print the help and succeed for "zav bogus --help", and take the value of an option
-/// before the verb for the verb.
-void requireVerbFirst(const CLI::App& app, const std::vector<std::string>& words) {
-    const auto verbs = verbsOf(app);
-    const auto verb = std::find_first_of(words.begin(), words.end(), verbs.begin(), verbs.end());
-    for (const std::string& word : words) {
-        const std::string option = word.substr(0, word.find('='));
-        if (!word.starts_with('-')) {
-            requireVerb(app, word);
-            return;
-        }
-        if (verb != words.end() && app.get_option_no_throw(option) == nullptr &&
-            app.get_subcommand(*verb)->get_option_no_throw(option) != nullptr) {
-            throw UsageFailure(option + ": not an option before the verb; put it after '" + *verb +
-                               "'");
-        }
-    }
 }
 
 int runCommandLine(int argc, char** argv) {
