@@ -66,7 +66,7 @@ void requireVerbFirst(const CLI::App& app, const std::vector<std::string>& words
 }
 
 std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
-    const std::string text = error.what();
+    std::string text = error.what();
     const auto verbs = app.get_subcommands();
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !app.remaining(true).empty()) {
         return problemOfExtras(app.remaining(true));
