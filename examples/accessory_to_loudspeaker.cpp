@@ -20,15 +20,34 @@
 namespace {
 
 using namespace std::chrono_literals;
+using Configuration = zav::SBCCoding::SBCConfiguration;
 
 constexpr double kRateInHz = 16000;
 constexpr std::uint32_t kBytesPerBuffer = 3200;  // a tenth of a second
 constexpr std::size_t kBuffersAhead = 5;
+constexpr auto kOtherFrames = "the first frame is not SBC of 16 kHz, mono, bitpool 32";
 constexpr auto kLost = "there is no sound server, or it went away";
 
+bool readFrame(std::vector<std::byte>& frame) {
+    return std::fread(frame.data(), frame.size(), 1, stdin) == 1;
+}
+
+/// The decoder ends the process at a frame of other parameters, so look at the first one.
+bool hasParameters(const std::vector<std::byte>& frame, const Configuration& wanted) {
+    const auto sent = Configuration::fromFrame(frame.data(), frame.size());
+    return sent != nullptr && sent->freq == wanted.freq && sent->mode == wanted.mode &&
+           sent->frameLen() == frame.size();
+}
+
 void play() {
-    const zav::SBCCoding::SBCConfiguration configuration;
+    const Configuration configuration;
     const auto format = zav::sbcFormat(configuration, kRateInHz, 1);
+    std::vector<std::byte> frame(format.mBytesPerPacket);
+    bool hasFrame = readFrame(frame);
+    if (!hasFrame || !hasParameters(frame, configuration)) {
+        throw std::runtime_error(kOtherFrames);
+    }
+
     const auto source = zav::makeNode<zav::PeripheralSource>();
     source->setOutDataFormat(format);
     const auto decoder = zav::makeNode<zav::SBCDecoder>(source);
@@ -41,9 +60,8 @@ void play() {
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->autoPlay(0.2);
 
-    std::vector<std::byte> frame(format.mBytesPerPacket);
     source->downstreams().onAudioStreamFlowStart();
-    while (std::fread(frame.data(), frame.size(), 1, stdin) == 1) {
+    for (; hasFrame; hasFrame = readFrame(frame)) {
         while (sink->allocatedBufferCount() - sink->idleBufferCount() >= kBuffersAhead) {
             if (!played->try_acquire_for(1s) && !sink->isPlaying()) {
                 throw std::runtime_error(kLost);
@@ -65,7 +83,11 @@ void play() {
 
 }  // namespace
 
-int main() {
+int main(int argc, char**) {
+    if (argc != 1) {
+        std::fputs("usage: accessory_to_loudspeaker <FRAMES.sbc\n", stderr);
+        return 2;
+    }
     zav::setDiagnosticsHandler([](std::string_view) {});
     try {
         play();

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <system_error>
 #include <thread>
@@ -75,14 +76,15 @@ void capture(double seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
+    const double seconds = argc == 2 ? std::strtod(argv[1], nullptr) : 0;  // 0: not a number
+    if (!(seconds > 0)) {
         std::fputs("usage: capture_to_accessory SECONDS >FRAMES.sbc\n", stderr);
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);                        // a lost accessory is a failed write
     zav::setDiagnosticsHandler([](std::string_view) {});  // or they would stand between the frames
     try {
-        capture(std::stod(argv[1]));
+        capture(seconds);
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "capture_to_accessory: %s\n", error.what());

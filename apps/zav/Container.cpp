@@ -19,16 +19,6 @@ namespace {
 
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
-/// The header of a container. Empty for a shorter file.
-template <class Header>
-std::optional<std::array<std::byte, Header::kByteCount>> headerOf(const zav::FileHandle& file) {
-    std::array<std::byte, Header::kByteCount> bytes{};
-    if (file.readAt(0, bytes.data(), bytes.size()) != bytes.size()) {
-        return std::nullopt;
-    }
-    return bytes;
-}
-
 zav::FileHandle open(const std::filesystem::path& path) {
     try {
         return zav::FileHandle::openForReading(path);
@@ -42,6 +32,24 @@ bool hasSbcMagic(std::span<const std::byte> header) {
     std::memcpy(magic.data(), zav::SbcFileHeader::kMagicText.data(),
                 zav::SbcFileHeader::kMagicText.size());
     return std::equal(magic.begin(), magic.end(), header.begin());
+}
+
+/// The header of a container. Empty if the file does not begin as `hasMagic` asks. Throws `Failure`
+/// if the file ends inside the header. The bytes that are missing count as zero, so a file that
+/// ends inside the magic is recognised, too.
+template <class Header, class HasMagic>
+std::optional<std::array<std::byte, Header::kByteCount>> headerOf(const zav::FileHandle& file,
+                                                                  const std::filesystem::path& path,
+                                                                  HasMagic hasMagic) {
+    std::array<std::byte, Header::kByteCount> bytes{};
+    const std::size_t size = file.readAt(0, bytes.data(), bytes.size());
+    if (!hasMagic(bytes)) {
+        return std::nullopt;
+    }
+    if (size < bytes.size()) {
+        throw Failure(path, "cut off in its header; use a file that is whole");
+    }
+    return bytes;
 }
 
 /// Frames at `sampleRate` that a decoder makes of an Opus packet with these first bytes. An empty
@@ -73,8 +81,9 @@ std::uint32_t largestOf(const std::vector<PacketInfo>& packets) {
 
 std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& path) {
     const zav::FileHandle file = open(path);
-    const auto headerBytes = headerOf<zav::OpusFileHeader>(file);
-    if (!headerBytes || !zav::OpusFileHeader::hasMagic(*headerBytes)) {
+    const auto headerBytes =
+        headerOf<zav::OpusFileHeader>(file, path, zav::OpusFileHeader::hasMagic);
+    if (!headerBytes) {
         return std::nullopt;
     }
     const auto header = zav::OpusFileHeader::fromBytes(*headerBytes);
@@ -108,8 +117,8 @@ std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& p
 
 std::optional<SbcContainer> examineSbcContainer(const std::filesystem::path& path) {
     const zav::FileHandle file = open(path);
-    const auto headerBytes = headerOf<zav::SbcFileHeader>(file);
-    if (!headerBytes || !hasSbcMagic(*headerBytes)) {
+    const auto headerBytes = headerOf<zav::SbcFileHeader>(file, path, hasSbcMagic);
+    if (!headerBytes) {
         return std::nullopt;
     }
     const auto header = zav::SbcFileHeader::fromBytes(*headerBytes);

@@ -22,10 +22,8 @@ void requireWholeFrames(const std::filesystem::path& input) {
     const OpenAudioFile file = openAudioFile(input);
     const auto audioSize = zav::audioFileProperty<std::uint64_t>(
         file.get(), zav::kAudioFilePropertyAudioDataByteCount);
-    const std::uint64_t rest = std::filesystem::file_size(input) - audioSize;
-    if (rest > 0) {
-        throw Failure(input, "ends with " + std::to_string(rest) +
-                                 " bytes that are not a whole SBC frame; use whole frames");
+    if (audioSize < std::filesystem::file_size(input)) {
+        throw sbcDamage(input, file);
     }
 }
 
@@ -34,7 +32,7 @@ void requireWholeFrames(const std::filesystem::path& input) {
 void copy(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
     if (type == nullptr) {
-        throw UsageFailure(files.output.string() + ": a name of unknown type; use a name with " +
+        throw UsageFailure(shown(files.output) + ": a name of unknown type; use a name with " +
                            extensionsOfTypes([](const FileType&) { return true; }));
     }
     const auto input = openInput(files.input);

@@ -16,14 +16,14 @@ namespace zavtool {
 void decode(const FilePair& files, const CommonOptions& common) {
     const FileType* const type = typeForName(files.output);
     if (type == nullptr || !holdsPcm(*type)) {
-        throw UsageFailure(files.output.string() + ": not a name for PCM audio; use a name with " +
+        throw UsageFailure(shown(files.output) + ": not a name for PCM audio; use a name with " +
                            extensionsOfTypes(holdsPcm));
     }
-    if (examineSbcContainer(files.input)) {
+    if (const auto container = examineSbcContainer(files.input)) {
         throw Failure(files.input,
                       "an SBC container, which the library does not read back, by design: it does "
                       "not store the channel mode; use raw SBC frames" +
-                          copyHint(files.input, files.input.filename().replace_extension(".sbc")));
+                          rawSbcHint(files.input, isDecodable(*container)));
     }
     const auto input = openInput(files.input);
     const zav::AudioStreamBasicDescription format = input->format();
@@ -47,6 +47,9 @@ void decode(const FilePair& files, const CommonOptions& common) {
 
     ProgressLine progress(common.isQuiet);
     pump(*input, 1, progress);
+    if (pcmCounter->byteCount() == 0) {
+        throw Failure(files.input, "contains no audio; use a file with at least one packet");
+    }
     output.commit(pcmCounter->packetCount(), pcmCounter->byteCount());
 
     const std::uint64_t frameCount = pcmCounter->byteCount() / pcm.mBytesPerFrame;

@@ -17,6 +17,7 @@
 #include "Container.hpp"
 #include "Failure.hpp"
 #include "FormatText.hpp"
+#include "Hint.hpp"
 #include "Stream.hpp"
 
 namespace zavtool {
@@ -25,28 +26,31 @@ namespace {
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
 /// The decoder takes every two-channel stream for plain stereo, and ends the process at a frame of
-/// another length. So check the first frame before the decoder gets it.
-void requireFrameOfDecoderLength(std::span<const std::byte> frame,
-                                 const std::filesystem::path& input,
-                                 const zav::AudioStreamBasicDescription& sbc) {
+/// another length. So check the first frame before the decoder gets it. Empty if it suits.
+std::string unsuitableFrame(std::span<const std::byte> frame,
+                            const zav::AudioStreamBasicDescription& sbc) {
     const auto inFrame = Configuration::fromFrame(frame.data(), frame.size());
     const std::size_t decoderLength = Configuration::fromDataFormat(sbc)->frameLen();
-    if (inFrame != nullptr && frame.size() != decoderLength) {
-        throw Failure(input, std::string(nameOf(inFrame->mode)) + " frames of " +
-                                 std::to_string(frame.size()) +
-                                 " bytes; use mono, or plain stereo frames of " +
-                                 std::to_string(decoderLength) + " bytes");
+    if (inFrame == nullptr || frame.size() == decoderLength) {
+        return "";
     }
+    return std::string(nameOf(inFrame->mode)) + " frames of " + std::to_string(frame.size()) +
+           " bytes, where plain stereo has " + std::to_string(decoderLength) +
+           "; use mono or plain stereo";
 }
 
 void requireFramesOfOneLength(const std::filesystem::path& input,
                               const zav::AudioStreamBasicDescription& sbc) {
     if (const auto container = examineSbcContainer(input)) {
-        requireFrameOfDecoderLength(container->firstFrame, input, sbc);
+        if (const auto problem = unsuitableFrame(container->firstFrame, sbc); !problem.empty()) {
+            throw Failure(input, problem + rawSbcHint(input, false));
+        }
         return;  // one header describes all frames
     }
     const OpenAudioFile file = openAudioFile(input);
-    requireFrameOfDecoderLength(firstPacket(file, input), input, sbc);
+    if (const auto problem = unsuitableFrame(firstPacket(file, input), sbc); !problem.empty()) {
+        throw Failure(input, problem + decodeElsewhereHint(input));
+    }
     const auto frameCount = zav::audioFileProperty<std::uint64_t>(
         file.get(), zav::kAudioFilePropertyAudioDataPacketCount);
     const auto byteCount = zav::audioFileProperty<std::uint64_t>(
@@ -112,6 +116,10 @@ Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, b
         stream = redeclared(stream, sbc);
     }
     return {zav::makeNode<zav::SBCDecoder>(stream), "SBCDecoder"};
+}
+
+bool isDecodable(const SbcContainer& container) {
+    return unsuitableFrame(container.firstFrame, container.format).empty();
 }
 
 Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path) {

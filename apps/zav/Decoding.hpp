@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "Container.hpp"
 #include "Input.hpp"
 
 namespace zavtool {
@@ -18,6 +19,9 @@ struct Decoding {
 /// For SBC frames, also those of the library's container. Throws `Failure`, which names `path`, for
 /// frames that the decoder does not take.
 Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, bool isBigEndian);
+
+/// Whether the library's decoder takes the frames of this container.
+bool isDecodable(const SbcContainer& container);
 
 /// For Opus packets. Applies the pre-skip, the length and the gain of the file's header. Throws
 /// `Failure`, which names `path`.

@@ -85,22 +85,20 @@ Target targetOf(const EncodeOptions& options) {
     const bool isSbcType = type != nullptr && holdsSbc(*type);
     const bool isOpusType = type != nullptr && holdsOpus(*type);
     if (type == nullptr || (!isSbcType && !isOpusType && !options.codec)) {
-        throw UsageFailure(output.string() +
+        throw UsageFailure(shown(output) +
                            ": not a name for SBC frames or Opus packets; use NAME.sbc, .zsbc, "
                            ".opus, .ogg or .zopus");
     }
     const bool isOpus = options.codec ? *options.codec == "opus" : isOpusType;
     if (!isOpus && !isSbcType) {
-        throw UsageFailure(output.string() + ": not a name for SBC frames; use NAME.sbc or .zsbc");
+        throw UsageFailure(shown(output) + ": not a name for SBC frames; use NAME.sbc or .zsbc");
     }
     if (isOpus && isSbcType) {
-        throw UsageFailure(output.string() +
+        throw UsageFailure(shown(output) +
                            ": not a name for Opus packets; use NAME.opus, .ogg or .zopus");
     }
-    if (isOpus && options.sbc.areGiven()) {
-        throw UsageFailure(
-            "--bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are for SBC "
-            "only");
+    if (isOpus) {
+        requireNoSbcOptions(options.sbc, output, "Opus");
     }
     return {isOpus, type};
 }

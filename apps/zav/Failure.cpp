@@ -3,6 +3,7 @@
 #include <ZAVAudioStreaming/core/FatalError.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -51,6 +52,14 @@ std::string describeBadPacket(const zav::FatalStop& stop) {
     return "";
 }
 
+/// Text of an `errno` at a container file that is written.
+std::string containerProblem(std::int32_t code) {
+    if (code == ENOSPC || code == EDQUOT || code == EFBIG) {
+        return writingProblem(zav::kAudioFileDiskFullError);
+    }
+    return "cannot be written: " + std::generic_category().message(code) + "; use another disk";
+}
+
 /// The same for writing the output.
 std::string describeWriting(const zav::FatalStop& stop) {
     switch (stop.cause) {
@@ -58,9 +67,9 @@ std::string describeWriting(const zav::FatalStop& stop) {
             return writingProblem(stop.code);
         case zav::FatalCause::fileCreation:
             return "cannot be created in this format; use another type of file";
+        case zav::FatalCause::containerOpening:
         case zav::FatalCause::containerWriting:
-            return "cannot be written: " + std::generic_category().message(stop.code) +
-                   "; use a disk with more room, or another one";
+            return containerProblem(stop.code);
         default:
             return "";
     }
@@ -91,6 +100,9 @@ void endWithOneLine(const zav::FatalStop& stop) {
 }  // namespace
 
 std::string shown(const std::filesystem::path& file) {
+    if (file.empty()) {
+        return "''";
+    }
     std::string text;
     for (const char letter : file.string()) {
         const auto code = static_cast<unsigned char>(letter);

@@ -8,7 +8,8 @@
 
 namespace zavtool {
 
-/// A file's name for a message. Control characters, which a terminal would obey, become "\xNN".
+/// A file's name for a message. Control characters, which a terminal would obey, become "\xNN". An
+/// empty name becomes "''".
 std::string shown(const std::filesystem::path& file);
 
 /// Ends the run with exit code 1 and one line, "zav: FILE: what was found; what to use".

@@ -23,9 +23,14 @@ std::string hint(const char* purpose, const std::string& command) {
     return std::string(" (to ") + purpose + ": " + command + ")";
 }
 
+std::string commandOf(const char* verb, const std::filesystem::path& input,
+                      const std::string& output) {
+    return std::string("zav ") + verb + " " + quoted(input.string()) + " " + output;
+}
+
 std::string hintAtVerb(const char* verb, const std::filesystem::path& input,
                        const std::string& output) {
-    return hint(verb, std::string("zav ") + verb + " " + quoted(input.string()) + " " + output);
+    return hint(verb, commandOf(verb, input, output));
 }
 
 /// A name other than the input's: writing to the input would empty it before it is read.
@@ -33,6 +38,10 @@ std::string outputName(const std::filesystem::path& input, const std::string& st
                        const std::string& extension) {
     const std::string name = stem + extension;
     return input.filename() == name ? stem + "2" + extension : name;
+}
+
+std::string decodeElsewhere(const std::filesystem::path& input) {
+    return "ffmpeg -i " + quoted(input.string()) + " -c:a pcm_s16le converted.wav";
 }
 
 bool isSbcOrOpus(const zav::AudioStreamBasicDescription& format) {
@@ -43,6 +52,17 @@ bool isSbcOrOpus(const zav::AudioStreamBasicDescription& format) {
 
 std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output) {
     return hintAtVerb("copy", input, quoted(output.string()));
+}
+
+std::string rawSbcHint(const std::filesystem::path& container, bool isDecodable) {
+    const auto raw = container.filename().replace_extension(".sbc");
+    return isDecodable ? copyHint(container, raw)
+                       : hint("convert", commandOf("copy", container, quoted(raw.string())) +
+                                             " && " + decodeElsewhere(raw));
+}
+
+std::string decodeElsewhereHint(const std::filesystem::path& input) {
+    return hint("convert", decodeElsewhere(input));
 }
 
 std::string hintAtOtherVerb(const zav::AudioStreamBasicDescription& format, const FileType& type,

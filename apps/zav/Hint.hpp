@@ -12,6 +12,11 @@ namespace zavtool {
 
 /// " (to copy: zav copy INPUT OUTPUT)"
 std::string copyHint(const std::filesystem::path& input, const std::filesystem::path& output);
+/// The command that makes raw SBC frames of an SBC container. If the library's decoder does not
+/// take the frames, one that makes PCM of them as well.
+std::string rawSbcHint(const std::filesystem::path& container, bool isDecodable);
+/// A command of ffmpeg that decodes a file of SBC frames.
+std::string decodeElsewhereHint(const std::filesystem::path& input);
 /// The command that makes a file of this type, for audio that has to be encoded or decoded first.
 /// Empty if there is none.
 std::string hintAtOtherVerb(const zav::AudioStreamBasicDescription& format, const FileType& type,

@@ -3,9 +3,11 @@
 #include <ZAVAudioStreaming/codecs/SBCConfiguration.hpp>
 #include <ZAVAudioStreaming/platform/AudioFile.hpp>
 #include <ZAVAudioStreaming/platform/AudioFileProperty.hpp>
+#include <ZAVAudioStreaming/platform/FileHandle.hpp>
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <span>
 #include <utility>
@@ -128,6 +130,23 @@ std::vector<PacketInfo> packetsOf(const OpenAudioFile& file,
     }
 }
 
+/// Whether a WAVE or AIFF file is shorter than its header says.
+bool isCutOff(const std::filesystem::path& path) {
+    // Programs that write into a pipe do not know the length, and announce 2 GiB or more.
+    constexpr std::uint32_t kUnknown = 0x7FFF0000;
+    const zav::FileHandle file = zav::FileHandle::openForReading(path);
+    std::array<unsigned char, 8> start{};
+    file.readAt(0, start.data(), start.size());
+    const bool isRiff = std::memcmp(start.data(), "RIFF", 4) == 0;
+    const bool isForm = std::memcmp(start.data(), "FORM", 4) == 0;
+    std::uint32_t announced = 0;
+    for (std::size_t place = 0; place < 4; ++place) {
+        announced = announced << 8 | start[isRiff ? 7 - place : 4 + place];
+    }
+    // The size excludes its own eight bytes, but some programs include them.
+    return (isRiff || isForm) && announced < kUnknown && announced > file.size();
+}
+
 Contents contentsOf(const OpenAudioFile& file, const std::filesystem::path& path) {
     const auto read = [&]<class Value>(zav::AudioFilePropertyID property, Value) {
         return zav::audioFileProperty<Value>(file.get(), property);
@@ -144,10 +163,15 @@ Contents contentsOf(const OpenAudioFile& file, const std::filesystem::path& path
     if (contents.format.mFormatID == zav::kAudioFormatSbc) {
         contents.sbcFrame = firstPacket(file, path);
     }
-    if (!isPcm(contents.format)) {
+    if (isPcm(contents.format)) {
+        contents.isDamaged = isCutOff(path);
+    } else {
         contents.packets =
             packetsOf(file, contents.format, contents.largestPacket, contents.isDamaged);
         measurePackets(contents);
+    }
+    if (contents.format.mFormatID == zav::kAudioFormatSbc) {
+        contents.isDamaged |= contents.audioSize < std::filesystem::file_size(path);
     }
     return contents;
 }

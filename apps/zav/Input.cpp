@@ -20,6 +20,12 @@
 namespace zavtool {
 namespace {
 
+Failure sbcDamage(const std::filesystem::path& path, std::uint64_t frameCount,
+                  std::uint64_t wholeSize) {
+    return {path, "damaged after " + std::to_string(frameCount) +
+                      " SBC frames; use a file that is whole" + headHint(path, wholeSize)};
+}
+
 /// A file that the audio file service reads.
 class AudioFileInput : public Input {
  public:
@@ -41,6 +47,10 @@ class AudioFileInput : public Input {
         try {
             return source_->readPackets(count) > 0;
         } catch (const zav::AudioFileError& error) {
+            if (format().mFormatID == zav::kAudioFormatSbc &&
+                error.status() == zav::kAudioFileInvalidFileError) {
+                throw sbcDamage(path_, file_);
+            }
             throw Failure(path_, readingProblem(error.status()));
         }
     }
@@ -118,11 +128,10 @@ class SbcContainerInput : public Input {
         if (container.firstFrame.empty() && container.audioSize > 0) {
             throw Failure(path, "no SBC frame after the header; use whole frames");
         }
-        if (const auto rest =
-                container.audioSize - container.frameCount() * container.format.mBytesPerPacket;
-            rest > 0) {
-            throw Failure(path, "ends with " + std::to_string(rest) +
-                                    " bytes that are not a whole SBC frame; use whole frames");
+        const std::uint64_t wholeSize = container.frameCount() * container.format.mBytesPerPacket;
+        if (wholeSize < container.audioSize) {
+            throw sbcDamage(path, container.frameCount(),
+                            zav::SbcFileHeader::kByteCount + wholeSize);
         }
         source_->setOutDataFormat(container.format);
     }
@@ -167,6 +176,14 @@ class SbcContainerInput : public Input {
 };
 
 }  // namespace
+
+Failure sbcDamage(const std::filesystem::path& path, const OpenAudioFile& sbc) {
+    const auto number = [&sbc](zav::AudioFilePropertyID property) {
+        return zav::audioFileProperty<std::uint64_t>(sbc.get(), property);
+    };
+    return sbcDamage(path, number(zav::kAudioFilePropertyAudioDataPacketCount),
+                     number(zav::kAudioFilePropertyAudioDataByteCount));
+}
 
 std::unique_ptr<Input> openInput(const std::filesystem::path& path) {
     if (auto container = examineOpusContainer(path)) {

@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "Failure.hpp"
 #include "ProgressLine.hpp"
+#include "Stream.hpp"
 
 namespace zavtool {
 
@@ -40,6 +42,10 @@ class Input {
 
     zav::AudioStreamBasicDescription format() const { return node()->outDataFormat(); }
 };
+
+/// What to throw for raw SBC frames with something else behind or between them. Names the place,
+/// and a command that keeps what is before it.
+Failure sbcDamage(const std::filesystem::path& path, const OpenAudioFile& sbc);
 
 /// Opens a file; its contents decide the type. Throws `Failure` with the reason.
 std::unique_ptr<Input> openInput(const std::filesystem::path& path);

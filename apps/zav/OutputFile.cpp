@@ -292,7 +292,7 @@ void OutputFile::requireRoomFor(const FileType& type,
             }
         }
         throw Failure(
-            path_, std::string(type.name) + " cannot hold " + inWords(format) + "; " +
+            path_, inWords(format) + " cannot be written to " + std::string(type.name) + "; " +
                        (extensions.empty() ? "no type can" : "use " + listed(extensions)) + hint);
     }
     if (status != zav::noErr) {

@@ -74,9 +74,8 @@ RecordingPlan recordingPlanFor(const RecordOptions& options) {
     const std::string_view name = options.codec ? *options.codec : usualCodecOf(*type);
     const auto* const codec = std::find_if(std::begin(kCodecs), std::end(kCodecs),
                                            [&](const Codec& other) { return other.name == name; });
-    if (codec->formatID != zav::kAudioFormatSbc && options.sbc.areGiven()) {
-        throw UsageFailure("--bitpool, --mode, --subbands, --blocks or --allocation for " +
-                           std::string(name) + "; these are for SBC only");
+    if (codec->formatID != zav::kAudioFormatSbc) {
+        requireNoSbcOptions(options.sbc, options.output, name);
     }
     RecordingPlan plan{type, codec->formatID, pcmFormat(options, holdsHighBytesFirst(*type))};
     if (isEncodedByQueue(plan.codec, *type)) {

@@ -35,6 +35,23 @@ Coding::ChannelMode modeOf(const SbcOptions& options, std::uint32_t channelCount
 
 }  // namespace
 
+void requireNoSbcOptions(const SbcOptions& options, const std::filesystem::path& output,
+                         std::string_view codec) {
+    std::string given;
+    const auto add = [&given](bool isGiven, const char* name) {
+        given += !isGiven ? "" : (given.empty() ? "" : ", ") + std::string(name);
+    };
+    add(options.bitpool.has_value(), "--bitpool");
+    add(options.mode.has_value(), "--mode");
+    add(options.subbands.has_value(), "--subbands");
+    add(options.blocks.has_value(), "--blocks");
+    add(options.allocation.has_value(), "--allocation");
+    if (!given.empty()) {
+        throw UsageFailure(given + ": for SBC only, but " + shown(output) + " is to hold " +
+                           std::string(codec));
+    }
+}
+
 std::shared_ptr<zav::SBCCoding::SBCConfiguration> configurationFor(
     const SbcOptions& options, const zav::AudioStreamBasicDescription& pcm,
     const std::filesystem::path& file) {

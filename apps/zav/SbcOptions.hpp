@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace zavtool {
 
@@ -17,9 +18,12 @@ struct SbcOptions {
     std::optional<std::uint32_t> subbands;
     std::optional<std::uint32_t> blocks;
     std::optional<std::string> allocation;
-
-    bool areGiven() const { return bitpool || mode || subbands || blocks || allocation; }
 };
+
+/// Throws `UsageFailure`, which lists the options that were given, if there are any. `codec` is the
+/// codec of the file `output`.
+void requireNoSbcOptions(const SbcOptions& options, const std::filesystem::path& output,
+                         std::string_view codec);
 
 /// The encoder's configuration for 16-bit PCM, mono or stereo, at one of SBC's rates. Throws
 /// `Failure`, which names `file`, if the mode does not suit the channels, and `UsageFailure` if the

@@ -26,6 +26,7 @@
 #include "RecordingPlan.hpp"
 #include "StatusLine.hpp"
 #include "Stream.hpp"
+#include "UsageProblem.hpp"
 
 namespace {
 
@@ -138,7 +139,7 @@ CLI::App* addEncode(CLI::App& app, CommandLine& line) {
     verb->footer(
         "Samples at the end that do not fill an SBC frame or an Opus packet of 60 ms\n"
         "are left out. 'zav decode' decodes SBC in mono and plain stereo. It decodes\n"
-        "neither dual and joint nor .zsbc.\n"
+        "neither dual nor joint nor .zsbc.\n"
         "Examples: zav encode --bitpool 40 speech.wav speech.sbc\n"
         "          zav encode speech.wav speech.opus");
     return verb;
@@ -148,7 +149,8 @@ CLI::App* addDecode(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("decode", "Decode SBC or Opus to a 16-bit PCM file");
     addFile(*verb, "INPUT", line.decode.input,
             "SBC frames (.sbc), mono or plain stereo; Opus (.opus,\n"
-            ".zopus), mono or stereo, packets of 60 ms at most");
+            ".ogg, .oga, .zopus, also in MP4 and CAF), mono or\n"
+            "stereo, packets of 60 ms at most");
     addFile(*verb, "OUTPUT", line.decode.output,
             wrapped("A name with " + extensionsOfTypes([](const FileType& type) {
                         return holdsPcm(type) && !holdsHighBytesFirst(type);
@@ -156,9 +158,9 @@ CLI::App* addDecode(CLI::App& app, CommandLine& line) {
                     ", for SBC also with " + extensionsOfTypes(holdsHighBytesFirst) +
                     "; the extension chooses the type"));
     verb->footer(
-        "SBC in joint stereo and dual channel is refused: its frames are not as long as\n"
-        "those of plain stereo, which the decoder expects. Ogg Opus decodes to 48000 Hz,\n"
-        ".zopus to the rate of the audio that was encoded.\n"
+        "SBC in joint stereo and dual channel is refused if its frames are not as long as\n"
+        "those of plain stereo, which the decoder expects. Mostly they are not. Ogg Opus\n"
+        "decodes to 48000 Hz, .zopus to the rate of the audio that was encoded.\n"
         "Example: zav decode speech.sbc speech.wav");
     return verb;
 }
@@ -172,8 +174,8 @@ CLI::App* addCopy(CLI::App& app, CommandLine& line) {
                     ": a type that can hold the encoding"));
     verb->footer(
         "Copies the audio, and its magic cookie if the type can store one. Comments, cue\n"
-        "points and the like are not copied. Neither are the marks of the silence that\n"
-        "an encoder adds at both ends, so the copy plays that silence.\n"
+        "points and the like are not copied. Marks of the silence that an encoder adds at\n"
+        "both ends are not copied, either, so that silence is played.\n"
         "Example: zav copy recording.wav recording.caf");
     return verb;
 }
@@ -182,11 +184,13 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("info", "Describe an audio file");
     verb->add_flag("--json", line.info.isJson, "As JSON, for programs");
     verb->add_flag("--packets", line.info.listsPackets,
-                   "Also list all packets (of SBC: all frames)");
+                   "Also list all packets (of SBC: all frames); for\n"
+                   "compressed audio and SBC only");
     addFile(*verb, "FILE", line.info.file,
             wrapped(namesOfTypes(holdsPcm) + " with PCM, A-law or mu-law; " +
                     namesOfTypes([](const FileType& type) { return !holdsPcm(type); }) +
-                    "; AAC and ALAC also in CAF, Vorbis and FLAC also in Ogg"));
+                    "; AAC, ALAC, MP3 and Opus also in CAF; Opus, MP3 and AC-3 also in MP4; Opus, "
+                    "Vorbis and FLAC in Ogg"));
     verb->footer("Example: zav info --json speech.sbc");
     return verb;
 }
@@ -194,13 +198,16 @@ CLI::App* addInfo(CLI::App& app, CommandLine& line) {
 CLI::App* addRecord(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("record", "Record from the microphone to a file");
     RecordOptions& options = line.record;
-    verb->add_option("--seconds", options.seconds, "Length in seconds; until Ctrl-C if not given")
+    verb->add_option("--seconds", options.seconds,
+                     "Length in seconds, 0.001 to 100000; until Ctrl-C if\n"
+                     "not given")
         ->check(inRange(0.001, 100000))
         ->type_name("N");
-    verb->add_option("--rate", options.rate, "Sample rate in Hz, 48000 if not given")
+    verb->add_option("--rate", options.rate,
+                     "Sample rate in Hz, 8000 to 192000; 48000 if not given")
         ->check(wholeInRange(8000, 192000))
         ->type_name("N");
-    verb->add_option("--channels", options.channels, "Number of channels, 1 if not given")
+    verb->add_option("--channels", options.channels, "Number of channels, 1 to 8; 1 if not given")
         ->check(wholeInRange(1, 8))
         ->type_name("N");
     addChoice(*verb, "--codec", options.codec,
@@ -226,14 +233,16 @@ CLI::App* addRecord(CLI::App& app, CommandLine& line) {
 CLI::App* addPlay(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("play", "Play an audio file");
     verb->add_option("--delay", line.play.delayInSeconds,
-                     "Start when this many seconds of PCM are queued (of\n"
-                     "compressed audio: one buffer). A file fills the queue\n"
-                     "at once. If not given, start without waiting")
+                     "Start when this many seconds (0 to 60) of PCM are\n"
+                     "queued (of compressed audio: one buffer). For a file\n"
+                     "this adds almost no wait. If not given, start without\n"
+                     "waiting")
         ->check(inRange(0, 60))
         ->type_name("N");
     addFile(*verb, "INPUT", line.play.input,
             "Any audio file that 'zav info' knows; SBC only in\n"
-            "mono and plain stereo");
+            "mono and plain stereo, Opus only in packets of 60 ms\n"
+            "at most");
     verb->footer(
         "Ctrl-C stops at once. 'zav devices' shows which output is used.\n"
         "Example: zav play speech.sbc");
@@ -257,24 +266,6 @@ CLI::App* addHelp(CLI::App& app, CommandLine& line) {
     auto* const verb = app.add_subcommand("help", "Show the verbs, or the options of one");
     verb->add_option("VERB", line.helpVerb, "The verb")->type_name("");
     return verb;
-}
-
-std::vector<std::string> verbsOf(const CLI::App& app) {
-    std::vector<std::string> verbs;
-    for (const CLI::App* const verb :
-         app.get_subcommands([](const CLI::App* /*each*/) { return true; })) {
-        verbs.push_back(verb->get_name());
-    }
-    return verbs;
-}
-
-constexpr const char* kSeeHelp = ", see 'zav --help'";
-
-void requireVerb(const CLI::App& app, const std::string& word) {
-    const auto verbs = verbsOf(app);
-    if (std::find(verbs.begin(), verbs.end(), word) == verbs.end()) {
-        throw UsageFailure(shown(word) + ": not a verb of zav; use " + listed(verbs) + kSeeHelp);
-    }
 }
 
 /// Formats the text itself: CLI11's `help()` would print that of the verb `help`, because it was
@@ -307,7 +298,7 @@ void run(const CLI::App& app, const CommandLine& line) {
     } else if (app.got_subcommand("help")) {
         printHelp(app, line.helpVerb);
     } else {
-        throw UsageFailure("no verb; use " + listed(verbsOf(app)) + kSeeHelp);
+        throw UsageFailure("no verb" + verbHint(app));
     }
 }
 
@@ -327,17 +318,6 @@ void dropDiagnostics(std::string_view /*text*/) {}
 int report(const std::exception& failure, int exitCode) {
     std::fprintf(stderr, "zav: %s\n", failure.what());
     return exitCode;
-}
-
-/// CLI11's message. For an unknown option one of our own, because CLI11 would name the first word
-/// that it did not expect, which may be a file's name.
-std::string problemOf(const CLI::ParseError& error, const CLI::App& app) {
-    const auto rest = app.remaining(true);
-    const auto option = std::find_if(rest.begin(), rest.end(),
-                                     [](const std::string& word) { return word.starts_with('-'); });
-    return dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && option != rest.end()
-               ? shown(*option) + ": no such option"
-               : error.what();
 }
 
 int runCommandLine(int argc, char** argv) {
@@ -361,13 +341,7 @@ int runCommandLine(int argc, char** argv) {
         "'zav VERB --help' shows the options of a verb.\n"
         "Files are regular files, not pipes. An output that exists is replaced.\n"
         "Exit code: 0 done, 1 failed, 2 wrong usage.");
-    // An unknown verb comes first: CLI11 would print the help and succeed for "zav bogus --help".
-    const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-    const auto verb = std::find_if(words.begin(), words.end(),
-                                   [](const std::string& word) { return !word.starts_with('-'); });
-    if (verb != words.end()) {
-        requireVerb(app, *verb);
-    }
+    requireVerbFirst(app, {argv + std::min(argc, 1), argv + argc});
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

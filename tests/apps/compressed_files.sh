@@ -90,9 +90,9 @@ first_time() { ffprobe -v error -read_intervals '%+#1' -show_entries packet=pts_
 
 # Formats that the type cannot hold, and formats without a decoder.
 refused_all 1 <<'END'
-copy song.m4a no.caf | no.caf: CAF cannot hold AAC, stereo, 44100 Hz; use .aac, .m4a or .mp4
-copy song.flac no.caf | no.caf: CAF cannot hold FLAC, stereo, 44100 Hz; use .flac or .ogg
-copy song.opus no.wav | no.wav: WAVE cannot hold Opus, stereo, 48000 Hz; use .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
+copy song.m4a no.caf | no.caf: AAC, stereo, 44100 Hz cannot be written to CAF; use .aac, .m4a or .mp4
+copy song.flac no.caf | no.caf: FLAC, stereo, 44100 Hz cannot be written to CAF; use .flac or .ogg
+copy song.opus no.wav | no.wav: Opus, stereo, 48000 Hz cannot be written to WAVE; use .mp4, .opus or .zopus (to decode: zav decode song.opus no.wav)
 decode song.mp3 no.wav | song.mp3: MP3, stereo, 44100 Hz; use SBC or Opus (to convert: ffmpeg -i song.mp3 -c:a pcm_s16le converted.wav)
 encode song.m4a no.opus | song.m4a: AAC, stereo, 44100 Hz; use 16-bit PCM (to convert: ffmpeg -i song.m4a -c:a pcm_s16le -ar 48000 converted.wav)
 info --packets in.wav | in.wav: 16-bit signed integer PCM, little-endian, stereo, 44100 Hz, whose packets are single frames; use a compressed format for --packets

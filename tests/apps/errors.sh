@@ -32,10 +32,10 @@ encode short.wav out.sbc | short.wav: 100 sample frames; use at least the 128 of
 encode --mode joint speech.wav out.sbc | speech.wav: mono audio for --mode joint; use --mode mono
 encode two.wav out.sbc --mode mono | two.wav: stereo audio for --mode mono; use --mode dual, stereo or joint
 decode speech.wav out.wav | speech.wav: 16-bit signed integer PCM, little-endian, mono, 16000 Hz; use SBC or Opus (to copy: zav copy speech.wav out.wav)
-copy speech.wav out.sbc | out.sbc: raw SBC cannot hold 16-bit signed integer PCM, little-endian, mono, 16000 Hz; use .wav, .rf64, .w64, .aifc or .caf (to encode: zav encode speech.wav out.sbc)
-copy speech.sbc out.wav | out.wav: WAVE cannot hold SBC, mono, 16000 Hz; use .sbc (to decode: zav decode speech.sbc out.wav)
+copy speech.wav out.sbc | out.sbc: 16-bit signed integer PCM, little-endian, mono, 16000 Hz cannot be written to raw SBC; use .wav, .rf64, .w64, .aifc or .caf (to encode: zav encode speech.wav out.sbc)
+copy speech.sbc out.wav | out.wav: SBC, mono, 16000 Hz cannot be written to WAVE; use .sbc (to decode: zav decode speech.sbc out.wav)
 encode speech.sbc out.sbc | speech.sbc: SBC, mono, 16000 Hz; use 16-bit PCM (to decode: zav decode speech.sbc decoded.wav)
-decode joint.sbc out.wav | joint.sbc: joint frames of 77 bytes; use mono, or plain stereo frames of 76 bytes
+decode joint.sbc out.wav | joint.sbc: joint frames of 77 bytes, where plain stereo has 76; use mono or plain stereo (to convert: ffmpeg -i joint.sbc -c:a pcm_s16le converted.wav)
 info missing.wav | missing.wav: no such file; give the name of an audio file
 info folder | folder: a folder, a pipe or a device; give the name of an audio file
 info pipe | pipe: a folder, a pipe or a device; give the name of an audio file
@@ -59,6 +59,13 @@ cat speech.sbc joint.sbc >longer.sbc
 "$ZAV" encode --bitpool 8 speech.wav shorter.sbc
 cat speech.sbc <(head -c 24 shorter.sbc) speech.sbc >mixed.sbc
 head -c 1000 speech.sbc >tail.sbc
+head -c 56 speech.wav >short.wav
+for file in tail.sbc short.wav; do
+    "$ZAV" info $file | grep -q '^Packets .*, then damaged$' || fail "info of $file, which is cut off"
+done
+"$ZAV" encode speech.wav whole.zopus
+head -c 48 whole.zopus >silent.zopus
+head -c 40 whole.zopus >header.zopus
 # Output that cannot be made.
 cp speech.wav kept.wav
 ln -s kept.wav link.wav
@@ -66,11 +73,13 @@ mkdir folder.sbc
 ln -s nothing dangling.sbc
 mkfifo pipe.sbc
 refused_all 1 <<'END'
-decode damaged.sbc out.wav | damaged.sbc: damaged; use a file that is whole
+decode damaged.sbc out.wav | damaged.sbc: damaged after 100 SBC frames; use a file that is whole (to keep what is whole: head -c 7200 damaged.sbc > whole.sbc)
 decode checksum.sbc out.wav | checksum.sbc: a damaged SBC frame; use whole frames as an SBC encoder writes them
 decode longer.sbc out.wav | longer.sbc: frames of different lengths, the longest 77 bytes; use frames of one length
 decode mixed.sbc out.wav | mixed.sbc: frames of different lengths, the longest 72 bytes; use frames of one length
-copy tail.sbc out.sbc | tail.sbc: ends with 64 bytes that are not a whole SBC frame; use whole frames
+copy tail.sbc out.sbc | tail.sbc: damaged after 13 SBC frames; use a file that is whole (to keep what is whole: head -c 936 tail.sbc > whole.sbc)
+decode silent.zopus out.wav | silent.zopus: contains no audio; use a file with at least one packet
+info header.zopus | header.zopus: cut off in its header; use a file that is whole
 copy kept.wav ./kept.wav | ./kept.wav: is the input itself; use another name for the output
 copy kept.wav link.wav | link.wav: is the input itself; use another name for the output
 encode speech.wav folder/sub/out.sbc | folder/sub/out.sbc: cannot be created: No such file or directory; use a folder that exists and that you may write to
@@ -115,15 +124,15 @@ before=$(ls -A)
     refused 1 "zav: big.wav: the disk is full or the file is too large for it; use a disk with more room" \
         "$ZAV" decode speech.sbc big.wav
 )
-# Not even CAF's header of 4 KiB fits. The message comes through a pipe, because the limit could also
-# stop a file for it.
-for arguments in "decode speech.sbc out.caf" "copy speech.wav out.caf"; do
+# Not even the header fits. The message comes through a pipe, because the limit would also stop a file
+# for it.
+for arguments in "decode speech.sbc out.caf" "copy speech.wav out.caf" "encode speech.wav out.zopus" "copy speech.sbc out.zsbc"; do
     # shellcheck disable=SC2086
     said=$( (
-        ulimit -f 2
+        ulimit -f 0
         "$ZAV" $arguments 2>&1
     ) || true)
-    [ "$said" = "zav: out.caf: the disk is full or the file is too large for it; use a disk with more room" ] ||
+    [ "$said" = "zav: ${arguments##* }: the disk is full or the file is too large for it; use a disk with more room" ] ||
         fail "zav $arguments on a full disk: $said"
 done
 same out.sbc speech.sbc "the file that was there before"
@@ -185,8 +194,8 @@ for arguments in "encod a b" "bogus --help" "-q help bogus"; do
 done
 [ "$("$ZAV" --help 2>&1 >/dev/full)" = "zav: standard output: cannot be written; use a terminal, file or pipe with room" ] ||
     fail "help into a full disk"
-for arguments in "record --seconds 5s out.wav" "record --rate 16k out.wav" "play" "encode" "encode speech.wav" "encode --blocks 5 speech.wav out.sbc" \
-    "encode --mode surround speech.wav out.sbc" "info a b"; do
+for arguments in "record --seconds 5s out.wav" "record --rate 16k out.wav" "play" "encode" "encode --blocks 5 speech.wav out.sbc" \
+    "encode --mode surround speech.wav out.sbc"; do
     code=0
     # shellcheck disable=SC2086
     "$ZAV" $arguments >stdout.txt 2>stderr.txt || code=$?
@@ -194,6 +203,13 @@ for arguments in "record --seconds 5s out.wav" "record --rate 16k out.wav" "play
     [ "$(wc -l <stderr.txt)" = 1 ] || fail "zav $arguments: $(cat stderr.txt)"
     grep -q "^zav: .*; see 'zav ${arguments%% *} --help'$" stderr.txt || fail "zav $arguments: $(cat stderr.txt)"
 done
+refused_all 2 <<'END'
+--seconds 3 record out.wav | --seconds: not an option before the verb; put it after 'record'
+decode speech.sbc | OUTPUT is required: zav decode INPUT OUTPUT; see 'zav decode --help'
+encode --bitpool | --bitpool: needs a value; see 'zav encode --help'
+encode --bitpool 2 --bitpool 3 a b | --bitpool: given twice; see 'zav encode --help'
+info a b | b: one argument too many; see 'zav info --help'
+END
 refused 2 "zav: --xml: no such option; see 'zav info --help'" "$ZAV" info --xml speech.wav
 for verb in '' record help; do
     # shellcheck disable=SC2086

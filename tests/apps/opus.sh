@@ -116,7 +116,7 @@ done
 
 # Options that do not go together.
 refused_all 2 <<'END'
-encode --bitpool 30 in.wav out.opus | --bitpool, --mode, --subbands, --blocks or --allocation for Opus; these are for SBC only
+encode --bitpool 30 in.wav out.opus | --bitpool: for SBC only, but out.opus is to hold Opus
 encode --codec opus in.wav out.sbc | out.sbc: not a name for Opus packets; use NAME.opus, .ogg or .zopus
 encode --codec sbc in.wav out.opus | out.opus: not a name for SBC frames; use NAME.sbc or .zsbc
 END

@@ -54,7 +54,7 @@ copy_or_refusal() { # INPUT OUTPUT
     local code=0
     "$ZAV" copy "$1" "$2" 2>stderr.txt || code=$?
     if [ $code = 1 ]; then
-        grep -qE "^zav: $2: [A-Z0-9]+ cannot hold .*; use \.[^ ]*(,? .*or \.[a-z]+)?$" \
+        grep -qE "^zav: $2: .* cannot be written to [A-Z0-9]+; use \.[^ ]*(,? .*or \.[a-z]+)?$" \
             stderr.txt || fail "copy $1 $2: $(cat stderr.txt)"
         [ ! -e "$2" ] || fail "copy $1 $2 was refused and left a file"
     elif [ $code != 0 ]; then

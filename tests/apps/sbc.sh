@@ -61,7 +61,7 @@ for rate in $rates; do
                             case $mode in dual | joint) followed=$((followed + 1)) ;; esac
                         else
                             [ $mode = dual ] || [ $mode = joint ] || fail "not decoded: $what"
-                            grep -q "^zav: ours.sbc: $mode frames of .* bytes; use mono, or plain stereo frames" \
+                            grep -q "^zav: ours.sbc: $mode frames of .* bytes, where plain stereo has .*; use mono or plain stereo (to convert: ffmpeg" \
                                 refusal.txt || fail "$what: $(cat refusal.txt)"
                             refusals=$((refusals + 1))
                         fi

@@ -16,6 +16,9 @@ is_heard() {
         is_pure_tone heard.wav
 }
 in_some_try is_heard
+sbcenc -b 40 tone.au >other.sbc
+refused 1 'accessory_to_loudspeaker: the first frame is not SBC of 16 kHz, mono, bitpool 32' \
+    bash -c '"$0" <other.sbc' "$EXAMPLES/accessory_to_loudspeaker"
 
 export PULSE_SERVER=unix:/nonexistent
 refused 1 'accessory_to_loudspeaker: there is no sound server, or it went away' \

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+/// What is wrong with a command line, in plain words.
+namespace zavtool {
+
+/// "; use record, play, ... or help, see 'zav --help'"
+std::string verbHint(const CLI::App& app);
+
+/// Throws `UsageFailure` if `word` is no verb.
+void requireVerb(const CLI::App& app, const std::string& word);
+
+/// Throws `UsageFailure` if the first of the words that is no option is no verb, or if an option
+/// of a verb stands before the verb. CLI11 would print the help and succeed for "zav bogus --help",
+/// and take the value of an option before the verb for the verb.
+void requireVerbFirst(const CLI::App& app, const std::vector<std::string>& words);
+
+/// CLI11's message in plain words.
+std::string problemOf(const CLI::ParseError& error, const CLI::App& app);
+
+}  // namespace zavtool
