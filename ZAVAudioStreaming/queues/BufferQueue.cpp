@@ -102,8 +102,10 @@ OSStatus BufferQueue::startUnlessOver() {
     if (const OSStatus status = side_->openDevice(); status != noErr) {
         return status;
     }
-    const MutexLock lock(side_->mutex);
-    run_.noteStarted();
+    {
+        const MutexLock lock(side_->mutex);
+        run_.noteStarted();
+    }
     wake();
     return noErr;
 }
@@ -112,8 +114,10 @@ OSStatus BufferQueue::resume() {
     if (const OSStatus status = side_->resumeDevice(); status != noErr) {
         return status;
     }
-    const MutexLock lock(side_->mutex);
-    run_.noteResumed();
+    {
+        const MutexLock lock(side_->mutex);
+        run_.noteResumed();
+    }
     wake();
     return noErr;
 }
@@ -135,8 +139,10 @@ OSStatus BufferQueue::pause() {
     if (const OSStatus status = side_->pauseDevice(); status != noErr) {
         return status;
     }
-    const MutexLock lock(side_->mutex);
-    run_.notePaused();
+    {
+        const MutexLock lock(side_->mutex);
+        run_.notePaused();
+    }
     wake();
     return noErr;
 }
@@ -188,8 +194,10 @@ OSStatus BufferQueue::dispose(bool isImmediate) {
     if (const OSStatus status = stopOrPlayOut(isPaused); status != noErr) {
         return status;
     }
-    const MutexLock lock(side_->mutex);
-    run_.noteDisposalAfterStop();
+    {
+        const MutexLock lock(side_->mutex);
+        run_.noteDisposalAfterStop();
+    }
     wake();
     return noErr;
 }
