@@ -7,13 +7,13 @@
 #include "ZAVAudioStreaming/core/Export.hpp"
 #include "ZAVAudioStreaming/core/OSStatus.hpp"
 
-/// The list of devices, to show it to a user. An interface of our own.
+/// Lists the devices, for display to a user. An interface of our own.
 namespace zav {
 
 /// A device that plays or captures.
 struct AudioDeviceInfo {
     std::string name;         ///< its name in the user's settings
-    std::string description;  ///< for people, in their language
+    std::string description;  ///< readable text in the user's language
     bool isInput = false;
     bool isMonitor = false;  ///< an input that captures what an output plays
     bool isUsed = false;     ///< the device that a queue would open now
@@ -30,7 +30,7 @@ struct AudioDeviceList {
 /// Fills `list`. Waits for the server, for three seconds at most.
 ///
 /// Errors: -66680 (kAudioQueueErr_InvalidDevice) no sound server, -66681
-/// (kAudioQueueErr_CannotStart) it does not answer. `list` is unchanged then. Throws
+/// (kAudioQueueErr_CannotStart) it does not answer. `list` is unchanged after an error. Throws
 /// std::bad_alloc. Threads: any.
 [[nodiscard]] ZAV_EXPORT OSStatus listAudioDevices(AudioDeviceList& list);
 

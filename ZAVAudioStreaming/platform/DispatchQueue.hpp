@@ -6,9 +6,9 @@
 
 namespace zav {
 
-/// Runs work later, on another thread. An audio output queue runs its callbacks on one. An
-/// application that wants them on its own threads (its user interface, its own pool) derives its
-/// own class.
+/// Runs work later, on another thread. An audio output queue runs its callbacks on a dispatch
+/// queue. An application can derive its own class, to run callbacks on its own threads (its user
+/// interface, its own pool).
 class ZAV_EXPORT DispatchQueue {
  public:
     /// How urgent the work is.
@@ -16,8 +16,8 @@ class ZAV_EXPORT DispatchQueue {
         userInitiated,  ///< a user waits for it
     };
 
-    /// The queue that the whole process shares. It runs several pieces of work at the same time, on
-    /// a few threads that are started with the first piece and live as long as the process.
+    /// The queue that the whole process shares. It runs several pieces of work at the same time on
+    /// a few threads. The first piece starts these threads. They live as long as the process.
     /// Threads: any.
     static DispatchQueue& global(QualityOfService qos);
 
@@ -25,8 +25,8 @@ class ZAV_EXPORT DispatchQueue {
 
     /// Runs `work` later, never inside this call. Two pieces of work may run at the same time.
     ///
-    /// `work` throws nothing. Work that blocks for long takes a thread away from other users.
-    /// Threads: any. Errors: throws std::bad_alloc when there is no memory for it.
+    /// `work` must not throw. Work that blocks for long takes a thread away from other users.
+    /// Threads: any. Errors: throws std::bad_alloc if there is no memory for the work.
     virtual void async(std::function<void()> work) = 0;
 
     DispatchQueue(const DispatchQueue&) = delete;
@@ -36,7 +36,7 @@ class ZAV_EXPORT DispatchQueue {
     DispatchQueue() = default;
 };
 
-/// A dispatch queue as the platform's functions take it: borrowed. It outlives its user.
+/// A borrowed dispatch queue, as the platform's functions take it. It must outlive its user.
 using DispatchQueueRef = DispatchQueue*;
 
 }  // namespace zav

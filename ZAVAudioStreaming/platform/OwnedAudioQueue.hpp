@@ -14,8 +14,8 @@ struct DisposeOfAudioQueue {
     void operator()(AudioQueueRef queue) const { AudioQueueDispose(queue, true); }
 };
 
-/// A queue that is disposed of at the end of its owner. No callback runs after that, except the one
-/// that destroys the owner.
+/// Owns a queue. The owner's destructor disposes of the queue. No callback runs after that, except
+/// a callback that destroys the owner.
 using OwnedAudioQueue = std::unique_ptr<std::remove_pointer_t<AudioQueueRef>, DisposeOfAudioQueue>;
 
 /// Reads a property of this type. Returns the queue's status; `value` is untouched after a failure.
@@ -27,8 +27,8 @@ template <class Value>
     return AudioQueueGetProperty(queue, property, &value, &size);
 }
 
-/// Returns a property of four bytes. A queue that does not report it is a fatal stop with this text
-/// at the caller's position.
+/// Returns a property of four bytes. Fatal, with this text and at the caller's position, if the
+/// queue does not report it.
 inline std::uint32_t requireAudioQueueProperty(
     AudioQueueRef queue, AudioQueuePropertyID property, std::string_view text,
     SourcePosition position = SourcePosition::current()) {

@@ -9,31 +9,32 @@
 
 namespace zav::detail {
 
-/// A growing set of buffers that are filled again and again: all of them, and those that are idle,
-/// in the order in which they came back. The buffers belong to somebody else.
+/// A growing set of buffers that are filled again and again. The pool lists all buffers, and the
+/// idle ones in the order in which they came back. It does not own the buffers.
 ///
 /// Threads: any.
 template <class Buffer>
 class BufferPool {
  public:
-    /// Adds a new buffer, idle. Throws `std::bad_alloc` or `std::length_error` without memory.
+    /// Adds a new, idle buffer. Throws `std::bad_alloc` or `std::length_error` if there is no
+    /// memory.
     void add(Buffer& buffer) ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         all_.push_back(&buffer);
         idle_.reserve(all_.size());  // `giveBack` allocates no memory
         idle_.push_back(&buffer);
     }
-    /// Null if no buffer is idle.
+    /// Returns null if no buffer is idle.
     Buffer* firstIdle() const ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         return idle_.empty() ? nullptr : idle_.front();
     }
-    /// The first idle buffer is in use from now on.
+    /// Marks the first idle buffer as in use.
     void useFirstIdle() ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         idle_.erase(idle_.begin());
     }
-    /// The buffer, which was in use, becomes the last idle one.
+    /// Makes a buffer that was in use the last idle one.
     void giveBack(Buffer& buffer) noexcept ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
         idle_.push_back(&buffer);
@@ -51,7 +52,7 @@ class BufferPool {
         const MutexLock lock(mutex_);
         return idle_.size() < all_.size();
     }
-    /// The sum of one member over all buffers in use.
+    /// Returns the sum of one member over all buffers in use.
     template <class Value>
     std::uint64_t sumInUse(Value Buffer::*member) const ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);

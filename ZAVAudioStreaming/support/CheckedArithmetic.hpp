@@ -11,7 +11,7 @@
 /// wrapped size would lead to a write outside a buffer. The stop names the caller's position.
 namespace zav::detail {
 
-/// `value` as a `To`. Fatal if it is outside the range of `To`.
+/// Converts `value` to `To`. Fatal if `value` is outside the range of `To`.
 template <std::integral To, std::integral From>
 constexpr To checkedCast(From value, SourcePosition position = SourcePosition::current()) {
     if (!std::in_range<To>(value)) {
@@ -21,7 +21,8 @@ constexpr To checkedCast(From value, SourcePosition position = SourcePosition::c
     return static_cast<To>(value);
 }
 
-/// `value` without its fraction as a `To`. Fatal if it is not finite or outside the range of `To`.
+/// Drops the fraction of `value` and converts it to `To`. Fatal if `value` is not finite or outside
+/// the range of `To`.
 template <std::integral To, std::floating_point From>
 To checkedTruncate(From value, SourcePosition position = SourcePosition::current()) {
     const From whole = std::trunc(value);
@@ -33,7 +34,7 @@ To checkedTruncate(From value, SourcePosition position = SourcePosition::current
     return static_cast<To>(whole);
 }
 
-/// left x right. Fatal if it overflows.
+/// Returns left x right. Fatal if the product overflows.
 template <std::integral T>
 constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePosition::current()) {
     T product{};
@@ -43,7 +44,7 @@ constexpr T checkedMultiply(T left, T right, SourcePosition position = SourcePos
     return product;
 }
 
-/// dividend / divisor, without the remainder. Fatal if the divisor is zero.
+/// Returns dividend / divisor without the remainder. Fatal if the divisor is zero.
 template <std::integral T>
 constexpr T checkedDivide(T dividend, T divisor,
                           SourcePosition position = SourcePosition::current()) {

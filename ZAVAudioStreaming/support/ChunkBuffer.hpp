@@ -9,9 +9,9 @@
 
 namespace zav::detail {
 
-/// Memory for one chunk, for the length of one call. Its contents are undefined. It is aligned for
-/// samples of any type. Small chunks stay on the stack: for one SBC frame, the heap would cost as
-/// much as everything else that a node does around the codec. Fatal, at the caller's position, if
+/// Memory for one chunk during one call. Its contents are undefined. It is aligned for samples of
+/// any type. Small chunks stay on the stack, because the heap is slow: for one SBC frame, it would
+/// cost as much as all other work of a node around the codec. Fatal, at the caller's position, if
 /// there is no memory.
 class ChunkBuffer {
  public:
@@ -27,7 +27,7 @@ class ChunkBuffer {
     std::byte* data() noexcept { return large_ != nullptr ? large_.get() : small_.data(); }
 
  private:
-    // Not initialised on purpose: clearing it would cost as much time as the stack saves.
+    // Deliberately not initialised. Clearing it would cost the time that the stack saves.
     alignas(std::max_align_t) std::array<std::byte, 8192> small_;
     std::unique_ptr<std::byte[]> large_;
 };

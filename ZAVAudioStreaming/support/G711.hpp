@@ -1,6 +1,7 @@
 #pragma once
 
-/// Decodes samples of ITU-T G.711 (sign, three bits of exponent, four of mantissa) to 16 bits.
+/// Decodes samples of ITU-T G.711 (one sign bit, three exponent bits, four mantissa bits) to 16
+/// bits.
 namespace zav::detail {
 
 constexpr int fromALaw(int byte) {

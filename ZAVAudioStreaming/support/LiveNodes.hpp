@@ -9,9 +9,8 @@
 #include "ZAVAudioStreaming/core/FatalError.hpp"
 #include "ZAVAudioStreaming/support/CheckedArithmetic.hpp"
 
-/// Shared by the two live nodes. The sizes of their queue buffers, in bytes, are half a second of
-/// packets, within limits. A product that 32 bits cannot hold is a fatal stop at the caller's
-/// position.
+/// Code that the two live nodes share. Their queue buffers hold half a second of packets, within
+/// limits. Sizes are in bytes. Fatal, at the caller's position, if 32 bits cannot hold a product.
 namespace zav::detail {
 
 /// Throws `AudioQueueError::failure` unless the queue's status is success.
@@ -25,8 +24,8 @@ inline constexpr double kLiveBufferDurationInSeconds = 0.5;
 inline constexpr std::uint32_t kMaximumLiveBufferSize = 0x50000;
 inline constexpr std::uint32_t kMinimumPlaybackBufferSize = 0x4000;
 
-/// 16 KiB to 320 KiB, but at least one packet. Packets of an unknown number of frames get the
-/// largest size.
+/// Returns 16 KiB to 320 KiB, but at least one packet. Returns the largest size if the number of
+/// frames in a packet is unknown.
 inline std::uint32_t playbackBufferSize(const AudioStreamBasicDescription& format,
                                         std::uint32_t maxPacketSize,
                                         SourcePosition position = SourcePosition::current()) {
@@ -42,7 +41,7 @@ inline std::uint32_t playbackBufferSize(const AudioStreamBasicDescription& forma
     return std::max(size, kMinimumPlaybackBufferSize);
 }
 
-/// At most 320 KiB. Counts each packet as one frame.
+/// Returns at most 320 KiB. Counts each packet as one frame.
 inline std::uint32_t captureBufferSize(const AudioStreamBasicDescription& format,
                                        std::uint32_t packetSize,
                                        SourcePosition position = SourcePosition::current()) {

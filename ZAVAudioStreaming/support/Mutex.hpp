@@ -3,13 +3,13 @@
 #include <mutex>
 #include <shared_mutex>
 
-/// Mutexes that the compiler checks. A member is marked with the mutex that guards it, a function
-/// with the one that its caller holds:
+/// Mutexes that the compiler checks. Mark a member with the mutex that guards it. Mark a function
+/// with the mutex that its caller must hold:
 ///
 ///     void add() ZAV_REQUIRES(mutex_);
 ///     int count_ ZAV_GUARDED_BY(mutex_) = 0;
 ///
-/// Clang then reports every access without the lock (-Wthread-safety); other compilers ignore the
+/// Clang then reports every access without the lock (-Wthread-safety). Other compilers ignore the
 /// marks. See "Thread Safety Analysis" in Clang's manual.
 #ifdef __clang__
 #define ZAV_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
@@ -66,8 +66,8 @@ class ZAV_CAPABILITY("mutex") SharedMutex {
     std::shared_mutex mutex_;
 };
 
-/// Holds a lock until the end of its scope: `const MutexLock lock(mutex_);`. One that is not const
-/// can be given up earlier and taken again.
+/// Holds a lock until the end of its scope: `const MutexLock lock(mutex_);`. A lock that is not
+/// const can be released earlier and taken again.
 template <class Lockable>
 class ZAV_SCOPED_CAPABILITY MutexLock {
  public:

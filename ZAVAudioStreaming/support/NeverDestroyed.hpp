@@ -2,13 +2,14 @@
 
 namespace zav::detail {
 
-/// A value that stays usable until the process has ended. For static variables that other threads
-/// use while the process exits.
+/// A value that stays usable until the process has ended. Use it for static variables that other
+/// threads use while the process exits.
 template <class T>
 class NeverDestroyed {
  public:
     NeverDestroyed() : value_() {}
-    // An empty destructor, not a defaulted one, which a union with such a member does not have.
+    // The destructor is empty, not defaulted: the union's member may have a destructor, and then a
+    // defaulted one would be deleted.
     ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default)
 
     NeverDestroyed(const NeverDestroyed&) = delete;

@@ -13,19 +13,19 @@ namespace zav::detail {
 /// Sample rates of SBC in Hz, in the order of their codes.
 inline constexpr std::array<std::uint32_t, 4> kSbcRatesInHz = {16000, 32000, 44100, 48000};
 
-/// Parameters of one SBC frame, as its first bytes give them (A2DP, appendix B):
+/// Parameters of one SBC frame, read from its first bytes (A2DP, appendix B):
 ///
 ///     byte 0   0x9C, the sync byte
 ///     byte 1   sample rate (2 bits), blocks (2), channel mode (2), allocation (1), subbands (1)
 ///     byte 2   bitpool
 ///     byte 3   CRC-8 over bytes 1 and 2, the join bits and the scale factors
 ///
-/// A plain value. It makes no codec state and allocates nothing.
+/// This is a plain value. It creates no codec state and allocates nothing.
 struct SBCHeader {
-    /// Bytes that hold all parameters.
+    /// Number of bytes that hold all parameters.
     static constexpr std::size_t kByteCount = 3;
 
-    /// The cases' positions are the codes in byte 1.
+    /// The values are the codes in byte 1.
     enum class ChannelMode : std::uint8_t { mono, dual, stereo, jointStereo };
     enum class Allocation : std::uint8_t { loudness, snr };
 
@@ -36,19 +36,19 @@ struct SBCHeader {
     std::uint32_t subbands = 8;  ///< 4 or 8
     std::uint8_t bitpool = 32;   ///< bits for the samples of one block; not checked
 
-    /// Reads the parameters. Empty if there are fewer than `kByteCount` bytes or the first one is
-    /// not the sync byte. The checksum is not examined.
+    /// Reads the parameters. Returns nothing if there are fewer than `kByteCount` bytes or the
+    /// first byte is not the sync byte. Does not check the checksum.
     static std::optional<SBCHeader> fromBytes(std::span<const std::byte> bytes);
 
     constexpr std::uint32_t channels() const { return mode == ChannelMode::mono ? 1 : 2; }
 
-    /// Samples of each channel in the frame.
+    /// Number of samples of each channel in the frame.
     constexpr std::uint32_t samplesPerChannel() const { return blocks * subbands; }
 
-    /// Bytes of the whole frame (A2DP, appendix B, section 12.9): four bytes of header, four bits
-    /// for each scale factor, the join bits of joint stereo and the samples, padded to whole bytes.
-    /// In mono and dual channel, each channel has the bitpool for itself. In the stereo modes, both
-    /// channels share it.
+    /// Size of the whole frame in bytes (A2DP, appendix B, section 12.9): four bytes of header,
+    /// four bits for each scale factor, the join bits of joint stereo and the samples. The sum is
+    /// padded to whole bytes. In mono and dual channel, each channel has its own bitpool. In the
+    /// stereo modes, both channels share one bitpool.
     constexpr std::uint32_t frameLength() const {
         const bool isPerChannel = mode == ChannelMode::mono || mode == ChannelMode::dual;
         const std::uint32_t joinBits = mode == ChannelMode::jointStereo ? subbands : 0;
@@ -62,9 +62,9 @@ struct SBCHeader {
     friend bool operator==(const SBCHeader&, const SBCHeader&) = default;
 };
 
-/// Whether a whole frame, whose header is at the start of `bytes`, has the right checksum and a
-/// bitpool that libsbc decodes. libsbc decides, because the checksum also covers the scale factors.
-/// `bytes` contains the whole frame: libsbc reads beyond the end of one that is cut short. Throws
+/// Returns true if the frame at the start of `bytes` has the right checksum and a bitpool that
+/// libsbc decodes. libsbc checks both, because the checksum also covers the scale factors. `bytes`
+/// must contain the whole frame: libsbc reads beyond the end of a frame that is cut short. Throws
 /// std::bad_alloc.
 bool isValidSbcFrame(std::span<const std::byte> bytes);
 

@@ -6,9 +6,9 @@
 
 namespace zav::detail {
 
-/// The highest byte of a silent sample in a PCM, A-law or mu-law format. All its other bytes are 0.
-/// Samples of one byte are thus this byte, and so is every byte of silence in signed and float
-/// samples of any size.
+/// Returns the highest byte of a silent sample in a PCM, A-law or mu-law format. All other bytes of
+/// the sample are 0. A silent sample of one byte is this byte. In signed and float samples of any
+/// size, every byte of silence is this byte.
 ///
 /// Source of the two law bytes: ITU-T G.711, the codes of the smallest positive value. A-law
 /// inverts the even bits.

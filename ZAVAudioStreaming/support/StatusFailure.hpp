@@ -6,7 +6,7 @@
 
 namespace zav::detail {
 
-/// Carries a status from a failed step of a service up to the function that returns it.
+/// Carries the status of a failed step up to the service function that returns it.
 class StatusFailure : public std::exception {
  public:
     explicit StatusFailure(OSStatus status) : status_(status) {}

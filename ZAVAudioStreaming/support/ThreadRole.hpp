@@ -6,8 +6,9 @@
 
 namespace zav::detail {
 
-/// A role that one thread at a time plays, without a lock: the producer of a ring, for example.
-/// Debug builds stop the program when two threads are in it at once; release builds check nothing.
+/// A role that only one thread at a time may play, for example the producer of a ring. It is not a
+/// lock. Debug builds stop the program when two threads play the role at once. Release builds check
+/// nothing.
 ///
 ///     const RolePlayer producer(producerRole_);
 class ThreadRole {
@@ -17,7 +18,7 @@ class ThreadRole {
 #endif
 };
 
-/// Is in a role until the end of its scope.
+/// Plays a role until the end of its scope.
 class [[maybe_unused]] RolePlayer {
  public:
 #ifndef NDEBUG
