@@ -17,7 +17,8 @@ namespace zav::detail {
 /// Threads: one at a time.
 class BufferLedger {
  public:
-    /// Memory for one buffer. Made before the ledger is locked, because it can take long.
+    /// Memory for one buffer. Make it before you lock the ledger, because the allocation can take
+    /// long.
     struct Memory {
         explicit Memory(std::uint32_t byteCount);
 
@@ -26,19 +27,19 @@ class BufferLedger {
         bool isInQueue = false;  ///< enqueued or given back
     };
 
-    /// A buffer in the queue, and what its callback reports of it.
+    /// A buffer in the queue, and the data that its callback reports.
     struct Entry {
         AudioQueueBufferRef buffer = nullptr;
-        std::uint64_t endFrame = 0;  ///< output: frames of the run that are played when it is
+        std::uint64_t endFrame = 0;  ///< output: frames of the run up to the buffer's end
         AudioTimeStamp startTime;    ///< input: time of its first frame
         std::vector<AudioStreamPacketDescription> descriptions;  ///< input
     };
 
-    /// Takes the memory in, and returns its buffer, which is with the application.
+    /// Adds the memory and returns its buffer. The buffer is then with the application.
     AudioQueueBufferRef add(std::unique_ptr<Memory> memory);
 
-    /// Returns noErr if the buffer can be enqueued: it is one of this queue, is with the
-    /// application, and contains no more bytes than it has room for.
+    /// Returns noErr if the buffer can be enqueued. The buffer must belong to this queue, be with
+    /// the application, and contain no more bytes than it has room for.
     OSStatus check(AudioQueueBufferRef buffer) const;
 
     /// Enqueues a checked buffer behind the others.
@@ -57,8 +58,8 @@ class BufferLedger {
     void giveBackFirst();
     void giveBackAll();
 
-    /// Moves the oldest given back buffer to `entry`: it is with the application again. False when
-    /// there is none.
+    /// Moves the oldest buffer that was given back to `entry`. The buffer is then with the
+    /// application again. Returns false if no buffer was given back.
     bool takeGivenBack(Entry& entry);
 
  private:

@@ -172,10 +172,10 @@ OSStatus BufferQueue::stopOrPlayOut(bool isImmediate) {
         return noErr;
     }
     wake();
-    // The application has all its buffers back. It would not resume the queue for the rest that a
-    // decoder still held.
+    // The application has all its buffers back, so it would not resume the queue. Play the audio
+    // that the decoder still held now.
     if (hasOnlyTheRest) {
-        static_cast<void>(resume());  // fails when the device is gone, which ends the run
+        static_cast<void>(resume());  // fails if the device is gone; the run then ends
     }
     return noErr;
 }
@@ -219,7 +219,7 @@ OSStatus BufferQueue::disposeNow() {
     return noErr;
 }
 
-/// A callback that has itself stopped or started the queue knows of every stop until now.
+/// A callback that has stopped or started the queue itself knows every stop until now.
 void BufferQueue::noteStopIsKnown() {
     const MutexLock lock(side_->mutex);
     if (runner_->isCurrentThread()) {
@@ -234,7 +234,8 @@ double BufferQueue::currentFrame() {
 
 std::vector<std::byte> BufferQueue::property(AudioQueuePropertyID property,
                                              std::size_t roomInBytes) {
-    // Meters and nodes read these often, so they do not wait for a decoder.
+    // Meters and nodes read these properties often. Read them without the lock, which a decoder may
+    // hold.
     switch (property) {
         case kAudioQueueProperty_IsRunning:
             return bytesOf(std::uint32_t{isRunning()});
@@ -274,7 +275,7 @@ void BufferQueue::deliver() {
     });
 }
 
-/// False when no buffer waits for its callback.
+/// Returns false if no buffer waits for its callback.
 bool BufferQueue::takeNext(BufferLedger::Entry& next) {
     MutexLock lock(side_->mutex);
     while (!run_.isDisposedOf() && run_.isRunning()) {
@@ -323,8 +324,8 @@ void BufferQueue::finishRunIfOver() {
 void BufferQueue::stopNow() {
     side_->closeDevice();
     const MutexLock lock(side_->mutex);
-    // In one step with giving the buffers back: a buffer that is enqueued because the queue does
-    // not run any more belongs to the next run.
+    // Note the stop and give the buffers back under one lock. The application may enqueue a buffer
+    // because it sees that the queue has stopped. That buffer belongs to the next run.
     run_.noteStopped();
     try {
         side_->endRun();

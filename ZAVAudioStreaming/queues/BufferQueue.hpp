@@ -16,19 +16,19 @@
 
 namespace zav::detail {
 
-/// An audio queue. It puts together the run from start to stop (`QueueRun`), the buffers
+/// An audio queue. It combines the run from start to stop (`QueueRun`), the buffers
 /// (`BufferLedger`), their audio (`QueueSide`) and the thread of the callbacks (`CallbackRunner`).
 ///
-/// Two locks, taken in this order. No callback is called under either, and the device thread takes
-/// neither:
-/// - `control_`: one start, pause, stop or end of a stop at a time. Held while waiting for the
-///   device.
-/// - the mutex of the side: everything else.
+/// It has two locks, taken in this order. No callback runs under either lock. The device thread
+/// takes neither lock:
+/// - `control_`: allows one start, pause, stop or end of a stop at a time. It is held during waits
+///   for the device.
+/// - the mutex of the side: guards everything else.
 ///
 /// Threads: any. `deliver` runs where the queue's callbacks run.
 class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
  public:
-    /// The application's callback. Throws nothing.
+    /// The application's callback. Must not throw.
     using Callback = std::function<void(AudioQueueRef handle, const BufferLedger::Entry& entry)>;
     /// Makes the runner that calls `deliver`.
     using RunnerMaker =
@@ -50,16 +50,16 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     OSStatus start();
     OSStatus pause();
     OSStatus stop(bool isImmediate);
-    /// With `isImmediate`, no callback runs after this returns, except one that called it.
+    /// With `isImmediate`, no callback runs after this returns, except a callback that called it.
     OSStatus dispose(bool isImmediate);
 
     /// Takes no lock: nodes call it in every callback.
     bool isRunning() const ZAV_NO_THREAD_SAFETY_ANALYSIS { return run_.isRunning(); }
-    /// Whether every wake-up of the callbacks has been answered.
+    /// Returns true if every wake-up of the callbacks has been answered.
     bool isIdle() const { return runner_->isIdle(); }
     double currentFrame();
-    /// The value of a property as bytes. A caller without room for the level only asks for its
-    /// size: the peak then stays for the next caller. Throws StatusFailure.
+    /// Returns the value of a property as bytes. If `roomInBytes` is too small for the level, the
+    /// caller only wants its size. The peak is then kept for the next caller. Throws StatusFailure.
     std::vector<std::byte> property(AudioQueuePropertyID property, std::size_t roomInBytes);
     /// Throws StatusFailure.
     void setMagicCookie(std::span<const std::byte> cookie);
@@ -79,21 +79,21 @@ class BufferQueue : public std::enable_shared_from_this<BufferQueue> {
     void deliver();
     bool takeNext(BufferLedger::Entry& next);
 
-    AudioQueueRef handle_;  // deleted when no callback can use it any more
+    AudioQueueRef handle_;  // deleted after the last callback that can use it
     const Callback callback_;
     std::shared_ptr<CallbackRunner> runner_;  // set once, before the queue is handed out
 
     Mutex control_;
     const std::unique_ptr<QueueSide> side_;
     QueueRun run_ ZAV_GUARDED_BY(side_->mutex);
-    /// The stops that the running callback knows of. A callback that began before the last stop may
-    /// enqueue its buffer again without knowing of that stop: the buffer comes back at once.
+    /// Number of stops that the running callback knows. A callback that began before the last stop
+    /// may enqueue its buffer again without knowing of that stop. Such a buffer comes back at once.
     std::uint64_t stopCountAtCallback_ ZAV_GUARDED_BY(side_->mutex) = 0;
 };
 
 }  // namespace zav::detail
 
-/// What a handle points to.
+/// The object behind a handle.
 struct zav::OpaqueAudioQueue {
     std::shared_ptr<zav::detail::BufferQueue> queue;
 };

@@ -11,8 +11,8 @@
 
 namespace zav::detail {
 
-/// Runs the callbacks of one queue: calls `deliver` after each `wake`, never twice at the same
-/// time, and never on the thread that calls `wake`.
+/// Runs the callbacks of one queue. It calls `deliver` after each `wake`. Calls of `deliver` never
+/// overlap. `deliver` never runs inside `wake`.
 ///
 /// Threads: any.
 class CallbackRunner {
@@ -26,13 +26,13 @@ class CallbackRunner {
     /// because the device thread calls it too.
     virtual void wake() noexcept = 0;
 
-    /// Whether the caller is inside `deliver`.
+    /// Returns true if the caller is inside `deliver`.
     bool isCurrentThread() const noexcept { return runningThread_ == std::this_thread::get_id(); }
 
-    /// Whether every wake-up so far has been answered.
+    /// Returns true if every wake-up so far has been answered.
     bool isIdle() const noexcept { return answeredWakeUps_ == wakeUps_; }
 
-    /// No call of `deliver` runs after this returns, except the one that called it.
+    /// No call of `deliver` runs after this returns, except a call that called `end` itself.
     virtual void end() = 0;
 
  protected:
@@ -54,10 +54,10 @@ class CallbackRunner {
     std::atomic<std::thread::id> runningThread_;
 };
 
-/// Runs callbacks on a thread of its own, which this starts.
+/// Starts a thread and runs callbacks on it.
 std::shared_ptr<CallbackRunner> makeThreadRunner(std::function<void()> deliver);
 
-/// Runs callbacks on `queue`, which outlives the runner.
+/// Runs callbacks on `queue`, which must outlive the runner.
 std::shared_ptr<CallbackRunner> makeDispatchRunner(DispatchQueue& queue,
                                                    std::function<void()> deliver);
 

@@ -39,8 +39,8 @@ void CaptureRing::release(std::size_t byteCount) {
 
 bool CaptureRing::wakeAt(std::size_t byteCount) {
     const RolePlayer taker(taker_);
-    // Write, then read; `push` reads and writes the same two in the opposite order. So at least one
-    // of the two sees what the other wrote, and no wake-up is lost.
+    // Write one value, then read the other. `push` uses the same two values in the opposite order.
+    // At least one side therefore sees the other's write, and no wake-up is lost.
     wakeAt_ = byteCount;
     return pushedBytes_ - takenBytes_ < byteCount;
 }

@@ -13,35 +13,36 @@
 
 namespace zav::detail {
 
-/// The ring through which captured audio goes from the device to an input queue. It takes no lock.
+/// A ring that carries captured audio from the device to an input queue. It takes no lock.
 ///
-/// Roles: the *device* pushes. The *taker*, which is whoever holds the lock of the queue's audio,
-/// takes. Each role is played by one thread at a time; debug builds assert it. Each role writes its
-/// own count of bytes, whole frames, and reads the other's.
+/// Roles: the *device* pushes. The *taker* takes. The thread that holds the lock of the queue's
+/// audio is the taker. One thread at a time plays each role. Debug builds assert this. Each role
+/// writes its own count of bytes and reads the other's. Both counts are whole frames.
 class CaptureRing final : public CaptureClient {
  public:
-    /// The device calls `wake` when the ring contains as many bytes as `wakeAt` asked for.
+    /// The device calls `wake` when the ring contains the number of bytes given to `wakeAt`.
     CaptureRing(const AudioStreamBasicDescription& pcm, std::size_t frameCapacity,
                 std::function<void()> wake);
 
-    /// Empties the ring and begins a new run. No stream of a device is open.
+    /// Empties the ring and begins a new run. No device stream may be open.
     void clear();
 
-    /// Taker. The oldest bytes in the ring, up to its end in memory; the bytes that follow there
-    /// come with the next call. Empty only if the ring is. `release` removes the first ones.
+    /// Taker. Returns the oldest bytes in the ring, up to the end of its memory. The next call
+    /// returns the bytes after that end. The result is empty only if the ring is empty. `release`
+    /// removes the first bytes.
     std::span<const std::byte> peek() const;
     void release(std::size_t byteCount);
 
-    /// Taker. Has `wake` called when the ring contains this many bytes, or is full. Returns false
-    /// if it contains as many already.
+    /// Taker. The device then calls `wake` when the ring contains this many bytes or is full.
+    /// Returns false if the ring contains this many bytes already.
     bool wakeAt(std::size_t byteCount);
 
-    /// Taker. Returns true, once, if the device holds audio back and there is room again. The
-    /// caller then notifies the device.
+    /// Taker. Returns true once if the device holds audio back and the ring has room again. The
+    /// caller must then notify the device.
     bool takeHeldBack();
 
     std::uint64_t capturedFrames() const { return pushedBytes_ / bytesPerFrame_; }
-    /// How often the ring became full in this run.
+    /// Number of times that the ring became full in this run.
     std::uint32_t interruptionCount() const { return interruptionCount_; }
     AudioQueueLevel takeLevel() { return meter_.take(); }
     bool isDeviceGone() const { return isDeviceGone_; }

@@ -6,13 +6,13 @@
 
 namespace zav::detail {
 
-/// The decoders and encoders of queues whose stream is not PCM, from the module that is built on
+/// Decoders and encoders for queues whose stream is not PCM. They are in the module that uses
 /// FFmpeg's libraries (`moduleTable`).
 struct CompressedCodecs {
     static constexpr const char* kModuleName = "FFmpeg";
     static constexpr const char* kTableName = "Codecs";
 
-    /// Both throw 'fmt?' for a format that they cannot do.
+    /// Both throw 'fmt?' for a format that they do not support.
     std::unique_ptr<QueueDecoder> (*makeDecoder)(const AudioStreamBasicDescription& format);
     std::unique_ptr<QueueEncoder> (*makeEncoder)(const AudioStreamBasicDescription& format);
 };

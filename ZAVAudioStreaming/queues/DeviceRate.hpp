@@ -4,7 +4,8 @@
 
 namespace zav::detail {
 
-/// True for the sample rates, in Hz, that a `QueueDevice` opens: whole numbers from 8000 to 192000.
+/// Returns true if a `QueueDevice` opens this sample rate in Hz: a whole number from 8000 to
+/// 192000.
 constexpr bool isDeviceRate(double rate) {
     constexpr double kLowest = 8000;
     constexpr double kHighest = 192000;

@@ -23,7 +23,7 @@ class GlobalQueue : public DispatchQueue {
 }  // namespace
 
 asio::thread_pool& detail::globalThreads() {
-    // At least two: one piece of work that waits must not block the others.
+    // Use at least two threads: work that waits must not block other work.
     static auto* const threads =
         new asio::thread_pool(std::max<std::size_t>(2, std::thread::hardware_concurrency()));
     return *threads;

@@ -28,8 +28,9 @@ int makeEvent() {
     return event;
 }
 
-/// The device thread may not use a dispatch queue, which takes locks and allocates. So a wake-up is
-/// a write to an event descriptor. A thread of the global queue waits for it and passes it on.
+/// A dispatch queue takes locks and allocates, so the device thread must not use it. A wake-up is a
+/// write to an event descriptor instead. A thread of the global queue waits for the event and
+/// passes it on.
 class DispatchRunner : public CallbackRunner, public std::enable_shared_from_this<DispatchRunner> {
  public:
     DispatchRunner(DispatchQueue& queue, std::function<void()> deliver)
@@ -42,7 +43,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
     void wake() noexcept override {
         noteWakeUp();
         const std::uint64_t one = 1;
-        // Fails only if the event is raised already.
+        // The write fails only if the event is raised already.
         static_cast<void>(!::write(eventHandle_, &one, sizeof(one)));
     }
 
@@ -51,7 +52,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
             const MutexLock lock(requesting_);
             isEnded_ = true;
         }
-        // On the strand that waits for the event, so that it is not closed under a waiter.
+        // Cancel the wait on its own strand, so that the descriptor is not closed during a wait.
         asio::post(strand_, [self = shared_from_this()] { self->event_.cancel(); });
         if (!isCurrentThread()) {
             const MutexLock none(running_);
@@ -84,7 +85,7 @@ class DispatchRunner : public CallbackRunner, public std::enable_shared_from_thi
         return true;
     }
 
-    /// Requests that arrive while one is answered are answered by the same piece of work.
+    /// The piece of work that answers one request also answers requests that arrive meanwhile.
     void request() {
         if (requests_.fetch_add(1) == 0) {
             queue_.async([self = shared_from_this()] { self->answerRequests(); });

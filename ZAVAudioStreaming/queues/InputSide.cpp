@@ -13,10 +13,10 @@
 namespace zav::detail {
 namespace {
 
-/// An application can be this late with its buffers before the device has to hold audio back.
+/// Time that an application may be late with its buffers before the device holds audio back.
 constexpr double kRingInSeconds = 1;
 
-/// A buffer of packets is given back when it contains this much. A full one could hold a minute.
+/// A buffer of packets is given back when it contains this much. A full buffer could hold a minute.
 constexpr double kPacketBufferInSeconds = 0.5;
 
 std::unique_ptr<QueueEncoder> makeEncoder(const AudioStreamBasicDescription& format) {
@@ -84,14 +84,15 @@ OSStatus InputSide::openStream() {
         return status;
     }
     const MutexLock lock(mutex);
-    stream_.swap(stream);  // the stream that a pause has finished is closed after the lock
-    // An earlier notification of room may have gone to that stream, so repeat it.
+    stream_.swap(stream);  // closes a stream that a pause finished, after the lock
+    // The earlier notification of room may have gone to the finished stream, so repeat it.
     stream_->roomAdded();
     return noErr;
 }
 
-// A stream that captured on during a pause would deliver what was heard in it, or repeat the moment
-// before it. The finished stream stays, to notice when the device goes away.
+// Finish the stream. If it kept capturing during the pause, it would deliver audio of the pause, or
+// repeat the audio just before it. Keep the finished stream, because it notices when the device
+// goes away.
 OSStatus InputSide::pauseDevice() {
     finishStream();
     return noErr;
@@ -101,14 +102,14 @@ void InputSide::finishStream() {
     CaptureStream* stream = nullptr;
     {
         const MutexLock lock(mutex);
-        collect();  // makes room for what the device holds back
+        collect();  // makes room for audio that the device holds back
         stream = stream_.get();
     }
     stream->finish();
 }
 
 void InputSide::closeDevice() {
-    std::unique_ptr<CaptureStream> closed;  // after the lock
+    std::unique_ptr<CaptureStream> closed;  // destroyed after the lock is released
     MutexLock lock(mutex);
     if (stream_ != nullptr) {
         lock.unlock();
@@ -156,7 +157,7 @@ void InputSide::endRun() {
     if (buffers.hasEnqueued() && buffers.first().buffer->mAudioDataByteSize > 0) {
         giveBackFilled();
     }
-    // Drop what the application had no buffers for.
+    // Drop the audio for which the application had no buffers.
     while (!ring_.peek().empty()) {
         ring_.release(ring_.peek().size());
     }
@@ -211,7 +212,7 @@ void InputSide::fillFromPackets() {
     }
 }
 
-/// Takes packets of constant size. False when the first buffer is full.
+/// Takes packets of constant size. Returns false if the first buffer is full.
 bool InputSide::takeFrames() {
     const std::uint32_t packetSize = format_.mBytesPerPacket;
     const std::size_t size = std::min(roomInFirst(), packets_.bytes.size() - nextByte_);
@@ -220,7 +221,7 @@ bool InputSide::takeFrames() {
     return roomInFirst() > 0;
 }
 
-/// Takes one packet of variable size. False when the first buffer has no room for it.
+/// Takes one packet of variable size. Returns false if the first buffer has no room for the packet.
 bool InputSide::takePacket() {
     AudioStreamPacketDescription packet = packets_.descriptions[nextPacket_];
     if (packet.mDataByteSize > roomInFirst()) {
@@ -257,14 +258,14 @@ void InputSide::giveBackFilled() {
     buffers.giveBackFirst();
 }
 
-/// Bytes. Whole packets if these are of constant size.
+/// Returns bytes. They are whole packets if packets have a constant size.
 std::size_t InputSide::roomInFirst() const {
     const AudioQueueBuffer& buffer = *buffers.first().buffer;
     const std::size_t room = buffer.mAudioDataBytesCapacity - buffer.mAudioDataByteSize;
     return format_.mBytesPerPacket > 0 ? room - room % format_.mBytesPerPacket : room;
 }
 
-/// Bytes in the ring with which `collect` can give the first buffer back.
+/// Returns the bytes that the ring must contain so that `collect` can give the first buffer back.
 std::size_t InputSide::bytesWorthWaking() const {
     if (!buffers.hasEnqueued()) {
         return std::numeric_limits<std::size_t>::max();

@@ -14,9 +14,9 @@
 namespace zav::detail {
 
 /// The audio of a queue that captures. The device fills a ring. `collect` fills the buffers from
-/// it, and encodes on the way if the stream is not what the device delivers. A buffer of PCM is
-/// given back when it is full. A buffer of packets is given back also when it contains half a
-/// second.
+/// the ring. It encodes the audio if the device cannot deliver the stream's format. A buffer of PCM
+/// is given back when it is full. A buffer of packets is given back when it is full or contains
+/// half a second.
 class InputSide final : public QueueSide {
  public:
     /// Throws StatusFailure with 'fmt?' for a format that cannot be captured.
@@ -63,17 +63,17 @@ class InputSide final : public QueueSide {
     const std::function<void()> wake_;
     /// Null if the device delivers the stream itself.
     const std::unique_ptr<QueueEncoder> encoder_ ZAV_PT_GUARDED_BY(mutex);
-    const AudioStreamBasicDescription pcm_;  ///< what the device delivers
-    CaptureRing ring_;                       // `mutex` makes its holder the taker
-    /// Of a run. Only the functions of the device set it.
+    const AudioStreamBasicDescription pcm_;  ///< the format that the device delivers
+    CaptureRing ring_;                       // the holder of `mutex` is the taker
+    /// The stream of one run. Only the device functions set it.
     std::unique_ptr<CaptureStream> stream_ ZAV_GUARDED_BY(mutex);
     bool isInRun_ ZAV_GUARDED_BY(mutex) = false;
 
-    /// Encoded packets. Those before `nextByte_` and `nextPacket_` are in buffers already.
+    /// Encoded packets. Packets before `nextByte_` and `nextPacket_` are in buffers already.
     EncodedPackets packets_ ZAV_GUARDED_BY(mutex);
     std::size_t nextByte_ ZAV_GUARDED_BY(mutex) = 0;
     std::size_t nextPacket_ ZAV_GUARDED_BY(mutex) = 0;
-    std::uint64_t filledFrames_ ZAV_GUARDED_BY(mutex) = 0;   ///< of the run, in all buffers
+    std::uint64_t filledFrames_ ZAV_GUARDED_BY(mutex) = 0;   ///< in all buffers of the run
     std::uint64_t framesInFirst_ ZAV_GUARDED_BY(mutex) = 0;  ///< in the first enqueued buffer
 };
 

@@ -23,7 +23,7 @@ std::unique_ptr<QueueDecoder> makeDecoder(const AudioStreamBasicDescription& for
     return codecs->makeDecoder(format);
 }
 
-/// Whether all packets lie in the `size` bytes of a buffer.
+/// Returns true if all packets lie in the `size` bytes of a buffer.
 bool liesIn(std::uint32_t size, std::span<const AudioStreamPacketDescription> descriptions) {
     for (const AudioStreamPacketDescription& packet : descriptions) {
         if (packet.mStartOffset < 0 || packet.mStartOffset > size ||
@@ -53,7 +53,8 @@ bool OutputSide::lastRunWasPlayedOut() const {
 }
 
 std::uint64_t OutputSide::playedFrames() {
-    // At the end the device can report all frames as played a little before its clock gets there.
+    // At the end, the device can report all frames as played a little before its clock reaches the
+    // end.
     return std::max(stream_->framesPlayed(), feed_.playedFrames());
 }
 
@@ -92,7 +93,7 @@ OSStatus OutputSide::openDevice() {
     return noErr;
 }
 
-/// The stream, for calls that must not hold the mutex. It stays until `closeDevice`.
+/// Returns the stream for calls that must not hold the mutex. It is valid until `closeDevice`.
 PlaybackStream* OutputSide::openedStream() {
     const MutexLock lock(mutex);
     return stream_.get();
@@ -112,11 +113,12 @@ OSStatus OutputSide::pauseDevice() {
 }
 
 void OutputSide::closeDevice() {
-    std::unique_ptr<PlaybackStream> closed;  // after the lock
+    std::unique_ptr<PlaybackStream> closed;  // destroyed after the lock is released
     const MutexLock lock(mutex);
     if (stream_ != nullptr) {
         endedAtFrame_ = playedFrames();
-        // A device that goes away in the middle of a stream may have played all that was there.
+        // A device that is lost in the middle of a stream may have played everything enqueued so
+        // far.
         wasPlayedOut_ = isPlayedOut() && (isPlayingOut_ || !feed_.isDeviceGone());
     }
     closed = std::move(stream_);
@@ -148,7 +150,7 @@ void OutputSide::accept(BufferLedger::Entry& entry,
     }
     announceMoreAudio();
     if (entry.endFrame <= feed_.playedFrames()) {
-        // It contains nothing to play, so the device reports nothing about it.
+        // The buffer adds no whole frame to play, so the device reports nothing about it.
         wake_();
     }
 }
@@ -161,7 +163,7 @@ void OutputSide::collect() {
     }
     feed_.dropPlayed();
     if (isPlayingOut_ && feed_.isPlayedOut()) {
-        finishDecoder();  // it may hold audio of buffers that were enqueued since the stop
+        finishDecoder();  // it may hold audio enqueued since the stop
         announceMoreAudio();
     }
 }

@@ -13,8 +13,8 @@
 
 namespace zav::detail {
 
-/// The audio of a queue that plays. PCM that the device takes is played from the buffers
-/// themselves. Any other stream is decoded when its buffer is enqueued.
+/// The audio of a queue that plays. If the device takes the stream's format, it plays the buffers
+/// in place. A buffer of any other stream is decoded when it is enqueued.
 class OutputSide final : public QueueSide {
  public:
     /// Throws StatusFailure with 'fmt?' for a format that cannot be played.
@@ -60,17 +60,17 @@ class OutputSide final : public QueueSide {
     const std::function<void()> wake_;
     /// Null if the device takes the stream itself.
     const std::unique_ptr<QueueDecoder> decoder_ ZAV_PT_GUARDED_BY(mutex);
-    const AudioStreamBasicDescription pcm_;  ///< what the device takes
-    PlaybackFeed feed_;                      // `mutex` makes its holder the appender
-    /// Of a run. Only the functions of the device set it.
+    const AudioStreamBasicDescription pcm_;  ///< the format that the device takes
+    PlaybackFeed feed_;                      // the holder of `mutex` is the appender
+    /// The stream of one run. Only the device functions set it.
     std::unique_ptr<PlaybackStream> stream_ ZAV_GUARDED_BY(mutex);
 
     std::vector<std::byte> cookie_ ZAV_GUARDED_BY(mutex);
-    /// The decoder has decoded since it was reset, and may hold audio back.
+    /// True if the decoder has decoded since its reset. It may then hold audio back.
     bool isDecoderBegun_ ZAV_GUARDED_BY(mutex) = false;
-    bool isPlayingOut_ ZAV_GUARDED_BY(mutex) = false;       ///< as long as the run is stopping
-    std::uint64_t endedAtFrame_ ZAV_GUARDED_BY(mutex) = 0;  ///< of the last run
-    /// At the end of the last run, with nothing enqueued since.
+    bool isPlayingOut_ ZAV_GUARDED_BY(mutex) = false;       ///< true while the run is stopping
+    std::uint64_t endedAtFrame_ ZAV_GUARDED_BY(mutex) = 0;  ///< final position of the last run
+    /// True if the last run played everything and nothing was enqueued since.
     bool wasPlayedOut_ ZAV_GUARDED_BY(mutex) = true;
 };
 

@@ -23,7 +23,7 @@ std::uint32_t bytesPerSample(const AudioStreamBasicDescription& format) {
     return format.mBytesPerFrame / format.mChannelsPerFrame;
 }
 
-/// Whether rate, channels and sizes are possible and consistent.
+/// Returns true if rate, channels and sizes are possible and consistent.
 bool isSound(const AudioStreamBasicDescription& format) {
     return isDeviceRate(format.mSampleRate) && format.mChannelsPerFrame >= 1 &&
            format.mChannelsPerFrame <= kMostChannels && format.mFramesPerPacket == 1 &&
@@ -60,14 +60,14 @@ bool isPcm(const AudioStreamBasicDescription& format) {
     }
 }
 
-/// Whether the two formats differ in their sign only.
+/// Returns true if the two formats differ only in their sign.
 bool hasOtherSign(const AudioStreamBasicDescription& format) {
     const bool isSigned = has(format, kAudioFormatFlagIsSignedInteger);
     return format.mFormatID == kAudioFormatLinearPCM && isInteger(format) &&
            isSigned == (format.mBitsPerChannel == 8);
 }
 
-/// Whether each sample has 24 bits and an unused byte above them.
+/// Returns true if each sample has 24 bits and an unused byte above them.
 bool isLowIn32(const AudioStreamBasicDescription& format) {
     return format.mBitsPerChannel == 24 && bytesPerSample(format) == 4 &&
            !has(format, kAudioFormatFlagIsAlignedHigh);
@@ -87,7 +87,7 @@ AudioStreamBasicDescription devicePcm(AudioStreamBasicDescription format) {
         format.mFormatFlags ^= kAudioFormatFlagIsSignedInteger;
     }
     if (format.mBitsPerChannel == 24 && bytesPerSample(format) == 4 && !isLowIn32(format)) {
-        // The same 32 bits, with the lowest byte silent.
+        // Use the same 32 bits with a silent lowest byte.
         format.mBitsPerChannel = 32;
     }
     format.mFormatFlags &= ~kAudioFormatFlagIsAlignedHigh;
@@ -145,11 +145,11 @@ class IntegerChange {
     bool isPadded_;
     bool isSigned_;
     bool changesSign_;
-    std::size_t streamSize_;  // bytes of a sample
+    std::size_t streamSize_;  // size of a sample in bytes
     std::size_t deviceSize_;
 };
 
-/// Converts between the 64 bits of the stream and the 32 of the device.
+/// Converts between the stream's 64 bits and the device's 32 bits.
 class FloatChange {
  public:
     explicit FloatChange(const AudioStreamBasicDescription& stream)
@@ -185,7 +185,7 @@ class FloatChange {
     bool isSwapped_;
 };
 
-/// Buffers may end inside a frame. Its beginning is kept for the next buffer.
+/// A buffer may end inside a frame. The beginning of that frame is kept for the next buffer.
 template <class Change>
 class PcmDecoder : public QueueDecoder {
  public:

@@ -10,7 +10,7 @@
 namespace zav::detail {
 namespace {
 
-// The kinds of samples: their size in bytes, their magnitude, and the greatest magnitude.
+// Sample types. Each has its size in bytes, its magnitude and the greatest magnitude.
 
 template <std::size_t kByteCount, bool kIsBigEndian>
 std::uint32_t bitsOf(const std::byte* sample) {
@@ -109,7 +109,8 @@ void PeakMeter::add(std::span<const std::byte> pcm) noexcept {
         return;
     }
     const AudioQueueLevel level = measure_(pcm);
-    // Only this thread raises the peak. A `take` in between counts as before or after this call.
+    // Only this thread raises the peak. The result of a concurrent `take` may or may not include
+    // this call.
     if (level.peak > peak_) {
         peak_ = level.peak;
     }

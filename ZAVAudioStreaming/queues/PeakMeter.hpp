@@ -10,8 +10,8 @@
 
 namespace zav::detail {
 
-/// Measures how loud the PCM of a device is. The measurement costs time, so it begins with the
-/// first `take`.
+/// Measures the peak of a device's PCM. The measurement costs time, so it begins with the first
+/// `take`.
 ///
 /// Threads: `add` on the device thread, without locks; `take` on any.
 class PeakMeter {
@@ -19,7 +19,7 @@ class PeakMeter {
     /// `pcm` is a format of `QueueDevice`.
     explicit PeakMeter(const AudioStreamBasicDescription& pcm);
 
-    /// Begins a new run. No stream of a device is open.
+    /// Begins a new run. No device stream may be open.
     void clear();
     /// Adds whole samples to the measurement.
     void add(std::span<const std::byte> pcm) noexcept;

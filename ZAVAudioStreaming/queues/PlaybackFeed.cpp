@@ -145,7 +145,7 @@ void PlaybackFeed::played(std::uint64_t frameCount) noexcept {
          next = marked_->next.load(std::memory_order_acquire)) {
         marked_ = next;
     }
-    // Last, because the appender may free the played pieces from now on.
+    // Do this last: the appender may free the played pieces from now on.
     playedFrames_.store(frameCount, std::memory_order_release);
     if (isMarkReached) {
         wake_();

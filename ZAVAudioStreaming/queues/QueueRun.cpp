@@ -19,8 +19,8 @@ QueueRun::PauseAction QueueRun::pauseAction(bool hasEnqueued) const {
     if (isBeingDisposedOf()) {
         return PauseAction::refuse;
     }
-    // An application that has all its buffers back would not resume the queue for the rest that a
-    // decoder still holds.
+    // Do not pause if only a decoder still holds audio. The application has all its buffers back
+    // and would not resume the queue.
     const bool playsOnlyTheRest = isStopping_ && !hasEnqueued;
     return isRunning_ && !isPaused_ && !playsOnlyTheRest ? PauseAction::pause
                                                          : PauseAction::nothing;

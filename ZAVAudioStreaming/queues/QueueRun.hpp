@@ -5,8 +5,8 @@
 
 namespace zav::detail {
 
-/// The run of a queue, from its start to the end of its stop, as a state machine. It only keeps the
-/// state and decides what a call has to do in it; `BufferQueue` does it and reports back.
+/// The run of a queue, from its start to the end of its stop, as a state machine. It keeps the
+/// state and decides the action for each call. `BufferQueue` performs the action and reports back.
 ///
 ///     stopped  -- start -->             running
 ///     running  -- pause -->             paused      -- start --> running
@@ -14,7 +14,7 @@ namespace zav::detail {
 ///     paused   -- asynchronous stop --> paused and stopping
 ///     any      -- immediate stop, played out, device lost --> stopped
 ///
-/// Threads: one at a time; `isRunning` may be called beside any other function.
+/// Threads: one at a time, but `isRunning` may be called at the same time as any other function.
 class QueueRun {
  public:
     enum class StartAction { refuse, open, resume, callOffStop, nothing };
@@ -23,17 +23,18 @@ class QueueRun {
     StartAction startAction() const;
     PauseAction pauseAction(bool hasEnqueued) const;
 
-    /// From a successful start to the end of the stop, also while paused.
+    /// True from a successful start to the end of the stop. A paused queue is running too.
     bool isRunning() const { return isRunning_; }
     bool isPaused() const { return isPaused_; }
-    /// An asynchronous stop waits for the last frame.
+    /// True while an asynchronous stop waits for the last frame.
     bool isStopping() const { return isStopping_; }
-    /// No buffer is allocated or enqueued any more, and no call starts, pauses or stops the queue.
+    /// If true, buffers cannot be allocated or enqueued, and no call starts, pauses or stops the
+    /// queue.
     bool isBeingDisposedOf() const { return disposal_ != Disposal::none; }
     bool isDisposedOf() const { return disposal_ == Disposal::done; }
-    /// A disposal was waiting for the end of the run, which has come.
+    /// True if a disposal was waiting for the end of the run and the run has ended.
     bool isDisposalDue() const { return disposal_ == Disposal::afterStop && !isRunning(); }
-    /// How often the queue has stopped.
+    /// Number of times that the queue has stopped.
     std::uint64_t stopCount() const { return stopCount_; }
 
     void noteStarted() { isRunning_ = true; }
@@ -48,7 +49,7 @@ class QueueRun {
  private:
     enum class Disposal { none, afterStop, done };
 
-    std::atomic<bool> isRunning_{false};  // applications ask at any time, without the lock
+    std::atomic<bool> isRunning_{false};  // read at any time without the lock
     bool isPaused_ = false;
     bool isStopping_ = false;
     Disposal disposal_ = Disposal::none;

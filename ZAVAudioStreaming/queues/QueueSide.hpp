@@ -14,15 +14,14 @@
 
 namespace zav::detail {
 
-/// The audio of a queue, between its buffers and the device: `InputSide` and `OutputSide`. It knows
-/// nothing of callbacks, nor of starts and stops beyond the functions below.
+/// The audio of a queue, between its buffers and the device: `InputSide` and `OutputSide`. It does
+/// not know callbacks. It knows starts and stops only through the functions below.
 ///
-/// Threads: `mutex` guards the buffers and all audio. It is held for as long as it takes to copy,
-/// decode or encode a buffer; no callback is called under it, and the device thread never takes it.
-/// The four functions of the device may wait for the sound server, so they take the mutex
-/// themselves where they need it; `BufferQueue` calls them one at a time. The mutex and the buffers
-/// stand here, and not in `BufferQueue`, because the compiler can check only a lock that an object
-/// owns.
+/// Threads: `mutex` guards the buffers and all audio. It is held while a buffer is copied, decoded
+/// or encoded. No callback runs under it. The device thread never takes it. The four device
+/// functions may wait for the sound server, so they take the mutex only where they need it.
+/// `BufferQueue` calls them one at a time. The mutex and the buffers are here and not in
+/// `BufferQueue`, because the compiler can check only a lock that an object owns.
 class QueueSide {
  public:
     virtual ~QueueSide() = default;
@@ -33,11 +32,11 @@ class QueueSide {
     Mutex mutex;
     BufferLedger buffers ZAV_GUARDED_BY(mutex);
 
-    // The device. After a status other than noErr the side has no new stream, and keeps its buffers
-    // and their audio; its position and counts may have been reset.
+    // The device. After a status other than noErr, the side has no new stream. It keeps its buffers
+    // and their audio. Its position and counts may have been reset.
     virtual OSStatus openDevice() ZAV_EXCLUDES(mutex) = 0;
     virtual OSStatus resumeDevice() ZAV_EXCLUDES(mutex) = 0;
-    /// The side still notices when the device goes away.
+    /// The side still notices a lost device during the pause.
     virtual OSStatus pauseDevice() ZAV_EXCLUDES(mutex) = 0;
     virtual void closeDevice() ZAV_EXCLUDES(mutex) = 0;
 
@@ -45,8 +44,8 @@ class QueueSide {
 
     // The buffers.
     /// Returns noErr if a buffer can be enqueued with these descriptions. An input side empties the
-    /// buffer. An output side no longer counts as played out, even if the buffer comes too late to
-    /// be enqueued.
+    /// buffer. An output side then no longer counts as played out, even if the buffer comes too
+    /// late to be enqueued.
     virtual OSStatus prepare(AudioQueueBuffer& buffer,
                              std::span<const AudioStreamPacketDescription> descriptions)
         ZAV_REQUIRES(mutex) = 0;
@@ -54,16 +53,17 @@ class QueueSide {
     virtual void accept(BufferLedger::Entry& entry,
                         std::span<const AudioStreamPacketDescription> descriptions)
         ZAV_REQUIRES(mutex) = 0;
-    /// Gives back the buffers that the device is done with. While the audio plays out, the last one
-    /// stays until the queue has stopped.
+    /// Gives back the buffers that the device no longer needs. While the audio plays out, the last
+    /// buffer stays until the queue has stopped.
     virtual void collect() ZAV_REQUIRES(mutex) = 0;
-    /// The device is closed: puts what it captured into buffers, and drops the audio of the run.
+    /// Call after the device is closed. Puts the captured audio into buffers and drops the audio of
+    /// the run.
     virtual void endRun() ZAV_REQUIRES(mutex) = 0;
 
     // An asynchronous stop. An input side has nothing to play out.
-    /// No buffer follows. Returns true if everything has been played already.
+    /// Announces that no buffer follows. Returns true if everything has been played already.
     virtual bool beginPlayingOut() ZAV_REQUIRES(mutex) { return true; }
-    /// Buffers follow after all.
+    /// Announces that buffers follow after all.
     virtual void callOffPlayingOut() ZAV_REQUIRES(mutex) {}
     virtual bool isPlayedOut() const ZAV_REQUIRES(mutex) { return true; }
 
@@ -86,7 +86,7 @@ class QueueSide {
     QueueSide() = default;
 };
 
-/// Makes the side of a queue. `wake` has the queue's callbacks run soon; it takes no lock and
+/// Makes the side of a queue. `wake` makes the queue's callbacks run soon. It takes no lock and
 /// allocates nothing, because the device thread calls it.
 using QueueSideMaker = std::function<std::unique_ptr<QueueSide>(std::function<void()> wake)>;
 

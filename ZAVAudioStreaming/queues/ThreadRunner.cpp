@@ -12,8 +12,8 @@ class ThreadRunner : public CallbackRunner {
  public:
     explicit ThreadRunner(std::function<void()> deliver) : CallbackRunner(std::move(deliver)) {}
 
-    /// The thread shares ownership of the runner: a queue that is disposed of inside its own
-    /// callback is destroyed before its thread ends.
+    /// The thread shares ownership of the runner. A callback may dispose of its own queue. The
+    /// queue is then destroyed before the thread ends.
     static std::shared_ptr<ThreadRunner> start(std::function<void()> deliver) {
         auto runner = std::make_shared<ThreadRunner>(std::move(deliver));
         runner->thread_ = std::thread([runner] { runner->run(); });

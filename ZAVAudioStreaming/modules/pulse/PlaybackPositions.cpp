@@ -69,7 +69,7 @@ void PlaybackPositions::expectDryBehindSilence() {
 std::uint64_t PlaybackPositions::update(std::uint64_t serverPosition, std::uint64_t now) {
     std::uint64_t sounded = 0;
     if (isAllTaken_) {
-        // The server's clock may have stopped already.
+        // Use our own clock, because the server's clock may have stopped already.
         sounded = pulled_ - std::min(pulled_, frameCount(silentAt_ - std::min(silentAt_, now)));
     } else {
         sounded = std::min(clientFrame(serverPosition), limit());

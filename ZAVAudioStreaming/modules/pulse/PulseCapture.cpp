@@ -15,7 +15,7 @@ constexpr pa_usec_t kFinishingTime = PA_USEC_PER_SEC;
 
 OSStatus PulseCapture::open(const AudioStreamBasicDescription& format) {
     const std::optional<PulseFormat> captured = pulseFormat(format);
-    // No clock: captured frames are counted as they arrive.
+    // No clock is needed: captured frames are counted as they arrive.
     return captured ? PulseStream::open(*captured, PA_STREAM_RECORD, PA_STREAM_NOFLAGS)
                     : kAudioFormatUnsupportedDataFormatError;
 }
@@ -37,7 +37,7 @@ void PulseCapture::opened() {
 void PulseCapture::finish() {
     const PulseLock lock(loop());
     if (!isLost() && !isFinished_) {
-        // All captured audio arrives before the answer, and none after it.
+        // All captured audio arrives before the answer. None arrives after it.
         const auto onAnswer = [](pa_stream* /*stream*/, int /*success*/, void* self) noexcept {
             static_cast<PulseCapture*>(self)->connection().wake();
         };
@@ -85,7 +85,8 @@ void PulseCapture::deliver() {
         } else {
             const std::span captured(static_cast<const std::byte*>(data), bytes);
             const auto rest = captured.subspan(client_.push(captured));
-            // Copy it out of libpulse, which would wait for it for ever if the server went away.
+            // Copy the audio out of libpulse. Otherwise libpulse would wait for it for ever if the
+            // server went away.
             kept_.assign(rest.begin(), rest.end());
             pending_ = kept_;
             isFull_ = !rest.empty();

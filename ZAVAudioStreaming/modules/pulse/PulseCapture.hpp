@@ -9,10 +9,10 @@
 
 namespace zav::detail {
 
-/// Captures through the sound server. Audio that the client has no room for stays with libpulse,
-/// which keeps some megabytes.
+/// Captures through the sound server. If the client has no room, audio stays in libpulse, which
+/// keeps some megabytes.
 ///
-/// Threads: as `CaptureStream`. The rest needs the lock of the loop.
+/// Threads: as `CaptureStream`. All other members need the lock of the loop.
 class PulseCapture final : public CaptureStream, private PulseStream {
  public:
     explicit PulseCapture(CaptureClient& client) : client_(client) {}
@@ -34,16 +34,16 @@ class PulseCapture final : public CaptureStream, private PulseStream {
     void heard() noexcept override ZAV_REQUIRES(loop()) {}
     void lost() noexcept override ZAV_REQUIRES(loop());
 
-    /// Pushes captured audio as far as the client has room.
+    /// Pushes captured audio while the client has room.
     void deliver() ZAV_REQUIRES(loop());
 
     CaptureClient& client_;
     std::vector<std::byte> silence_ ZAV_GUARDED_BY(loop());
-    /// The part of the last fragment that the client had no room for.
+    /// The part of the last fragment for which the client had no room.
     std::vector<std::byte> kept_ ZAV_GUARDED_BY(loop());
-    /// The next bytes to push, in one of these two.
+    /// The next bytes to push. They lie in one of the two vectors above.
     std::span<const std::byte> pending_ ZAV_GUARDED_BY(loop());
-    /// Bytes that the server has lost. Silence replaces them, after `pending_`.
+    /// Number of bytes that the server has lost. Silence replaces them after `pending_`.
     std::size_t missingBytes_ ZAV_GUARDED_BY(loop()) = 0;
     bool isFull_ ZAV_GUARDED_BY(loop()) = false;
     bool isFinished_ ZAV_GUARDED_BY(loop()) = false;

@@ -18,7 +18,7 @@ PulseConnection::~PulseConnection() {
 }
 
 OSStatus PulseConnection::open(pa_usec_t deadline) {
-    // No name of ours: the user's mixer then shows the application's.
+    // Pass no name. The user's mixer then shows the application's name.
     context_.reset(pa_context_new(pa_threaded_mainloop_get_api(loop_.get()), nullptr));
     if (context_ == nullptr) {
         return kAudioQueueErr_CannotStart;

@@ -10,10 +10,11 @@
 
 namespace zav::detail {
 
-/// A connection to the sound server. Each stream has its own: when a server dies or hangs, its
-/// streams leave it together with their connections.
+/// A connection to the sound server. Each stream has its own connection. When a server dies or
+/// hangs, a stream closes together with its connection.
 ///
-/// Threads: with the lock of the loop. Only the constructor and the destructor take it themselves.
+/// Threads: call with the lock of the loop. Only the constructor and the destructor take the lock
+/// themselves.
 class PulseConnection {
  public:
     PulseConnection() = default;
@@ -23,9 +24,9 @@ class PulseConnection {
 
     const PulseLoop& loop() const ZAV_RETURN_CAPABILITY(loop_) { return loop_; }
 
-    /// Connects to the server of the user's settings, and starts none. Statuses:
-    /// kAudioQueueErr_InvalidDevice if there is no server, kAudioQueueErr_CannotStart if it refuses
-    /// or does not answer by `deadline` (a time of `pa_rtclock_now`).
+    /// Connects to the server in the user's settings. Does not start a server. Statuses:
+    /// kAudioQueueErr_InvalidDevice if there is no server, kAudioQueueErr_CannotStart if the server
+    /// refuses or does not answer by `deadline` (a time of `pa_rtclock_now`).
     OSStatus open(pa_usec_t deadline) ZAV_REQUIRES(loop_);
 
     /// Disconnects without waiting for the server. No callback comes after this.
@@ -33,15 +34,15 @@ class PulseConnection {
 
     pa_context* context() const ZAV_REQUIRES(loop_) { return context_.get(); }
 
-    /// The last error of the connection, as a status.
+    /// Returns the last error of the connection as a status.
     OSStatus status() const ZAV_REQUIRES(loop_);
 
-    /// Waits until `isMet`, which is called after each `wake`. Returns false if it is not met by
-    /// `deadline`. The lock is free while this waits.
+    /// Waits until `isMet` returns true. Calls `isMet` after each `wake`. Returns false if `isMet`
+    /// is still false at `deadline`. Releases the lock while it waits.
     bool waitUntil(pa_usec_t deadline, const std::function<bool()>& isMet) ZAV_REQUIRES(loop_);
     void wake() { pa_threaded_mainloop_signal(loop_.get(), 0); }
 
-    /// Called inside a callback of libpulse, which holds the lock.
+    /// Call inside a callback of libpulse. libpulse holds the lock there.
     void assertLocked() const ZAV_ASSERT_CAPABILITY(loop_) {}
 
  private:

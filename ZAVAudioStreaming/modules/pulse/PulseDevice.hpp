@@ -4,7 +4,7 @@
 
 namespace zav::detail {
 
-/// The sound server's default devices, or those that the user's settings name.
+/// The sound server's default devices, or the devices that the user's settings name.
 class PulseDevice final : public QueueDevice {
  public:
     OSStatus openPlayback(const AudioStreamBasicDescription& format, PlaybackClient& client,

@@ -11,7 +11,7 @@ namespace {
 
 constexpr pa_usec_t kListingTime = 3 * PA_USEC_PER_SEC;
 
-/// Collects the server's answers. It ends the process when memory runs out, as libpulse does.
+/// Collects the server's answers. Running out of memory ends the process, as it does in libpulse.
 struct Listing {
     explicit Listing(PulseConnection& listed) : connection(listed) {}
 
@@ -27,7 +27,7 @@ void onServer(pa_context* /*context*/, const pa_server_info* info, void* listing
     auto* const that = static_cast<Listing*>(listing);
     if (info != nullptr) {
         that->list.server = orEmpty(info->server_name);
-        // PipeWire's name contains its version. Its version field is that of PulseAudio.
+        // PipeWire's name contains its version. Its version field contains a version of PulseAudio.
         if (that->list.server.find_first_of("0123456789") == std::string::npos) {
             that->list.server += " " + orEmpty(info->server_version);
         }
@@ -66,9 +66,9 @@ void onSource(pa_context* /*context*/, const pa_source_info* info, int /*isLast*
     that->connection.wake();
 }
 
-/// Opens a stream as a queue does, to see on which device it is placed: the settings of the user,
-/// of libpulse and of the server decide that together. The stream is corked, so that nothing sounds
-/// and no device wakes up. Null if it cannot be made.
+/// Opens a stream as a queue does, to learn which device the server uses for it. The settings of
+/// the user, of libpulse and of the server decide this together. The stream is corked, so nothing
+/// sounds and no device wakes up. Returns null if the stream cannot be made.
 PulseStreamObject openProbe(PulseConnection& connection, pa_stream_direction_t direction)
     ZAV_REQUIRES(connection.loop()) {
     constexpr pa_sample_spec kSpec = {PA_SAMPLE_S16NE, 48000, 2};
@@ -94,7 +94,7 @@ bool isSettled(const PulseStreamObject& probe) {
     return probe == nullptr || pa_stream_get_state(probe.get()) != PA_STREAM_CREATING;
 }
 
-/// Empty when the stream could not be opened.
+/// Returns an empty string if the stream could not be opened.
 std::string deviceOf(const PulseStreamObject& probe) {
     return probe != nullptr && pa_stream_get_state(probe.get()) == PA_STREAM_READY
                ? orEmpty(pa_stream_get_device_name(probe.get()))
@@ -117,8 +117,8 @@ OSStatus listPulseDevices(AudioDeviceList& list) {
     const PulseOperation sinks(pa_context_get_sink_info_list(context, onSink, &listing));
     const PulseOperation sources(pa_context_get_source_info_list(context, onSource, &listing));
     const PulseOperation server(pa_context_get_server_info(context, onServer, &listing));
-    // Answers arrive in the order of the requests. A stream that is not opened in time counts as
-    // none, because a queue could not open one either.
+    // Answers arrive in the order of the requests. A stream that is not opened in time has no
+    // device, because a queue could not open one either.
     connection.waitUntil(deadline, [&] {
         return server == nullptr ||
                pa_operation_get_state(server.get()) == PA_OPERATION_CANCELLED ||
@@ -132,7 +132,7 @@ OSStatus listPulseDevices(AudioDeviceList& list) {
     for (AudioDeviceInfo& device : listing.list.devices) {
         device.isUsed = device.name == (device.isInput ? captured : played);
     }
-    // Before `listing`, which the answers are written to.
+    // Close before `listing` is destroyed, because answers are written to `listing`.
     connection.close();
     if (!isComplete) {
         return kAudioQueueErr_CannotStart;

@@ -4,7 +4,7 @@
 
 namespace zav::detail {
 
-/// As `listAudioDevices`.
+/// Does the same as `listAudioDevices`.
 OSStatus listPulseDevices(AudioDeviceList& list);
 
 }  // namespace zav::detail

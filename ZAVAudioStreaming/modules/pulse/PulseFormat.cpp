@@ -43,8 +43,8 @@ pa_sample_format_t sampleFormat(const AudioStreamBasicDescription& format) {
     return PA_SAMPLE_INVALID;
 }
 
-// The order of channels in WAV and FLAC files and in FFmpeg's decoders. libpulse's own order
-// differs for four and for seven channels.
+// Channel order of WAV files, FLAC files and FFmpeg's decoders. libpulse's own order differs for
+// four and for seven channels.
 constexpr auto kLeft = PA_CHANNEL_POSITION_FRONT_LEFT;
 constexpr auto kRight = PA_CHANNEL_POSITION_FRONT_RIGHT;
 constexpr auto kCenter = PA_CHANNEL_POSITION_FRONT_CENTER;

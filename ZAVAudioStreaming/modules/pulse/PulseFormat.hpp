@@ -7,7 +7,7 @@
 
 #include "ZAVAudioStreaming/core/AudioStreamFormat.hpp"
 
-/// Format records in libpulse's terms.
+/// Converts format records to libpulse's types.
 namespace zav::detail {
 
 struct PulseFormat {
@@ -16,7 +16,7 @@ struct PulseFormat {
     std::byte silence;  ///< every byte of a silent frame
 };
 
-/// Empty for a format that is none of `QueueDevice`'s.
+/// Returns nothing for a format that `QueueDevice` does not list.
 std::optional<PulseFormat> pulseFormat(const AudioStreamBasicDescription& format);
 
 }  // namespace zav::detail

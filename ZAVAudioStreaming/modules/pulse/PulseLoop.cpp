@@ -28,8 +28,9 @@ pa_threaded_mainloop* startedLoop() {
         pa_threaded_mainloop_free(loop);
         throw std::bad_alloc();
     }
-    // The thread and the first caller that takes the lock set up the same things in libpulse, which
-    // ThreadSanitizer cannot see. Wait, so that one follows the other.
+    // The thread and the first caller that takes the lock both initialise the same data in
+    // libpulse. ThreadSanitizer cannot see how libpulse orders this. Wait here, so that the thread
+    // goes first.
     isUp.acquire();
     return loop;
 }

@@ -6,17 +6,17 @@
 
 namespace zav::detail {
 
-/// The device thread: libpulse's main loop. One loop serves all connections of the process, because
-/// libpulse recycles memory between loops without ThreadSanitizer's knowledge, and because no call
-/// on it takes long. It is also the lock of everything that goes with it: hold a `PulseLock`.
-/// libpulse already holds it inside its callbacks.
+/// The device thread: libpulse's main loop. One loop serves all connections of the process, for two
+/// reasons. libpulse recycles memory between loops, and ThreadSanitizer cannot see that. No call on
+/// the loop takes long. The loop is also a lock: hold a `PulseLock` to use any of its objects.
+/// libpulse already holds the lock inside its callbacks.
 ///
 /// Threads: any but the device thread.
 class ZAV_CAPABILITY("mutex") PulseLoop {
  public:
     /// Starts the loop for its first user. Throws std::bad_alloc if no thread can be started.
     PulseLoop();
-    /// Ends the thread with its last user. The caller does not hold the lock.
+    /// The last user's destructor ends the thread. The caller must not hold the lock.
     ~PulseLoop();
     PulseLoop(const PulseLoop&) = delete;
     PulseLoop& operator=(const PulseLoop&) = delete;
@@ -27,7 +27,7 @@ class ZAV_CAPABILITY("mutex") PulseLoop {
     pa_threaded_mainloop* loop_;
 };
 
-/// Holds the lock of a loop. A thread that holds it already may do so again.
+/// Holds the lock of a loop. A thread that holds the lock may take it again.
 class ZAV_SCOPED_CAPABILITY PulseLock {
  public:
     explicit PulseLock(const PulseLoop& loop) ZAV_ACQUIRE(loop) : loop_(loop.get()) {

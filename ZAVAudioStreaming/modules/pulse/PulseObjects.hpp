@@ -16,7 +16,7 @@ struct DisconnectContext {
 };
 struct ForgetStream {
     void operator()(pa_stream* stream) const {
-        // The context keeps it until it is disconnected itself.
+        // The context keeps the stream until the context is disconnected.
         pa_stream_set_state_callback(stream, nullptr, nullptr);
         pa_stream_unref(stream);
     }

@@ -7,10 +7,10 @@
 namespace zav::detail {
 namespace {
 
-/// Added to the time of a mark, so that rounding cannot fire the timer before it.
+/// Delay added to the time of a mark, so that rounding cannot fire the timer early.
 constexpr pa_usec_t kMargin = PA_USEC_PER_MSEC;
 
-/// The server may stand still for this long before silence is written behind the audio.
+/// Time that the server may stand still before silence is written behind the audio.
 constexpr pa_usec_t kStandstill = 100 * PA_USEC_PER_MSEC;
 
 }  // namespace
@@ -36,7 +36,8 @@ OSStatus PulsePlayback::open(const AudioStreamBasicDescription& format) {
         const PulseLock lock(loop());
         positions_.emplace(written->sampling.rate);
     }
-    // libpulse asks the server for its timing regularly, and runs a clock between the answers.
+    // libpulse regularly asks the server for its timing. Between the answers, it runs its own
+    // clock.
     constexpr auto kFlags = static_cast<pa_stream_flags_t>(
         PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_START_CORKED);
     return PulseStream::open(*written, PA_STREAM_PLAYBACK, kFlags);
@@ -208,7 +209,7 @@ void PulsePlayback::stoodStill() {
 }
 
 void PulsePlayback::writeSilence() {
-    // No server works in blocks that are longer than this.
+    // No server uses longer blocks than this.
     const std::size_t blockBytes = pa_stream_get_buffer_attr(stream())->tlength;
     const std::uint64_t enough = (blockBytes + frameBytes() - 1) / frameBytes();
     if (!positions_->beginSilence(serverPosition(), enough)) {
@@ -256,7 +257,7 @@ void PulsePlayback::reportPlayed() {
     timedMark_ = client_.mark();
     timedFrom_ = now;
     if (timedMark_ > positions_->pulled()) {
-        markTimer_->stop();  // the time of audio that is not written is unknown
+        markTimer_->stop();  // unwritten audio has no known time
         return;
     }
     if (now >= positions_->limit() && !positions_->isAllTaken()) {
@@ -277,7 +278,7 @@ void PulsePlayback::markIsDue() {
     if (now != timedFrom_ || timedMark_ <= now) {
         reportPlayed();
     } else {
-        // The clock stands still: do not set the timer again before the server says something.
+        // The clock stands still. Do not set the timer again before the server sends a message.
         timedMark_ = PlaybackClient::kNoMark;
     }
 }

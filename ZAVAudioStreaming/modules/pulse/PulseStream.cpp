@@ -16,8 +16,9 @@ pa_buffer_attr bufferSizes(const pa_sample_spec& sampling) {
     pa_buffer_attr sizes{};
     sizes.maxlength = kServersChoice;
     sizes.tlength = static_cast<std::uint32_t>(latency);
-    // One frame: the server starts to play with the first frame, stands still when it runs dry, and
-    // continues exactly there. With 0 its clock would run on, and it would drop late audio.
+    // With one frame, the server starts to play at the first frame. When it runs dry, it stands
+    // still and later continues exactly there. With 0, its clock would run on, and it would drop
+    // late audio.
     sizes.prebuf = static_cast<std::uint32_t>(frameBytes);
     // The device gets (tlength - 2 minreq) / 2 of the latency. Small requests give the device
     // longer blocks, so both sides wake less often.
@@ -48,7 +49,8 @@ OSStatus PulseStream::open(const PulseFormat& format, pa_stream_direction_t dire
     pa_stream_set_suspended_callback(stream(), onMessage, this);
     const pa_buffer_attr sizes = bufferSizes(format_.sampling);
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | moreFlags);
-    // No name of a device: the server's default, or the one in the user's settings.
+    // Pass no device name. libpulse then uses the server's default, or the device in the user's
+    // settings.
     const int result =
         direction == PA_STREAM_PLAYBACK
             ? pa_stream_connect_playback(stream(), nullptr, &sizes, flags, nullptr, nullptr)
@@ -125,7 +127,7 @@ void PulseStream::watch() {
         lose();
         return;
     }
-    // Ask before the server counts as gone: it may be this process that stood still.
+    // Ask before the server counts as gone, because this process itself may have stood still.
     isAsked_ = true;
     askForTiming();
     watchdog_->callAt(now + kSilenceTime);

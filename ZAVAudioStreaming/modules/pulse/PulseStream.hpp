@@ -13,13 +13,13 @@
 
 namespace zav::detail {
 
-/// The common part of playing and capturing: a stream on its own connection, opened within three
-/// seconds, and a watchdog for its server. A live server sends messages all the time: captured
-/// audio, or answers to libpulse's requests for the timing. After two seconds without one, the
-/// server is asked for its timing. After two more it counts as gone.
+/// The common part of playing and capturing. It is a stream on its own connection, opened within
+/// three seconds. A watchdog checks its server. A live server sends messages all the time: captured
+/// audio, or answers to libpulse's timing requests. After two seconds without a message, the
+/// watchdog asks the server for its timing. After two more seconds, the server counts as gone.
 ///
-/// Threads: `open` without the lock of the loop, the rest with it. A derived class calls `close` in
-/// its destructor.
+/// Threads: call `open` without the lock of the loop, and all other functions with it. A derived
+/// class must call `close` in its destructor.
 class PulseStream {
  public:
     PulseStream(const PulseStream&) = delete;
@@ -40,19 +40,20 @@ class PulseStream {
     /// No callback comes after this.
     void close() ZAV_REQUIRES(loop());
 
-    /// The stream is open. The derived class sets its callbacks here.
+    /// Called when the stream is open. The derived class sets its callbacks here.
     virtual void opened() ZAV_REQUIRES(loop()) = 0;
 
-    /// The server has sent a message, so everything that libpulse reports may have changed.
+    /// Called when the server has sent a message. Everything that libpulse reports may have
+    /// changed.
     virtual void heard() noexcept ZAV_REQUIRES(loop()) = 0;
 
-    /// The server or the device is gone. Called once, and no other function is called after it.
+    /// Called once, when the server or the device is gone. No other function is called after it.
     virtual void lost() noexcept ZAV_REQUIRES(loop()) = 0;
 
-    /// The derived class calls this for each message of the server. Calls `heard`.
+    /// The derived class calls this for each message of the server. This calls `heard`.
     void noteSignOfLife() ZAV_REQUIRES(loop());
 
-    /// Called inside a callback of libpulse, which holds the lock.
+    /// Call inside a callback of libpulse. libpulse holds the lock there.
     void assertLocked() const ZAV_ASSERT_CAPABILITY(loop()) {}
     PulseConnection& connection() { return connection_; }
     pa_stream* stream() const ZAV_REQUIRES(loop()) { return stream_.get(); }
@@ -60,12 +61,12 @@ class PulseStream {
     const PulseFormat& format() const { return format_; }
     std::size_t frameBytes() const { return frameBytes_; }
 
-    /// As `PulseConnection::waitUntil`.
+    /// Does the same as `PulseConnection::waitUntil`.
     bool waitUntil(pa_usec_t deadline, const std::function<bool()>& isMet) ZAV_REQUIRES(loop()) {
         return connection_.waitUntil(deadline, isMet);
     }
     void cork(bool isCorked) ZAV_REQUIRES(loop());
-    /// The answer is a sign of life.
+    /// Asks the server for its timing. The answer is a sign of life.
     void askForTiming() ZAV_REQUIRES(loop());
 
  private:

@@ -9,10 +9,10 @@
 
 namespace zav::detail {
 
-/// Calls a function on the device thread at a given time. The function runs with the lock of the
-/// loop.
+/// Calls a function on the device thread at a given time. The lock of the loop is held while the
+/// function runs.
 ///
-/// Threads: with the lock of the loop. Destroy it before the connection closes.
+/// Threads: call with the lock of the loop. Destroy the timer before the connection closes.
 class PulseTimer {
  public:
     PulseTimer(const PulseConnection& connection, std::function<void()> function)
@@ -24,7 +24,7 @@ class PulseTimer {
     PulseTimer(const PulseTimer&) = delete;
     PulseTimer& operator=(const PulseTimer&) = delete;
 
-    /// Calls the function once, at a time of `pa_rtclock_now`. Replaces an earlier time.
+    /// Calls the function once, at `time` (a time of `pa_rtclock_now`). Replaces an earlier time.
     void callAt(pa_usec_t time) { pa_context_rttime_restart(context_, event_, time); }
     void stop() { callAt(PA_USEC_INVALID); }
 

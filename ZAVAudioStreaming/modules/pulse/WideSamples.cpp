@@ -41,7 +41,7 @@ const WideSamples* wideSamples(pa_sample_format_t format) {
 
 void widen(const WideSamples& samples, std::span<std::byte> room, std::size_t byteCount) {
     const std::span<const std::byte> narrow = room.subspan(room.size() / 2);
-    // What is written stays behind what is read.
+    // The write position never overtakes the read position.
     for (std::size_t i = 0; i < byteCount; ++i) {
         const std::int16_t sample = samples[std::to_integer<std::size_t>(narrow[i])];
         std::memcpy(&room[i * sizeof(sample)], &sample, sizeof(sample));

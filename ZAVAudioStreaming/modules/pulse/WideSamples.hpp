@@ -9,15 +9,16 @@
 
 namespace zav::detail {
 
-/// 16-bit samples of the 256 values of an 8-bit format.
+/// The 16-bit samples for the 256 values of an 8-bit format.
 using WideSamples = std::array<std::int16_t, 256>;
 
-/// Null for a format that has more bits. PipeWire takes bytes of 0 for silence in formats of 8 bits
-/// (seen with 0.3.65), and bangs whenever a stream of such a format pauses or runs dry: they are
-/// played as 16 bits.
+/// Returns null for a format with more than 8 bits. PipeWire uses bytes of 0 as silence in 8-bit
+/// formats (seen with 0.3.65). Such a stream makes a loud click whenever it pauses or runs dry.
+/// 8-bit formats are therefore played as 16 bits.
 const WideSamples* wideSamples(pa_sample_format_t format);
 
-/// Widens the bytes in the second half of `room`, from its middle on, into its beginning.
+/// Widens the first `byteCount` bytes of the second half of `room`. Writes the samples from the
+/// beginning of `room` on.
 void widen(const WideSamples& samples, std::span<std::byte> room, std::size_t byteCount);
 
 }  // namespace zav::detail
