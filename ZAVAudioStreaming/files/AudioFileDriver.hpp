@@ -9,8 +9,8 @@
 #include "ZAVAudioStreaming/support/StatusFailure.hpp"
 
 /// The drivers behind open audio files: one reader and one writer class for each family of file
-/// types. `AudioFile.cpp` checks the arguments before it calls a driver. It turns the exceptions of
-/// a driver into a status: `StatusFailure`, `std::system_error` of the file, `std::bad_alloc`.
+/// types. `AudioFile.cpp` checks the arguments before it calls a driver. It turns a driver's
+/// exceptions (`StatusFailure`, `std::system_error` of the file, `std::bad_alloc`) into a status.
 ///
 /// Threads: one at a time for one driver.
 namespace zav::detail {
@@ -28,7 +28,7 @@ class AudioFileDriver {
     AudioFileTypeID fileType() const noexcept { return fileType_; }
     const AudioStreamBasicDescription& dataFormat() const noexcept { return dataFormat_; }
 
-    /// The first of these calls can read the whole file.
+    /// The first call of one of these functions can read the whole file.
     virtual std::uint64_t packetCount() = 0;
     /// Bytes of audio, without headers.
     virtual std::uint64_t byteCount() = 0;
@@ -56,8 +56,9 @@ class AudioFileReader : public AudioFileDriver {
  public:
     using AudioFileDriver::AudioFileDriver;
 
-    /// Reads whole packets from `firstPacket` on into `buffer`, until `room` or the file ends, and
-    /// returns what was read. `descriptions` is null or has room for `room.packetCount` records.
+    /// Reads whole packets into `buffer`, starting with `firstPacket`. Stops when `room` is used up
+    /// or the file ends. Returns the bytes and packets read. `descriptions` is null or has room for
+    /// `room.packetCount` records.
     virtual PacketRun readPackets(std::uint64_t firstPacket, PacketRun room,
                                   AudioStreamPacketDescription* descriptions, void* buffer) = 0;
 };
@@ -66,15 +67,15 @@ class AudioFileWriter : public AudioFileDriver {
  public:
     using AudioFileDriver::AudioFileDriver;
 
-    /// Writes packets from `firstPacket` on and returns their number. `descriptions` is null or has
-    /// `run.packetCount` records.
+    /// Writes packets, starting with `firstPacket`. Returns the number of packets written.
+    /// `descriptions` is null or has `run.packetCount` records.
     virtual std::uint32_t writePackets(std::uint64_t firstPacket, PacketRun run,
                                        const AudioStreamPacketDescription* descriptions,
                                        const void* buffer) = 0;
 
     /// True if the file has a place for a cookie.
     virtual bool takesMagicCookie() const { return false; }
-    /// Throws 'pty?' if the file has no place for a cookie or it comes too late.
+    /// Throws 'pty?' if the file has no place for a cookie or if the cookie comes too late.
     virtual void setMagicCookie(std::span<const std::byte> /*cookie*/) {
         throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }

@@ -14,14 +14,14 @@ namespace zav::detail {
 std::unique_ptr<AudioFileReader> openAudioFile(FileHandle file);
 
 /// Makes a writer of the given type. Throws 'typ?' for an unknown type and 'fmt?' for a format that
-/// the type cannot hold, both before the file at `path` is touched.
+/// the type cannot hold. Throws both before it touches the file at `path`.
 std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& path,
                                                  FileHandle::IfExists ifExists,
                                                  AudioFileTypeID fileType,
                                                  const AudioStreamBasicDescription& dataFormat);
 
-/// All types that can be read or written, each once. These calls load the module for compressed
-/// files.
+/// All types that can be read or written. Each type is listed once. These calls load the module for
+/// compressed files.
 std::vector<AudioFileTypeID> readableAudioFileTypes();
 std::vector<AudioFileTypeID> writableAudioFileTypes();
 

@@ -28,12 +28,12 @@ struct ChunkGrammar {
     bool isBigEndian = false;            ///< byte order of the size field
     bool sizeCountsHeader = false;       ///< the size includes the id and the size field
     std::uint32_t alignment = 2;         ///< chunks start at multiples of this offset
-    std::string_view formatId = "fmt ";  ///< of the chunk that describes the audio
+    std::string_view formatId = "fmt ";  ///< id of the chunk that describes the audio
     std::uint32_t smallestFormat = 16;   ///< bytes in that chunk
     std::uint32_t largestFormat = 1024;
-    std::string_view dataId = "data";          ///< of the chunk that holds the audio
+    std::string_view dataId = "data";          ///< id of the chunk that holds the audio
     std::uint32_t bytesBeforeAudio = 0;        ///< in that chunk
-    std::array<std::string_view, 2> otherIds;  ///< of the other chunks that libsndfile needs
+    std::array<std::string_view, 2> otherIds;  ///< ids of the other chunks that libsndfile needs
 };
 
 constexpr ChunkGrammar kWave{
@@ -133,9 +133,9 @@ PcmFileStructure examineAu(std::string_view start, std::uint64_t fileSize) {
     return structure;
 }
 
-/// libsndfile cuts a rate of 44100.5 Hz to 44100 Hz, so other rates than whole numbers are refused.
+/// libsndfile cuts a rate of 44100.5 Hz to 44100 Hz, so we refuse rates that are not whole numbers.
 /// CAF stores the rate as a double. AIFF stores an 80-bit float: sign and exponent in 2 bytes, then
-/// a mantissa of 64 bits whose highest bit stands for 1.
+/// a mantissa of 64 bits. The highest bit of the mantissa stands for 1.
 void requireWholeRate(const FileHandle& file, std::uint64_t format, AudioFileTypeID fileType) {
     bool isWhole = true;
     if (fileType == kAudioFileCAFType) {
@@ -223,9 +223,9 @@ class ChunkExaminer {
         return chunk;
     }
 
-    /// True if these bytes cannot be a chunk: they are padding, or audio after the header of a
-    /// writer that was killed. Both can only follow the format and the data. Such bytes before them
-    /// make the file invalid, and it is refused.
+    /// True if these bytes cannot be a chunk. They are padding, or audio that a killed writer left
+    /// without a size in the header. Both can only follow the format and the data. Before the
+    /// format or the data, such bytes make the file invalid, and we refuse it.
     bool isAfterLastChunk(const Chunk& chunk, int count) const {
         const bool isImpossible = !chunk.hasValidSize || count == kMostChunks;
         const bool isComplete = hasFormat_ && hasData_;
@@ -267,12 +267,13 @@ class ChunkExaminer {
         }
         hasData_ = true;
         if (chunk.size == 0 || chunk.size == kUnknown32BitSize) {
-            // The file is empty, or its writer was killed or could not seek back. libsndfile works
-            // the size out from the rest of the header and the file. RF64 stores it elsewhere.
+            // The file is empty, or its writer was killed or could not seek back. libsndfile
+            // computes the size from the rest of the header and the file. RF64 stores the size
+            // elsewhere.
             return false;
         }
         if (chunk.size == kUnknown64BitSize && isCaf()) {
-            // Valid for the last chunk, but libsndfile needs a number.
+            // An unknown size is valid for the last chunk, but libsndfile needs a number.
             const std::uint64_t size = fileSize_ - chunk.content;
             showSize(chunk, size);
             structure_.audioSize = size - std::min<std::uint64_t>(size, grammar_.bytesBeforeAudio);
@@ -311,8 +312,9 @@ class ChunkExaminer {
         show(chunk.offset + grammar_.idSize, bytes);
     }
 
-    /// In W64, libsndfile reads every extensible format as integers. The real encoding is a field
-    /// further on in it (WAVEFORMATEXTENSIBLE's SubFormat), so that one is shown in its place.
+    /// In W64, libsndfile reads every extensible format as integers. The real encoding is in a
+    /// later field of the format (WAVEFORMATEXTENSIBLE's SubFormat). So libsndfile is shown that
+    /// field in place of the first one.
     void showRealEncoding(const Chunk& format) {
         constexpr std::array kExtensible = {std::byte{0xFE}, std::byte{0xFF}};
         constexpr std::uint64_t kSubFormat = 24;
@@ -324,7 +326,7 @@ class ChunkExaminer {
         }
     }
 
-    /// Shows libsndfile these bytes from `offset` on.
+    /// Shows these bytes to libsndfile, starting at `offset`.
     void show(std::uint64_t offset, std::span<const std::byte> bytes) {
         for (const std::byte byte : bytes) {
             structure_.edits.push_back({offset++, byte});

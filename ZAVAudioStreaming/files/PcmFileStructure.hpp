@@ -19,21 +19,22 @@ struct ByteEdit {
 /// The chunks of a file, found before libsndfile opens it.
 struct PcmFileStructure {
     AudioFileTypeID fileType = 0;
-    /// Bytes of audio by the data chunk's size. Empty if that size is unknown, or if the file is
-    /// shorter.
+    /// Bytes of audio, from the size of the data chunk. Empty if that size is unknown or exceeds
+    /// the file.
     std::optional<std::uint64_t> audioSize;
     /// True for a CAF file of compressed audio, which libsndfile does not read as packets.
     bool isCompressed = false;
     std::uint64_t cookieOffset = 0;  ///< in the file
     std::uint32_t cookieSize = 0;    ///< bytes; 0 without a cookie
-    /// These edits turn chunks that reading does not need (texts, cue points, ...) into filler, and
-    /// a format chunk that libsndfile misreads into one that it reads correctly.
+    /// These edits turn chunks that reading does not need (texts, cue points, ...) into filler.
+    /// They also change a format chunk that libsndfile misreads, so that libsndfile reads it
+    /// correctly.
     std::vector<ByteEdit> edits;
 };
 
-/// Examines the chunks of a file. Empty if the file is of no type that libsndfile reads. Throws
-/// 'dta?' if the chunks break the rules of their type: libsndfile 1.2 can hang or overflow on such
-/// files. Throws 'fmt?' if the sample rate is not a whole number.
+/// Examines the chunks of a file. Empty if libsndfile does not read the file's type. Throws 'dta?'
+/// if the chunks break the rules of their type: libsndfile 1.2 can hang or overflow on such files.
+/// Throws 'fmt?' if the sample rate is not a whole number.
 std::optional<PcmFileStructure> examinePcmFile(const FileHandle& file);
 
 }  // namespace zav::detail

@@ -11,9 +11,9 @@
 namespace zav::detail {
 namespace {
 
-// The table leaves out what common readers misread or cannot read: big-endian WAVE ('RIFX'),
-// little-endian AU, and little-endian integers of more than 16 bits in AIFC (libsndfile's codes
-// '42n1' and '23ni'). Little-endian floats in AIFC have no code at all.
+// The table leaves out formats that common readers misread or cannot read: big-endian WAVE
+// ('RIFX'), little-endian AU, and little-endian integers of more than 16 bits in AIFC (libsndfile's
+// codes '42n1' and '23ni'). Little-endian floats in AIFC have no code at all.
 constexpr std::array<PcmFileType, 7> kPcmFileTypes = {{
     {.fileType = kAudioFileWAVEType,
      .majorFormat = SF_FORMAT_WAV,
@@ -116,9 +116,9 @@ int subtypeFor(const PcmFileType& type, const AudioStreamBasicDescription& forma
     }
 }
 
-// libsndfile has one format for AIFF and AIFC. Integers with a byte order become AIFC, integers
-// without one AIFF. Encodings that only AIFC can hold become AIFC without a byte order, and
-// libsndfile refuses one for them. CAF needs a byte order for every encoding.
+// libsndfile has one format for AIFF and AIFC. It writes integers as AIFC if they have a byte
+// order, and as AIFF otherwise. It always writes other encodings as AIFC, and it refuses a byte
+// order for them. CAF needs a byte order for every encoding.
 int endianFor(const PcmFileType& type, const AudioStreamBasicDescription& format, int subtype) {
     const bool hasBothOrders = type.mostLittleEndianBits > 0 && type.hasBigEndianIntegers;
     const bool isWideInteger =
@@ -149,7 +149,7 @@ const PcmFileType* findPcmFileType(AudioFileTypeID fileType) {
 }
 
 int sndfileFormatFor(const PcmFileType& type, const AudioStreamBasicDescription& format) {
-    // libsndfile keeps rates as int.
+    // libsndfile stores rates as int.
     constexpr double kHighestRate = std::numeric_limits<int>::max();
     const bool isWholeRate = format.mSampleRate >= 1 && format.mSampleRate <= kHighestRate &&
                              format.mSampleRate == std::floor(format.mSampleRate);

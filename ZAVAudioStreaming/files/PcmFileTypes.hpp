@@ -9,7 +9,8 @@
 #include "ZAVAudioStreaming/platform/AudioFile.hpp"
 
 /// The file types that libsndfile reads and writes, and its format codes for our format records.
-/// Only encodings whose raw bytes are the samples themselves: PCM, float, A-law, mu-law.
+/// They include only encodings whose raw bytes are the samples themselves: PCM, float, A-law,
+/// mu-law.
 namespace zav::detail {
 
 /// What a file type can hold.
@@ -29,14 +30,14 @@ struct PcmFileType {
 
 std::span<const PcmFileType> pcmFileTypes();
 
-/// True for PCM, float, A-law and mu-law, whatever their parameters.
+/// True for PCM, float, A-law and mu-law with any parameters.
 bool isPcmFormat(const AudioStreamBasicDescription& format);
 
 /// Null if the type is not in the table.
 const PcmFileType* findPcmFileType(AudioFileTypeID fileType);
 
 /// libsndfile's code for audio of this format in a file of this type. Throws 'fmt?' if the type
-/// cannot hold it.
+/// cannot hold the format.
 int sndfileFormatFor(const PcmFileType& type, const AudioStreamBasicDescription& format);
 
 /// The format record of an open file. `isBigEndian` is the byte order of its samples. Throws 'fmt?'

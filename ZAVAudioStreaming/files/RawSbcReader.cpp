@@ -96,7 +96,7 @@ PacketRun RawSbcReader::readPackets(std::uint64_t firstPacket, PacketRun room,
         std::min(firstPacket + room.packetCount, lastFit(start + room.byteCount));
     const auto byteCount = static_cast<std::uint32_t>(offsetOf(end) - start);
     if (file_.readAt(start, buffer, byteCount) < byteCount) {
-        // The file became shorter since it was indexed.
+        // The file has become shorter since it was indexed.
         throw StatusFailure(kAudioFileInvalidFileError);
     }
     if (descriptions != nullptr) {

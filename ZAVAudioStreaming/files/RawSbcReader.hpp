@@ -9,13 +9,13 @@
 
 namespace zav::detail {
 
-/// Format of the frame at the start of the file, and so of the stream. Empty if no whole valid
-/// frame is there. Throws std::bad_alloc.
+/// Reads the format of the stream from its first frame. Empty if the file does not begin with a
+/// whole valid frame. Throws std::bad_alloc.
 std::optional<AudioStreamBasicDescription> firstSbcFrame(const FileHandle& file);
 
 /// Reads raw SBC streams; one packet is one SBC frame. The first call that needs the frames reads
-/// all headers once. A last frame that is cut short is left out. If bytes that are no frame follow
-/// the last frame, the packets before them are readable, and reading the next one is 'dta?'.
+/// all headers once. A last frame that is cut short is left out. If other bytes follow the last
+/// frame, all packets before those bytes can be read. Reading the next packet throws 'dta?'.
 class RawSbcReader : public AudioFileReader {
  public:
     RawSbcReader(FileHandle file, const AudioStreamBasicDescription& dataFormat)
@@ -34,8 +34,8 @@ class RawSbcReader : public AudioFileReader {
         std::uint64_t frameCount = 0;
         std::uint32_t longestFrame = 0;
         bool isDamaged = false;
-        /// Offset of each frame, and of the end of the last one. Empty while all frames have one
-        /// length.
+        /// Offset of each frame, then the offset of the end of the last frame. Empty while all
+        /// frames have the same length.
         std::vector<std::uint64_t> offsets;
     };
 
@@ -43,7 +43,7 @@ class RawSbcReader : public AudioFileReader {
     void buildIndex();
     void addFrame(std::uint64_t offset, std::uint32_t length);
     std::uint64_t offsetOf(std::uint64_t frame) const;
-    /// Index of the first frame that does not end at or before `endOffset`.
+    /// Index of the first frame that ends after `endOffset`.
     std::uint64_t lastFit(std::uint64_t endOffset) const;
 
     FileHandle file_;

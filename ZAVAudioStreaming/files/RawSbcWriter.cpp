@@ -26,7 +26,7 @@ bool RawSbcWriter::hasFramesOfUsualLength(std::span<const std::byte> frames,
     return true;
 }
 
-// The length is in each frame's header and can differ from the format's.
+// Each frame's header contains its length, which can differ from the format's length.
 std::uint32_t RawSbcWriter::countFrames(std::span<const std::byte> frames) {
     std::uint32_t frameCount = 0;
     for (; !frames.empty(); ++frameCount) {

@@ -13,7 +13,8 @@ namespace zav::detail {
 void requireSbcFormat(const AudioStreamBasicDescription& format);
 
 /// Writes raw SBC streams: the frames one after the other and nothing else. The file is complete
-/// after every write. A gap between packets is impossible, and a frame cannot be replaced.
+/// after every write. Frames can only be appended: the file cannot have gaps, and a frame cannot be
+/// replaced.
 class RawSbcWriter : public AudioFileWriter {
  public:
     RawSbcWriter(FileHandle file, const AudioStreamBasicDescription& dataFormat)
@@ -29,8 +30,8 @@ class RawSbcWriter : public AudioFileWriter {
     void finish() override { file_.close(); }
 
  private:
-    /// Whether these are `packetCount` frames of the format's length, by the first header and the
-    /// size of all frames. Avoids reading every header in the usual case.
+    /// True if `frames` contains `packetCount` frames of the format's length. Checks only the first
+    /// header and the size of all frames. In the usual case, this avoids reading every header.
     bool hasFramesOfUsualLength(std::span<const std::byte> frames, std::uint32_t packetCount);
     /// Counts the frames by their headers. Throws kAudioFileParameterError if they are not
     /// whole frames.

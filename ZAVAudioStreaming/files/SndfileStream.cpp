@@ -68,14 +68,15 @@ struct SndfileCallbacks {
 SndfileStream::SndfileStream(FileHandle file, std::vector<ByteEdit> edits, SF_INFO& info)
     : file_(std::move(file)), edits_(std::move(edits)) {
     open(SFM_READ, info);
-    // Now audio is read. After the header of an unfinished file, audio can look like chunks.
+    // libsndfile has read the header, and the edits must not change audio. In an unfinished file,
+    // audio can look like chunks.
     edits_.clear();
 }
 
 SndfileStream::SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info)
     : file_(std::move(file)), editHeader_(std::move(editHeader)) {
     open(SFM_WRITE, info);
-    // Raw writing never gives libsndfile a peak, so it must not reserve a chunk for one.
+    // Raw writing never gives a peak to libsndfile, so libsndfile must not reserve a chunk for it.
     sf_command(sndfile_, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 

@@ -26,7 +26,7 @@ class SndfileStream {
     /// 'dta?' if libsndfile refuses the file and 'fmt?' if it does not know the encoding.
     SndfileStream(FileHandle file, std::vector<ByteEdit> edits, SF_INFO& info);
     /// Opens an empty file for writing in the format of `info`. `editHeader` can change every
-    /// header in place before it is written; it can be empty.
+    /// header in place before the header is written. `editHeader` can be empty.
     SndfileStream(FileHandle file, HeaderEditor editHeader, SF_INFO& info);
     ~SndfileStream();
 
@@ -38,8 +38,9 @@ class SndfileStream {
     bool isBigEndian();
 
     void seek(std::uint64_t frame);
-    /// Both take whole frames, `size` in bytes, and return the bytes moved. These are fewer at the
-    /// end of the file or after a failed system call, which `throwFileError` then throws.
+    /// Both functions move whole frames; `size` is in bytes. They return the bytes moved, which are
+    /// fewer than `size` at the end of the file or after a failed system call. `throwFileError`
+    /// then throws the error of that call.
     std::size_t readRaw(void* buffer, std::size_t size);
     std::size_t writeRaw(const void* bytes, std::size_t size);
 
@@ -57,7 +58,7 @@ class SndfileStream {
     void open(int mode, SF_INFO& info);
     std::size_t readAtPosition(std::byte* buffer, std::size_t size);
     std::size_t writeAtPosition(const std::byte* bytes, std::size_t size);
-    /// Returns the bytes written. On a full disk that is the number by which the file has grown.
+    /// Returns the bytes written. On a full disk, returns the bytes by which the file has grown.
     std::size_t appendOrOverwrite(const std::byte* bytes, std::size_t size);
     void keepFileError();
 

@@ -65,8 +65,8 @@ std::optional<ChunkPlace> findChunk(std::span<const std::byte> header, const Chu
     return std::nullopt;
 }
 
-/// Sets the number of frames in a header of AIFF or AIFC, and the size of its audio chunk to match.
-/// libsndfile counts the byte that pads audio of an odd size as a frame.
+/// Sets the number of frames in an AIFF or AIFC header, and the matching size of the audio chunk.
+/// If the audio has an odd size, libsndfile counts the padding byte as a frame.
 ///
 ///     'COMM' size32 channels16 frames32 ....   'SSND' size32 offset32 blocksize32 audio
 void setAiffFrameCount(std::span<std::byte> header, std::uint32_t frameCount,
@@ -96,7 +96,8 @@ std::vector<std::byte> cafCookieChunk(std::span<const std::byte> cookie) {
     return chunk;
 }
 
-/// The filler that libsndfile leaves in a CAF header, up to the audio at byte 4096.
+/// Finds the filler that libsndfile leaves in a CAF header. The filler ends where the audio starts,
+/// at byte 4096.
 std::optional<ChunkPlace> findCafFiller(std::span<const std::byte> header) {
     const auto filler = findChunk(header, kCafChunks, "free");
     const bool isWhole =
@@ -104,14 +105,15 @@ std::optional<ChunkPlace> findCafFiller(std::span<const std::byte> header) {
     return isWhole ? filler : std::nullopt;
 }
 
-/// Bytes of the longest cookie that fits into the filler of this header; 0 if it has none.
+/// Bytes of the longest cookie that fits into the filler of this header; 0 without filler.
 std::size_t cafCookieCapacity(std::span<const std::byte> header) {
     const auto filler = findCafFiller(header);
     return filler && filler->size > kCafChunkHeaderSize ? filler->size - kCafChunkHeaderSize : 0;
 }
 
-/// Splits the filler of a CAF header to make room for the cookie. libsndfile itself pads every
-/// chunk that it is given to four bytes, which would change the cookie.
+/// Splits the filler of a CAF header to make room for the cookie. We do not pass the cookie to
+/// libsndfile as a chunk: it pads each chunk to a multiple of four bytes, which would change the
+/// cookie.
 ///
 ///     'free' size64 ....................   becomes   'kuki' size64 cookie 'free' size64 ....
 void insertCafCookie(std::span<std::byte> header, std::span<const std::byte> cookie) {
@@ -192,9 +194,8 @@ void SndfileWriter::fillWithSilence(std::uint64_t endFrame) {
     while (frameCount_ < endFrame) {
         writeFrames(step.data(), std::min(stepFrames, endFrame - frameCount_));
         if (silence == std::byte{0}) {
-            // Bytes that are skipped read as zero and take no room on the disk. The first step is
-            // written nevertheless: libsndfile can leave bytes of an older header behind a newer
-            // one.
+            // Skipped bytes read as zero and take no room on the disk. The first step is still
+            // written, because libsndfile can leave bytes of an older header behind a newer header.
             break;
         }
     }
@@ -206,8 +207,9 @@ void SndfileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
     position_ += written / frameSize();
     frameCount_ = std::max(frameCount_, position_);
     if (written < wanted) {
-        position_ = kUnknownPosition;  // it can be inside a frame
-        // The header needs no room. After this, the file is readable even if the process dies.
+        position_ = kUnknownPosition;  // the position can be inside a frame
+        // Updating the header needs no room on the disk. After the update, the file is readable
+        // even if the process dies.
         stream_.updateHeader();
         stream_.throwFileError();
         throw StatusFailure(kAudioFileUnspecifiedError);

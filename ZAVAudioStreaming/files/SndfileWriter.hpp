@@ -13,8 +13,8 @@ namespace zav::detail {
 /// encoding. One packet is one frame.
 ///
 /// The header is brought up to date after every second of audio, so a writer that is killed loses
-/// one second at most. Doing it at every write would cost three times the writing itself; once a
-/// second costs a third of it.
+/// one second at most. An update at every write would cost three times as much as the writing
+/// itself. An update once a second costs a third of the writing.
 class SndfileWriter : public AudioFileWriter {
  public:
     SndfileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
@@ -40,7 +40,7 @@ class SndfileWriter : public AudioFileWriter {
     void fillWithSilence(std::uint64_t endFrame);
     void writeFrames(const void* buffer, std::uint64_t frameCount);
 
-    // The stream reads these as soon as it is made, so they come before it.
+    // `stream_` reads these members during its construction, so they are declared before it.
     std::uint64_t frameCount_ = 0;
     std::vector<std::byte> cookie_;
     std::size_t cookieCapacity_ = 0;

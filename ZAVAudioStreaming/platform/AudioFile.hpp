@@ -15,20 +15,20 @@
 /// out-parameters untouched unless its comment says otherwise.
 ///
 /// The library itself reads and writes SBC, and linear PCM, float, A-law and mu-law in WAVE, RF64,
-/// Wave64, AIFF, AIFC, CAF and AU. The other types, and compressed audio in CAF, need a module. It
-/// is loaded on first use. Where it is not installed, these types are unknown:
+/// Wave64, AIFF, AIFC, CAF and AU. The other types, and compressed audio in CAF, need a module. The
+/// module is loaded on first use. If it is not installed, these types are unknown:
 ///
 ///     MPG3   MPEG-1/2 layer 3; layers 1 and 2 can be read
 ///     adts   AAC; packets are read and written without their ADTS headers
 ///     m4af   AAC, ALAC
-///     mp4f   AAC, ALAC, MP3, Opus, AC-3; of a video file, the first audio track is read
+///     mp4f   AAC, ALAC, MP3, Opus, AC-3; in a video file, the first audio track is read
 ///     caff   ALAC, MP3; AAC and other formats of CAF can be read
 ///     flac, ac-3, amrf (narrow band)
-///     Oggf   Opus (mono, stereo), Vorbis, FLAC; of several streams, the first is read
+///     Oggf   Opus (mono, stereo), Vorbis, FLAC; of several streams, the first one is read
 ///
 /// A packet is the codec's own unit. Packets that only prime or flush a decoder are counted and
-/// read like all others. Durations do not include the frames of such packets if the file declares
-/// them.
+/// read like all others. If the file declares the frames of such packets, durations do not include
+/// those frames.
 ///
 /// Magic cookies are read in their bare form: AAC's AudioSpecificConfig, ALAC's 24 bytes of
 /// configuration, FLAC's 34 bytes of STREAMINFO, Opus' identification header, and Vorbis' three
@@ -77,18 +77,18 @@ inline constexpr AudioFilePropertyID kAudioFilePropertyFileFormat = fourCharCode
 /// An upper bound of the packets' sizes, in bytes: std::uint32_t.
 inline constexpr AudioFilePropertyID kAudioFilePropertyPacketSizeUpperBound = fourCharCode("pkub");
 /// Bytes of the largest packet: std::uint32_t. This property, the bound above, the counts and the
-/// duration below need the packets' places. If the header does not list them, the first such
+/// duration below need the packets' places. If the header does not list the places, the first such
 /// request reads through the whole file.
 inline constexpr AudioFilePropertyID kAudioFilePropertyMaximumPacketSize = fourCharCode("psze");
 /// Packets in the file: std::uint64_t.
 inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataPacketCount = fourCharCode("pcnt");
 /// Bytes of audio in the file, headers excluded: std::uint64_t.
 inline constexpr AudioFilePropertyID kAudioFilePropertyAudioDataByteCount = fourCharCode("bcnt");
-/// Bytes that a decoder needs besides the format, of any length. The status is 'pty?' if the file
-/// has no cookie.
+/// Bytes that a decoder needs in addition to the format. They can have any length. The status is
+/// 'pty?' if the file has no cookie.
 inline constexpr AudioFilePropertyID kAudioFilePropertyMagicCookieData = fourCharCode("mgic");
 /// Seconds of audio: double. Priming and padding are left out if the file declares them. For a file
-/// that is being written: the seconds so far, with nothing left out.
+/// that is being written, the value is the seconds so far, with nothing left out.
 inline constexpr AudioFilePropertyID kAudioFilePropertyEstimatedDuration = fourCharCode("edur");
 
 /// Properties of the service itself, for `AudioFileGetGlobalInfo`: arrays of AudioFileTypeID.
@@ -127,19 +127,19 @@ inline constexpr OSStatus kAudioFileNotAFileError = -1302;
 /// Opens an audio file for reading. Its first bytes decide the type; the hint is ignored.
 ///
 /// Errors: -43 no such file, -1302 a folder or a pipe, -54 no permission, 'prm?' a permission other
-/// than reading, 'typ?' a file of no known type, 'fmt?' a known type whose audio the service does
-/// not read, 'dta?' a broken file.
+/// than reading, 'typ?' an unknown file type, 'fmt?' a known file type with audio that the service
+/// does not read, 'dta?' a broken file.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileOpenURL(const std::filesystem::path& inFileRef,
                                                    AudioFilePermissions inPermissions,
                                                    AudioFileTypeID inFileTypeHint,
                                                    AudioFileID* outAudioFile);
 
 /// Creates an audio file of the given type for audio of the given format. With
-/// `kAudioFileFlags_EraseFile` an existing file is replaced. It stays untouched if the type or
-/// format is refused.
+/// `kAudioFileFlags_EraseFile`, the new file replaces an existing one. If the type or format is
+/// refused, the existing file stays untouched.
 ///
-/// The file exists at once. If the process dies, everything but the last second of audio can be
-/// read. Compressed CAF is the exception: it can only be read after it was closed.
+/// The file exists when this call returns. If the process dies, all audio except the last second
+/// can be read. Compressed CAF is the exception: such a file can only be read after it was closed.
 ///
 /// For a compressed format the record needs the rate (a whole number), the format ID and the
 /// channels. It also needs `mFramesPerPacket`, unless each packet contains its own duration (Opus,
@@ -157,8 +157,9 @@ inline constexpr OSStatus kAudioFileNotAFileError = -1302;
 /// Errors: 'fmt?' the format needs a cookie and none was set, -34 disk full, -36 a disk error.
 ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 
-/// Reads whole packets from `inStartingPacket` on: as many as are requested, fit into the buffer
-/// and exist. Reading at or after the end returns no packet and is no error.
+/// Reads whole packets, starting with `inStartingPacket`. Stops after the requested number of
+/// packets, at the end of the buffer, or at the end of the file. Reading at or after the end of the
+/// file returns no packets and is not an error.
 ///
 /// ioNumBytes              in: bytes in `outBuffer`; out: bytes read
 /// outPacketDescriptions   null, or room for `*ioNumPackets` records; out: the packets' places in
@@ -175,22 +176,22 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
 /// Writes packets. The first one gets the index `inStartingPacket`.
 ///
 /// If packets have a constant size, `inNumBytes` determines their number. `*ioNumPackets` is
-/// ignored on entry, because a decoder passes the number of codec frames there, not of PCM packets.
-/// On return it is the number of packets written.
+/// ignored on entry, because a decoder passes the number of codec frames there, not the number of
+/// PCM packets. On return, `*ioNumPackets` is the number of packets written.
 ///
-/// An index before the end overwrites. An index beyond the end leaves silence in between if the
-/// audio is PCM, float, A-law or mu-law. In all other types both are 'pck?'.
+/// If the audio is PCM, float, A-law or mu-law, an index before the end overwrites packets, and an
+/// index beyond the end leaves silence in between. For all other audio, both return 'pck?'.
 ///
 /// Packets of varying size need descriptions, unless all bytes are a single packet. SBC packets
 /// need none, because they contain their own sizes. In a description, `mVariableFramesInPacket` is
-/// the duration of a packet that does not have the usual one, such as the last. AAC packets can
-/// have ADTS headers, which are removed.
+/// the duration, in frames, of a packet with an unusual duration, such as the last packet. AAC
+/// packets can have ADTS headers. These headers are removed.
 ///
-/// Errors: 'prm?' a file that was opened for reading, 'pck?' an index that the type does not allow,
+/// Errors: 'prm?' a file that was opened for reading; 'pck?' an index that the type does not allow;
 /// -50 bytes that are not whole packets, descriptions that reach outside the bytes, or an empty
-/// packet, 'fmt?' packets that the type cannot hold, or more than 8 MiB of packets that wait for a
-/// cookie, 'off?' more than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU), -34 disk full.
-/// After an error `*ioNumPackets` is 0, though some of the bytes can have been written.
+/// packet; 'fmt?' packets that the type cannot hold, or more than 8 MiB of packets that wait for a
+/// cookie; 'off?' more bytes than the type can hold (4 GiB in WAVE, AIFF, AIFC and AU); -34 disk
+/// full. After an error `*ioNumPackets` is 0, but some of the bytes may have been written.
 [[nodiscard]] ZAV_EXPORT OSStatus AudioFileWritePackets(
     AudioFileID inAudioFile, bool inUseCache, std::uint32_t inNumBytes,
     const AudioStreamPacketDescription* inPacketDescriptions, std::int64_t inStartingPacket,
@@ -215,18 +216,19 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
                                                        std::uint32_t* ioDataSize,
                                                        void* outPropertyData);
 
-/// Sets a property. Only the magic cookie of a file that is being written can be set, and only if
-/// the type stores one for the format: PCM in CAF; AAC, ALAC, FLAC, Opus and Vorbis in every type
-/// that takes them.
+/// Sets a property. Only the magic cookie of a file that is being written can be set. The type must
+/// store a cookie for the format: for PCM, only CAF does; for AAC, ALAC, FLAC, Opus and Vorbis,
+/// every type that takes the format does.
 ///
-/// Besides the bare forms it accepts AAC's ES descriptor, ALAC's configuration as an atom (36
-/// bytes) or after a 'frma' atom (48 bytes), and FLAC's after 'fLaC' (42 bytes).
+/// The bare forms are accepted. So are AAC's ES descriptor, ALAC's configuration as an atom (36
+/// bytes) or after a 'frma' atom (48 bytes), and FLAC's STREAMINFO after 'fLaC' (42 bytes).
 ///
-/// Set the cookie before the first packet. If none is set, AAC's is made from rate and channels (or
-/// from an ADTS header), and Opus' from the format record, with 6.5 ms of encoder lookahead. ALAC,
-/// FLAC and Vorbis packets wait for theirs. After the first packet, FLAC's cookie can change until
-/// the end, AAC's in M4A and MP4 within the first second, and AAC's in ADTS in everything that ADTS
-/// headers do not contain.
+/// Set the cookie before the first packet. If no cookie is set, AAC's cookie is made from rate and
+/// channels (or from an ADTS header). Opus' cookie is made from the format record, with 6.5 ms of
+/// encoder lookahead. ALAC, FLAC and Vorbis packets wait until their cookie is set. Some cookies
+/// can still change after the first packet: FLAC's until the end, and AAC's in M4A and MP4 within
+/// the first second. AAC's cookie in ADTS can also change, except for the fields that ADTS headers
+/// contain.
 ///
 /// Errors: 'pty?' a property of this file that cannot be set, or a cookie that is too late, 'prm?'
 /// a file that was opened for reading, -50 bytes that are not a cookie of this format.
@@ -245,7 +247,7 @@ ZAV_EXPORT OSStatus AudioFileClose(AudioFileID inAudioFile);
                                                              std::uint32_t* outDataSize);
 
 /// Returns the types that the service can read or write. It loads the module for compressed audio.
-/// If a type of the constants above is not listed, its module is not installed.
+/// If a type from the constants above is missing, its module is not installed.
 ///
 /// ioDataSize        in: bytes in `outPropertyData`; out: bytes of the value
 ///

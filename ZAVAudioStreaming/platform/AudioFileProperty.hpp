@@ -10,8 +10,9 @@
 
 namespace zav {
 
-/// Returns a property of a file as a `Value`, as the file nodes do. Fatal, with an empty message
-/// and this position, if the property's size cannot be read. All zero if its value cannot be read.
+/// Returns a property of a file as a `Value`, for the file nodes and applications. Fatal, with an
+/// empty message at `position`, if the property's size cannot be read. All zero if only its value
+/// cannot be read.
 template <class Value>
 Value audioFileProperty(AudioFileID file, AudioFilePropertyID property,
                         SourcePosition position = SourcePosition::current()) {
@@ -21,7 +22,7 @@ Value audioFileProperty(AudioFileID file, AudioFilePropertyID property,
         fatalError(FatalCause::fileProperty, status, "", position);
     }
     std::vector<std::byte> bytes(size);
-    // Best effort: if the value cannot be read although it has a size, zeros stand for it.
+    // Best effort: if only the size can be read, the value stays zero.
     static_cast<void>(AudioFileGetProperty(file, property, &size, bytes.data()));
     Value value{};
     std::memcpy(&value, bytes.data(), std::min(sizeof(Value), bytes.size()));

@@ -9,7 +9,8 @@
 namespace zav {
 
 /// An open file. Owns its descriptor, closes it in the destructor, and does not pass it on to child
-/// processes. Interrupted and partial system calls are continued. Errors are `std::system_error`.
+/// processes. Interrupted and partial system calls are continued. Errors are thrown as
+/// `std::system_error`.
 ///
 /// Threads: one at a time.
 class ZAV_EXPORT FileHandle {
@@ -21,24 +22,24 @@ class ZAV_EXPORT FileHandle {
     /// without offsets, such as a pipe.
     static FileHandle openForReading(const std::filesystem::path& path);
     /// Makes an empty file for writing and reading. With `replace`, an existing file is emptied.
-    /// With `fail`, it throws EEXIST.
+    /// With `fail`, throws EEXIST if the file exists.
     static FileHandle create(const std::filesystem::path& path, IfExists ifExists);
-    /// Opens an existing file to overwrite it from its first byte on. Its bytes stay until they are
-    /// overwritten.
+    /// Opens an existing file to overwrite it, starting at its first byte. Its bytes stay until
+    /// they are overwritten.
     static FileHandle openForWriting(const std::filesystem::path& path);
 
     FileHandle(FileHandle&& other) noexcept;
     FileHandle& operator=(FileHandle&& other) noexcept;
     ~FileHandle();
 
-    /// Reads `size` bytes from `offset` on and returns the bytes read: fewer only at the end of the
-    /// file.
+    /// Reads `size` bytes, starting at `offset`. Returns the number of bytes read, which is less
+    /// than `size` only at the end of the file.
     std::size_t readAt(std::uint64_t offset, void* buffer, std::size_t size) const;
-    /// Writes all of `size` bytes from `offset` on. A gap before them reads as zero bytes.
+    /// Writes all of `size` bytes, starting at `offset`. A gap before these bytes reads as zeros.
     void writeAt(std::uint64_t offset, const void* bytes, std::size_t size);
 
-    /// Reads `size` bytes from the current offset on and returns the bytes read: fewer only at the
-    /// end of the file.
+    /// Reads `size` bytes, starting at the current offset. Returns the number of bytes read, which
+    /// is less than `size` only at the end of the file.
     std::size_t read(void* buffer, std::size_t size);
     /// Writes all of `size` bytes at the current offset.
     void write(const void* bytes, std::size_t size);

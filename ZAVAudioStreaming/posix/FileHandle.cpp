@@ -52,8 +52,8 @@ FileHandle FileHandle::openForReading(const std::filesystem::path& path) {
     struct stat status {};
     retried([&] { return ::fstat(file.descriptor_, &status); });
     if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)) {
-        // A folder would fail only at the first read, and a pipe cannot be read at an offset.
-        // O_NONBLOCK keeps the opening of a pipe from waiting for its writer.
+        // With a folder, only the first read would fail. A pipe cannot be read at an offset.
+        // Because of O_NONBLOCK, opening a pipe does not wait for its writer.
         throw std::system_error(S_ISDIR(status.st_mode) ? EISDIR : ESPIPE, std::generic_category());
     }
     return file;
@@ -117,7 +117,7 @@ std::uint64_t FileHandle::size() const {
 }
 
 void FileHandle::close() {
-    // Never repeated, even if interrupted: on Linux the descriptor is closed in any case.
+    // Never repeated, even if interrupted: Linux closes the descriptor in any case.
     if (::close(std::exchange(descriptor_, kClosed)) != 0) {
         throwErrno();
     }

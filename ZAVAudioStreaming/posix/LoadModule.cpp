@@ -20,7 +20,7 @@ std::filesystem::path ownFolder() {
         object == nullptr) {
         return {};
     }
-    // The loader's entry of the program has no name, and argv[0] need not be a path.
+    // In the loader's list, the program itself has no name. argv[0] is not always a path.
     const bool isProgram = object->l_name == nullptr || *object->l_name == '\0';
     std::error_code error;
     const auto path =

@@ -75,7 +75,7 @@ std::int64_t AvioFile::seek(void* user, std::int64_t offset, int whence) {
                            ? AVERROR(ENOSYS)
                            : static_cast<std::int64_t>(self.file_.size() - self.start_);
             default:
-                // Not needed: instead of seeking from the end, libavformat asks for the size.
+                // Not needed: libavformat asks for the size instead of seeking from the end.
                 return AVERROR(ENOSYS);
         }
         std::int64_t target = 0;

@@ -17,7 +17,8 @@ class AvioFile {
  public:
     enum class Access { read, write };
 
-    /// libavformat's positions count from `start`, and it never reads what is before.
+    /// libavformat's position 0 is at byte `start` of the file. libavformat never reads the bytes
+    /// before `start`.
     AvioFile(FileHandle file, Access access, std::uint64_t start = 0);
     ~AvioFile();
 
@@ -28,8 +29,8 @@ class AvioFile {
     FileHandle& file() noexcept { return file_; }
     std::uint64_t start() const noexcept { return start_; }
 
-    /// Hides the file's size from libavformat. Otherwise it prints a warning about each packet that
-    /// exceeds the file, without a context that we could silence.
+    /// Hides the file's size from libavformat. Otherwise libavformat prints a warning about each
+    /// packet that exceeds the file. The warning has no context that we could silence.
     void hideSize() noexcept { isSizeHidden_ = true; }
 
     /// Writes out what libavformat has buffered. Throws like `throwFileError`.

@@ -18,7 +18,7 @@
 namespace zav::detail {
 namespace {
 
-/// The limit of FLAC. ALAC has none; its encoders use 4096.
+/// FLAC's limit. ALAC has no limit, but its encoders use 4096.
 constexpr std::uint32_t kMostFramesInPacket = 65535;
 constexpr std::uint32_t kUsualAlacFrames = 4096;
 
@@ -39,7 +39,7 @@ std::uint32_t mostChannels(AVCodecID codec) {
     }
 }
 
-/// True if the codec has this rate, in Hz, and devices do too.
+/// True if both the codec and devices have this rate, in Hz.
 bool hasRate(AVCodecID codec, double rate) {
     // Three rates, their halves and quarters.
     constexpr std::array<std::uint32_t, 9> kNineRates = {8000,  11025, 12000, 16000, 22050,
@@ -90,7 +90,7 @@ AudioStreamBasicDescription pcmFor(AVCodecID codec, const AudioStreamBasicDescri
                           format.mChannelsPerFrame);
 }
 
-/// The extradata that can be made from the record; empty if the record does not contain enough.
+/// Makes the extradata from the record. Empty if the record does not contain enough.
 std::vector<std::byte> extradataOfRecord(AVCodecID codec,
                                          const AudioStreamBasicDescription& format) {
     const auto rate = static_cast<std::uint32_t>(format.mSampleRate);
@@ -114,11 +114,12 @@ CodecContext openCodec(const AVCodecParameters& parameters) {
     if (avcodec_parameters_to_context(context.get(), &parameters) < 0) {
         throw std::bad_alloc();
     }
-    // A decoder that knows about priming would cut it from the first stream but not from the next.
+    // Otherwise a decoder that knows the priming cuts it from the first stream but not from the
+    // next.
     context->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
     context->max_samples = kMostFramesInPacket;
     if (parameters.codec_id == AV_CODEC_ID_FLAC) {
-        // Damage in FLAC would be played as noise, and its checksum detects it.
+        // Damaged FLAC would be played as noise. FLAC's checksum detects the damage.
         context->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     }
     const int result = avcodec_open2(context.get(), codec, nullptr);
@@ -199,11 +200,11 @@ void FfmpegDecoder::decode(std::span<const std::byte> bytes,
 }
 
 void FfmpegDecoder::decodePacket(std::span<const std::byte> packet, std::vector<std::byte>& pcm) {
-    // libavcodec takes an empty packet for the end of the stream.
+    // libavcodec treats an empty packet as the end of the stream.
     if (context_ == nullptr || packet.empty()) {
         return;
     }
-    // The packet does not own its bytes, so the decoder copies them and adds its own padding.
+    // `packet_` does not own its bytes. So the decoder copies the bytes and adds padding.
     packet_->data = const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(packet.data()));
     packet_->size = static_cast<int>(packet.size());
     send(packet_.get(), pcm);

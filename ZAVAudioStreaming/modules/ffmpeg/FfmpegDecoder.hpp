@@ -18,8 +18,8 @@ std::unique_ptr<QueueDecoder> makeFfmpegDecoder(const AudioStreamBasicDescriptio
 /// other audio, because packets do not mark it.
 ///
 /// Without a cookie, AAC is decoded as AAC-LC with the record's rate and channels, and ALAC with
-/// the sample depth of the record's flags. Packets are left out until a cookie is set for Vorbis,
-/// for ALAC without such a flag, and for Opus with more than two channels.
+/// the sample depth of the record's flags. Vorbis, ALAC without such a flag, and Opus with more
+/// than two channels need a cookie. Their packets are left out until a cookie is set.
 class FfmpegDecoder : public QueueDecoder {
  public:
     /// Throws 'fmt?' if libavcodec cannot decode the format.

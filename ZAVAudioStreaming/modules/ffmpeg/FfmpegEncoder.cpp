@@ -65,7 +65,7 @@ bool isRate(const AVCodec& codec, double rate) {
     return known == nullptr || *known != 0;
 }
 
-/// The usual layout of this number of channels; empty if the codec has none.
+/// The usual layout of this number of channels; empty if the codec has no layout for it.
 std::optional<AVChannelLayout> layoutFor(const AVCodec& codec, std::uint32_t channels) {
     for (const AVChannelLayout* layout = codec.ch_layouts;
          layout != nullptr && layout->nb_channels != 0; ++layout) {
@@ -106,8 +106,8 @@ void setOpusDuration(AVCodecContext& context, const AudioStreamBasicDescription&
     constexpr double kShortest = 2.5;
     constexpr double kLongest = 120;
     const double milliseconds = format.mFramesPerPacket * 1000.0 / format.mSampleRate;
-    // libavcodec refuses every duration that Opus does not have. About these two kinds it also
-    // prints a message, without a context that we could silence.
+    // libavcodec refuses every duration that Opus does not have. For durations outside this range
+    // it also prints a message, without a context that we could silence. So we refuse these first.
     if (milliseconds < kShortest || milliseconds > kLongest) {
         refuseToEncode();
     }
@@ -281,7 +281,7 @@ void FfmpegEncoder::append(const AVPacket& packet, EncodedPackets& packets) cons
     if (packet.size == 0) {
         return;
     }
-    // Only packets of lossless codecs can be short; the others are padded.
+    // Only packets of lossless codecs can be short. Packets of other codecs are padded.
     const bool isShort = isLossless(context_->codec_id) && packet.duration < context_->frame_size;
     packets.descriptions.push_back({static_cast<std::int64_t>(packets.bytes.size()),
                                     isShort ? static_cast<std::uint32_t>(packet.duration) : 0,

@@ -21,9 +21,9 @@ std::unique_ptr<QueueEncoder> makeFfmpegEncoder(const AudioStreamBasicDescriptio
 ///     Opus   mono and stereo at 8, 12, 16, 24 and 48 kHz, packets of 2.5 to 120 ms (default:
 ///            20 ms)
 ///
-/// The record's flags give the bits of a sample, or else its `mBitsPerChannel`, or else it is 16.
-/// 20 bits are encoded as 24. AAC and Opus use 64 kbit/s for each channel, below 32 kHz 2 bits for
-/// each sample.
+/// For ALAC and FLAC, the record's flags give the bits of a sample. Without such a flag,
+/// `mBitsPerChannel` does. If that is 0, a sample has 16 bits. Samples of 20 bits are encoded as 24
+/// bits. AAC and Opus use 64 kbit/s for each channel. Below 32 kHz they use 2 bits for each sample.
 ///
 /// FLAC's cookie is complete (checksum, smallest and largest packet) between `finish` and the first
 /// audio of the next stream.
@@ -41,8 +41,9 @@ class FfmpegEncoder : public QueueEncoder {
 
  private:
     void open();
-    /// Halves the FLAC packets while half a second of them, counted as one frame each, exceeds 4
-    /// GiB. Callers size their buffers in that way, in 32 bits.
+    /// Halves the duration of FLAC packets until half a second of packets fits into 4 GiB. Each
+    /// packet counts as one frame here, because callers compute their buffer sizes in that way, in
+    /// 32 bits.
     void shortenPackets();
     void encodePacket(std::span<const std::byte> pcm, EncodedPackets& packets);
     /// Pads a short ALAC remainder of more than two channels. libavcodec 5.1 reserves room for the

@@ -31,9 +31,9 @@ struct FfmpegFileType {
     std::array<AVCodecID, 5> codecs;  ///< that we write; the rest is AV_CODEC_ID_NONE
 };
 
-// One demuxer reads both MP4 types; it is listed with the first of them. The table leaves out what
-// libavformat writes but others cannot read (AAC, Opus and FLAC in CAF), and codecs that players do
-// not expect in M4A.
+// One demuxer reads both MP4 types. The table lists this demuxer with the first of the two. The
+// table leaves out formats that libavformat writes but others cannot read (AAC, Opus and FLAC in
+// CAF). It also leaves out codecs that players do not expect in M4A.
 constexpr std::array<FfmpegFileType, 9> kFileTypes = {{
     {kAudioFileMP3Type, "mp3", "mp3", {AV_CODEC_ID_MP3}},
     {kAudioFileAAC_ADTSType, "aac", "adts", {AV_CODEC_ID_AAC}},

@@ -44,7 +44,7 @@ FormatContext makeFormatContext(AVIOContext* pb) {
     context->av_class = silentFormatClass();
     context->pb = pb;
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
-    // A file can refer to others (references in MP4, playlists). We never open them.
+    // A file can refer to other files (references in MP4, playlists). We never open those.
     context->io_open = refuseToOpen;
     return context;
 }
@@ -111,7 +111,7 @@ void setExtradata(AVCodecParameters& parameters, std::span<const std::byte> extr
     av_freep(static_cast<void*>(&parameters.extradata));
     parameters.extradata_size = 0;
     if (extradata.empty()) {
-        // Some codecs take a pointer with size 0 for a broken cookie.
+        // Some codecs treat a pointer with size 0 as a broken cookie.
         return;
     }
     parameters.extradata =

@@ -11,7 +11,7 @@ extern "C" {
 #include <memory>
 #include <span>
 
-/// FFmpeg's objects in owning pointers, made so that they print nothing.
+/// FFmpeg's objects in owning pointers. The objects print nothing.
 namespace zav::detail {
 
 struct FreeFormatContext {
@@ -52,8 +52,8 @@ using Frame = std::unique_ptr<AVFrame, FreeFrame>;
 using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
 using Parser = std::unique_ptr<AVCodecParserContext, CloseParser>;
 
-/// Added to the level of a message, this exceeds the most verbose setting of av_log, even for the
-/// gravest message.
+/// An offset that is added to the level of each message. Even the gravest message then exceeds the
+/// most verbose setting of av_log, so nothing is printed.
 inline constexpr int kSilence = 64;
 
 /// A context over `pb` that prints nothing and opens no other file.
@@ -76,8 +76,8 @@ struct PcmShape {
 /// A resampler that prints nothing; null if libswresample cannot convert `from` to `to`.
 Resampler makeResampler(PcmShape from, PcmShape to);
 
-/// The default layout of this number of channels: left, right, centre for three, libavutil's
-/// default for all others.
+/// The default layout of this number of channels. Three channels are left, right, centre. All other
+/// numbers have libavutil's default layout.
 AVChannelLayout usualLayout(std::uint32_t channels);
 
 std::span<const std::byte> extradataOf(const AVCodecParameters& parameters);

@@ -16,9 +16,9 @@
 namespace zav::detail {
 namespace {
 
-/// The offset after the ID3v2 tags at the start of the file. Tags can contain pictures of any size,
-/// so the type of the file shows only after them. libavformat never reads them, because it prints
-/// warnings about odd tags without a context that we could silence.
+/// The offset after the ID3v2 tags at the start of the file. The type of the file can only be
+/// recognized after the tags, which can contain pictures of any size. We hide the tags from
+/// libavformat: it prints warnings about odd tags, without a context that we could silence.
 std::uint64_t endOfTags(const FileHandle& file) {
     constexpr std::size_t kHeaderSize = 10;
     constexpr int kMostTags = 16;
@@ -38,9 +38,9 @@ std::uint64_t endOfTags(const FileHandle& file) {
     return offset;
 }
 
-/// The demuxer that libavformat chooses by the first bytes; null if it is for none of our types.
+/// The demuxer that libavformat chooses by the first bytes; null if we do not read its file type.
 const AVInputFormat* findDemuxer(const FileHandle& file, std::uint64_t start) {
-    // Most types show in the first bytes. MPEG audio shows only after several packets.
+    // Most types can be recognized by the first bytes. MPEG audio needs several packets.
     constexpr std::array<std::size_t, 2> kProbeSizes = {4096, 65536};
     constexpr int kCertain = AVPROBE_SCORE_MAX / 2;
     constexpr int kFewPackets = 5;
@@ -92,7 +92,7 @@ FormatContext openInput(AvioFile& io, const AVInputFormat* format) {
     return opened;
 }
 
-/// The first stream of audio; null without one. All others are discarded.
+/// Returns the first audio stream; null if there is none. Discards all other streams.
 AVStream* chooseStream(AVFormatContext& context) {
     AVStream* chosen = nullptr;
     for (unsigned i = 0; i < context.nb_streams; ++i) {
@@ -110,7 +110,7 @@ AVStream* chooseStream(AVFormatContext& context) {
 void findParameters(AVFormatContext& context) {
     std::vector<AVDictionary*> options(context.nb_streams, nullptr);
     for (AVDictionary*& option : options) {
-        // Otherwise the decoders that it opens would print the file's faults.
+        // Otherwise the decoders that libavformat opens would print the file's faults.
         av_dict_set_int(&option, "log_level_offset", kSilence, 0);
     }
     // Best effort: the caller checks for parameters that are still missing.
@@ -257,8 +257,8 @@ PacketRun FfmpegReader::readPackets(std::uint64_t firstPacket, PacketRun room,
                                     AudioStreamPacketDescription* descriptions, void* buffer) {
     const PacketTable& packets = table();
     if (firstPacket >= packets.size() && room.packetCount > 0 && scan_->pages.isChained()) {
-        // A second stream follows, with a header of its own. It cannot be read, so this is not the
-        // regular end.
+        // A second stream with its own header follows. We cannot read that stream, so this is not
+        // the regular end of the file.
         throw StatusFailure(kAudioFileInvalidFileError);
     }
     auto* const out = static_cast<std::byte*>(buffer);

@@ -13,8 +13,9 @@ namespace zav::detail {
 /// See `CompressedFiles`.
 std::unique_ptr<AudioFileReader> openFfmpegFile(FileHandle& file);
 
-/// Reads compressed files. libavformat reports what is in the file. On first need it also reports
-/// the places of all packets, once. Packets are then read directly from their places, in any order.
+/// Reads compressed files. libavformat reports the contents of the file. When a caller first needs
+/// the places of the packets, libavformat reports all of them, once. Packets are then read directly
+/// from their places, in any order.
 class FfmpegReader : public AudioFileReader {
  public:
     explicit FfmpegReader(FfmpegInput input)
@@ -30,7 +31,8 @@ class FfmpegReader : public AudioFileReader {
                           AudioStreamPacketDescription* descriptions, void* buffer) override;
 
  private:
-    /// Scans the file on the first call. If that scan throws, every later call throws the same.
+    /// Scans the file on the first call. If that scan throws, every later call throws the same
+    /// exception.
     const PacketTable& table();
     void readBytes(std::uint64_t offset, void* buffer, std::size_t size);
 

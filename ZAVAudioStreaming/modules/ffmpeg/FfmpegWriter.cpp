@@ -64,12 +64,12 @@ AVDictionary* optionsFor(AudioFileTypeID fileType, bool hasPackets) {
                         "frag_custom+empty_moov+delay_moov+default_base_moof+skip_trailer", 0);
             break;
         case kAudioFileMP3Type:
-            // No tags, but a Xing header. It holds the number of packets, without which programs
-            // have to guess the duration.
+            // The file gets a Xing header but no tags. The Xing header contains the number of
+            // packets. Without that number, programs have to guess the duration.
             av_dict_set(&options, "id3v2_version", "0", 0);
             break;
         case kAudioFileOggType:
-            // The default is 0, which some tools reject.
+            // The default serial number is 0, which some tools reject.
             av_dict_set(&options, "serial_offset", "1", 0);
             break;
         default:
@@ -222,7 +222,8 @@ void FfmpegWriter::put(std::span<const std::byte> packet, std::uint32_t describe
         throw std::bad_alloc();
     }
     std::memcpy(sent->data, packet.data(), packet.size());
-    // An Opus packet contains its exact duration. The described one can be in another rate.
+    // An Opus packet contains its exact duration. The described duration can be in frames at
+    // another rate.
     const std::uint32_t framesOfPacket = duration_->frameCount(packet);
     const std::uint32_t frames =
         describedFrames != 0 && codec_ != AV_CODEC_ID_OPUS ? describedFrames : framesOfPacket;
@@ -304,8 +305,8 @@ void FfmpegWriter::sendExtradata(std::span<const std::byte> extradata) {
         throw std::bad_alloc();
     }
     std::memcpy(data, extradata.data(), extradata.size());
-    // Times must increase. The packet before is longer than one frame. So this time lies between
-    // the start of that packet and the start of the next one.
+    // Times must increase. The previous packet is longer than one frame. So this time lies between
+    // the start of the previous packet and the start of the next packet.
     nothing->pts = static_cast<std::int64_t>(frameCount_) - 1;
     send(*nothing);
 }

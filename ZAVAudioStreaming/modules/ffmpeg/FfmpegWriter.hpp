@@ -62,10 +62,12 @@ class FfmpegWriter : public AudioFileWriter {
     /// header is rewritten at the end. MP4's is written with the first fragment. ADTS repeats
     /// object type, rate and channels in each packet, so these cannot change.
     void changeCookie(std::vector<std::byte> extradata);
-    /// Sends extradata as side data of an empty packet, the way in which muxers accept it late.
+    /// Sends extradata as side data of an empty packet. After the header, muxers accept extradata
+    /// in this way.
     void sendExtradata(std::span<const std::byte> extradata);
-    /// FLAC's header for a file of this many frames (0: unknown). Its checksum covers the audio
-    /// that the encoder saw, so it is cleared if the number of frames differs.
+    /// FLAC's header for a file of `frameCount` frames (0: unknown). The checksum in the header
+    /// covers the audio that the encoder received. It is cleared if the file has another number of
+    /// frames.
     std::vector<std::byte> streamInfoOf(std::uint64_t frameCount) const;
     /// Throws if `result` is an error. A failed system call takes precedence over libavformat's
     /// code.

@@ -17,8 +17,8 @@ class FileWindow {
 
     std::uint64_t fileSize() const noexcept { return fileSize_; }
 
-    /// Returns `size` bytes from `offset` on, fewer at the end of the file. Valid until the next
-    /// call.
+    /// Returns `size` bytes, starting at `offset`. Returns fewer bytes at the end of the file. The
+    /// bytes are valid until the next call.
     std::span<const std::byte> at(std::uint64_t offset, std::size_t size) {
         if (offset < start_ || offset + size > start_ + bytes_.size()) {
             bytes_.resize(std::max(size, kStep));

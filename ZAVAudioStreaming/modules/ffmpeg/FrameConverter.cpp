@@ -11,8 +11,8 @@ extern "C" {
 namespace zav::detail {
 namespace {
 
-/// A layout that owns no memory. A layout in another order than FFmpeg's native one becomes the
-/// usual one for its number of channels.
+/// Returns a layout that owns no memory. If the order of `layout` is not FFmpeg's native order,
+/// returns the usual layout for its number of channels.
 AVChannelLayout plainLayout(const AVChannelLayout& layout) {
     if (layout.order != AV_CHANNEL_ORDER_NATIVE) {
         return usualLayout(static_cast<std::uint32_t>(layout.nb_channels));
@@ -60,7 +60,7 @@ void FrameConverter::append(const AVFrame& frame, std::vector<std::byte>& pcm) {
     }
     if (resampler_ == nullptr || !areEqual(shape, from_)) {
         finish(pcm);
-        // If the number of channels is right, their order stays.
+        // If the number of channels is right, the order of the channels stays.
         PcmShape to = to_;
         if (shape.layout.nb_channels == to.layout.nb_channels) {
             to.layout = shape.layout;

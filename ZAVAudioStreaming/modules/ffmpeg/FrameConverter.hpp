@@ -13,15 +13,15 @@ namespace zav::detail {
 AudioStreamBasicDescription pcmDescription(AVSampleFormat sampleFormat, double rate,
                                            std::uint32_t channels);
 
-/// Converts decoded frames into one PCM format, even if the stream changes its own.
+/// Converts decoded frames into one PCM format, even if the format of the stream changes.
 class FrameConverter {
  public:
     /// `sampleFormat` must be interleaved; `rate` is in Hz.
     FrameConverter(AVSampleFormat sampleFormat, std::uint32_t rate, std::uint32_t channels);
 
     /// Appends the audio of a frame to `pcm`. Leaves out audio that cannot be converted. Also
-    /// leaves out audio whose rate differs by more than a factor of eight: such a rate is damage,
-    /// and the conversion could take unbounded memory.
+    /// leaves out audio whose rate differs from the target rate by more than a factor of eight.
+    /// Such a rate is a sign of damage, and the conversion could take unbounded memory.
     void append(const AVFrame& frame, std::vector<std::byte>& pcm);
 
     /// Ends the stream: appends the audio that a change of rate still holds.

@@ -83,8 +83,8 @@ std::uint32_t largestPacket(AVCodecID codec, const AudioStreamBasicDescription& 
             // RFC 4867, section 5.3: a byte of header, then 244 bits at 12.2 kbit/s.
             return 1 + (244 + 7) / 8;
         default:
-            // Vorbis has no bound. The largest page of Ogg (RFC 3533, section 6) is far larger than
-            // any packet that encoders make.
+            // Vorbis has no bound. This is the size of the largest Ogg page (RFC 3533, section 6).
+            // Packets of encoders are far smaller.
             return 65307;
     }
 }

@@ -44,7 +44,7 @@ Bytes take(Bytes& bytes, std::size_t size) {
 }
 
 /// Takes a descriptor with this tag from the front and returns its content (ISO/IEC 14496-1, 8.3.3:
-/// the size is in groups of seven bits). A size that exceeds the bytes is cut.
+/// the size is in groups of seven bits). If the size exceeds the bytes, the content is cut.
 Bytes takeDescriptor(Bytes& bytes, std::byte tag) {
     if (take(bytes, 1)[0] != tag) {
         refuseCookie();
@@ -182,7 +182,8 @@ std::vector<std::byte> cookieOfExtradata(AVCodecID codec, std::span<const std::b
 
 std::vector<std::byte> makeOpusHead(std::uint32_t channels, std::uint16_t preSkip,
                                     std::uint32_t inputRate) {
-    // Left at 0: the gain (offset 16) and the mapping family (18), which means mono or stereo.
+    // The gain (offset 16) stays 0. The mapping family (offset 18) also stays 0, which means mono
+    // or stereo.
     std::vector<std::byte> head(kOpusHeadSize);
     const std::span bytes(head);
     std::memcpy(head.data(), kOpusHeadMarker.data(), kOpusHeadMarker.size());

@@ -18,9 +18,9 @@ namespace zav::detail {
 /// True if streams of this codec have a cookie.
 bool hasMagicCookie(AVCodecID codec);
 
-/// libavcodec's extradata for a cookie. Besides the bare forms it accepts AAC's configuration in an
-/// ES descriptor, ALAC's as an atom (36 bytes) or after a 'frma' atom (48 bytes), and FLAC's after
-/// the file's marker. Throws -50 for all other bytes.
+/// Returns libavcodec's extradata for a cookie. Accepts the bare forms. Also accepts AAC's
+/// configuration in an ES descriptor, ALAC's as an atom (36 bytes) or after a 'frma' atom (48
+/// bytes), and FLAC's STREAMINFO after the file's marker. Throws -50 for all other bytes.
 std::vector<std::byte> extradataOfCookie(AVCodecID codec, std::span<const std::byte> cookie);
 
 /// The bare cookie for libavcodec's extradata; empty if the codec has no cookies.

@@ -27,7 +27,7 @@ constexpr std::size_t kFullSegment = 255;
 ///            22  checksum, 4 bytes
 ///            26  number of segments, then the size of each in a byte
 ///
-/// Integers are little-endian. A segment of 255 bytes is continued by the next one.
+/// Integers are little-endian. If a segment has 255 bytes, the next segment continues it.
 class PageView {
  public:
     /// Empty unless the bytes begin with a whole header.
@@ -103,11 +103,11 @@ class PacketJoiner {
     /// `take` receives each whole packet. It returns false to stop.
     explicit PacketJoiner(const std::function<bool(const OggPacket&)>& take) : take_(take) {}
 
-    /// Drops the packet that has begun, because its rest is lost.
+    /// Drops the unfinished packet, because the rest of it is lost.
     void drop() { packet_.reset(); }
 
-    /// Adds the next whole page of the stream, which stands at `pageOffset` in the file. Returns
-    /// false once `take` has returned false.
+    /// Adds the next whole page of the stream. `pageOffset` is the offset of the page in the file.
+    /// Returns false once `take` has returned false.
     bool add(const PageView& page, std::uint64_t pageOffset) {
         if (!page.isContinued() || page.number() != nextPageNumber_) {
             drop();
@@ -167,7 +167,7 @@ class PacketJoiner {
     }
 
     const std::function<bool(const OggPacket&)>& take_;
-    std::optional<OggPacket> packet_;  // the one that has begun; empty if its start was lost
+    std::optional<OggPacket> packet_;  // the unfinished packet; empty if its start was lost
     std::array<std::byte, OggPacket::kStartSize> start_{};
     std::uint64_t nextPageNumber_ = 0;
 };
@@ -204,7 +204,7 @@ void OggPages::walk(const FileHandle& file, std::span<const std::byte> firstByte
         if (!serial) {
             continue;
         }
-        // Streams that are multiplexed all begin before any of them continues.
+        // All multiplexed streams begin before any of them continues.
         if (page->isFirst() && pageOffsets_.size() > 1) {
             isChained_ = true;
             return;

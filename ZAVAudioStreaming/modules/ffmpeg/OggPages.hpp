@@ -30,17 +30,19 @@ struct OggPacket {
 /// only the position of the page, so packets are located here.
 class OggPages {
  public:
-    /// Walks through the first stream of the file whose first page begins with `firstBytes`, and
-    /// calls `take` for every whole packet. Ends when `take` returns false, at the end of the
-    /// stream, where another stream follows it, or at the last whole page.
+    /// Walks through one stream and calls `take` for every whole packet. The stream is the first
+    /// one in the file whose first page begins with `firstBytes`. The walk ends when `take` returns
+    /// false, at the end of the stream, at the start of a stream that follows, or at the last whole
+    /// page.
     void walk(const FileHandle& file, std::span<const std::byte> firstBytes,
               const std::function<bool(const OggPacket&)>& take);
 
     /// True if the walk ended because another stream follows this one.
     bool isChained() const noexcept { return isChained_; }
 
-    /// Reads `size` bytes of this stream's packets, from the file's `offset` on, without the page
-    /// headers between them. Returns the bytes read: fewer if the file was cut after the walk.
+    /// Reads `size` bytes of this stream's packets, starting at `offset` in the file. Leaves out
+    /// the page headers between the packets. Returns the number of bytes read, which is less than
+    /// `size` if the file was cut after the walk.
     std::size_t read(const FileHandle& file, std::uint64_t offset, void* buffer,
                      std::size_t size) const;
 

@@ -17,8 +17,8 @@ bool isParsed(AVCodecID codec, std::byte first) {
         case AV_CODEC_ID_AC3:
             return true;
         case AV_CODEC_ID_AAC:
-            // A packet without an ADTS header cannot start with this byte: it is the code that ends
-            // a packet.
+            // A packet without an ADTS header cannot start with this byte, because this byte is the
+            // code that ends a packet.
             return first == std::byte{0xFF};
         default:
             return false;
@@ -92,7 +92,7 @@ void PacketCutter::parse(std::span<const std::byte> bytes, const Take& take) {
             done += parseOnce(piece.data() + done, size - done, take);
         }
         if (heldBytes_ > mostHeldBytes(codec_)) {
-            // So many bytes without a packet are junk. Some parsers would keep all of them.
+            // This many bytes without a packet are junk. Some parsers would keep all of the junk.
             startParser();
         }
         bytes = bytes.subspan(size);

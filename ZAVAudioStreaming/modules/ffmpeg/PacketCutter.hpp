@@ -12,8 +12,8 @@ namespace zav::detail {
 
 /// Finds the packets in a stream of bytes without descriptions.
 ///
-/// If packets have a constant size, the stream is cut by that. MPEG layers 1 to 3, FLAC and AC-3
-/// are parsed, and so is AAC if the stream begins with an ADTS header. In both cases the stream can
+/// A stream of packets of constant size is cut by that size. MPEG layers 1 to 3, FLAC and AC-3 are
+/// parsed. AAC is also parsed if the stream begins with an ADTS header. All these streams can
 /// arrive in pieces of any size. In all other formats each piece is one packet.
 class PacketCutter {
  public:
@@ -38,7 +38,8 @@ class PacketCutter {
     void startParser();
     void cutBySize(std::span<const std::byte> bytes, const Take& take);
     void parse(std::span<const std::byte> bytes, const Take& take);
-    /// Returns the bytes that the parser consumed; all of them if it makes no progress.
+    /// Returns the number of bytes that the parser consumed. Returns `size` if the parser makes no
+    /// progress.
     std::size_t parseOnce(const std::uint8_t* bytes, std::size_t size, const Take& take);
 
     AVCodecID codec_;

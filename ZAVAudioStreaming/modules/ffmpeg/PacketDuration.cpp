@@ -70,7 +70,8 @@ std::uint32_t PacketDuration::frameCount(std::span<const std::byte> packet) {
             return frames > usualFrames_ ? usualFrames_ : frames;
         }
         case AV_CODEC_ID_VORBIS: {
-            // A packet completes the overlap with the one before, so the first one gives no frames.
+            // Each packet completes the overlap with the previous packet. So the first packet gives
+            // no frames.
             const std::uint32_t block = vorbis_.blockSize(packet);
             const std::uint32_t frames = previousBlock_ == 0 ? 0 : (previousBlock_ + block) / 4;
             previousBlock_ = block;

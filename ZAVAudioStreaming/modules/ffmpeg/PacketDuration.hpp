@@ -17,8 +17,8 @@ namespace zav::detail {
 /// duration.
 class PacketDuration {
  public:
-    /// `usualFrames` is the duration of packets that do not contain one, in frames. `extradata` is
-    /// libavcodec's.
+    /// `usualFrames` is the duration, in frames, of packets that do not contain a duration.
+    /// `extradata` is libavcodec's.
     PacketDuration(AVCodecID codec, std::uint32_t usualFrames,
                    std::span<const std::byte> extradata);
 

@@ -45,9 +45,9 @@ std::uint64_t unheardFramesIn(const AVPacket& packet) {
     return littleEndianAt(bytes.first(4)) + littleEndianAt(bytes.subspan(4, 4));
 }
 
-/// Finds the file offset of a packet that libavformat returned, from `from` on. Nearly always the
-/// packet is right there, after the one before. After skipped junk it can be elsewhere, and the
-/// parser's `suggestion` can be wrong.
+/// Finds the file offset of a packet that libavformat returned. The search starts at `from`, the
+/// end of the previous packet, where the packet nearly always begins. After skipped junk, the
+/// packet can be elsewhere, and the parser's `suggestion` can be wrong.
 std::optional<std::uint64_t> findBytes(FileWindow& window, std::span<const std::byte> bytes,
                                        std::uint64_t from, std::int64_t suggestion) {
     constexpr std::size_t kFarthest = 262144;
@@ -121,7 +121,8 @@ void walkOgg(const FfmpegInput& input, OggPages& pages,
     const AVCodecID codec = input.stream->codecpar->codec_id;
     int headers = codec == AV_CODEC_ID_VORBIS ? 3 : 2;
     pages.walk(input.io->file(), firstBytesOf(codec), [&](const OggPacket& packet) {
-        // FLAC can leave the number of its headers open, but only its audio begins with this byte.
+        // FLAC can leave the number of its header packets open. Only its audio packets begin with
+        // this byte.
         const bool isHeader = codec == AV_CODEC_ID_FLAC
                                   ? !packet.start.empty() && packet.start.front() != std::byte{0xFF}
                                   : headers-- > 0;
@@ -133,9 +134,10 @@ void scanOgg(FfmpegInput& input, PacketScan& scan) {
     const AVCodecParameters& parameters = *input.stream->codecpar;
     const auto extradata = extradataOf(parameters);
     PacketDuration duration(parameters.codec_id, input.dataFormat.mFramesPerPacket, extradata);
-    // A granule position counts the frames up to the end of a page. The first one gives the start
-    // of the stream, which is not 0 if it was cut out of a longer one. The last one gives the end,
-    // which can be inside the last packet.
+    // A granule position counts the frames up to the end of a page. The first granule position
+    // gives the start of the stream. The start is not 0 if the stream was cut out of a longer
+    // stream. The last granule position gives the end of the stream, which can be inside the last
+    // packet.
     std::optional<std::int64_t> startGranule;
     std::optional<std::int64_t> endGranule;
     walkOgg(input, scan.pages, [&](const OggPacket& packet) {
@@ -163,7 +165,8 @@ void scanOgg(FfmpegInput& input, PacketScan& scan) {
     scan.unheardFrames = all - heard;
 }
 
-/// Reads the packet at this time again. The index does not contain the duration of its last packet.
+/// Reads the packet at `timestamp` again, because the index does not contain the duration of the
+/// last packet.
 Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
     input.stream->discard = AVDISCARD_DEFAULT;
     if (av_seek_frame(input.context.get(), input.stream->index, timestamp, AVSEEK_FLAG_BACKWARD) <
@@ -174,8 +177,8 @@ Packet packetAt(FfmpegInput& input, std::int64_t timestamp) {
 }
 
 /// Frames in the last packet, which begins `timeToEnd` before the end of the stream. The packet,
-/// its entry and the stream can each contain a duration, and any of them can include padding. So
-/// the smallest is returned.
+/// its entry and the stream can each contain a duration. Any of these durations can include
+/// padding, so this returns the smallest one.
 std::uint32_t framesInLast(const FfmpegInput& input, const AVPacket* packet,
                            std::int64_t timeToEnd) {
     const AVStream& stream = *input.stream;
@@ -218,10 +221,10 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
         (input.fileType == kAudioFileCAFType ? distance(first->pos, firstPacket->pos) : 0);
     const std::uint64_t fileSize = input.io->file().size();
     std::uint64_t discardedFrames = 0;
-    // Reading a packet can move the entries, so this is copied first.
+    // Reading a packet can move the entries, so this time is copied first.
     const std::int64_t lastTime = avformat_index_get_entry(&stream, count - 1)->timestamp;
-    // The stream's duration counts from time 0. In a fragmented file it counts from the first
-    // packet, whose time is negative if there is priming.
+    // The stream's duration counts from time 0. In a fragmented file it counts from the time of the
+    // first packet. That time is negative if there is priming.
     const std::int64_t endTime =
         stream.nb_frames < count ? sum(stream.duration, first->timestamp) : stream.duration;
     const std::int64_t timeToEnd = distance(lastTime, endTime);
@@ -259,7 +262,7 @@ void readIndex(FfmpegInput& input, PacketScan& scan) {
             discardedFrames += frames;
         }
     }
-    // All of these are the same frames: those before the first edit.
+    // Both values count the same frames: the frames before the first edit.
     scan.unheardFrames = std::max(unheardFramesIn(*firstPacket), discardedFrames);
     if (stream.codecpar->codec_id == AV_CODEC_ID_OPUS) {
         scan.unheardFrames =

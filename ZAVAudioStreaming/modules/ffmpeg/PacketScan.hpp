@@ -12,7 +12,7 @@
 
 namespace zav::detail {
 
-/// A file that libavformat has opened, and what libavformat reported about it.
+/// A file that libavformat has opened, with the properties that libavformat reported.
 struct FfmpegInput {
     std::unique_ptr<AvioFile> io;
     FormatContext context;
@@ -26,7 +26,7 @@ struct FfmpegInput {
 /// All packets of a file.
 struct PacketScan {
     PacketTable table;
-    /// Frames of priming and padding. The table includes them, a player leaves them out.
+    /// Frames of priming and padding. The table includes these frames. A player leaves them out.
     std::uint64_t unheardFrames = 0;
     /// For an Ogg file, in which a packet can continue on the next page.
     OggPages pages;
@@ -44,8 +44,7 @@ std::span<const std::byte> bytesOf(const AVPacket& packet);
 /// Frames between two times in the stream's time base; 0 if `to` is before `from`.
 std::uint32_t framesIn(const AVStream& stream, std::int64_t from, std::int64_t to);
 
-/// Frames at 48 kHz in each packet of an Opus stream; 0 if they vary. Looks only at the first 256
-/// KiB.
+/// Frames at 48 kHz in each packet of an Opus stream; 0 if they vary. Reads only the first 256 KiB.
 std::uint32_t commonOpusFrameCount(const FfmpegInput& input);
 
 }  // namespace zav::detail

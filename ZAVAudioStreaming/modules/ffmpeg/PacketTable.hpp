@@ -17,8 +17,8 @@ struct PacketPlace {
 /// more if packets vary in duration.
 class PacketTable {
  public:
-    /// Returns false, and does not add the packet, if it begins after the first terabyte of the
-    /// file or exceeds 16 MiB.
+    /// Adds a packet. Adds nothing and returns false if the packet begins after the first terabyte
+    /// of the file or exceeds 16 MiB.
     bool add(const PacketPlace& place);
 
     std::size_t size() const noexcept { return places_.size(); }

@@ -8,7 +8,7 @@
 namespace zav::detail {
 namespace {
 
-/// The depth of flag 1, 2, 3 and 4.
+/// The depths of flags 1, 2, 3 and 4, in bits.
 constexpr std::array<std::uint32_t, 4> kDepths = {16, 20, 24, 32};
 static_assert(kLosslessFormatFlag_16BitSourceData == 1 &&
               kLosslessFormatFlag_32BitSourceData == kDepths.size());

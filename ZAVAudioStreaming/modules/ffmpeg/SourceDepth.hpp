@@ -17,7 +17,7 @@ namespace zav::detail {
 /// True for ALAC and FLAC.
 bool isLossless(AVCodecID codec);
 
-/// The depth by the record's flags, or else by its `mBitsPerChannel`.
+/// The depth from the record's flags. If the flags give none, the depth is `mBitsPerChannel`.
 std::uint32_t sourceDepthOf(const AudioStreamBasicDescription& format);
 
 /// The record's flag for a depth; 0 if the depth has none.

@@ -9,8 +9,9 @@ namespace {
 
 using Bytes = std::span<const std::byte>;
 
-/// Splits the extradata into its three headers; all empty if it is malformed. It contains the
-/// number of headers less one, the sizes of the first two in Xiph's lacing, then the headers.
+/// Splits the extradata into its three headers. All are empty if the extradata is malformed. The
+/// extradata contains the number of headers minus one, the sizes of the first two headers in Xiph's
+/// lacing, then the headers.
 std::array<Bytes, 3> splitHeaders(Bytes extradata) {
     std::array<Bytes, 3> headers{};
     if (extradata.empty() || extradata[0] != std::byte{2}) {
@@ -35,7 +36,8 @@ std::array<Bytes, 3> splitHeaders(Bytes extradata) {
     return headers;
 }
 
-/// Reads an integer of `size` bits from bit `at` on. Bit 0 is the lowest bit of the first byte.
+/// Reads an integer of `size` bits, starting at bit `at`. Bit 0 is the lowest bit of the first
+/// byte.
 std::uint32_t bitsAt(Bytes bytes, std::size_t at, std::size_t size) {
     std::uint32_t value = 0;
     for (std::size_t i = size; i-- > 0;) {
@@ -48,7 +50,7 @@ std::uint32_t bitsAt(Bytes bytes, std::size_t at, std::size_t size) {
 constexpr std::size_t kCountBits = 6;
 constexpr std::size_t kModeBits = 1 + 16 + 16 + 8;  // block flag, window, transform, mapping
 
-/// True if these bits can be a mode: its window and transform are always 0.
+/// True if the bits from `at` on can be a mode. The window and transform of a mode are always 0.
 bool canBeMode(Bytes setup, std::size_t at) {
     constexpr std::uint32_t kMostMappings = 64;
     return bitsAt(setup, at + 1, 16) == 0 && bitsAt(setup, at + 17, 16) == 0 &&
@@ -68,8 +70,9 @@ VorbisModes::VorbisModes(Bytes extradata) {
     const std::array blocks = {1U << (exponents & 0xFU), 1U << (exponents >> 4U)};
 
     // The setup header ends with the number of modes, the modes, and a bit that is set. The part
-    // before them takes long to parse, so this searches from the end. It counts back over records
-    // that can be modes. The largest count that equals the number before them wins.
+    // before these takes long to parse, so the search goes backwards from the end. It counts the
+    // records that can be modes. At each record, it compares the count with the number stored
+    // before the record. The largest count that matches is the number of modes.
     std::size_t end = setup.size() * 8;
     while (end > 0 && bitsAt(setup, end - 1, 1) == 0) {
         --end;
@@ -95,7 +98,7 @@ std::uint32_t VorbisModes::blockSize(Bytes packet) const {
     if (packet.empty() || blockSizes_.empty() || (packet[0] & std::byte{1}) != std::byte{0}) {
         return 0;
     }
-    // The first bit is 0 for audio. Then the mode follows, in as many bits as the highest mode
+    // The first bit is 0 for audio. The mode follows. It has as many bits as the highest mode
     // needs.
     const auto modeBits = static_cast<std::size_t>(std::bit_width(blockSizes_.size() - 1));
     const std::uint32_t mode = bitsAt(packet, 1, modeBits);

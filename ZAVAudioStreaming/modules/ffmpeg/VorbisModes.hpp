@@ -11,7 +11,7 @@ namespace zav::detail {
 /// setup header assigns a block size to each mode.
 class VorbisModes {
  public:
-    /// `extradata` is the stream's three headers in libavcodec's packing. With all other bytes,
+    /// `extradata` is the stream's three headers in libavcodec's packing. For any other bytes,
     /// `blockSize` always returns 0.
     explicit VorbisModes(std::span<const std::byte> extradata);
 
