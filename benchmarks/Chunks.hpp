@@ -53,7 +53,8 @@ inline std::vector<PacketChunk> chunksOf(const Packets& packets, std::size_t pac
     return chunks;
 }
 
-/// Pushes a chunk; a single packet goes without its description, as `OpusEncoder` passes it on.
+/// Pushes a chunk. A single packet has no description, because `OpusEncoder` also passes on a
+/// single packet without a description.
 inline void push(const PeripheralSource& source, const PacketChunk& chunk) {
     const std::size_t count = chunk.descriptions.size();
     source.downstreams().receiveAudio(chunk.bytes.data(), chunk.bytes.size(), count,

@@ -1,6 +1,6 @@
 // The cost of the nodes for the library's own two file formats, compared with plain system calls.
 // Each side has a file of its own (below TMPDIR). Before each slice, outside the measured time, the
-// writers make a new file with its header, and the readers open theirs again. NodeComparison.hpp
+// writers make a new file with a header, and the readers reopen their file. NodeComparison.hpp
 // describes the comparison.
 //
 //   OpusFileSink    against two write(2) a record, in chunks of 1 and 8 packets of about 125 bytes
@@ -62,13 +62,14 @@ AudioStreamBasicDescription sbcFormatWithBits() {
     return format;
 }
 
-/// Makes a new file. ext4 would write a file to the disk at its closing if it had been truncated.
+/// Makes a new file instead of truncating the old one. ext4 writes a truncated file to the disk
+/// when the file is closed.
 void makeNewFile(const std::filesystem::path& path) {
     std::filesystem::remove(path);
     test::writeFile(path, {});
 }
 
-/// A descriptor for plain calls, which checks results as the nodes do.
+/// A descriptor for plain calls. Checks the results as the nodes do.
 class PlainFile {
  public:
     PlainFile() = default;
@@ -280,7 +281,7 @@ void compareOpusReaders(benchmark::State& state) {
         }
         source->downstreams().onAudioStreamFlowEnd();
     }
-    // No read meets the end of the file.
+    // No read reaches the end of the file.
     const Slice slice{kRecordsPerSlice / unitsPerChunk(state), unitsPerChunk(state), "record"};
     compareWithPlain<Plain, Node>(state, slice, path, unitsPerChunk(state));
 }

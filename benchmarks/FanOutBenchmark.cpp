@@ -1,9 +1,9 @@
-// The cost of a target: a PeripheralSource pushes a chunk of 16000 bytes to 1, 8 and 64 targets
-// that do nothing. Counter, from the median of batches of walks:
+// Measures the cost of a target: a PeripheralSource pushes a chunk of 16000 bytes to 1, 8 and 64
+// targets that do nothing. Counter, from the median of batches of walks:
 //
 //   ns_per_target_call  processor time of one walk over the targets, divided by their number
 //
-// The benchmark's own time is that of one batch.
+// The benchmark's own time is the time of one batch.
 
 #include <benchmark/benchmark.h>
 

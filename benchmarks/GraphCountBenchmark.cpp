@@ -6,7 +6,7 @@
 //   bytes_per_graph  bytes that one graph has allocated after audio has gone through it, with both
 //                    codec states
 //
-// The benchmark's own time is that of one round.
+// The benchmark's own time is the time of one round.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -47,8 +47,8 @@ void GraphCount(benchmark::State& state) {
     const std::vector<std::byte> chunk = test::testPcm(kFramesPerChunk);
     const auto graphCount = static_cast<std::size_t>(state.range(0));
 
-    // Count while the graphs live. Their destruction frees less, because an SBC configuration
-    // leaves libsbc's private state allocated, on purpose.
+    // Count while the graphs exist. The destruction of the graphs frees fewer bytes, because an SBC
+    // configuration leaves libsbc's private state allocated on purpose.
     std::vector<double> times;
     times.reserve(static_cast<std::size_t>(state.max_iterations));
     std::vector<std::shared_ptr<PeripheralSource>> sources;
@@ -73,8 +73,8 @@ void GraphCount(benchmark::State& state) {
     state.counters["bytes_per_graph"] = static_cast<double>(bytesAfter - bytesBefore) / count;
 }
 
-// The number of rounds is fixed. To choose one, Google Benchmark would make all graphs several
-// times, and each leaves its codec states allocated.
+// The number of rounds is fixed. To choose a number, Google Benchmark would make all graphs several
+// times, and each graph leaves its codec states allocated.
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(1)->Iterations(10000)->UseManualTime();
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(100)->Iterations(100)->UseManualTime();
 BENCHMARK(GraphCount)->ArgName("graphs")->Arg(1000)->Iterations(15)->UseManualTime();

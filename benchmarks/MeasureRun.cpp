@@ -1,6 +1,7 @@
 // Runs a command and appends one line to a file: its processor time (user and system) and its wall
 // time in microseconds, its peak resident memory in KiB, and the number of wake-ups of its threads
-// (voluntary context switches). All threads count, and children that the command has waited for.
+// (voluntary context switches). The figures include all threads, and all children that the command
+// has waited for.
 //
 //     zav_measure_run RESULTS OUTPUT COMMAND [ARGUMENT...]
 //
@@ -8,8 +9,9 @@
 // Exit code: the command's, or 127 if it cannot be run. This program ignores SIGINT, so a command
 // that exits in order after SIGINT is measured like any other.
 //
-// The kernel's peak of a process includes its memory before exec, which is this program's. So this
-// program is linked statically and uses C functions: it must be smaller than what it measures.
+// The kernel's peak memory of a process includes the memory before exec. That memory belongs to
+// this program, so this program must be smaller than the measured program. For this reason it is
+// linked statically and uses C functions.
 
 #include <fcntl.h>
 #include <sys/resource.h>

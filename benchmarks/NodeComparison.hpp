@@ -14,17 +14,18 @@
 
 /// Compares the time of a node with that of a plain loop that does the same work.
 ///
-/// Plain loop and node take turns in short slices of the same work. Each is first in every second
-/// turn. The addresses of their states and of the stack make either faster or slower by up to a
-/// percent. Many pairs of plain loop and node, and another stack position for each turn, even this
-/// out. Both sides of a pair have processed the same audio before each slice, so codecs that adapt
-/// to their audio are in the same state. Counters, from the medians over all slices:
+/// The plain loop and the node take turns in short slices of the same work. Each side is first in
+/// every second turn. The addresses of the states and of the stack make a side faster or slower by
+/// up to one percent. The comparison evens this out with many pairs of plain loop and node, and
+/// with another stack position for each turn. Both sides of a pair have processed the same audio
+/// before each slice, so codecs that adapt to their audio are in the same state. Counters, from the
+/// medians over all slices:
 ///
 ///   plain_ns_per_UNIT  processor time of the plain loop for one unit of work
-///   node_ns_per_UNIT   the same of the node, including the source that pushes the chunk to it
+///   node_ns_per_UNIT   the same for the node, including the source that pushes the chunk to it
 ///   overhead_percent   how much longer a slice of the node takes than the plain one beside it
 ///
-/// The benchmark's own time is that of one slice of the node.
+/// The benchmark's own time is the time of one slice of the node.
 namespace zav::benchmarks {
 
 /// The work of one turn. The counters are times for one unit.
@@ -41,9 +42,9 @@ inline void require(bool isGood) {
     }
 }
 
-/// Compares sides of two types that are made from the same arguments. A side has `runChunk(index)`,
-/// called for each chunk of a slice. It may have `prepareSlice()`, called before each slice and not
-/// measured.
+/// Compares two sides of different types. Both sides are made from the same arguments. A side has
+/// `runChunk(index)`, which is called for each chunk of a slice. A side may also have
+/// `prepareSlice()`, which is called before each slice and is not measured.
 template <class Plain, class Node, class... Arguments>
 void compareWithPlain(benchmark::State& state, const Slice& slice, const Arguments&... arguments) {
     constexpr std::size_t kPairs = 32;
@@ -58,7 +59,7 @@ void compareWithPlain(benchmark::State& state, const Slice& slice, const Argumen
         if constexpr (requires { side.prepareSlice(); }) {
             side.prepareSlice();
         }
-        // Goes through all positions in a memory page; the stack is aligned to 16 bytes.
+        // Uses all positions in a memory page in turn. The stack is aligned to 16 bytes.
         constexpr std::size_t kPageSize = 4096;
         constexpr std::size_t kStep = 17 * 16;
         void* const shift = ::alloca(16 + turn * kStep % kPageSize);

@@ -1,19 +1,20 @@
-// The cost of an Opus node beside that of the codec. The encoder and the decoder node, each with
-// one target that does nothing, run against a plain loop that makes the same libopus calls into one
-// buffer that it keeps: packets of 60 ms, 16 kHz mono and 48 kHz stereo, in chunks of 1 and 8
-// packets. The noise floors run the plain loop against itself, to show the error of the
-// measurement. NodeComparison.hpp describes the comparison. Diagnostics lines are dropped.
+// Measures the cost of an Opus node compared with the cost of the codec. The encoder node and the
+// decoder node each have one target that does nothing. Each node runs against a plain loop, which
+// makes the same libopus calls into one reused buffer. The audio is 16 kHz mono and 48 kHz stereo,
+// in packets of 60 ms and in chunks of 1 and 8 packets. The noise floors run the plain loop against
+// itself, to show the error of the measurement. NodeComparison.hpp describes the comparison.
+// Diagnostics lines are dropped.
 //
-// The audio is tones, which libopus encodes in its fastest way (CELT). Speech at 16 kHz takes it
-// several times as long. The cost of the node stays the same.
+// The audio consists of tones. libopus encodes tones in its fastest mode (CELT). Speech at 16 kHz
+// takes libopus several times as long. The cost of the node stays the same.
 //
-// OpusDiagnosticsLine measures the cost of the encoder node's line for each packet, without a
-// receiver and with a file as standard output:
+// OpusDiagnosticsLine measures the cost of the line that the encoder node prints for each packet.
+// No receiver is installed, and standard output is a file:
 //
 //   printed_ns_per_line  processor time to print it, the file's share included
 //   dropped_ns_per_line  the same with a receiver that does nothing
 //
-// The benchmark's own time is that of a batch of printed lines.
+// The benchmark's own time is the time of one batch of printed lines.
 
 #include <benchmark/benchmark.h>
 #include <opus.h>
@@ -42,7 +43,7 @@ namespace zav::benchmarks {
 namespace {
 
 constexpr std::size_t kPacketsPerSlice = 8;
-constexpr std::size_t kMaximumPacketSize = 3828;  // the encoder node's
+constexpr std::size_t kMaximumPacketSize = 3828;  // as in the encoder node
 
 /// Installs a receiver of diagnostics lines for as long as it lives.
 class DiagnosticsTo {
@@ -220,8 +221,8 @@ void OpusDiagnosticsLine(benchmark::State& state) {
     require(file != nullptr);
     const auto nanosecondsPerLine = [&](DiagnosticsHandler handler) {
         const DiagnosticsTo receiver(handler);
-        // `stdout` is a variable in glibc. The file keeps its full buffering, which freopen on a
-        // terminal would not give it.
+        // `stdout` is a variable in glibc. The assignment keeps the file's full buffering. After
+        // freopen on a terminal, the file would not be fully buffered.
         std::FILE* const before = std::exchange(stdout, file);
         const double time = nanosecondsOf([] {
             for (int i = 0; i < kLinesPerBatch; ++i) {
@@ -256,7 +257,7 @@ BENCHMARK(OpusEncoderNoiseFloor)->Apply(streams<1>);
 BENCHMARK(OpusEncoderNode)->Apply(streams<1, 8>);
 BENCHMARK(OpusDecoderNoiseFloor)->Apply(streams<1>);
 BENCHMARK(OpusDecoderNode)->Apply(streams<1, 8>);
-// The number of batches is fixed, because each adds its lines to the file.
+// The number of batches is fixed, because each batch adds its lines to the file.
 BENCHMARK(OpusDiagnosticsLine)->Iterations(500)->UseManualTime();
 
 }  // namespace

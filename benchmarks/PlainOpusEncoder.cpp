@@ -5,7 +5,7 @@
 //
 // INPUT is 16-bit PCM as sox writes it, with the samples behind a header of 44 bytes. OUTPUT gets
 // 48 zero bytes in place of a container's header, then the records of an Opus container: packets of
-// 60 ms. Frames that do not fill the last one are left out.
+// 60 ms. Frames that do not fill the last packet are left out.
 
 #include <opus.h>
 

@@ -1,6 +1,6 @@
 // Plays silence with one PlaybackSink and then with 32 at the same time, and prints the memory of
-// each of the 31, with its connection to the sound server. It is a program of its own, because a
-// process does not return memory to the system.
+// each of the 31 added sinks, including its connection to the sound server. This is a program of
+// its own, because a process does not return memory to the system.
 //
 //     zav_playing_sinks
 
@@ -26,7 +26,7 @@ namespace {
 /// PulseAudio mixes at most 32 streams.
 constexpr int kMoreSinks = 31;
 
-/// Each sink releases it once, when it has played a buffer.
+/// Each sink releases this semaphore once, when the sink has played its first buffer.
 std::counting_semaphore<> hasPlayed(0);
 
 void pushHalfSecond(zav::PeripheralSource& source) {
@@ -34,7 +34,7 @@ void pushHalfSecond(zav::PeripheralSource& source) {
     source.downstreams().receiveAudio(silence.data(), silence.size(), silence.size() / 4, nullptr);
 }
 
-/// A source whose sink plays, with a second of audio in its queue all the time.
+/// Returns a source with a playing sink. The sink's queue holds one second of audio all the time.
 std::shared_ptr<zav::PeripheralSource> playSilence() {
     auto source = zav::makeNode<zav::PeripheralSource>();
     source->setOutDataFormat(zav::linearPcm(48000, 2));

@@ -1,4 +1,5 @@
-// The cost of audio queues without a sound server, on a device whose clock is moved by hand.
+// Measures the cost of audio queues without a sound server. The benchmark itself advances the clock
+// of the device.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -34,7 +35,7 @@ std::int64_t allocatedBytes() {
     return static_cast<std::int64_t>(info.uordblks + info.hblkhd);
 }
 
-/// Half seconds of stereo, pushed as they are played.
+/// Plays stereo. Pushes half a second of audio after each half second that was played.
 void playing(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
@@ -80,7 +81,8 @@ void recording(benchmark::State& state) {
 }
 BENCHMARK(recording)->Name("Queue/record 48 kHz stereo")->UseRealTime();
 
-/// The virtual device with a client that does nothing. Subtract it from the other results.
+/// Measures the virtual device with a client that does nothing. Subtract this result from the
+/// others.
 void deviceAlone(benchmark::State& state) {
     class Client final : public detail::PlaybackClient {
      public:
@@ -112,8 +114,8 @@ void deviceAlone(benchmark::State& state) {
 }
 BENCHMARK(deviceAlone)->Name("Queue/virtual device alone")->UseRealTime();
 
-/// The time from a chunk that fills one buffer, pushed into a sink that starts with its first
-/// buffer, to the device's first frame.
+/// Measures how fast a sink starts. The sink starts with its first buffer. The time runs from the
+/// push of a chunk that fills this buffer to the device's first frame.
 void untilFirstFrame(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     VirtualDevice device;
@@ -127,14 +129,14 @@ void untilFirstFrame(benchmark::State& state) {
         settle(sink->audioQueueRef());
         sink->autoPlay(0);
         state.ResumeTiming();
-        // The virtual device pulls inside the start that this call makes.
+        // This call starts the virtual device. The device pulls audio inside the start.
         source->downstreams().receiveAudio(chunk.data(), chunk.size(), chunk.size() / 4, nullptr);
     }
 }
 BENCHMARK(untilFirstFrame)->Name("Queue/receiveAudio to first frame pulled")->UseRealTime();
 
-/// Memory of a playing sink, as malloc counts it, without a connection to a sound server (for that
-/// see compare-live).
+/// Measures the memory of a playing sink, as malloc counts it, without a connection to a sound
+/// server. compare-live measures the memory with a connection.
 void memoryPerSink(benchmark::State& state) {
     setDiagnosticsHandler([](std::string_view) {});
     constexpr std::size_t kSinkCount = 50;

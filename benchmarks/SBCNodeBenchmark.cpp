@@ -1,8 +1,9 @@
-// The cost of an SBC node beside that of the codec. The encoder and the decoder node, each with one
-// target that does nothing, run against a plain loop that makes the same libsbc calls into one
-// buffer that it keeps: 16 kHz mono in the default configuration, in chunks of 1, 12 (about 100 ms)
-// and 62 (about half a second) SBC frames. SBCNoiseFloor runs the plain loop against itself, to
-// show the error of the measurement. NodeComparison.hpp describes the comparison.
+// Measures the cost of an SBC node compared with the cost of the codec. The encoder node and the
+// decoder node each have one target that does nothing. Each node runs against a plain loop, which
+// makes the same libsbc calls into one reused buffer. The audio is 16 kHz mono in the default
+// configuration, in chunks of 1, 12 (about 100 ms) and 62 (about half a second) SBC frames.
+// SBCNoiseFloor runs the plain loop against itself, to show the error of the measurement.
+// NodeComparison.hpp describes the comparison.
 
 #include <benchmark/benchmark.h>
 #include <sbc/sbc.h>
@@ -32,7 +33,7 @@ using Configuration = SBCCoding::SBCConfiguration;
 constexpr std::size_t kFramesPerSbcFrame = 128;
 constexpr std::size_t kCodeSize = 256;
 constexpr std::size_t kFrameLength = 72;
-constexpr std::size_t kSbcFramesPerSlice = 248;  // of whole chunks at most
+constexpr std::size_t kSbcFramesPerSlice = 248;  // upper limit; a slice has whole chunks only
 
 std::span<const std::byte> slicePcm() {
     static const auto pcm = test::testPcm(kSbcFramesPerSlice * kFramesPerSbcFrame);
@@ -44,7 +45,7 @@ std::span<const std::byte> sliceFrames() {
     return frames;
 }
 
-/// A codec state set up as the nodes set up theirs.
+/// A codec state with the same setup as in the nodes.
 class CodecState {
  public:
     CodecState() {

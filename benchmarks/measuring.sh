@@ -27,7 +27,7 @@ require_program() { # FILE
         fail "$1 is missing: $repository/scripts/build release -DZAV_BUILD_BENCHMARKS=ON"
 }
 
-# Makes the folder for the files, which is removed at the end.
+# Makes the folder for the files. The folder is removed at the end.
 make_folder() {
     folder=$(mktemp -d -t "zav-${0##*/}.XXXXXX")
     readonly folder
@@ -35,8 +35,8 @@ make_folder() {
 }
 
 # run NAME OUTPUT_FILE STANDARD_OUTPUT COMMAND...
-# Measures one run and adds its figures as a line to NAME.runs. Removes OUTPUT_FILE first, so that the
-# tool does not spend time on it. `limit` can contain a command that ends the run.
+# Measures one run and adds its figures as a line to NAME.runs. First removes OUTPUT_FILE, because
+# the tool must not spend time on the old file. `limit` can contain a command that ends the run.
 limit=()
 run() {
     local name=$1 output_file=$2 standard_output=$3
@@ -45,7 +45,8 @@ run() {
     "${limit[@]}" "$measure_run" "$folder/$name.runs" "$standard_output" "$@" || fail "$name did not work"
 }
 
-# in_turn ROUNDS RUN...: every second round in reverse order, so that no run always follows the same one
+# in_turn ROUNDS RUN...
+# Every second round runs in reverse order. So no run always follows the same run.
 in_turn() {
     local round step count=$1
     shift

@@ -5,8 +5,8 @@
 //
 //     accessory_loop speech.wav heard.wav
 //
-// Shows both ends where an application joins a graph, a sink of its own and a `PeripheralSource`,
-// and measures bytes, signal to noise and time.
+// Shows the two ends where an application joins a graph: a sink of its own and a
+// `PeripheralSource`. Measures bytes, signal-to-noise ratio and time.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <algorithm>
@@ -67,7 +67,7 @@ class ToAccessory : public zav::PeripheralSink {
     Accessory& accessory_;
 };
 
-/// Keeps 16-bit samples, to compare them.
+/// Keeps 16-bit samples for the comparison.
 class Samples : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -90,7 +90,8 @@ std::vector<std::int16_t> samplesOf(const char* path) {
     return samples->values;
 }
 
-/// Signal-to-noise ratio in dB. `heard` is compared with `said` as it was `delay` samples before.
+/// Signal-to-noise ratio in dB. Compares each sample of `said` with the sample of `heard` that
+/// comes `delay` samples later.
 double signalToNoise(std::span<const std::int16_t> said, std::span<const std::int16_t> heard,
                      std::size_t delay) {
     double signal = 0;
@@ -156,7 +157,7 @@ void run(const char* saidPath, const char* heardPath) {
     std::printf("compression        %.2f to 1, %.1f kbit/s\n", saidBytes / sentBytes,
                 sentBytes * 8 / seconds / 1000);
 
-    // The filter banks of SBC delay by 9 x subbands + 1 samples.
+    // The filter banks of SBC delay the audio by 9 x subbands + 1 samples.
     const std::size_t delay = configuration->subband == zav::SBCCoding::Subband::_8 ? 73 : 37;
     std::printf("signal to noise    %.1f dB, compared %.1f ms later, the delay of the codec\n",
                 signalToNoise(said, heard, delay),

@@ -32,7 +32,7 @@ bool readFrame(std::vector<std::byte>& frame) {
     return std::fread(frame.data(), frame.size(), 1, stdin) == 1;
 }
 
-/// The decoder ends the process at a frame of other parameters, so look at the first one.
+/// The decoder ends the process at a frame with other parameters, so check the first frame.
 bool hasParameters(const std::vector<std::byte>& frame, const Configuration& wanted) {
     const auto sent = Configuration::fromFrame(frame.data(), frame.size());
     return sent != nullptr && sent->freq == wanted.freq && sent->mode == wanted.mode &&
@@ -54,8 +54,8 @@ void play() {
     const auto sink = zav::makeNode<zav::PlaybackSink>(decoder);
     sink->setQueueBufferSize(kBytesPerBuffer);
 
-    // Called on a thread of the dispatch queue, perhaps once more after this function has returned.
-    // It only wakes this thread, because one thread alone may drive the graph.
+    // A thread of the dispatch queue calls the handler, perhaps once more after this function has
+    // returned. The handler only wakes this thread, because only one thread may drive the graph.
     const auto played = std::make_shared<std::counting_semaphore<>>(0);
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->autoPlay(0.2);
@@ -70,10 +70,10 @@ void play() {
         source->downstreams().receiveAudio(frame.data(), frame.size(), 1, nullptr);
     }
     source->downstreams().onAudioStreamFlowEnd();
-    while (sink->isPlaying()) {  // what is still queued
+    while (sink->isPlaying()) {  // until the queued audio has been played
         std::this_thread::sleep_for(20ms);
     }
-    if (!sink->hasPlayedAll()) {  // false also if it could not start
+    if (!sink->hasPlayedAll()) {  // also false if the sink could not start
         throw std::runtime_error(kLost);
     }
     if (std::ferror(stdin) != 0) {

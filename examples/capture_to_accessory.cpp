@@ -1,4 +1,4 @@
-// Sends the microphone to an accessory as SBC frames:
+// Sends the microphone's audio to an accessory as SBC frames:
 //
 //     RecordSource -> FrameAligner -> SBCEncoder -> ToAccessory, a sink of the application
 //
@@ -21,8 +21,8 @@
 
 namespace {
 
-/// Writes every chunk of SBC frames. The audio queue's thread calls it, so it must not throw. The
-/// main thread looks for the error.
+/// Writes every chunk of SBC frames. The audio queue's thread calls this class, so it must not
+/// throw. The main thread checks for an error.
 class ToAccessory : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -81,8 +81,8 @@ int main(int argc, char** argv) {
         std::fputs("usage: capture_to_accessory SECONDS >FRAMES.sbc\n", stderr);
         return 2;
     }
-    std::signal(SIGPIPE, SIG_IGN);                        // a lost accessory is a failed write
-    zav::setDiagnosticsHandler([](std::string_view) {});  // or they would stand between the frames
+    std::signal(SIGPIPE, SIG_IGN);                        // lets the write to a lost accessory fail
+    zav::setDiagnosticsHandler([](std::string_view) {});  // keeps these lines out of the frames
     try {
         capture(seconds);
         return 0;

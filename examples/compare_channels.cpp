@@ -1,9 +1,9 @@
-// Prints the delay of the right channel of a recording behind the left one, and how alike the two
-// are with that delay:
+// Prints the delay of a recording's right channel against the left channel, and the likeness of the
+// two channels at that delay:
 //
 //     compare_channels recording.wav    # 16 bits, stereo
 //
-// The delay is the one with the highest correlation of the channels, up to five seconds.
+// The program tries delays up to five seconds and picks the delay with the highest correlation.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <algorithm>
@@ -43,7 +43,8 @@ class Channels : public zav::PeripheralSink {
     Samples right;
 };
 
-/// The sums of every `factor` samples: the same audio at a low rate, which is searched quickly.
+/// Returns the sum of every `factor` samples. This is the same audio at a low rate, for a quick
+/// search.
 Samples coarse(const Samples& samples, std::size_t factor) {
     Samples sums(samples.size() / factor);
     for (std::size_t i = 0; i < sums.size(); ++i) {
@@ -53,7 +54,7 @@ Samples coarse(const Samples& samples, std::size_t factor) {
     return sums;
 }
 
-/// The delay from `first` to `last` with the highest correlation.
+/// Returns the delay with the highest correlation, from `first` to `last`.
 std::size_t bestDelay(std::span<const double> said, std::span<const double> heard,
                       std::size_t first, std::size_t last) {
     std::size_t best = first;

@@ -4,7 +4,8 @@
 //
 //     play_file speech.wav
 //
-// The program reads the file as fast as it is played: a buffer whenever the sink has played one.
+// The program reads the file as fast as the sink plays: one buffer whenever the sink has played
+// one.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <chrono>
@@ -17,21 +18,21 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kBuffersAhead = 3;  // of half a second, unless a size is set
+constexpr std::size_t kBuffersAhead = 3;  // a buffer holds half a second by default
 constexpr auto kLost = "the sound server went away";
 
 void play(const char* path) {
     const auto source = zav::makeNode<zav::FileSource>(path);
-    // A file source describes no packets. Of packets of varying size, the queue finds only those of
-    // MP3 by itself.
+    // A file source does not describe packets. Without descriptions, the queue can separate packets
+    // of varying size only for MP3.
     const zav::AudioStreamBasicDescription format = source->outDataFormat();
     if (format.mBytesPerPacket == 0 && format.mFormatID != zav::kAudioFormatMPEGLayer3) {
         throw std::runtime_error("neither PCM nor MP3, which is what this example plays");
     }
     const auto sink = zav::makeNode<zav::PlaybackSink>(source);
 
-    // Called on a thread of the dispatch queue, perhaps once more after this function has returned.
-    // It only wakes this thread, because one thread alone may drive the graph.
+    // A thread of the dispatch queue calls the handler, perhaps once more after this function has
+    // returned. The handler only wakes this thread, because only one thread may drive the graph.
     const auto played = std::make_shared<std::counting_semaphore<>>(0);
     sink->setAudioDataAcquireHandler([played] { played->release(); });
     sink->play();
@@ -44,7 +45,7 @@ void play(const char* path) {
             }
         }
     }
-    while (sink->isPlaying()) {  // what is still queued
+    while (sink->isPlaying()) {  // until the queued audio has been played
         std::this_thread::sleep_for(20ms);
     }
     if (!sink->hasPlayedAll()) {

@@ -1,5 +1,5 @@
-// Opens any bytes as an audio file, reads every property and all packets. The result is a status or
-// audio, never a crash or a hang, and takes memory in proportion to the file.
+// Opens any bytes as an audio file, reads every property and all packets. The result must be a
+// status or audio, never a crash or a hang. The memory in use must stay in proportion to the file.
 
 #include <algorithm>
 #include <cstddef>

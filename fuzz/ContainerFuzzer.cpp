@@ -1,6 +1,6 @@
-// Reads any bytes as an Opus container and as an SBC container. The results are packets inside
-// their chunk, and the documented errors and fatal stops. The SBC source refuses every file by its
-// magic text, so a second pass opens the file after that check.
+// Reads any bytes as an Opus container and as an SBC container. The only allowed results are
+// packets inside their chunk, and the documented errors and fatal stops. The SBC source refuses
+// every file by its magic text, so a second pass opens the file after that check.
 
 #include <algorithm>
 #include <array>
@@ -19,7 +19,7 @@ namespace {
 
 using zav::fuzz::require;
 
-/// A documented fatal stop. The handler throws it, because the process must go on.
+/// Stands for a documented fatal stop. The handler throws this, because the process must go on.
 struct PromisedStop {};
 
 void expectPromisedStop(const zav::FatalStop& stop) {
@@ -73,7 +73,7 @@ class OpenedSbcFileSource : public zav::ZAVSbcFileSource {
     }
 };
 
-/// Reads again and again, each time twice as many packets.
+/// Reads repeatedly and doubles the number of packets each time.
 template <class Source>
 void readThrough(const std::string& path, std::size_t fileSize) {
     const auto source = zav::makeNode<Source>(path);
@@ -101,7 +101,8 @@ void expectPromises(const std::string& path, std::size_t fileSize) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string path = zav::fuzz::memoryFile(data, size);
     expectPromises<zav::ZAVOpusFileSource>(path, size);
-    // Only for inputs with the magic text: each codec state that this makes leaks memory of libsbc.
+    // Reads only inputs with the magic text. Both calls make codec states, and each codec state
+    // leaks memory of libsbc.
     if (size >= zav::SbcFileHeader::kByteCount &&
         std::equal(zav::SbcFileHeader::kMagicText.begin(), zav::SbcFileHeader::kMagicText.end(),
                    data)) {

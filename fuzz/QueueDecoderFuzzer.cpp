@@ -1,5 +1,6 @@
-// Decodes any stream in any format with the decoder of an output queue. The result is whole frames
-// of PCM or nothing, never a crash or a hang, and takes memory in proportion.
+// Decodes any stream in any format with the decoder of an output queue. The result must be whole
+// frames of PCM or nothing, never a crash or a hang. The memory in use must stay in proportion to
+// the input.
 
 #include <algorithm>
 #include <array>
@@ -19,7 +20,7 @@ namespace {
 
 using zav::fuzz::require;
 
-/// The fuzzer's input, consumed from its front. After the end, numbers are 0.
+/// The fuzzer's input. Each call consumes bytes from the front. After the end, numbers are 0.
 class Input {
  public:
     explicit Input(std::span<const std::uint8_t> bytes) : bytes_(std::as_bytes(bytes)) {}
@@ -116,7 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         try {
             decoder->setMagicCookie(cookie);
         } catch (const zav::detail::StatusFailure&) {
-            // The decoder is as it was.
+            // The decoder keeps its state after a refused cookie.
         }
     }
     decodeStream(input, *decoder);

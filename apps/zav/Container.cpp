@@ -34,9 +34,9 @@ bool hasSbcMagic(std::span<const std::byte> header) {
     return std::equal(magic.begin(), magic.end(), header.begin());
 }
 
-/// The header of a container. Empty if the file does not begin as `hasMagic` asks. Throws `Failure`
-/// if the file ends inside the header. The bytes that are missing count as zero, so a file that
-/// ends inside the magic is recognised, too.
+/// Returns the header of a container. Empty if `hasMagic` rejects the start of the file. Throws
+/// `Failure` if the file ends inside the header. Missing bytes count as zero, so this also
+/// recognises a file that ends inside the magic.
 template <class Header, class HasMagic>
 std::optional<std::array<std::byte, Header::kByteCount>> headerOf(const zav::FileHandle& file,
                                                                   const std::filesystem::path& path,
@@ -52,8 +52,9 @@ std::optional<std::array<std::byte, Header::kByteCount>> headerOf(const zav::Fil
     return bytes;
 }
 
-/// Frames at `sampleRate` that a decoder makes of an Opus packet with these first bytes. An empty
-/// packet stands for a lost one and counts as the usual 60 ms.
+/// Returns the number of frames, at `sampleRate`, that a decoder makes from an Opus packet. The
+/// packet starts with `packetStart`. An empty packet marks a lost packet and counts as 60 ms, the
+/// usual duration.
 std::uint32_t framesIn(std::span<const std::byte> packetStart, std::uint64_t sampleRate) {
     constexpr std::uint64_t kUsualFrameCount = zav::kOpusRate * 60 / 1000;
     const std::uint64_t frames =

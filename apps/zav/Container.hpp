@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-/// Reads the library's own two file formats without its sources, for what the sources do not report
-/// and to find damage at which they would end the process.
+/// Reads the library's own two file formats without the library's source nodes. Finds facts that
+/// the source nodes do not report, and damage at which the source nodes would end the process.
 namespace zavtool {
 
 /// One packet of a file.
@@ -23,25 +23,26 @@ std::uint32_t largestOf(const std::vector<PacketInfo>& packets);
 struct OpusContainer {
     zav::AudioStreamBasicDescription format;
     std::vector<PacketInfo> packets;
-    bool isDamaged = false;       ///< the packet after these is cut off
-    std::uint64_t wholeSize = 0;  ///< bytes of the file before that packet
+    bool isDamaged = false;       ///< the packet after `packets` is cut off
+    std::uint64_t wholeSize = 0;  ///< bytes of the file before the cut packet
 };
 
-/// Empty if the file is not an Opus container. Throws `Failure` if it cannot be read.
+/// Empty if the file is not an Opus container. Throws `Failure` if the file cannot be read.
 std::optional<OpusContainer> examineOpusContainer(const std::filesystem::path& path);
 
 struct SbcContainer {
-    /// From the file's header, with the frame length of the first frame, because the header does
-    /// not store the channel mode. Has 16 bits per channel, which `ZAVSbcFileSink` demands.
+    /// Made from the file's header. Only the frame length comes from the first frame, because
+    /// the header does not store the channel mode. The format has 16 bits per channel, because
+    /// `ZAVSbcFileSink` demands 16.
     zav::AudioStreamBasicDescription format;
-    std::vector<std::byte> firstFrame;  ///< empty if there is none
+    std::vector<std::byte> firstFrame;  ///< empty if there is no frame
     std::uint64_t audioSize = 0;        ///< bytes after the header
 
     std::uint64_t frameCount() const;
 };
 
-/// Empty if the file is not an SBC container. Throws `Failure` if it cannot be read, or if SBC does
-/// not have its parameters.
+/// Empty if the file is not an SBC container. Throws `Failure` if the file cannot be read, or if
+/// SBC does not allow the parameters in the header.
 std::optional<SbcContainer> examineSbcContainer(const std::filesystem::path& path);
 
 /// An SBC stream's format with the 16 bits per channel that `ZAVSbcFileSink` demands.

@@ -17,7 +17,7 @@ namespace {
 /// A copy contains whole packets only, so bytes after the last whole frame would be lost.
 void requireWholeFrames(const std::filesystem::path& input) {
     if (examineSbcContainer(input)) {
-        return;  // `openInput` has checked it
+        return;  // `openInput` has checked this container
     }
     const OpenAudioFile file = openAudioFile(input);
     const auto audioSize = zav::audioFileProperty<std::uint64_t>(

@@ -25,8 +25,9 @@ namespace {
 
 using Configuration = zav::SBCCoding::SBCConfiguration;
 
-/// The decoder takes every two-channel stream for plain stereo, and ends the process at a frame of
-/// another length. So check the first frame before the decoder gets it. Empty if it suits.
+/// Returns the reason why the decoder cannot take this frame, or an empty text if it can. The
+/// decoder treats every two-channel stream as plain stereo and ends the process at a frame of
+/// another length. So check the first frame before the decoder gets the frame.
 std::string unsuitableFrame(std::span<const std::byte> frame,
                             const zav::AudioStreamBasicDescription& sbc) {
     const auto inFrame = Configuration::fromFrame(frame.data(), frame.size());
@@ -63,8 +64,9 @@ void requireFramesOfOneLength(const std::filesystem::path& input,
     }
 }
 
-/// Applies the header of an Opus file to the decoded audio: drops the frames of the pre-skip and
-/// those behind the end of the stream, and multiplies by the gain (RFC 7845, sections 4 and 5.1).
+/// Applies the header of an Opus file to the decoded audio. Drops the frames of the pre-skip and
+/// the frames after the end of the stream. Multiplies the other frames by the gain (RFC 7845,
+/// sections 4 and 5.1).
 class OpusHeadFilter : public Relay {
  public:
     OpusHeadFilter(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
@@ -111,7 +113,8 @@ Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, b
     requireFramesOfOneLength(path, sbc);
     auto stream = input.node();
     if (isBigEndian) {
-        // SBC frames have no byte order. The stream's format sets that of the decoded samples.
+        // SBC frames have no byte order. The stream's format sets the byte order of the decoded
+        // samples.
         sbc.mFormatFlags |= zav::kSbcFormatFlagIsBigEndian;
         stream = redeclared(stream, sbc);
     }

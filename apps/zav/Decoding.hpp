@@ -10,21 +10,21 @@
 
 namespace zavtool {
 
-/// One of the library's decoders on a file, with what has to be done to its PCM.
+/// One of the library's decoders on a file, with the nodes that correct its PCM.
 struct Decoding {
     std::shared_ptr<zav::AudioStreamOutputable> pcm;
     std::string inWords;  ///< for --verbose
 };
 
-/// For SBC frames, also those of the library's container. Throws `Failure`, which names `path`, for
-/// frames that the decoder does not take.
+/// Makes the decoder for SBC frames, raw or in the library's container. Throws `Failure`, which
+/// names `path`, if the decoder does not take the frames.
 Decoding makeSbcDecoder(const Input& input, const std::filesystem::path& path, bool isBigEndian);
 
 /// Whether the library's decoder takes the frames of this container.
 bool isDecodable(const SbcContainer& container);
 
-/// For Opus packets. Applies the pre-skip, the length and the gain of the file's header. Throws
-/// `Failure`, which names `path`.
+/// Makes the decoder for Opus packets. Applies the pre-skip, the length and the gain of the file's
+/// header. Throws `Failure`, which names `path`, if the decoder does not take the format.
 Decoding makeOpusDecoder(const Input& input, const std::filesystem::path& path);
 
 }  // namespace zavtool

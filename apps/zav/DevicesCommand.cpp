@@ -50,7 +50,7 @@ void printSection(const zav::AudioDeviceList& list, bool isInput, std::size_t na
     if (isEmpty) {
         std::printf("  none\n");
     }
-    // zav does not change its environment.
+    // zav never changes its environment, so every thread may call getenv.
     const char* const named = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe)
     if (!isAnyUsed && named != nullptr && *named != '\0') {
         std::printf("  %s=%s is none of them\n", variable, shown(named).c_str());

@@ -21,7 +21,7 @@ namespace {
 struct Encodable {
     std::vector<double> rates;
     double usualRate;
-    std::string forWhat;  ///< " for ...", behind the rates in a message
+    std::string forWhat;  ///< " for ...", after the rates in a message
     bool isBigEndianTaken;
 };
 
@@ -103,7 +103,7 @@ Target targetOf(const EncodeOptions& options) {
     return {isOpus, type};
 }
 
-/// An encoder on the input, and the words of the summary.
+/// An encoder on the input, and its words for the summary.
 struct Encoding {
     std::shared_ptr<zav::AudioStreamOutputable> encoder;
     std::string inWords;            ///< for --verbose
@@ -133,7 +133,7 @@ Encoding makeOpusEncoder(const EncodeOptions& options, const Input& input, const
 void encode(const EncodeOptions& options, const CommonOptions& common) {
     const auto [isOpus, type] = targetOf(options);
 
-    // The graph: each node is made on the one before it.
+    // The graph: each node is made on the previous node.
     const auto input = openInput(options.files.input);
     const zav::AudioStreamBasicDescription pcm = input->format();
     const Encoding encoding =

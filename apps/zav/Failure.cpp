@@ -30,7 +30,8 @@ RunningFiles& runningFiles() {
     return files;
 }
 
-/// What compressed files need, if the module for them is missing. Empty otherwise.
+/// Names the packages that compressed files need. Empty if the module for compressed files is
+/// installed.
 std::string hintAtModule() {
     return canReadCompressedFiles()
                ? ""
@@ -38,7 +39,7 @@ std::string hintAtModule() {
                  "FFmpeg's libraries: Debian's packages libavformat59 and libavcodec59)";
 }
 
-/// Text of a stop that a packet of the input caused; empty if it was another one.
+/// Describes a fatal stop that a packet of the input caused. Empty for any other stop.
 std::string describeBadPacket(const zav::FatalStop& stop) {
     if (stop.cause == zav::FatalCause::sbcDecoding) {
         return "a damaged SBC frame; use whole frames as an SBC encoder writes them";
@@ -52,7 +53,7 @@ std::string describeBadPacket(const zav::FatalStop& stop) {
     return "";
 }
 
-/// Text of an `errno` at a container file that is written.
+/// Describes an `errno` from writing a container file.
 std::string containerProblem(std::int32_t code) {
     if (code == ENOSPC || code == EDQUOT || code == EFBIG) {
         return writingProblem(zav::kAudioFileDiskFullError);
@@ -60,7 +61,7 @@ std::string containerProblem(std::int32_t code) {
     return "cannot be written: " + std::generic_category().message(code) + "; use another disk";
 }
 
-/// The same for writing the output.
+/// Describes a fatal stop that writing the output caused. Empty for any other stop.
 std::string describeWriting(const zav::FatalStop& stop) {
     switch (stop.cause) {
         case zav::FatalCause::fileWriting:

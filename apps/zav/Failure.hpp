@@ -19,7 +19,8 @@ class Failure : public std::runtime_error {
         : std::runtime_error(shown(file) + ": " + what) {}
 };
 
-/// The same with exit code 2, for a command line that cannot be carried out.
+/// Ends the run as `Failure` does, but with exit code 2. For a command line that cannot be carried
+/// out.
 class UsageFailure : public std::runtime_error {
  public:
     using std::runtime_error::runtime_error;
@@ -28,13 +29,13 @@ class UsageFailure : public std::runtime_error {
 /// Explains a status of the file service for a file that is opened or read: what was found and what
 /// to use instead.
 std::string readingProblem(zav::OSStatus status);
-/// The same for an error of a file that is read without the file service.
+/// Explains an error of a file that is read without the file service.
 std::string readingProblem(const std::system_error& error);
-/// The same for a file that is created or written.
+/// Explains a status of the file service for a file that is created or written.
 std::string writingProblem(zav::OSStatus status);
 
-/// Names the files of this run. From here on a fatal stop of the library removes the unfinished
-/// output, prints one line that names the file, and exits with code 1.
+/// Stores the names of the files of this run. After this call, a fatal stop of the library removes
+/// the unfinished output, prints one line that names the file, and exits with code 1.
 void reportFatalStopsFor(const std::filesystem::path& input, const std::filesystem::path& output);
 
 /// Throws `Failure` if standard output could not be written completely.

@@ -15,7 +15,7 @@ namespace zavtool {
 inline constexpr zav::AudioFileTypeID kOpusContainerType = zav::fourCharCode("zopu");
 inline constexpr zav::AudioFileTypeID kSbcContainerType = zav::fourCharCode("zsbc");
 
-/// A type of file, and what a user types for it.
+/// A type of file, with the names and extensions that a user types.
 struct FileType {
     zav::AudioFileTypeID id;
     std::string_view name;
@@ -28,7 +28,7 @@ std::span<const FileType> fileTypes();
 /// True if the audio file service reads and writes files of this type.
 bool isAudioFileType(const FileType& type);
 
-/// What files of this type hold if the user asks for nothing else.
+/// True if files of this type hold this kind of audio by default.
 bool holdsPcm(const FileType& type);
 bool holdsSbc(const FileType& type);
 bool holdsOpus(const FileType& type);
@@ -42,7 +42,7 @@ bool canReadCompressedFiles();
 /// The library's node that writes files of this type.
 std::string_view nodeNameOf(const FileType& type);
 
-/// "WAVE", "raw SBC", ...; the four characters of a type that is not in the list.
+/// "WAVE", "raw SBC", ... For a type that is not in the list: the four characters of its ID.
 std::string nameOfType(zav::AudioFileTypeID id);
 
 using TypeFilter = std::function<bool(const FileType&)>;
@@ -51,7 +51,7 @@ std::string namesOfTypes(const TypeFilter& isWanted);
 /// ".wav, .wave, ... or .sbc": all extensions of these types.
 std::string extensionsOfTypes(const TypeFilter& isWanted);
 
-/// The type that a file's extension stands for; null if the extension is unknown.
+/// The type for a file's extension. Null if the extension is unknown.
 const FileType* typeForName(const std::filesystem::path& path);
 
 /// "a, b or c".

@@ -29,9 +29,9 @@ std::string clockText(double seconds);
 /// "1 underrun", "0 underruns"
 std::string countText(std::uint64_t count, const std::string& what);
 
-/// A line of help starts its description in this column of the terminal's 80.
+/// Descriptions in the help start in this column. A terminal has 80 columns.
 inline constexpr std::size_t kHelpColumn = 25;
-/// The text, with line breaks for the column of descriptions.
+/// Returns the text with line breaks that fit the column of descriptions.
 std::string wrapped(const std::string& text);
 
 /// Names of SBC's parameters, as in the options of `zav encode`.

@@ -33,7 +33,8 @@ std::string hintAtVerb(const char* verb, const std::filesystem::path& input,
     return hint(verb, commandOf(verb, input, output));
 }
 
-/// A name other than the input's: writing to the input would empty it before it is read.
+/// Returns a name other than the input's name. A command that writes to its input empties the input
+/// before reading it.
 std::string outputName(const std::filesystem::path& input, const std::string& stem,
                        const std::string& extension) {
     const std::string name = stem + extension;

@@ -58,8 +58,8 @@ struct Contents {
     std::uint32_t largestPacket = 0;
     double seconds = 0;
     std::size_t cookieSize = 0;
-    bool isDamaged = false;           ///< after these packets
-    std::vector<std::byte> sbcFrame;  ///< of SBC: the first one
+    bool isDamaged = false;           ///< the damage follows these packets
+    std::vector<std::byte> sbcFrame;  ///< for SBC: the first frame
     std::vector<PacketInfo> packets;  ///< empty for PCM, whose packets are single frames
 };
 
@@ -68,7 +68,7 @@ bool isPcm(const zav::AudioStreamBasicDescription& format) {
            format.mFormatID == zav::kAudioFormatALaw || format.mFormatID == zav::kAudioFormatULaw;
 }
 
-/// Computes the members that follow from the list of packets.
+/// Computes the members that depend on the list of packets.
 void measurePackets(Contents& contents) {
     contents.packetCount = contents.packets.size();
     contents.largestPacket = largestOf(contents.packets);
@@ -105,7 +105,7 @@ Contents contentsOf(const SbcContainer& container) {
     return contents;
 }
 
-/// All packets of an audio file. Sets `isDamaged` if something other than a packet follows them.
+/// Returns all packets of an audio file. Sets `isDamaged` if other bytes follow the packets.
 std::vector<PacketInfo> packetsOf(const OpenAudioFile& file,
                                   const zav::AudioStreamBasicDescription& format,
                                   std::uint32_t largestPacket, bool& isDamaged) {
@@ -132,7 +132,8 @@ std::vector<PacketInfo> packetsOf(const OpenAudioFile& file,
 
 /// Whether a WAVE or AIFF file is shorter than its header says.
 bool isCutOff(const std::filesystem::path& path) {
-    // Programs that write into a pipe do not know the length, and announce 2 GiB or more.
+    // A program that writes into a pipe does not know the length. Such programs announce 2 GiB or
+    // more.
     constexpr std::uint32_t kUnknown = 0x7FFF0000;
     const zav::FileHandle file = zav::FileHandle::openForReading(path);
     std::array<unsigned char, 8> start{};
@@ -143,7 +144,8 @@ bool isCutOff(const std::filesystem::path& path) {
     for (std::size_t place = 0; place < 4; ++place) {
         announced = announced << 8 | start[isRiff ? 7 - place : 4 + place];
     }
-    // The size excludes its own eight bytes, but some programs include them.
+    // The announced size excludes the first eight bytes of the file, but some programs include
+    // them.
     return (isRiff || isForm) && announced < kUnknown && announced > file.size();
 }
 
@@ -190,8 +192,8 @@ double ratio(double part, double whole) {
     return whole > 0 ? part / whole : 0;
 }
 
-/// The number of Opus packets without audio: lost ones, which are empty, and silence, which is the
-/// byte for the packet's duration alone.
+/// The number of Opus packets without audio. A lost packet is empty. A packet of silence contains
+/// only the byte for the packet's duration.
 std::uint64_t gapsIn(const Contents& contents) {
     return static_cast<std::uint64_t>(
         std::count_if(contents.packets.begin(), contents.packets.end(),
@@ -320,7 +322,7 @@ void printForPeople(const Json& description) {
 void info(const InfoOptions& options) {
     const Json description = describe(options);
     if (options.isJson) {
-        // The name of a file may be something other than UTF-8.
+        // The name of a file is not always valid UTF-8.
         std::printf("%s\n",
                     description.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     } else {

@@ -93,7 +93,8 @@ class OpusContainerInput : public Input {
         try {
             source_->readPackets(count);
         } catch (const zav::AudioFileError&) {
-            // The end of the file. The source has ended the flow only if the last chunk was short.
+            // The file has ended. The source has already ended the flow only if the last chunk was
+            // short.
             if (isFlowing()) {
                 source_->downstreams().onAudioStreamFlowEnd();
             }
@@ -110,7 +111,7 @@ class OpusContainerInput : public Input {
     }
 
  private:
-    /// The source ends the flow itself after a chunk with fewer packets than asked for.
+    /// The source itself ends the flow after a chunk with fewer packets than requested.
     bool isFlowing() const { return packetsSoFar_ <= container_.packets.size(); }
 
     std::filesystem::path path_;
@@ -119,8 +120,8 @@ class OpusContainerInput : public Input {
     std::uint64_t packetsSoFar_ = 0;
 };
 
-/// The library's own source refuses these files, so a `PeripheralSource` pushes the frames, as for
-/// an application that has received them.
+/// The library's own source refuses these files. So a `PeripheralSource` pushes the frames, as in
+/// an application that has received frames.
 class SbcContainerInput : public Input {
  public:
     SbcContainerInput(const std::filesystem::path& path, const SbcContainer& container)

@@ -43,8 +43,8 @@ class Input {
     zav::AudioStreamBasicDescription format() const { return node()->outDataFormat(); }
 };
 
-/// What to throw for raw SBC frames with something else behind or between them. Names the place,
-/// and a command that keeps what is before it.
+/// The failure for raw SBC frames with other bytes after or between the frames. Names the place of
+/// the other bytes, and a command that keeps the frames before that place.
 Failure sbcDamage(const std::filesystem::path& path, const OpenAudioFile& sbc);
 
 /// Opens a file; its contents decide the type. Throws `Failure` with the reason.

@@ -14,11 +14,11 @@ namespace {
 /// Level at the lower end of the bar.
 constexpr double kLowestInDecibels = -60;
 
-/// Factor by which the bar falls between two looks (2 dB), so that the eye can follow. A device may
-/// also move no audio between two looks.
+/// Factor by which the bar falls between two calls of `look` (2 dB). The bar falls slowly because
+/// the eye must follow it, and because a device may move no audio between two calls.
 constexpr double kFall = 0.8;
 
-/// Minus infinity for silence.
+/// Returns minus infinity for silence.
 double decibels(double level) {
     return 20 * std::log10(level);
 }
@@ -43,7 +43,7 @@ void LevelDisplay::look() {
 
 std::vector<std::string> LevelDisplay::fields() {
     look();
-    constexpr std::size_t kBarWidth = 6;  // a mark for 10 dB; more do not fit into 80 columns
+    constexpr std::size_t kBarWidth = 6;  // one mark each 10 dB; more marks would exceed 80 columns
     const auto filled = static_cast<std::size_t>(
         std::lround(kBarWidth * std::max(0.0, 1 - decibels(shown_) / kLowestInDecibels)));
     return {"[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]",

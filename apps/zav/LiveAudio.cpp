@@ -15,7 +15,7 @@ namespace {
 std::string placeInWords() {
     std::string place;
     for (const char* const name : {"PULSE_SERVER", "PULSE_SINK", "PULSE_SOURCE"}) {
-        // zav does not change its environment.
+        // zav never changes its environment, so every thread may call getenv.
         const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
         if (value != nullptr && *value != '\0') {
             place += (place.empty() ? " at " : ", ") + std::string(name) + "=" + shown(value);

@@ -8,17 +8,17 @@
 #include <stdexcept>
 #include <string>
 
-/// What `zav play` and `zav record` have in common.
+/// Shared by `zav play` and `zav record`.
 namespace zavtool {
 
-/// Ends the run with exit code 1. The text says what the sound server refused and what would help.
+/// Ends the run with exit code 1. The text names the refusal of the sound server and a remedy.
 class SoundServerFailure : public std::runtime_error {
  public:
     explicit SoundServerFailure(zav::OSStatus status);
 };
 
-/// Refuses a format that no audio queue takes. Throws `Failure`, which names `file`. `wanted` says
-/// what would be accepted.
+/// Refuses a format that no audio queue takes. Throws `Failure`, which names `file`. `wanted`
+/// describes the accepted formats.
 [[noreturn]] void refuseFormat(const std::filesystem::path& file,
                                const zav::AudioStreamBasicDescription& format,
                                const std::string& wanted);

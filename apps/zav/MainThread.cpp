@@ -58,7 +58,7 @@ void MainThread::sleepUntil(Clock::time_point time) noexcept {
     limit.tv_nsec = std::chrono::nanoseconds(sinceEpoch - seconds).count();
     ::sem_clockwait(wakeups(), CLOCK_MONOTONIC, &limit);
     while (::sem_trywait(wakeups()) == 0) {
-        // Calls of `wake` do not add up.
+        // Several calls of `wake` end only one sleep.
     }
 }
 

@@ -5,25 +5,25 @@
 
 namespace zavtool {
 
-/// The sleep of the main thread in a live verb, until there is something to do. There is one for
-/// the process, because a signal handler can reach nothing else.
+/// Lets the main thread of a live verb sleep until it has work. All members are static, because a
+/// signal handler can reach only static members.
 class MainThread {
  public:
     using Clock = std::chrono::steady_clock;
 
-    /// From here on SIGINT, SIGTERM and SIGHUP wake the main thread instead of ending the process.
-    /// The same signal a second time ends the process.
+    /// After this call, SIGINT, SIGTERM and SIGHUP wake the main thread instead of ending the
+    /// process. The same signal ends the process when it arrives a second time.
     static void catchSignals();
 
-    /// Ends the present sleep or, if there is none, the next one. Call from any thread and from a
-    /// signal handler.
+    /// Ends the current sleep. If the main thread is awake, ends its next sleep. Call from any
+    /// thread and from a signal handler.
     static void wake() noexcept;
     /// Sleeps until `time` or until `wake`.
     static void sleepUntil(Clock::time_point time) noexcept;
 
-    /// The signal that has come, or 0.
+    /// The signal that has arrived, or 0.
     static int endingSignal() noexcept { return endingSignal_; }
-    /// Ends the process by the signal that has come, so that its parent sees the reason.
+    /// Ends the process by the signal that has arrived, so that the parent process sees the reason.
     [[noreturn]] static void endBySignal();
 
  private:

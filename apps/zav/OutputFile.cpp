@@ -36,7 +36,7 @@ std::string systemError() {
     return std::generic_category().message(errno);
 }
 
-// For the signal handler. The path does not change while it is set.
+// The signal handler reads this. The text does not change while the pointer is set.
 std::atomic<const char*> unfinishedPath{nullptr};
 
 std::atomic<bool> hasAnyAppeared{false};
@@ -60,7 +60,7 @@ void cleanUpOnSignals() {
             ::sigaction(signal, &action, nullptr);
         }
     }
-    // A file that exceeds a size limit then fails at the write, like a full disk.
+    // Without this signal, a write beyond a size limit fails like a write to a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -99,8 +99,8 @@ fs::path followLinks(const fs::path& path) {
     return error ? path : target;
 }
 
-/// Sets the magic cookie of its file when the flow starts, and again at the end if it has changed:
-/// a FLAC encoder completes its cookie when it has encoded everything.
+/// Sets the magic cookie of its file when the flow starts, and again at the end if the cookie has
+/// changed. A FLAC encoder completes its cookie after it has encoded everything.
 class FileSinkWithCookie : public zav::FileSink {
  public:
     FileSinkWithCookie(zav::NodeKey key,
@@ -161,7 +161,8 @@ void makeSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const
     }
 }
 
-/// Whether the container's sink takes this format, as a status of the file service.
+/// Returns `noErr` if the container's sink takes this format, otherwise a status of the file
+/// service.
 zav::OSStatus tryContainer(const fs::path& path, const FileType& type,
                            const zav::AudioStreamBasicDescription& format) {
     const auto source = zav::makeNode<zav::PeripheralSource>();
@@ -204,10 +205,11 @@ std::string_view usualExtension(const FileType& type,
     return isOggOpus ? "opus" : type.extensions.front();
 }
 
-/// Audio bytes that the file contains. The sinks do not report errors of the last write and of the
-/// closing, so read the file.
+/// Returns the number of audio bytes in the file. Looks at the finished file, because the sinks do
+/// not report errors of the last write and of the close.
 std::uint64_t audioBytesIn(const fs::path& path, const FileType& type, std::uint64_t packetCount) {
-    // These contain nothing but headers and audio. The file service would read them all again.
+    // These types contain only headers and audio, so the file's size is enough. The file service
+    // would read the whole file again.
     if (type.id == zav::kAudioFileSBCType) {
         return fs::file_size(path);
     }

@@ -14,44 +14,47 @@
 
 namespace zavtool {
 
-/// Returns the present magic cookie of a stream.
+/// Returns the current magic cookie of a stream.
 using CookieReader = std::function<std::vector<std::byte>()>;
 
-/// A file that appears under its name only when it is complete. Until then it has a temporary name
-/// in the same folder. A failure, a fatal stop of the library and a signal remove it. There is one
-/// at a time.
+/// A file that appears under its name only when it is complete. Before that, the file has a
+/// temporary name in the same folder. A failure, a fatal stop of the library or a signal removes
+/// the temporary file. A process has at most one `OutputFile` at a time.
 class OutputFile {
  public:
-    /// Throws `Failure` if no file can be made there, or if it would be the input itself.
+    /// Throws `Failure` if no file can be made at `path`, or if `path` is the input itself.
     OutputFile(const std::filesystem::path& path, const std::filesystem::path& input);
     ~OutputFile();
 
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    /// Checks, before any audio is read, that a file of this type and format can be made here, and
-    /// that it takes this magic cookie (empty: none) if its type has a place for one. Throws
-    /// `Failure` with the reason. `hint` is added if the type cannot hold the format.
+    /// Checks that a file of this type and format can be made here. Call it before any audio is
+    /// read. If the type has a place for a magic cookie, also checks that the file takes
+    /// `magicCookie` (empty: none). Throws `Failure` with the reason. The reason includes `hint` if
+    /// the type cannot hold the format.
     void requireRoomFor(const FileType& type, const zav::AudioStreamBasicDescription& format,
                         std::span<const std::byte> magicCookie = {},
                         const std::string& hint = "") const;
 
     /// Makes the sink that writes the file. Call it after `requireRoomFor`. If the type takes a
-    /// magic cookie, the file gets it when the flow starts, and again at the end if it has changed.
+    /// magic cookie, the file gets the cookie when the flow starts. The file gets the cookie again
+    /// at the end if the cookie has changed.
     void addSink(const std::shared_ptr<zav::AudioStreamOutputable>& upstream, const FileType& type,
                  const CookieReader& magicCookie = {});
 
-    /// Gives the file its name while it is still being written, so that it survives any end of the
-    /// process. Call it after the sink has made the file. Throws `Failure`.
+    /// Gives the file its final name during the recording, so that the file survives any end of the
+    /// process. Call this after the sink has made the file. Throws `Failure`.
     void appear();
 
     /// Checks that the file can be opened and contains `audioBytes` bytes of audio in `packetCount`
-    /// packets. Then gives it its name, unless `appear` has. Throws `Failure`.
+    /// packets. Then gives the file its final name, unless `appear` has already done so. Throws
+    /// `Failure`.
     void commit(std::uint64_t packetCount, std::uint64_t audioBytes);
 
     /// Removes the temporary file of this run, if there is one. Safe in a signal handler.
     static void removeUnfinished() noexcept;
-    /// Whether a file of this run has its name and will stay.
+    /// True if a file of this run has its final name and will stay.
     static bool oneHasAppeared() noexcept;
 
  private:

@@ -33,7 +33,8 @@ void PacketGatherer::passPackets() {
 
 void PacketGatherer::finish(zav::PlaybackSink& sink) {
     if (!packets_.empty()) {
-        // Makes the sink enqueue the last buffer with its descriptions, even if it is almost empty.
+        // Makes the sink enqueue the last buffer with its descriptions, even if the buffer is
+        // almost empty.
         sink.setQueueBufferSize(static_cast<std::uint32_t>(packets_.size()));
         passPackets();
     }

@@ -13,8 +13,8 @@ namespace zavtool {
 
 /// Stands before a `PlaybackSink`. Gathers packets of varying size into chunks that fill one queue
 /// buffer each and come with descriptions of their packets. Passes other streams on unchanged.
-/// Holds the flow end back until `finish`, because a sink that has not started would not play what
-/// it has.
+/// Holds back the flow end until `finish`. A sink that gets the flow end before its start does not
+/// play its audio.
 ///
 /// Threads: the main thread.
 class PacketGatherer : public Relay {
@@ -32,9 +32,10 @@ class PacketGatherer : public Relay {
                       const zav::AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override { hasEnded_ = true; }
 
-    /// Whether the flow end has come. The sink gets it by `finish`.
+    /// True after the flow end has arrived. `finish` passes the flow end to the sink.
     bool hasEnded() const { return hasEnded_; }
-    /// Passes the remaining packets and the flow end on. The sink must be playing or scheduled to.
+    /// Passes on the remaining packets and the flow end. The sink must be playing or scheduled to
+    /// play.
     void finish(zav::PlaybackSink& sink);
 
  private:

@@ -69,7 +69,7 @@ std::uint32_t bufferSizeFor(const zav::AudioStreamBasicDescription& format, cons
             kBufferInSeconds * static_cast<double>(std::filesystem::file_size(path)) / seconds,
             kLargestOfUnknown);
     }
-    // Both halves hold whole frames, because a chunk fills half a buffer.
+    // A chunk fills half a buffer, so each half holds whole frames.
     const std::uint32_t bytesPerFrame = std::max(1U, format.mBytesPerFrame);
     const auto whole = static_cast<std::uint32_t>(std::max(size, kSmallest));
     return std::max(whole - whole % (2 * bytesPerFrame), 2 * input.packetSizeUpperBound());
@@ -110,8 +110,8 @@ std::shared_ptr<zav::PlaybackSink> openLoudspeaker(
     return sink;
 }
 
-/// Plays one file. The main thread pushes audio whenever a buffer has been played, so that about
-/// two seconds of it wait in the queue.
+/// Plays one file. The main thread pushes audio whenever a buffer has been played. About two
+/// seconds of audio wait in the queue.
 class Player {
  public:
     Player(const PlayOptions& options, const CommonOptions& common)
@@ -169,7 +169,7 @@ class Player {
             }
         }
         feed();
-        // `autoPlay` does not report why a queue could not start. This throws the reason.
+        // `autoPlay` does not report why a queue could not start. `play` throws the reason.
         try {
             sink_->play();
         } catch (const zav::AudioQueueError& error) {
@@ -198,7 +198,8 @@ class Player {
         }
     }
 
-    /// No callback reports that a queue has stopped, at its end or without its device. So look.
+    /// Returns the time until the next look at the queue. No callback reports that a queue has
+    /// stopped, either at its end or because it lost its device.
     std::chrono::nanoseconds untilNextLook() const {
         constexpr double kShortest = 0.02;
         constexpr double kLongest = 1;
@@ -256,7 +257,7 @@ class Player {
     std::shared_ptr<PacketGatherer> gatherer_;
     std::shared_ptr<zav::PlaybackSink> sink_;
     std::shared_ptr<StreamCounter> pushed_;
-    std::optional<LevelDisplay> level_;  // while the line is shown
+    std::optional<LevelDisplay> level_;  // empty if the line is not shown
     bool isFinished_ = false;
 };
 

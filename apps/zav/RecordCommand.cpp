@@ -33,8 +33,9 @@ namespace {
 using Clock = MainThread::Clock;
 using Stream = std::shared_ptr<zav::AudioStreamOutputable>;
 
-/// Whether a `RecordSource` can capture this format. A source ends the process if its buffer, one
-/// largest packet for each frame of half a second, would exceed 4 GiB.
+/// Whether a `RecordSource` can capture this format. A source's buffer has room for one packet of
+/// the largest size for each frame of half a second. The source ends the process if this buffer
+/// would exceed 4 GiB.
 bool fitsRecordSource(const zav::AudioStreamBasicDescription& format) {
     zav::AudioQueueRef made = nullptr;
     constexpr auto kOnBuffer = [](void*, zav::AudioQueueRef, zav::AudioQueueBufferRef,
@@ -67,8 +68,9 @@ std::shared_ptr<zav::RecordSource> openMicrophone(const RecordOptions& options,
     }
 }
 
-/// The stream in the format of the queue's encoder. The source declares the format that it was made
-/// with, which lacks the frames of a packet. A file needs these to know its duration.
+/// Returns the stream in the format of the queue's encoder. The source declares the format that its
+/// constructor received. That format lacks the frames per packet, and a file needs the frames per
+/// packet to know its duration.
 Stream declaredByQueue(const std::shared_ptr<zav::RecordSource>& source) {
     zav::AudioStreamBasicDescription format = source->outDataFormat();
     if (const zav::OSStatus status = zav::readAudioQueueProperty(
@@ -79,8 +81,8 @@ Stream declaredByQueue(const std::shared_ptr<zav::RecordSource>& source) {
     return redeclared(source, format);
 }
 
-/// Passes the first `frameCount` frames of PCM on and drops the rest: a queue captures a little
-/// past the moment when it is stopped.
+/// Passes on the first `frameCount` frames of PCM and drops the rest. A queue still captures a
+/// little audio after the moment when it is stopped.
 class FrameLimit : public Relay {
  public:
     FrameLimit(zav::NodeKey key, const Stream& upstream,
@@ -112,7 +114,7 @@ Stream limited(const Stream& pcm, double seconds) {
     return next;
 }
 
-/// From the microphone to the stream that the file gets.
+/// The nodes from the microphone to the stream that the file receives.
 struct Graph {
     std::shared_ptr<zav::RecordSource> source;
     Stream stream;
@@ -124,8 +126,9 @@ struct Graph {
     }
 };
 
-/// Adds the library's own encoder. The aligner before it lets each sample be encoded exactly once,
-/// and fills the last frame with silence, so that no audio is left out.
+/// Adds the library's own encoder and an aligner before the encoder. With the aligner, each sample
+/// is encoded exactly once. The aligner also fills the last frame with silence, so no audio is left
+/// out.
 void addEncoder(Graph& graph, const RecordOptions& options, const RecordingPlan& plan) {
     const auto refuse = [&] {
         auto format = plan.captured;
@@ -156,7 +159,7 @@ void addEncoder(Graph& graph, const RecordOptions& options, const RecordingPlan&
     }
 }
 
-/// Each node is made on the one before it.
+/// Each node is made on the previous node.
 Graph makeGraph(const RecordOptions& options, const RecordingPlan& plan) {
     const auto source = openMicrophone(options, plan);
     Graph graph{source, source, "RecordSource (" + inWords(source->outDataFormat()) + ")"};
@@ -174,8 +177,8 @@ Graph makeGraph(const RecordOptions& options, const RecordingPlan& plan) {
     return graph;
 }
 
-/// Wakes the main thread when the flow has ended. It is the last target of the source, so all
-/// others have seen the end by then.
+/// Wakes the main thread when the flow has ended. This sink is the last target of the source, so
+/// all other targets have already received the end.
 class EndOfFlow : public zav::PeripheralSink {
  public:
     using PeripheralSink::PeripheralSink;
@@ -197,7 +200,7 @@ class Recorder {
     Recorder(const RecordOptions& options, const CommonOptions& common)
         : options_(options),
           plan_(recordingPlanFor(options)),
-          // Made before any other thread runs, because a signal handler removes it.
+          // Made before any other thread runs, because a signal handler removes the file.
           output_(options.output, {}),
           line_(common.isQuiet) {
         reportFatalStopsFor("the microphone", options.output);
@@ -275,7 +278,7 @@ class Recorder {
         line_.show(fields);
     }
 
-    /// The queue's thread ends the flow after the last audio, so the file is complete then.
+    /// Returns when the file is complete: the queue's thread ends the flow after the last audio.
     void stop() {
         source().stop();
         while (!end_->hasCome()) {
@@ -285,7 +288,7 @@ class Recorder {
 
     void finish() {
         const bool isDeviceLost = end_->hasCome();
-        const std::string overruns = overrunsText();  // without one that the stop itself causes
+        const std::string overruns = overrunsText();  // before the stop can cause another overrun
         stop();
         output_.commit(written_->packetCount(), written_->byteCount());
         if (isDeviceLost) {
@@ -298,8 +301,8 @@ class Recorder {
                      (level_ ? ", " + level_->summary() : "") + ", " + overruns);
     }
 
-    /// Seconds in the file. Captured PCM is cut at the length that was asked for (`limited`),
-    /// packets of the queue's encoder are not.
+    /// Seconds of audio in the file. `limited` cuts captured PCM at the requested length. Packets
+    /// of the queue's encoder are not cut.
     double recordedSeconds() const {
         const double seconds = source().timeStamp();
         const bool isPcm = plan_.captured.mFormatID == zav::kAudioFormatLinearPCM;
@@ -312,7 +315,7 @@ class Recorder {
     StatusLine line_;
     Graph graph_;
     std::shared_ptr<StreamCounter> written_;
-    std::optional<LevelDisplay> level_;  // while the line is shown
+    std::optional<LevelDisplay> level_;  // empty if the line is not shown
     std::shared_ptr<EndOfFlow> end_;
 };
 

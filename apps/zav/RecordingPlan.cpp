@@ -20,8 +20,8 @@ constexpr Codec kCodecs[] = {
     {"opus", zav::kAudioFormatOpus},     {"sbc", zav::kAudioFormatSbc},
 };
 
-/// The codec for files of a type, unless --codec names another. Empty when no encoder here makes
-/// audio for such files.
+/// The codec for files of a type, unless --codec names another codec. Empty if no encoder here
+/// makes audio for such files.
 std::string_view usualCodecOf(const FileType& type) {
     switch (type.id) {
         case zav::kAudioFileM4AType:
@@ -53,9 +53,10 @@ zav::AudioStreamBasicDescription pcmFormat(const RecordOptions& options, bool is
     return format;
 }
 
-/// The audio queue encodes all codecs but SBC. It also makes the Opus packets of Ogg and MP4 files,
-/// because it knows the encoder's delay, which such a file stores. The library's Opus container has
-/// no place for the delay, so the library's own encoder serves it.
+/// The audio queue encodes all codecs except SBC. The queue also makes the Opus packets of Ogg and
+/// MP4 files, because these files store the encoder's delay and the queue knows the delay. The
+/// library's Opus container has no place for the delay, so the library's own encoder makes its
+/// packets.
 bool isEncodedByQueue(std::uint32_t codec, const FileType& type) {
     return codec != zav::kAudioFormatLinearPCM && codec != zav::kAudioFormatSbc &&
            type.id != kOpusContainerType;

@@ -9,24 +9,25 @@
 
 namespace zavtool {
 
-/// What `zav record` captures and what it encodes, as its options and the output's name demand.
+/// The format that `zav record` captures and the codec of the file. The options and the output's
+/// name decide both.
 struct RecordingPlan {
     const FileType* type;
     std::uint32_t codec;                        ///< the format ID of the audio in the file
-    zav::AudioStreamBasicDescription captured;  ///< what the audio queue is asked for
+    zav::AudioStreamBasicDescription captured;  ///< the format requested from the audio queue
 
-    /// Whether a node of the library encodes. Otherwise the queue does, or nothing is encoded.
+    /// True if a node of the library encodes. Otherwise the queue encodes, or nothing is encoded.
     bool usesEncoderNode() const { return captured.mFormatID != codec; }
 };
 
-/// Throws `UsageFailure` for an output that nothing can be recorded to, and for options that do not
-/// go together.
+/// Throws `UsageFailure` if `record` cannot write this type of output, or if the options contradict
+/// each other.
 RecordingPlan recordingPlanFor(const RecordOptions& options);
 
-/// The extensions that `record` takes, by the codec that they choose: ".wav or .au for pcm; ...".
+/// The extensions that `record` accepts, grouped by codec: ".wav or .au for pcm; ...".
 std::string recordableExtensions();
 
-/// The rates and channels that a codec takes, as options of `zav record`, for a refusal.
+/// The rates and channels that a codec accepts, written as options of `zav record`. Ends a refusal.
 std::string recordableWith(std::uint32_t codec);
 
 }  // namespace zavtool

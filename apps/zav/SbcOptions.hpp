@@ -11,7 +11,7 @@
 
 namespace zavtool {
 
-/// Parameters of SBC. Those that are not given have their usual values.
+/// Parameters of SBC. A parameter that is not given has its usual value.
 struct SbcOptions {
     std::optional<std::uint32_t> bitpool;
     std::optional<std::string> mode;
@@ -20,8 +20,8 @@ struct SbcOptions {
     std::optional<std::string> allocation;
 };
 
-/// Throws `UsageFailure`, which lists the options that were given, if there are any. `codec` is the
-/// codec of the file `output`.
+/// Throws `UsageFailure` if any of these options was given. The message lists the given options.
+/// `codec` is the codec of the file `output`.
 void requireNoSbcOptions(const SbcOptions& options, const std::filesystem::path& output,
                          std::string_view codec);
 

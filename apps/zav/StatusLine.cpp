@@ -34,7 +34,7 @@ void StatusLine::show(const std::vector<std::string>& fields) const {
         return;
     }
     constexpr std::string_view kBetween = "  ";
-    // Room for the cursor and for the "^C" that a terminal prints.
+    // Leaves room for the cursor and for the "^C" that a terminal prints.
     constexpr std::size_t kReserve = 3;
     const std::size_t width = terminalWidth();
     const std::size_t room = width - std::min(width, kReserve);

@@ -16,7 +16,7 @@ class StatusLine {
     StatusLine& operator=(const StatusLine&) = delete;
 
     bool isShown() const { return isShown_; }
-    /// Shows the fields in one line. Leaves out those that the terminal has no room for.
+    /// Shows the fields in one line. Leaves out the fields that do not fit into the terminal.
     void show(const std::vector<std::string>& fields) const;
     /// Replaces the line by `summary`.
     void finish(const std::string& summary) const;

@@ -21,7 +21,7 @@ struct CommonOptions {
     bool isVerbose = false;
 };
 
-/// The files of a verb that makes one of another.
+/// The files of a verb that makes one file from another.
 struct FilePair {
     std::filesystem::path input;
     std::filesystem::path output;
@@ -35,7 +35,8 @@ using OpenAudioFile = std::unique_ptr<std::remove_pointer_t<zav::AudioFileID>, C
 /// Opens an audio file to read its properties. Throws `Failure` with the reason.
 OpenAudioFile openAudioFile(const std::filesystem::path& path);
 
-/// The first packet of an audio file. Empty if there is none. Throws `Failure`, which names `path`.
+/// The first packet of an audio file. Empty if the file has no packets. Throws `Failure`, which
+/// names `path`.
 std::vector<std::byte> firstPacket(const OpenAudioFile& file, const std::filesystem::path& path);
 
 /// The magic cookie of an audio file, if it has one. Throws `Failure`, which names `path`.
@@ -58,8 +59,8 @@ class StreamCounter : public zav::PeripheralSink {
     std::atomic<std::uint64_t> packetCount_ = 0;
 };
 
-/// Passes a stream on to a `PeripheralSource`, which can declare it in another format, as an
-/// application does for bytes from its peripheral.
+/// Passes a stream on to a `PeripheralSource`. That source can declare another format for the
+/// stream, as an application declares the format of bytes from its peripheral.
 class Relay : public zav::PeripheralSink {
  public:
     Relay(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
@@ -77,7 +78,7 @@ class Relay : public zav::PeripheralSink {
     std::shared_ptr<zav::PeripheralSource> next_;
 };
 
-/// The upstream's stream in another declared format.
+/// Returns the upstream's stream with `format` as the declared format.
 std::shared_ptr<zav::AudioStreamOutputable> redeclared(
     const std::shared_ptr<zav::AudioStreamOutputable>& upstream,
     const zav::AudioStreamBasicDescription& format);

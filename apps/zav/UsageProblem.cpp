@@ -17,8 +17,8 @@ std::vector<std::string> verbsOf(const CLI::App& app) {
     return verbs;
 }
 
-/// The words that the parser did not expect. An unknown option comes first, because the words after
-/// it may be its values.
+/// Describes the words that the parser did not expect. Reports an unknown option first, because the
+/// words after the option may be its values.
 std::string problemOfExtras(const std::vector<std::string>& rest) {
     const auto option = std::find_if(rest.begin(), rest.end(),
                                      [](const std::string& word) { return word.starts_with('-'); });

@@ -46,8 +46,8 @@ struct CommandLine {
     std::string helpVerb;
 };
 
-// Help fits into 80 columns. CLI11 breaks no lines, so texts contain line breaks, or `wrapped` adds
-// them.
+// Help fits into 80 columns. CLI11 does not break lines. So the texts contain line breaks, or
+// `wrapped` adds line breaks.
 void addCommonOptions(CLI::App& app, CommonOptions& common) {
     app.add_flag("-q,--quiet", common.isQuiet, "Show no progress on a terminal");
     app.add_flag("-v,--verbose", common.isVerbose,
@@ -60,7 +60,7 @@ void addFile(CLI::App& verb, const std::string& name, std::filesystem::path& pat
     verb.add_option(name, path, help)->required()->type_name("");
 }
 
-/// One of a few values, which the description lists.
+/// Adds an option that accepts one of a few values. The description lists the values.
 template <class Value, class Values>
 void addChoice(CLI::App& verb, const std::string& name, Value& value, Values values,
                const std::string& help) {
@@ -69,7 +69,7 @@ void addChoice(CLI::App& verb, const std::string& name, Value& value, Values val
         ->type_name("WHICH");
 }
 
-/// As CLI::Range, whose message prints the bounds with six decimals.
+/// Replaces CLI::Range, because its message prints the bounds with six decimals.
 CLI::Validator inRange(double least, double most) {
     return {[least, most](const std::string& text) {
                 char* end = nullptr;
@@ -268,8 +268,8 @@ CLI::App* addHelp(CLI::App& app, CommandLine& line) {
     return verb;
 }
 
-/// Formats the text itself: CLI11's `help()` would print that of the verb `help`, because it was
-/// parsed.
+/// Formats the text itself. CLI11's `help()` would print the text of the verb `help`, because the
+/// parser has just read that verb.
 void printHelp(const CLI::App& app, const std::string& verb) {
     if (!verb.empty()) {
         requireVerb(app, verb);

@@ -1,6 +1,6 @@
-// Builds a PCM, an SBC and an Opus graph on the shared library, and ends. Compared with
-// EmptyProgram, this is the cost of linking the library and building graphs. Pushes no audio. With
-// the name of an audio file it also opens that file as a source.
+// Builds a PCM, an SBC and an Opus graph on the shared library, and ends. The difference from
+// EmptyProgram is the cost of linking the library and building graphs. Pushes no audio. With the
+// name of an audio file, the program also opens that file as a source.
 
 #include <ZAVAudioStreaming/ZAVAudioStreaming.hpp>
 #include <cstdio>

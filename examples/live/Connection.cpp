@@ -13,7 +13,7 @@ Connection::Connection(std::string_view path)
     : socket_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    // No accessory listens at a path that was cut.
+    // If the path is too long, connect fails: no accessory listens at the shortened path.
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         const int error = errno;

@@ -14,7 +14,7 @@
 ///     RecordSource -> FrameAligner -> SBCEncoder -> ToAccessory
 ///     PeripheralSource -> SBCDecoder -> PlaybackSink
 ///
-/// The audio queue's thread pushes captured audio; a thread of this class pushes what comes back.
+/// The audio queue's thread pushes captured audio. A thread of this class pushes returning audio.
 ///
 /// Threads: call it from one thread at a time.
 class LiveLoop {
@@ -27,14 +27,14 @@ class LiveLoop {
         std::uint32_t playInterruptions = 0;
     };
 
-    /// Connects to the accessory and makes the graphs. Throws std::system_error if there is no
-    /// accessory, zav::AudioQueueError if a queue cannot be made.
+    /// Connects to the accessory and makes the graphs. Throws std::system_error if no accessory
+    /// listens. Throws zav::AudioQueueError if a queue cannot be made.
     explicit LiveLoop(const char* accessoryPath);
     ~LiveLoop();
     LiveLoop(const LiveLoop&) = delete;
     LiveLoop& operator=(const LiveLoop&) = delete;
 
-    /// Starts recording. Call it once. Throws zav::AudioQueueError if there is no sound server.
+    /// Starts recording. Call it once. Throws zav::AudioQueueError if no sound server answers.
     void start();
 
     /// Whether audio can flow: the source records, the accessory is connected, and the sink plays

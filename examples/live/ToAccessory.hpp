@@ -9,8 +9,8 @@
 
 #include "Connection.hpp"
 
-/// Sends every SBC frame as a packet. A frame that the link has no room for is lost, as on a radio
-/// link, because the audio queue's thread, which calls this, must not wait.
+/// Sends every SBC frame as a packet. The audio queue's thread calls this class and must not wait.
+/// So a frame is lost if the link has no room for the frame, as on a radio link.
 class ToAccessory : public zav::PeripheralSink {
  public:
     ToAccessory(zav::NodeKey key, const std::shared_ptr<zav::AudioStreamOutputable>& upstream,

@@ -1,10 +1,10 @@
-// Stands for an accessory, in a process of its own. Sends every SBC frame that it receives back.
+// Simulates an accessory in a process of its own. Returns every SBC frame that arrives.
 //
 //     accessory SOCKET
 //
 // Makes a Unix socket at the path SOCKET and serves one connection after the other until it is
-// killed. `live_loop` is the other side. A packet is one SBC frame of 8 ms. Frames go back one
-// every 8 ms, as over a radio link, also if many have come at once.
+// killed. `live_loop` is the other side. A packet is one SBC frame of 8 ms. The program returns one
+// frame every 8 ms, as over a radio link, even if many frames arrive at once.
 
 #include <sys/socket.h>
 #include <sys/un.h>

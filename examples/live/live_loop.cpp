@@ -1,5 +1,5 @@
-// Sends the microphone to an accessory as SBC and plays what comes back, both at once, until
-// Ctrl-C:
+// Sends the microphone's audio to an accessory as SBC, and plays the returning audio at the same
+// time, until Ctrl-C:
 //
 //     RecordSource -> FrameAligner -> SBCEncoder -> ToAccessory  ~~> accessory, another process
 //     PlaybackSink <- SBCDecoder <- PeripheralSource             <~~
@@ -8,8 +8,9 @@
 //     live_loop [--restart] /tmp/accessory
 //     live_loop --server
 //
-// Read `LiveLoop`. With --restart the program makes a new one whenever the sound server has gone
-// away, because a source records once. --server only prints the sound server's name.
+// `LiveLoop` contains the graphs. With --restart the program makes a new `LiveLoop` whenever the
+// sound server has gone away, because a source records only once. --server only prints the sound
+// server's name.
 
 #include <sys/resource.h>
 
@@ -28,7 +29,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// SIGINT and SIGTERM, which stay pending until `comeWithin`.
+/// Keeps SIGINT and SIGTERM pending until `comeWithin` is called.
 class EndSignals {
  public:
     /// Construct it before other threads start: threads inherit the blocked signals.
