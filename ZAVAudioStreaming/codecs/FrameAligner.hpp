@@ -59,8 +59,7 @@ class ZAV_EXPORT FrameAligner : public AudioStreamInputable, public AudioStreamO
     /// The node that this one was made on. Fatal if it is gone.
     std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
     AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }
-    /// The upstream's current format. The constructor reads the frame size, and nothing reads it
-    /// again.
+    /// The upstream's current format. Only the constructor reads the frame size.
     AudioStreamBasicDescription outDataFormat() const override { return upstream_.dataFormat(); }
     const StreamTargets& downstreams() const noexcept { return downstreams_; }
     void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;

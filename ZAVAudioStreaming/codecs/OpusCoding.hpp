@@ -13,8 +13,8 @@
 namespace zav {
 
 /// Base of the Opus codec nodes. An Opus stream has packets of 60 ms. A chunk contains one or more
-/// packets. Its rate is 8000, 12000, 16000, 24000 or 48000 Hz, and it has one or two channels.
-/// `opusFormat` makes its format record.
+/// packets. The stream's rate is 8000, 12000, 16000, 24000 or 48000 Hz, and the stream has one or
+/// two channels. `opusFormat` makes its format record.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT OpusCoding : public CodecNode {

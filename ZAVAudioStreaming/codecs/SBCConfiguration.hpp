@@ -71,7 +71,8 @@ class ZAV_EXPORT SBCCoding::SBCConfiguration {
 ///
 /// Reads the configuration's current fields and makes no codec state.
 ///
-/// configuration  has this rate. Its mode is mono for one channel and another mode for two.
+/// configuration  has the rate `sampleRate`. Its mode is mono for one channel and another mode
+///                for two.
 ///                Nodes refuse other formats.
 /// sampleRate     frames per second
 /// channels       1 or 2

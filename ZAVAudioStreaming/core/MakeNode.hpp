@@ -11,8 +11,8 @@
 
 namespace zav {
 
-/// First parameter of every node's constructor. Only `makeNode` can make a key. So every node is
-/// made by `makeNode`, which registers it with its upstream. A derived class inherits the
+/// First parameter of every node's constructor. Only `makeNode` can make a key. So `makeNode` makes
+/// every node and registers every consuming node with its upstream. A derived class inherits the
 /// constructors with `using PeripheralSink::PeripheralSink;`.
 class NodeKey {
     NodeKey() = default;
@@ -32,8 +32,8 @@ class NodeKey {
         Arguments&&... arguments);
 };
 
-/// Makes a consuming node and registers it with `upstream`: `makeNode<SBCEncoder>(source,
-/// configuration)`.
+/// Makes a consuming node and registers it with `upstream`:
+/// `makeNode<SBCEncoder>(source, configuration)`.
 ///
 /// The node's constructor checks the upstream. If it throws, nothing is registered. `makeNode` adds
 /// the node to the upstream's targets after all its constructors, including those of derived

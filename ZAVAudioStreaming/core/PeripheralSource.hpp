@@ -9,8 +9,8 @@
 namespace zav {
 
 /// The first node of a graph. The application already has the audio as bytes, typically from the
-/// peripheral. It sets the format before it makes downstream nodes. Then it pushes the audio:
-/// `source->downstreams().receiveAudio(...)` calls every target in order. A range-for over
+/// peripheral. The application sets the format before it makes downstream nodes. Then it pushes the
+/// audio: `source->downstreams().receiveAudio(...)` calls every target in order. A range-for over
 /// `downstreams()` also visits every target. The node does not convert, buffer or check anything.
 ///
 /// Threads: the application's threads, one at a time.
