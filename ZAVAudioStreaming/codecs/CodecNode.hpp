@@ -10,13 +10,13 @@
 
 namespace zav {
 
-/// Base of the codec nodes: one upstream, any number of targets, and the output format. On its own
-/// it passes flow start and flow end on and drops every chunk.
+/// Base of the codec nodes: one upstream, any number of targets, and the output format. The base
+/// class passes flow start and flow end to the targets and drops every chunk.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT CodecNode : public AudioStreamInputable, public AudioStreamOutputable {
  public:
-    /// The node that this one was made on. Fatal if it is gone.
+    /// The upstream that this node was made with. Fatal if it is gone.
     std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
     const StreamTargets& downstreams() const noexcept { return downstreams_; }
 
@@ -24,7 +24,7 @@ class ZAV_EXPORT CodecNode : public AudioStreamInputable, public AudioStreamOutp
     void setOutDataFormat(const AudioStreamBasicDescription& format) { outDataFormat_ = format; }
     void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;
 
-    /// The upstream's format at this moment.
+    /// The upstream's current format.
     AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }
     void onAudioStreamFlowStart() override;
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,

@@ -16,8 +16,8 @@ using namespace detail;
 
 namespace {
 
-/// One frame of silence in linear PCM. Only unsigned samples have a byte that is not 0: their
-/// highest one.
+/// One frame of silence in linear PCM. All bytes are 0, except the highest byte of unsigned
+/// samples.
 std::vector<std::byte> silentFrame(const AudioStreamBasicDescription& pcm) {
     const std::uint32_t bytesPerSample = pcm.mBitsPerChannel / 8;
     const bool samplesAreFull =
@@ -92,7 +92,7 @@ void FrameAligner::onAudioStreamFlowEnd() {
     downstreams_.onAudioStreamFlowEnd();
 }
 
-/// Passes the whole pieces at the start of `pcm` on and returns how many bytes those are.
+/// Passes on the whole pieces at the start of `pcm` and returns their size in bytes.
 std::size_t FrameAligner::passPieces(std::span<const std::byte> pcm) const {
     const std::size_t size = pcm.size() - pcm.size() % bytesPerChunk_;
     if (size > 0) {

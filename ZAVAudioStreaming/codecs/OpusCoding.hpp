@@ -12,20 +12,20 @@
 
 namespace zav {
 
-/// Base of the Opus codec nodes. An Opus stream has packets of 60 ms, one or more in a chunk. Its
-/// rate is 8000, 12000, 16000, 24000 or 48000 Hz, and it has one or two channels. `opusFormat`
-/// makes its format record.
+/// Base of the Opus codec nodes. An Opus stream has packets of 60 ms. A chunk contains one or more
+/// packets. The stream's rate is 8000, 12000, 16000, 24000 or 48000 Hz, and the stream has one or
+/// two channels. `opusFormat` makes its format record.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT OpusCoding : public CodecNode {
  public:
     class OpusError;
 
-    /// Frames in 60 ms at the upstream's rate of this moment: 480, 720, 960, 1440 or 2880 at the
-    /// five rates. Computed in single precision and truncated. Fatal if the result is not finite or
-    /// does not fit.
+    /// Frames in 60 ms at the upstream's current rate: 480, 720, 960, 1440 or 2880 at the five
+    /// rates. Computed in single precision and truncated. Fatal if the result is not finite or does
+    /// not fit.
     std::int64_t frameCountPerPkt() const { return frameCountPerPkt(inDataFormat().mSampleRate); }
-    /// The same at any rate, in Hz.
+    /// Frames in 60 ms at `sampleRate`, in Hz.
     static std::int64_t frameCountPerPkt(double sampleRate);
 
  protected:
@@ -33,14 +33,15 @@ class ZAV_EXPORT OpusCoding : public CodecNode {
     /// the five rates and one or two channels. No other field of the format is checked.
     OpusCoding(const std::shared_ptr<AudioStreamOutputable>& upstream, std::uint32_t formatID);
 
-    /// Channels of the codec: those of the upstream when the node was made.
+    /// Channels of the codec. The upstream had this number when the node was made.
     std::uint32_t codecChannels() const noexcept { return codecChannels_; }
 
-    /// A fatal stop for `cause` unless libopus made the codec.
+    /// Stops the process with `cause` if libopus could not make the codec.
     static void requireCreated(FatalCause cause, int error,
                                SourcePosition position = SourcePosition::current());
-    /// Returns `result`, of `opus_encode` or `opus_decode`. A fatal stop for `cause` if it is 0 or
-    /// an error. Each error has its own text; a decoder's texts name encoding, too.
+    /// `result` comes from `opus_encode` or `opus_decode`. Returns it if it is positive. Stops the
+    /// process with `cause` if it is 0 or an error. Each error has its own text. The texts name
+    /// encoding for a decoder, too.
     static int requireSuccess(FatalCause cause, int result,
                               SourcePosition position = SourcePosition::current());
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kBytesPerSample = sizeof(opus_int16);
 
-/// Where one packet of a chunk is.
+/// Start and size of one packet in a chunk.
 struct PacketBytes {
     const std::byte* start;
     opus_int32 size;
@@ -29,7 +29,7 @@ PacketBytes bytesOfPacket(const std::byte* chunk, std::uint64_t chunkSize, std::
     return {chunk + index * packetSize, checkedCast<opus_int32>(packetSize)};
 }
 
-// A format that changes in the middle of a stream must not lead to a write outside the block.
+// A format that changes in the middle of a stream must not cause a write outside the block.
 void requireRoom(std::size_t roomInSamples, std::int32_t frameCount, std::uint32_t channels,
                  SourcePosition position = SourcePosition::current()) {
     if (checkedMultiply(checkedCast<std::size_t>(frameCount), std::size_t{channels}) >

@@ -22,17 +22,18 @@ class ZAV_EXPORT OpusDecoder : public OpusCoding {
     OpusDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream);
     ~OpusDecoder() override;
 
-    /// Decodes `packetNum` packets and passes their PCM on as one chunk, whose `packetNum` counts
-    /// frames. A chunk without packets is passed on, too. Without descriptions, the chunk is cut
-    /// into `packetNum` equal parts and the remainder is ignored, so a chunk of one packet needs no
-    /// description. An empty packet is a lost one, which libopus conceals.
+    /// Decodes `packetNum` packets and passes on their PCM as one chunk. The `packetNum` of that
+    /// chunk is the number of frames. The node also passes on a chunk without packets. Without
+    /// descriptions, the node cuts the chunk into `packetNum` equal parts and ignores the
+    /// remainder. So a chunk of one packet needs no description. An empty packet means a lost
+    /// packet. libopus conceals the loss.
     ///
     /// Precondition: every description lies within `size` bytes. The node does not check this.
     ///
-    /// Errors: fatal if libopus refuses a packet. The text is the encoder's: "Encoding failed: "
-    /// and a reason ("Not enough bytes allocated in the buffer" for a packet of more than 60 ms).
-    /// Fatal if a packet has 2 GiB or more, or if the upstream's format has changed so that the PCM
-    /// does not fit.
+    /// Errors: fatal if libopus refuses a packet. The text is the same as the encoder's: "Encoding
+    /// failed: " and a reason ("Not enough bytes allocated in the buffer" for a packet of more than
+    /// 60 ms). Fatal if a packet has 2 GiB or more, or if the upstream's format has changed and the
+    /// PCM no longer fits.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
 

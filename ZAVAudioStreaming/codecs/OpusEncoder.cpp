@@ -18,8 +18,8 @@ using namespace detail;
 namespace {
 
 constexpr std::int64_t kBytesPerPcmSample = sizeof(opus_int16);
-/// Three frames of 20 ms, each of Opus's largest size, 1275 bytes, and three bytes of the packet
-/// itself.
+/// Three frames of 20 ms and three bytes of the packet itself. An Opus frame has at most 1275
+/// bytes.
 constexpr std::size_t kMaximumPacketSize = 3828;
 
 constexpr auto kFormatHasChanged = "The upstream's format has changed";
@@ -83,7 +83,7 @@ void OpusEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint6
             encodePacket({scratch.data(), packetPcmSize}, Report::size);
         }
     }
-    // If no bytes are left over, the saved ones stay as they are: see the class comment.
+    // If no bytes are left over, the saved bytes stay unchanged: see the class comment.
     if (remaining() > 0) {
         if (!partialFrameBytes_) {
             partialFrameBytes_.emplace();
@@ -98,7 +98,7 @@ void OpusEncoder::onAudioStreamFlowEnd() {
 }
 
 void OpusEncoder::encodePacket(std::span<const std::byte> pcm, Report report) {
-    // Read again for each packet: a target may have changed the format since the last one.
+    // Read the count for each packet: a target may have changed the format since the last packet.
     const auto frameCount = checkedCast<std::int32_t>(frameCountPerPkt());
     if (frameCount * kBytesPerPcmSample * codecChannels() > static_cast<std::int64_t>(pcm.size())) {
         fatalError(FatalCause::formatMismatch,

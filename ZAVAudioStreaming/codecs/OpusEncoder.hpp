@@ -13,19 +13,19 @@ struct OpusEncoder;
 
 namespace zav {
 
-/// Turns linear PCM into Opus packets of 60 ms, with libopus's defaults for audio, such as its
+/// Turns linear PCM into Opus packets of 60 ms. Uses libopus's defaults for audio, for example a
 /// variable bit rate. The samples must be signed 16-bit integers in the machine's byte order. The
-/// node does not check this, and other samples become noise. Takes chunks of any size. Passes each
-/// packet on alone: every target receives 1 to 3828 bytes, `packetNum` 1 and no packet
+/// node does not check this, and other samples become noise. Takes chunks of any size. Passes on
+/// each packet alone: every target receives 1 to 3828 bytes, `packetNum` 1 and no packet
 /// descriptions. All targets receive a packet before any of them receives the next one.
 ///
 /// The bytes of an incomplete packet are saved for the next chunk and dropped at flow end. A chunk
 /// that is too short to complete the saved packet is added to the saved bytes.
 ///
-/// Saved bytes stay saved until a later chunk leaves bytes over, or the flow ends. If a chunk
-/// completes the saved packet and then ends exactly on a packet boundary, they stay, and the next
-/// chunk begins with them again: this audio is heard twice. Chunks of whole packets never leave
-/// bytes over; a `FrameAligner` makes them.
+/// The encoder keeps saved bytes until a later chunk leaves bytes over, or until the flow ends. A
+/// chunk may complete the saved packet and then end exactly on a packet boundary. The saved bytes
+/// stay in this case, and the encoder puts them in front of the next chunk again: this audio is
+/// heard twice. Chunks of whole packets never leave bytes over. A `FrameAligner` makes such chunks.
 ///
 /// Prints a diagnostics line for each packet that needed no saved bytes: "Succeed opus encoding to
 /// N bytes".
@@ -44,9 +44,9 @@ class ZAV_EXPORT OpusEncoder : public OpusCoding {
         return partialFrameBytes_;
     }
 
-    /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. Fatal, with
-    /// libopus's reason in the text, if libopus refuses a packet. Fatal if the upstream's format
-    /// has changed so that a packet needs more PCM than its chunk has.
+    /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. Fatal if
+    /// libopus refuses a packet. The text then contains libopus's reason. Fatal if the upstream's
+    /// format has changed and a packet needs more PCM than its chunk has.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override;
@@ -58,7 +58,8 @@ class ZAV_EXPORT OpusEncoder : public OpusCoding {
 
     enum class Report { nothing, size };
 
-    /// Encodes the PCM of one packet and passes the packet on. `pcm` is aligned for its samples.
+    /// Encodes the PCM of one packet and passes the packet on. `pcm` must be aligned for its
+    /// samples.
     void encodePacket(std::span<const std::byte> pcm, Report report);
 
     std::unique_ptr<::OpusEncoder, Destroy> codec_;

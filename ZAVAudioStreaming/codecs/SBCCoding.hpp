@@ -9,14 +9,14 @@
 
 namespace zav {
 
-/// Base of the SBC codec nodes. It holds the configuration, and its constructor checks that the
-/// upstream's format suits it.
+/// Base of the SBC codec nodes. It holds the configuration. Its constructor checks that the
+/// upstream's format matches the configuration.
 ///
-/// Threads: the thread that drives the graph. Nodes that share a configuration share this thread,
-/// too.
+/// Threads: the thread that drives the graph. Nodes that share a configuration must share this
+/// thread, too.
 class ZAV_EXPORT SBCCoding : public CodecNode {
  public:
-    /// The position of a case is libsbc's code for it.
+    /// The number of each enumerator is libsbc's code.
     enum class Frequency : std::uint8_t { _16000, _32000, _44100, _48000 };
     enum class ChannelMode : std::uint8_t { mono, dual, stereo, jointStereo };
     enum class Subband : std::uint8_t { _4, _8 };
@@ -28,7 +28,7 @@ class ZAV_EXPORT SBCCoding : public CodecNode {
     static std::uint32_t rawValue(Frequency frequency);
     /// Empty if SBC does not have this rate.
     static std::optional<Frequency> frequencyFromRawValue(std::int64_t rateInHz);
-    /// The position, 0 to 3, not the number of blocks.
+    /// The position in the enumeration, 0 to 3. It is not the number of blocks.
     static std::uint32_t rawValue(Block block) { return static_cast<std::uint32_t>(block); }
     /// Empty unless `position` is 0 to 3.
     static std::optional<Block> blockFromRawValue(std::int64_t position);

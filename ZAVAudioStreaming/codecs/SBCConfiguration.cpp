@@ -42,8 +42,8 @@ SBCHeader headerOf(const SBCCoding::SBCConfiguration& configuration) {
 }  // namespace
 
 SBCCoding::SBCConfiguration::~SBCConfiguration() {
-    // On purpose, only the record is freed, and a state that does not exist yet is made first.
-    // Without sbc_finish, libsbc's private memory stays.
+    // Two things are on purpose. `sbc` makes a state that does not exist yet. Only the record is
+    // freed: without sbc_finish, libsbc's private memory stays allocated.
     delete sbc();
 }
 

@@ -13,7 +13,7 @@ using namespace detail;
 
 namespace {
 
-// The names of these places are fixed.
+// The names and numbers of these positions are fixed.
 constexpr SourcePosition kChunkSizePosition{"SBCCoding", 481};
 constexpr SourcePosition kDecodePosition{"SBCCoding", 496};
 

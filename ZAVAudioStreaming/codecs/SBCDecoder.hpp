@@ -8,9 +8,9 @@
 
 namespace zav {
 
-/// Turns whole SBC frames into 16-bit linear PCM. It makes its configuration from the upstream's
-/// format, which for two channels always gives plain stereo. libsbc takes the mode from each frame,
-/// but every frame must have the configuration's `frameLen`. Another length is a fatal stop. Joint
+/// Turns whole SBC frames into 16-bit linear PCM. The decoder makes its configuration from the
+/// upstream's format. Two channels always give plain stereo. libsbc reads the mode from each frame,
+/// but every frame must have the configuration's `frameLen`. Fatal if the length differs. Joint
 /// stereo and dual channel usually have another length.
 ///
 /// Threads: see `SBCCoding`.
@@ -24,8 +24,8 @@ class ZAV_EXPORT SBCDecoder : public SBCCoding {
     SBCDecoder(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                const std::shared_ptr<SBCConfiguration>& configuration);
 
-    /// Decodes `packetNum` SBC frames and passes their PCM on as one chunk, whose `packetNum` also
-    /// counts SBC frames. `packetDescriptions` is ignored.
+    /// Decodes `packetNum` SBC frames and passes on their PCM as one chunk. The `packetNum` of that
+    /// chunk is also the number of SBC frames. Ignores `packetDescriptions`.
     ///
     /// Precondition: `bytes` holds `packetNum` frames. The node does not compare this with `size`.
     ///

@@ -17,7 +17,7 @@ using namespace detail;
 
 namespace {
 
-// The names of these places are fixed.
+// The names and numbers of these positions are fixed.
 constexpr SourcePosition kSavedFramePosition{"SBCCoding", 338};
 constexpr SourcePosition kWholeFramesPosition{"SBCCoding", 349};
 
@@ -37,7 +37,7 @@ void encodeFrame(sbc_t* state, const std::byte* pcm, std::size_t codeSize, std::
         fatalError(FatalCause::sbcEncoding, static_cast<std::int32_t>(result), "Encoding failed",
                    position);
     }
-    // Negative if libsbc cannot pack these settings. It has written nothing then.
+    // `written` is negative if libsbc cannot pack these settings. libsbc has written nothing then.
     zeroTail(frame, static_cast<std::size_t>(std::max<ssize_t>(written, 0)), frameLen);
 }
 
@@ -50,7 +50,7 @@ SBCEncoder::SBCEncoder(NodeKey key, const std::shared_ptr<AudioStreamOutputable>
     const auto codeSize = checkedCast<std::uint32_t>(config()->codeSize());
 
     AudioStreamBasicDescription sbc = sbcFormat(*config(), pcm.mSampleRate, pcm.mChannelsPerFrame);
-    // The sizes come from the codec state. Fields that are set later do not change it.
+    // The sizes come from the codec state. Fields that are set later do not change the state.
     sbc.mBytesPerPacket = checkedCast<std::uint32_t>(config()->frameLen());
     sbc.mFramesPerPacket =
         checkedDivide(checkedDivide(codeSize, pcm.mBitsPerChannel / 8), pcm.mChannelsPerFrame);
@@ -98,7 +98,7 @@ void SBCEncoder::receiveAudio(const void* bytes, std::uint64_t size, std::uint64
 
     downstreams().receiveAudio(output.data(), outputSize, frameCount, nullptr);
 
-    // If no bytes are left over, the saved ones stay as they are: see the class comment.
+    // If no bytes are left over, the saved bytes stay unchanged: see the class comment.
     if (remaining() > 0) {
         auto& saved = savedBytes();
         fatalWithoutMemory([&] { saved.assign(input, inputEnd); });

@@ -13,16 +13,16 @@ namespace zav {
 
 /// Turns linear PCM into SBC frames. The samples must be signed 16-bit integers. The node does not
 /// check this, and other samples become noise. Takes chunks of any size. Encodes each block of
-/// `codeSize` bytes into one frame of `frameLen` bytes, and passes all frames of a chunk on as one
-/// chunk, even if there are none.
+/// `codeSize` bytes into one frame of `frameLen` bytes, and passes on all frames of a chunk as one
+/// chunk. Passes on a chunk even if it has no frames.
 ///
 /// The bytes of an incomplete frame are saved for the next chunk and dropped at flow end. A chunk
 /// that is too short to complete the saved frame is added to the saved bytes.
 ///
-/// Saved bytes stay saved until a later chunk leaves bytes over, or the flow ends. If a chunk
-/// completes the saved frame and then ends exactly on a frame boundary, they stay, and the next
-/// chunk begins with them again: this audio is heard twice. Chunks of whole frames never leave
-/// bytes over; a `FrameAligner` makes them.
+/// The encoder keeps saved bytes until a later chunk leaves bytes over, or until the flow ends. A
+/// chunk may complete the saved frame and then end exactly on a frame boundary. The saved bytes
+/// stay in this case, and the encoder puts them in front of the next chunk again: this audio is
+/// heard twice. Chunks of whole frames never leave bytes over. A `FrameAligner` makes such chunks.
 ///
 /// Threads: see `SBCCoding`.
 class ZAV_EXPORT SBCEncoder : public SBCCoding {
@@ -40,7 +40,7 @@ class ZAV_EXPORT SBCEncoder : public SBCCoding {
 
     /// Encodes `size` bytes of PCM; `packetNum` and `packetDescriptions` are ignored. Fatal if
     /// libsbc refuses a frame ("Encoding failed"). libsbc does not refuse a bitpool above its
-    /// limit; the frames are then all zero bytes.
+    /// limit. All bytes of the frames are zero then.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
     void onAudioStreamFlowEnd() override;

@@ -10,10 +10,10 @@
 namespace zav {
 
 /// Start of both container headers: the magic text at offset 0, the sample rate at 32, and the
-/// channels at 36. Fields are little-endian, and each is read and written on its own. Bytes outside
-/// the fields are written as zero and not read.
+/// channels at 36. Fields are little-endian. Each field is read and written separately. Bytes
+/// outside the fields are written as zero and ignored by readers.
 struct ZAV_EXPORT ContainerFileHeader {
-    /// Bytes of the magic text with the zero bytes after it.
+    /// Size of the magic text in bytes, including the zero bytes after it.
     static constexpr std::size_t kMagicByteCount = 16;
 
     std::uint32_t sampleRate = 0;  ///< Hz

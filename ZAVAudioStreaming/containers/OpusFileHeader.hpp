@@ -22,7 +22,8 @@ struct ZAV_EXPORT OpusFileHeader : ContainerFileHeader {
     static bool hasMagic(std::span<const std::byte, kByteCount> bytes);
 };
 
-/// The 8 bytes before each packet: its length, little-endian, and four bytes FF that are not read.
+/// The 8 bytes before each packet: the packet's length, little-endian, and four bytes FF. Readers
+/// ignore the bytes FF.
 struct ZAV_EXPORT OpusRecordHeader {
     static constexpr std::size_t kByteCount = 8;
 

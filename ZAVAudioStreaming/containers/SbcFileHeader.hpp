@@ -12,14 +12,15 @@
 namespace zav {
 
 /// The first 64 bytes of an SBC container file. docs/sbc-container.md describes the whole format.
-/// The channel mode is not stored: one channel is mono, any other number is read as stereo.
+/// The channel mode is not stored. A reader takes one channel as mono and any other number as
+/// stereo.
 struct ZAV_EXPORT SbcFileHeader : ContainerFileHeader {
     static constexpr std::size_t kByteCount = 64;
-    /// Followed by zero bytes up to `kMagicByteCount`.
+    /// Zero bytes follow it up to `kMagicByteCount`.
     static constexpr std::string_view kMagicText = "ZAV.Sbc";
 
-    std::uint8_t subbands = 0;    ///< 0: 4, 1: 8
-    std::uint8_t blocks = 0;      ///< 0, 1, 2, 3: 4, 8, 12, 16
+    std::uint8_t subbands = 0;    ///< 0: 4 subbands, 1: 8 subbands
+    std::uint8_t blocks = 0;      ///< code 0 to 3 for 4, 8, 12, 16 blocks
     std::uint8_t endianness = 0;  ///< byte order of the PCM side, 0: little, 1: big
     std::uint8_t allocation = 0;  ///< 0: loudness, 1: SNR
     std::uint8_t bitpool = 0;

@@ -7,8 +7,8 @@
 
 namespace zav {
 
-/// Thrown by the constructor of a node if the format of its upstream does not suit it. Nothing has
-/// been registered with the upstream.
+/// A node's constructor throws this error if the node cannot use the format of its upstream.
+/// Nothing has been registered with the upstream then.
 class ZAV_EXPORT AudioStreamError : public std::runtime_error {
  public:
     enum class Code { unacceptableData };

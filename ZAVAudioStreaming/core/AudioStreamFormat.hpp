@@ -12,7 +12,8 @@
 namespace zav {
 
 /// Format of a stream. A plain value: nodes copy it and never share it. All fields are zero while a
-/// node does not know its output format. 40 bytes, laid out as the platform's own record.
+/// node does not know its output format. The record has 40 bytes and the layout of the platform's
+/// own record.
 struct AudioStreamBasicDescription {
     double mSampleRate = 0;               ///< frames per second
     std::uint32_t mFormatID = 0;          ///< kAudioFormat... code
@@ -29,8 +30,8 @@ struct AudioStreamBasicDescription {
 };
 static_assert(sizeof(AudioStreamBasicDescription) == 40);
 
-/// Place of one packet inside a chunk, for packets that vary in size. Chunks of packets of constant
-/// size (PCM, SBC) have no descriptions.
+/// Place of one packet inside a chunk, for packets that vary in size. If all packets have one size
+/// (PCM, SBC), the chunk has no descriptions.
 struct AudioStreamPacketDescription {
     std::int64_t mStartOffset = 0;              ///< bytes from the start of the chunk
     std::uint32_t mVariableFramesInPacket = 0;  ///< frames; 0 when constant for the format
@@ -64,8 +65,7 @@ inline constexpr std::uint32_t kAudioFormatFlagIsPacked = 0x8;
 inline constexpr std::uint32_t kAudioFormatFlagIsAlignedHigh = 0x10;  ///< in a wider container
 inline constexpr std::uint32_t kAudioFormatFlagIsNonInterleaved = 0x20;
 
-/// Values of `mFormatFlags` for ALAC and FLAC: the bits of a sample before it was encoded. 0 if
-/// unknown.
+/// Values of `mFormatFlags` for ALAC and FLAC: bits per sample before encoding. 0 if unknown.
 inline constexpr std::uint32_t kLosslessFormatFlag_16BitSourceData = 1;
 inline constexpr std::uint32_t kLosslessFormatFlag_20BitSourceData = 2;
 inline constexpr std::uint32_t kLosslessFormatFlag_24BitSourceData = 3;
@@ -74,19 +74,19 @@ inline constexpr std::uint32_t kLosslessFormatFlag_32BitSourceData = 4;
 /// SBC streams: a zero byte, then "sbc".
 inline constexpr std::uint32_t kAudioFormatSbc = 0x00736263;
 
-/// Bits of `mFormatFlags` for SBC. They hold neither the sample rate, which is in `mSampleRate`,
-/// nor the channel mode. A format contains only the number of channels.
+/// Bits of `mFormatFlags` for SBC. They do not contain the sample rate, which is in `mSampleRate`.
+/// A format contains the number of channels, but not the channel mode.
 inline constexpr std::uint32_t kSbcFormatFlagIsBigEndian = 0x2;  ///< PCM side is big-endian
 inline constexpr std::uint32_t kSbcFormatFlagBlocksBits =
-    0x300;  ///< 0, 1, 2, 3: 4, 8, 12, 16 blocks
+    0x300;  ///< code 0 to 3 for 4, 8, 12, 16 blocks
 inline constexpr std::uint32_t kSbcFormatFlagIs8Blocks = 0x100;
 inline constexpr std::uint32_t kSbcFormatFlagIs12Blocks = 0x200;
 inline constexpr std::uint32_t kSbcFormatFlagAllocationBits = 0x400;  ///< set: SNR, clear: loudness
 inline constexpr std::uint32_t kSbcFormatFlagIs8Subband = 0x800;      ///< set: 8 subbands, clear: 4
 inline constexpr std::uint32_t kSbcFormatFlagBitPoolBits = 0xFF0000;
 
-/// Format of linear PCM: packed signed integers, little-endian, the channels of a frame one after
-/// the other. The codec nodes take and make it with 16 bits.
+/// Format of linear PCM: packed signed integers, little-endian. The samples of a frame follow one
+/// another, one for each channel. The codec nodes take and produce only 16-bit PCM.
 ///
 /// sampleRate      frames per second
 /// channels        samples in a frame
@@ -104,8 +104,8 @@ constexpr AudioStreamBasicDescription linearPcm(double sampleRate, std::uint32_t
             .mBitsPerChannel = bitsPerChannel};
 }
 
-/// Format of an Opus stream, as the Opus nodes take and announce it. Both the size and the duration
-/// of a packet may vary, so they are 0.
+/// Format of an Opus stream, as the Opus nodes take and report it. The size and the duration of a
+/// packet may vary, so both fields are 0.
 ///
 /// sampleRate  frames per second on the PCM side: 8000, 12000, 16000, 24000 or 48000
 /// channels    1 or 2

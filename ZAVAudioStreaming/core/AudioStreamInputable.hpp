@@ -11,8 +11,8 @@ namespace zav {
 /// then calls flow end. Several flows may follow each other.
 ///
 /// Nodes live in `std::shared_ptr`. `makeNode` makes them and registers them with their upstream.
-/// The upstream holds them strongly, and they hold it weakly. The application keeps the source, and
-/// the source keeps the graph.
+/// An upstream holds its targets strongly. A target holds its upstream weakly. The application
+/// keeps the source alive, and the source keeps the graph alive.
 ///
 /// Threads: all calls of one graph come from the thread that drives its source, one at a time.
 class ZAV_EXPORT AudioStreamInputable {
@@ -22,8 +22,8 @@ class ZAV_EXPORT AudioStreamInputable {
     AudioStreamInputable(const AudioStreamInputable&) = delete;
     AudioStreamInputable& operator=(const AudioStreamInputable&) = delete;
 
-    /// The upstream's `outDataFormat` at this moment; nodes do not cache it. Fatal if the upstream
-    /// is gone.
+    /// The upstream's current `outDataFormat`. Nodes do not cache it. Fatal if the upstream is
+    /// gone.
     virtual AudioStreamBasicDescription inDataFormat() const = 0;
 
     /// A stream is about to start.
@@ -34,12 +34,12 @@ class ZAV_EXPORT AudioStreamInputable {
     /// bytes               raw audio in `inDataFormat`; borrowed, valid only during the call
     /// size                length of `bytes`, in bytes
     /// packetNum           packets in the chunk: frames for PCM, SBC frames for SBC, packets for
-    ///                     Opus. From an `SBCDecoder` it is the number of SBC frames, although the
+    ///                     Opus. An `SBCDecoder` passes the number of SBC frames, although its
     ///                     bytes are PCM.
     /// packetDescriptions  `packetNum` records, or null for packets of constant size; borrowed
     ///
-    /// Callback: may add targets to the graph, must not destroy a node of it.
-    /// Errors:   throws nothing of its own. Audio that the node cannot take is a fatal stop.
+    /// Callback: may add targets to the graph. Must not destroy a node of the graph.
+    /// Errors:   throws nothing of its own. Fatal if the node cannot take the audio.
     virtual void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                               const AudioStreamPacketDescription* packetDescriptions) = 0;
 

@@ -22,9 +22,9 @@ class ZAV_EXPORT AudioStreamOutputable {
     /// Format of the audio that this node pushes. Valid once the node is made.
     virtual AudioStreamBasicDescription outDataFormat() const = 0;
 
-    /// Appends `target` to the targets and holds it strongly. A target cannot be removed. One that
-    /// is added twice receives everything twice. Never fails. An implementation must not read the
-    /// formats of `target` here, because they may not be known yet.
+    /// Appends `target` to the targets and holds it strongly. A target cannot be removed. A target
+    /// that is added twice receives everything twice. Never fails. An implementation must not read
+    /// the formats of `target` here, because the target may not know them yet.
     virtual void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) = 0;
 
  protected:

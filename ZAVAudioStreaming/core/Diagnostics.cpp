@@ -14,7 +14,7 @@ using namespace detail;
 namespace {
 
 struct InstalledReceiver {
-    SharedMutex mutex;  ///< shared by running calls, so that none waits for another
+    SharedMutex mutex;  ///< shared by running calls, so they do not wait for each other
     DiagnosticsHandler handler ZAV_GUARDED_BY(mutex);
 };
 
@@ -24,7 +24,7 @@ InstalledReceiver& installedReceiver() {
 }
 
 void printToStandardOutput(std::string_view line) {
-    // One call a line: stdio locks the stream only for one call.
+    // Print the line with one call: stdio locks the stream only for one call.
     std::fputs((std::string(line) + "\n").c_str(), stdout);
 }
 

@@ -27,8 +27,8 @@ InstalledHandler& installedHandler() {
 /// True while this thread runs the handler.
 thread_local bool isHandling = false;
 
-/// Sets `isHandling` for a scope. A handler that throws, as a fuzzer's does, is called again at the
-/// next stop.
+/// Sets `isHandling` for a scope. A fuzzer's handler throws. The flag is cleared then, too, so the
+/// next stop calls the handler again.
 class Handling {
  public:
     Handling() { isHandling = true; }
@@ -69,7 +69,8 @@ void fatalError(FatalCause cause, std::int32_t code, std::string_view text,
     if (isHandling) {
         printAndAbort(stop);
     }
-    // Held to the end: a stop on another thread must not abort while the handler saves its work.
+    // Hold the lock to the end: a stop on another thread must not abort while the handler saves
+    // data.
     InstalledHandler& current = installedHandler();
     const MutexLock lock(current.mutex);
     if (current.handler) {

@@ -8,22 +8,22 @@
 
 namespace zav {
 
-/// A place in the sources. For some stops it is a fixed name and number instead. As a default
-/// argument, `current()` is the place of the caller.
+/// A place in the sources. Some stops have a fixed name and number instead. As a default argument,
+/// `current()` returns the place of the caller.
 struct SourcePosition {
-    const char* file;  ///< file name; `fatalError` leaves out its folder
+    const char* file;  ///< file name; `fatalError` removes the folder
     std::uint32_t line;
 
-    // Not std::source_location: Clang 14, which lints and fuzzes this library, lacks it. Cheap on
-    // purpose: checked arithmetic passes a position at every step of a codec loop.
+    // Clang 14 lints and fuzzes this library, and it has no std::source_location. A position is
+    // cheap to make on purpose: checked arithmetic passes one at every step of a codec loop.
     static constexpr SourcePosition current(const char* file = __builtin_FILE(),
                                             std::uint32_t line = __builtin_LINE()) {
         return {file, line};
     }
 };
 
-/// Why a process stops. Each cause has one kind of `FatalStop::code`, which is 0 where none is
-/// named.
+/// Why a process stops. The comment of a cause names its `FatalStop::code` after the semicolon. The
+/// code is 0 for causes without a semicolon.
 enum class FatalCause : std::uint8_t {
     misuse,            ///< the application broke a rule of the library, such as a null target
     formatMismatch,    ///< audio does not have the format that its node was made for
@@ -43,7 +43,7 @@ enum class FatalCause : std::uint8_t {
     brokenService,     ///< a service below the nodes broke its own contract
 };
 
-/// What a handler learns about a fatal stop. Valid only during the call.
+/// Describes a fatal stop to a handler. Valid only during the call.
 struct FatalStop {
     FatalCause cause;
     std::int32_t code;      ///< see `FatalCause`
@@ -51,31 +51,33 @@ struct FatalStop {
     SourcePosition position;
 };
 
-/// Ends the process because an expectation is broken that nothing can mend. Calls the installed
-/// handler, prints one line, "Fatal error: TEXT: file POSITION, line N", on standard error, and
-/// aborts. Allocates nothing.
+/// Ends the process after a fault that cannot be repaired. Calls the installed handler. Then prints
+/// one line on standard error ("Fatal error: TEXT: file POSITION, line N") and aborts. Allocates
+/// nothing.
 ///
 /// Threads: any. A stop on a second thread waits until the first one has ended the process.
 [[noreturn]] ZAV_EXPORT void fatalError(FatalCause cause, std::string_view text,
                                         SourcePosition position = SourcePosition::current());
 
-/// The same with the code that belongs to the cause.
+/// Does the same with a code. `FatalCause` names the kind of code for each cause.
 [[noreturn]] ZAV_EXPORT void fatalError(FatalCause cause, std::int32_t code, std::string_view text,
                                         SourcePosition position = SourcePosition::current());
 
 /// Receives a fatal stop before its line is printed.
 using FatalErrorHandler = std::function<void(const FatalStop& stop)>;
 
-/// Installs the handler of this process and returns the previous one (empty: none, the default).
+/// Installs the handler of this process and returns the previous handler. An empty handler, the
+/// default, means that there is none.
 ///
-/// The handler may save what it can, and may end the process itself with its own words and exit
-/// code (`std::_Exit`). When it returns, the stop goes on: the line is printed and the process
-/// aborts. It runs on the thread that met the fault, in the middle of a node's call. It must not
-/// throw, call into the library (this function included), or wait for another thread, which may
-/// have met a fault itself and wait for the end of the process. A second stop inside the handler
-/// does not call it again: that stop's line is printed and the process aborts.
+/// The handler may save data. It may also end the process itself, with its own message and exit
+/// code (`std::_Exit`). If the handler returns, `fatalError` prints the line and aborts. The
+/// handler runs on the thread of the fault, in the middle of a node's call. It must not throw. It
+/// must not call the library, including this function. It must not wait for another thread, because
+/// that thread may have a fault, too, and wait for the end of the process. A second stop inside the
+/// handler does not call the handler again: `fatalError` prints the line of the second stop and
+/// aborts.
 ///
-/// Threads: any. While a handler runs, it waits for the end of the process.
+/// Threads: any. A call that comes while a handler runs waits for the end of the process.
 ZAV_EXPORT FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler);
 
 }  // namespace zav

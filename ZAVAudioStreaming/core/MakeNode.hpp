@@ -11,9 +11,9 @@
 
 namespace zav {
 
-/// First parameter of every node's constructor. Only `makeNode` can make a key, so that every node
-/// is linked. A derived class inherits the constructors with
-/// `using PeripheralSink::PeripheralSink;`.
+/// First parameter of every node's constructor. Only `makeNode` can make a key. So `makeNode` makes
+/// every node and registers every consuming node with its upstream. A derived class inherits the
+/// constructors with `using PeripheralSink::PeripheralSink;`.
 class NodeKey {
     NodeKey() = default;
 
@@ -32,21 +32,22 @@ class NodeKey {
         Arguments&&... arguments);
 };
 
-/// Makes a consuming node on `upstream` and registers it there:
+/// Makes a consuming node and registers it with `upstream`:
 /// `makeNode<SBCEncoder>(source, configuration)`.
 ///
-/// The node's constructor checks the upstream and may throw. Nothing is registered then. The node
-/// is added to the upstream's targets after its constructor, and those of derived classes, have
-/// returned. The upstream holds the node strongly, and the node holds the upstream weakly. Fatal if
-/// `upstream` is null.
+/// The node's constructor checks the upstream. If it throws, nothing is registered. `makeNode` adds
+/// the node to the upstream's targets after all its constructors, including those of derived
+/// classes, have returned. The upstream holds the node strongly, and the node holds the upstream
+/// weakly. Fatal if `upstream` is null.
 ///
-/// Some nodes need a step after their constructor: they hand out a weak reference to themselves, or
-/// must be registered before something that can fail. Such a node declares a public
+/// Some nodes need a step after their constructor. They may hand out a weak reference to
+/// themselves, or do work that can fail only after they are registered. Such a node declares this
+/// public function:
 ///
 ///     void onMade(NodeKey, std::weak_ptr<ItsClass> self);
 ///
-/// `makeNode` calls it last. It may throw. A consuming node then stays registered, and its upstream
-/// keeps it alive, so from then on it must do nothing.
+/// `makeNode` calls `onMade` last. `onMade` may throw. A consuming node then stays registered, and
+/// its upstream keeps it alive. From then on, the node must do nothing.
 template <std::derived_from<AudioStreamInputable> Node, class... Arguments>
 std::shared_ptr<Node> makeNode(std::shared_ptr<AudioStreamOutputable> upstream,
                                Arguments&&... arguments) {

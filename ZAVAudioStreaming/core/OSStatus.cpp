@@ -12,7 +12,7 @@ std::array<unsigned char, 4> bytesOf(std::uint32_t code) {
             static_cast<unsigned char>(code >> 8U), static_cast<unsigned char>(code)};
 }
 
-// Not std::isprint: the application's locale must not change the text.
+// Do not use std::isprint: the application's locale must not change the text.
 bool isPrintable(unsigned char byte) {
     return byte >= 0x20 && byte < 0x7F;
 }

@@ -14,7 +14,7 @@ using OSStatus = std::int32_t;
 
 inline constexpr OSStatus noErr = 0;
 
-/// Packs four characters, the first one in the highest byte: fourCharCode("lpcm") is 0x6C70636D.
+/// Packs four characters. The first one is in the highest byte: fourCharCode("lpcm") is 0x6C70636D.
 constexpr std::uint32_t fourCharCode(const char (&text)[5]) {
     std::uint32_t code = 0;
     for (std::size_t i = 0; i < 4; ++i) {

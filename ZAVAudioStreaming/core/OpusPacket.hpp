@@ -7,11 +7,13 @@
 
 namespace zav {
 
-/// Rate in Hz at which Opus counts all durations, whatever the rate of the encoded audio was.
+/// Rate in Hz. Opus counts all durations at this rate, independent of the rate of the encoded
+/// audio.
 inline constexpr std::uint32_t kOpusRate = 48000;
 
-/// Frames at 48 kHz in an Opus packet, by its first two bytes (RFC 6716, section 3.1). 0 if the
-/// packet is empty or invalid: longer than 120 ms, or without the byte that counts its frames.
+/// Frames at 48 kHz in an Opus packet, computed from its first two bytes (RFC 6716, section 3.1). 0
+/// if the packet is empty or invalid. A packet is invalid if it is longer than 120 ms or lacks the
+/// byte that counts its frames.
 constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
     if (packet.empty()) {
         return 0;
@@ -34,20 +36,23 @@ constexpr std::uint32_t opusFrameCount(std::span<const std::byte> packet) {
     return frameSize * count > kMostFrames ? 0 : frameSize * count;
 }
 
-/// The 16 bits at `offset`, lowest byte first, of an identification header that is long enough.
+/// Reads the 16 bits at `offset` of an identification header, lowest byte first. The header must be
+/// long enough.
 constexpr std::uint16_t opusHeadField(std::span<const std::byte> opusHead, std::size_t offset) {
     return static_cast<std::uint16_t>(std::to_integer<std::uint32_t>(opusHead[offset]) |
                                       std::to_integer<std::uint32_t>(opusHead[offset + 1]) << 8U);
 }
 
 /// Frames at 48 kHz that a player drops at the start of a stream. `opusHead` is the identification
-/// header (RFC 7845, section 5.1), which is the magic cookie of Opus files. 0 if it is too short.
+/// header (RFC 7845, section 5.1), which is the magic cookie of Opus files. 0 if the header is too
+/// short.
 constexpr std::uint32_t opusPreSkip(std::span<const std::byte> opusHead) {
     constexpr std::size_t kOffset = 10;
     return opusHead.size() < kOffset + 2 ? 0 : opusHeadField(opusHead, kOffset);
 }
 
-/// Factor by which a player multiplies decoded samples, from the same header. 1 if it is too short.
+/// Gain factor from the same header. A player multiplies decoded samples by it. 1 if the header is
+/// too short.
 inline double opusGain(std::span<const std::byte> opusHead) {
     constexpr std::size_t kOffset = 16;  // a signed number of 1/256 decibels
     if (opusHead.size() < kOffset + 2) {

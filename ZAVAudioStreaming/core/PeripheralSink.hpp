@@ -9,8 +9,8 @@
 
 namespace zav {
 
-/// Tail of a graph that the application fills in. Derive from it and override the operations that
-/// you need, typically to send the bytes to the peripheral.
+/// The last node of a graph. The application implements it. Derive from it and override the
+/// operations that you need, typically to send the bytes to the peripheral.
 ///
 ///     class Accessory : public zav::PeripheralSink {
 ///      public:
@@ -26,7 +26,7 @@ class ZAV_EXPORT PeripheralSink : public AudioStreamInputable {
  public:
     PeripheralSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream);
 
-    /// The node that this one was made on. Fatal if it is gone.
+    /// The upstream that this node was made with. Fatal if it is gone.
     std::shared_ptr<AudioStreamOutputable> upstream() const { return upstream_.get(); }
 
     AudioStreamBasicDescription inDataFormat() const override { return upstream_.dataFormat(); }

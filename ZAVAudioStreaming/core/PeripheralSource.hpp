@@ -8,17 +8,17 @@
 
 namespace zav {
 
-/// Head of a graph for audio that the application already holds as bytes, typically because the
-/// peripheral sent it. The application sets the format before it makes downstream nodes. Then it
-/// pushes: `source->downstreams().receiveAudio(...)` calls every target in order. A range-for over
-/// `downstreams()` reaches them, too. The node converts, buffers and checks nothing.
+/// The first node of a graph. The application already has the audio as bytes, typically from the
+/// peripheral. The application sets the format before it makes downstream nodes. Then it pushes the
+/// audio: `source->downstreams().receiveAudio(...)` calls every target in order. A range-for over
+/// `downstreams()` also visits every target. The node does not convert, buffer or check anything.
 ///
-/// Threads: the application's, one at a time.
+/// Threads: the application's threads, one at a time.
 class ZAV_EXPORT PeripheralSource : public AudioStreamOutputable {
  public:
     explicit PeripheralSource(NodeKey) {}
 
-    /// All zero until it is set.
+    /// All fields are zero until the format is set.
     AudioStreamBasicDescription outDataFormat() const override { return outDataFormat_; }
     void setOutDataFormat(const AudioStreamBasicDescription& format) { outDataFormat_ = format; }
 

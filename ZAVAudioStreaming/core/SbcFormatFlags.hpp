@@ -10,9 +10,9 @@ namespace zav {
 /// The fields of an SBC stream's `mFormatFlags`.
 struct SbcFormatFlags {
     bool isBigEndian = false;  ///< byte order of the PCM side
-    std::uint8_t blocks = 0;   ///< 0, 1, 2, 3: 4, 8, 12, 16 blocks
-    bool isSnr = false;        ///< allocation by SNR, otherwise by loudness
-    bool is8Subbands = false;  ///< otherwise 4
+    std::uint8_t blocks = 0;   ///< code 0 to 3 for 4, 8, 12, 16 blocks
+    bool isSnr = false;        ///< true: allocation by SNR, false: by loudness
+    bool is8Subbands = false;  ///< true: 8 subbands, false: 4
     std::uint8_t bitpool = 0;
 
     constexpr std::uint32_t packed() const {

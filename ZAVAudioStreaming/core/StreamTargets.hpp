@@ -12,8 +12,8 @@
 namespace zav {
 
 /// The targets of a producing node, in the order in which they were added. A target may add another
-/// one while it is called: each operation, and a range-for too, reaches the targets that were in
-/// the list when it began.
+/// target while it is called. Each operation, and each range-for, reaches only the targets that
+/// were in the list at its start.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT StreamTargets {
@@ -23,7 +23,7 @@ class ZAV_EXPORT StreamTargets {
     /// Appends a target. Fatal if it is null.
     void add(std::shared_ptr<AudioStreamInputable> target);
 
-    /// Each makes the same call on every target, one after the other.
+    /// Each of these functions makes the same call on every target, one after the other.
     void onAudioStreamFlowStart() const;
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) const;
@@ -45,7 +45,7 @@ class ZAV_EXPORT StreamTargets {
     std::vector<std::shared_ptr<AudioStreamInputable>> targets_;
 };
 
-/// Counts by index, so that a target that is added during the walk does not invalidate it.
+/// Holds an index. So a target that is added during the loop does not invalidate the iterator.
 class StreamTargets::Iterator {
  public:
     using iterator_category = std::input_iterator_tag;

@@ -14,8 +14,8 @@ class ZAV_EXPORT UpstreamLink {
     explicit UpstreamLink(const std::shared_ptr<AudioStreamOutputable>& upstream)
         : upstream_(upstream) {}
 
-    /// The upstream. Fatal if it is gone: the application must keep every upstream alive as long as
-    /// its downstreams.
+    /// The upstream. Fatal if it is gone: the application must keep every upstream alive at least
+    /// as long as its downstreams.
     std::shared_ptr<AudioStreamOutputable> get() const;
 
     /// The upstream's current format.

@@ -6,7 +6,7 @@
 /// shared library.
 extern "C" {
 
-/// One line, with a line feed and a zero byte at its end, that the tool `what` finds in a binary.
+/// One line that ends with a line feed and a zero byte. The tool `what` finds it in a binary.
 ZAV_EXPORT extern const unsigned char ZAVAudioStreamingVersionString[];
 
 ZAV_EXPORT extern const double ZAVAudioStreamingVersionNumber;

@@ -14,9 +14,10 @@
 
 namespace zav {
 
-/// Base of the sinks of the library's own two file formats. The constructor creates the empty file.
-/// Flow start opens it and writes the header. Flow end closes it. A later flow writes over the file
-/// from its first byte on and does not shorten it: if the earlier flow was longer, its end stays.
+/// Base of the sinks for the library's own two file formats. The constructor creates the empty
+/// file. Flow start opens it and writes the header. Flow end closes it. A later flow overwrites the
+/// file from its first byte and does not shorten the file. If the earlier flow was longer, the end
+/// of its data stays.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT ContainerFileSink : public AudioStreamInputable {
@@ -31,16 +32,16 @@ class ZAV_EXPORT ContainerFileSink : public AudioStreamInputable {
     void onAudioStreamFlowEnd() override;
 
  protected:
-    /// Creates the file, or empties an existing one. Throws `AudioFileError::create` if it cannot.
+    /// Creates the file, or empties an existing one. Throws `AudioFileError::create` if this fails.
     ContainerFileSink(const std::shared_ptr<AudioStreamOutputable>& upstream,
                       std::filesystem::path fileUrl);
 
-    /// Whether the upstream's rate is one of these, in Hz. Reads the format again.
+    /// Whether `ratesInHz` contains the upstream's rate. Reads the format again.
     static bool hasRateOf(std::span<const double> ratesInHz, const AudioStreamOutputable& upstream);
     /// Whether the upstream has one or two channels. Reads the format again.
     static bool isMonoOrStereo(const AudioStreamOutputable& upstream);
 
-    /// Writes the header for the upstream's format of this moment. Throws `std::system_error`.
+    /// Writes the header for the upstream's current format. Throws `std::system_error`.
     virtual void writeFileMeta() = 0;
 
     /// Fills in the fields that both headers have. Fatal if the rate or the number of channels does

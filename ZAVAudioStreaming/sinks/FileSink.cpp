@@ -48,7 +48,7 @@ void FileSink::setMagicCookie(std::span<const std::byte> magicCookie) {
 void FileSink::onAudioStreamFlowStart() {
     const AudioStreamBasicDescription format = inDataFormat();
     if (fileID_ != nullptr) {
-        // The flow before has not ended. Close its file before the new one replaces it.
+        // The previous flow has not ended. Close its file before the new one replaces it.
         static_cast<void>(AudioFileClose(std::exchange(fileID_, nullptr)));
     }
     if (const OSStatus status = AudioFileCreateWithURL(fileURL_, fileFormat_, &format,

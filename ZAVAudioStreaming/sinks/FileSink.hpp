@@ -14,18 +14,18 @@
 
 namespace zav {
 
-/// Writes the packets that it receives into an audio file of a chosen type. Flow start creates the
-/// file in the upstream's format of that moment, and flow end closes it. Chunks outside a flow are
-/// dropped silently.
+/// Writes received packets into an audio file of a chosen type. Flow start creates the file in the
+/// upstream's current format. Flow end closes the file. Chunks outside a flow are dropped silently.
 ///
-/// A second flow replaces the file but goes on counting packets: its first packet has the index
-/// after the last one of the first flow. Types that can have a gap get silence in front of it.
+/// A second flow replaces the file but continues the packet count: its first packet has the index
+/// after the last packet of the first flow. File types that can have a gap get silence before this
+/// packet.
 ///
 /// Threads: the thread that drives the graph.
 class ZAV_EXPORT FileSink : public AudioStreamInputable {
  public:
-    /// Touches no file and checks no format. A format that the type cannot hold is found at flow
-    /// start.
+    /// Does not touch the file or check the format. Flow start is fatal if the file type cannot
+    /// contain the format.
     FileSink(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
              std::filesystem::path fileUrl, AudioFileTypeID fileFormat);
     ~FileSink() override;
@@ -48,8 +48,8 @@ class ZAV_EXPORT FileSink : public AudioStreamInputable {
     /// status) or if `size` or `packetNum` does not fit 32 bits.
     void receiveAudio(const void* bytes, std::uint64_t size, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions) override;
-    /// Closes the file. Fatal if no file is open. A failure to close is ignored: all of a FLAC,
-    /// ALAC or Vorbis file is lost then if it never got its magic cookie.
+    /// Closes the file. Fatal if no file is open. A failure to close is ignored. A FLAC, ALAC or
+    /// Vorbis file without a magic cookie is completely lost then.
     void onAudioStreamFlowEnd() override;
 
  private:

@@ -19,7 +19,7 @@ using namespace detail;
 
 namespace {
 
-/// Copies as much of `input` as fits behind the buffer's audio, and returns the rest.
+/// Appends as much of `input` to the buffer's audio as fits. Returns the rest.
 std::span<const std::byte> append(std::span<const std::byte> input, AudioQueueBuffer& buffer) {
     const std::size_t room = buffer.mAudioDataBytesCapacity - buffer.mAudioDataByteSize;
     const auto taken = input.first(std::min(input.size(), room));
@@ -31,7 +31,7 @@ std::span<const std::byte> append(std::span<const std::byte> input, AudioQueueBu
 
 }  // namespace
 
-/// The queue of a sink, its buffers, and what happens to them.
+/// The queue of a sink, its buffers, and the operations on both.
 class detail::PlaybackSinkImpl {
  public:
     using Handler = std::shared_ptr<const std::function<void()>>;
@@ -53,7 +53,7 @@ class detail::PlaybackSinkImpl {
     }
     void setHandler(Handler handler) ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
-        handler_.swap(handler);  // the old one is destroyed without the lock
+        handler_.swap(handler);  // the old handler is destroyed unlocked
     }
     std::optional<double> schedule() const ZAV_EXCLUDES(mutex_) {
         const MutexLock lock(mutex_);
@@ -68,8 +68,8 @@ class detail::PlaybackSinkImpl {
         return paused_;
     }
 
-    /// Copies `input` into buffers and enqueues those that are half full. Starts the queue if a
-    /// buffer was enqueued and the start is due.
+    /// Copies `input` into buffers and enqueues each buffer that is at least half full. Starts the
+    /// queue if a buffer was enqueued and the start is due.
     void receiveAudio(std::span<const std::byte> input, std::uint64_t packetNum,
                       const AudioStreamPacketDescription* packetDescriptions);
     /// Enqueues the rest and lets the queue stop when everything has been played.
@@ -91,11 +91,12 @@ class detail::PlaybackSinkImpl {
 
     const PlaybackSink& sink_;
 
-    /// Held during one event: while the sink decides about its buffers, calls the queue and prints
-    /// the lines about it. So the lines come in the order of the events, and the queue is never
-    /// paused with audio in it. No function of the queue runs a callback.
+    /// Held during one event. In an event, the sink decides about its buffers, calls the queue and
+    /// prints lines about the event. So the lines come in the order of the events, and the sink
+    /// never pauses a queue that contains audio. Holding it is safe, because no function of the
+    /// queue runs a callback.
     Mutex events_;
-    /// Changes in events only, like the buffers' contents.
+    /// The pool and the contents of its buffers change in events only.
     BufferPool<AudioQueueBuffer> buffers_;
 
     mutable Mutex mutex_ ZAV_ACQUIRED_AFTER(events_);  ///< no line is printed under it
@@ -104,7 +105,7 @@ class detail::PlaybackSinkImpl {
     std::optional<double> schedule_ ZAV_GUARDED_BY(mutex_);
     bool paused_ ZAV_GUARDED_BY(mutex_) = false;  ///< changes in events only
 
-    OwnedAudioQueue queue_;  // last, so that no callback finds the other members gone
+    OwnedAudioQueue queue_;  // last: destroyed before the members that callbacks use
 };
 
 std::uint32_t PlaybackSinkImpl::bufferSize() {
@@ -131,7 +132,8 @@ void PlaybackSinkImpl::receiveAudio(std::span<const std::byte> input, std::uint6
         AudioQueueBuffer& buffer = bufferToFill(size);
         input = append(input, buffer);
 
-        // If the size was raised since, an older buffer is full before it reaches half the size.
+        // An older buffer may be smaller than half of a size that was raised later. Enqueue it when
+        // full.
         const std::uint32_t filledSize = buffer.mAudioDataByteSize;
         if (filledSize < size / 2 && filledSize < buffer.mAudioDataBytesCapacity) {
             break;
@@ -165,10 +167,10 @@ AudioQueueBuffer& PlaybackSinkImpl::bufferToFill(std::uint32_t sizeInBytes) {
     return *buffer;
 }
 
-/// Resumes what the sink has paused, or starts what has been scheduled.
+/// Resumes a queue that the sink has paused, or starts a queue that `autoPlay` has scheduled.
 void PlaybackSinkImpl::startWhenDue() {
-    // Ask the upstream only when its answer counts, and under no lock: it may be the application's
-    // code.
+    // Ask the upstream only if its answer is needed. Hold no lock: the upstream may be the
+    // application's code.
     std::optional<AudioStreamBasicDescription> format;
     if (schedule() && !paused()) {
         format = sink_.inDataFormat();
@@ -182,7 +184,8 @@ void PlaybackSinkImpl::startWhenDue() {
 }
 
 void PlaybackSinkImpl::resume() {
-    // All that was just enqueued may have been played by now, and the pause be newer than that.
+    // The queue may have played all new buffers already, and the sink may have paused it after
+    // that.
     if (buffers_.isAnyInUse()) {
         static_cast<void>(AudioQueueStart(queue(), nullptr));
         printDiagnostics("Resume playing");
@@ -191,7 +194,7 @@ void PlaybackSinkImpl::resume() {
 }
 
 void PlaybackSinkImpl::startWhenScheduled(const AudioStreamBasicDescription& format) {
-    // Holds the lock, so that a stop comes before or after the start, not in between.
+    // Hold the lock: a stop must not come between the check of the schedule and the start.
     const MutexLock lock(mutex_);
     if (!schedule_) {
         return;
@@ -222,7 +225,8 @@ void PlaybackSinkImpl::takeBack(AudioQueueBuffer& buffer) {
         try {
             (*called)();
         } catch (...) {
-            // The application's own failure: playing goes on with whatever it pushes.
+            // Only the application's handler has failed. Playing continues with the audio that is
+            // pushed.
         }
     }
 }
@@ -254,8 +258,8 @@ void PlaybackSinkImpl::endFlow() {
     static_cast<void>(AudioQueueStop(queue(), false));
 }
 
-/// Enqueues the buffer that is partly filled, and resumes a paused queue with it. `paused_` stays
-/// true: the next flow starts the queue again.
+/// Enqueues the partly filled buffer and then resumes a paused queue. `paused_` stays true, so the
+/// next flow starts the queue again.
 void PlaybackSinkImpl::enqueueRest() {
     AudioQueueBuffer* const rest = buffers_.firstIdle();
     if (rest == nullptr || rest->mAudioDataByteSize == 0) {

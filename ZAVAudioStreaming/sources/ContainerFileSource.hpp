@@ -11,10 +11,10 @@
 
 namespace zav {
 
-/// Base of the sources of the library's own two file formats: the open file, the format from its
-/// header, and the targets. The application pulls with `readPackets`.
+/// Base of the sources for the library's own two file formats. It holds the open file, the format
+/// from its header, and the targets. The application pulls with `readPackets`.
 ///
-/// Threads: the application's, one at a time. Targets are called on the same thread.
+/// Threads: the application's threads, one at a time. Targets are called on the same thread.
 class ZAV_EXPORT ContainerFileSource : public AudioStreamOutputable {
  public:
     AudioStreamBasicDescription outDataFormat() const override { return outDataFormat_; }
@@ -22,7 +22,7 @@ class ZAV_EXPORT ContainerFileSource : public AudioStreamOutputable {
     void addStreamTarget(std::shared_ptr<AudioStreamInputable> target) override;
 
  protected:
-    /// A file whose position is the end of its header, and the format that the header describes.
+    /// An open file, positioned at the end of its header, and the format from that header.
     struct OpenedFile {
         FileHandle file;
         AudioStreamBasicDescription format;
@@ -37,7 +37,7 @@ class ZAV_EXPORT ContainerFileSource : public AudioStreamOutputable {
     FileHandle& fileHandle() noexcept { return fileHandle_; }
 
  private:
-    StreamTargets downstreams_;  // first, so that the file is closed before they are released
+    StreamTargets downstreams_;  // first: the file is closed before the targets are released
     FileHandle fileHandle_;
     AudioStreamBasicDescription outDataFormat_;
 };

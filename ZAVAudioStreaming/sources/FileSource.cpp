@@ -30,7 +30,7 @@ AudioFileID openForReading(const std::filesystem::path& fileURL) {
 }  // namespace
 
 void FileSource::Close::operator()(AudioFileID file) const {
-    // A failure to close loses nothing of a file that was only read.
+    // Ignored on purpose: the file was only read, so a failure to close loses nothing.
     static_cast<void>(AudioFileClose(file));
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::uint64_t kQueueBufferCount = 3;
 
-// The fixed names of these places in a report.
+// The names and numbers of these positions are fixed.
 constexpr SourcePosition kEnqueuePosition{"RecordSource", 33};
 constexpr SourcePosition kIsRecordingPosition{"RecordSource", 174};
 constexpr SourcePosition kTimeStampPosition{"RecordSource", 184};
@@ -26,12 +26,12 @@ constexpr SourcePosition kMagicCookiePosition{"RecordSource", 195};
 
 }  // namespace
 
-/// The queue of a source, its targets, and the flow from one to the other.
+/// The queue of a source, its targets, and the flow from the queue to the targets.
 class detail::RecordSourceImpl {
  public:
     explicit RecordSourceImpl(const AudioStreamBasicDescription& dataFormat);
-    /// Anything that runs the application's code holds the owner meanwhile: that code may drop the
-    /// last other reference.
+    /// Functions that run the application's code hold the owner during the call, because that code
+    /// may drop the last other reference.
     void setOwner(std::weak_ptr<RecordSource> owner) { owner_ = std::move(owner); }
 
     void record();
@@ -42,7 +42,7 @@ class detail::RecordSourceImpl {
     AudioQueueRef queue() const { return queue_.get(); }
 
     const AudioStreamBasicDescription& dataFormat() const { return dataFormat_; }
-    /// Not locked: read it as the threads of `RecordSource` allow.
+    /// Returns the targets without a lock. Follow the thread rules of `RecordSource`.
     const StreamTargets& targets() const { return targets_; }
     void addTarget(std::shared_ptr<AudioStreamInputable> target) {
         const MutexLock lock(targetCalls_);
@@ -61,16 +61,17 @@ class detail::RecordSourceImpl {
     std::weak_ptr<RecordSource> owner_;
     std::atomic<std::uint64_t> idleBufferCount_ = 0;
 
-    /// The targets are called under it: one call after the other, and none between the start of the
-    /// queue and the flow start. Recursive, because a target may call `record` or add a target.
+    /// Held while the targets are called, so calls come one after the other. `record` holds it from
+    /// the start of the queue until the flow start, so no chunk comes in between. Recursive,
+    /// because a target may call `record` or add a target.
     RecursiveMutex targetCalls_;
     StreamTargets targets_ ZAV_GUARDED_BY(targetCalls_);
 
-    Mutex mutex_;  ///< nothing is called under it
+    Mutex mutex_;  ///< no other code is called while it is held
     std::function<void()> stopCompletion_ ZAV_GUARDED_BY(mutex_);
     bool flowHasEnded_ ZAV_GUARDED_BY(mutex_) = false;
 
-    OwnedAudioQueue queue_;  // last, so that no callback finds the other members gone
+    OwnedAudioQueue queue_;  // last: destroyed before the members that callbacks use
 };
 
 RecordSourceImpl::RecordSourceImpl(const AudioStreamBasicDescription& dataFormat)
@@ -80,8 +81,8 @@ RecordSourceImpl::RecordSourceImpl(const AudioStreamBasicDescription& dataFormat
         AudioQueueNewInput(&dataFormat, onBuffer, this, nullptr, nullptr, 0, &queue));
     queue_.reset(queue);
 
-    // Asked without room and without a look at the status: a queue that answers regardless
-    // completes the format; any other leaves it as it was asked for.
+    // This call gives no room and ignores the status on purpose. A queue that answers anyway
+    // completes the format. With any other queue, the format stays as requested.
     std::uint32_t room = 0;
     static_cast<void>(
         AudioQueueGetProperty(queue, kAudioQueueProperty_StreamDescription, &dataFormat_, &room));
@@ -90,7 +91,7 @@ RecordSourceImpl::RecordSourceImpl(const AudioStreamBasicDescription& dataFormat
     for (std::uint64_t i = 0; i < kQueueBufferCount; ++i) {
         AudioQueueBufferRef buffer = nullptr;
         if (AudioQueueAllocateBuffer(queue, size, &buffer) != noErr) {
-            throw AudioQueueError::failure(noErr);  // always 0, on purpose
+            throw AudioQueueError::failure(noErr);  // the status is always 0, on purpose
         }
         // Ignored on purpose: the queue also captures with fewer buffers, but then the flow never
         // ends.
@@ -101,7 +102,8 @@ RecordSourceImpl::RecordSourceImpl(const AudioStreamBasicDescription& dataFormat
 void RecordSourceImpl::record() {
     const auto owner = owner_.lock();
     printDiagnostics("Start recording");
-    // The first buffer may come back before the targets have seen the flow start.
+    // Hold the lock: the first buffer may come back before the targets have received the flow
+    // start.
     const MutexLock lock(targetCalls_);
     throwOnQueueFailure(AudioQueueStart(queue(), nullptr));
     targets_.onAudioStreamFlowStart();
@@ -118,8 +120,8 @@ void RecordSourceImpl::stop(std::function<void()> completion) {
             return;
         }
     }
-    // The last buffer came back before the completion could be stored, or an earlier stop or a lost
-    // device had ended the flow.
+    // The flow has already ended. Either the last buffer came back before the completion could be
+    // stored, or an earlier stop or a lost device ended the flow.
     if (completion) {
         completion();
     }
@@ -147,7 +149,7 @@ void RecordSourceImpl::onBuffer(void* userData, AudioQueueRef /*queue*/, AudioQu
         fatalError(FatalCause::brokenService, "A queue's callback came without its source");
     }
     auto& source = *static_cast<RecordSourceImpl*>(userData);
-    // A source that is being destroyed has no owner; the disposal of its queue waits for this call.
+    // A source that is being destroyed has no owner. The disposal of its queue waits for this call.
     if (const auto owner = source.owner_.lock()) {
         source.takeBuffer(*buffer, packetCount, packetDescriptions);
     }
@@ -232,7 +234,7 @@ std::vector<std::byte> RecordSource::magicCookie() const {
         fatalError(FatalCause::audioQueue, status, "", kMagicCookiePosition);
     }
     std::vector<std::byte> cookie(size);
-    // Best effort: a queue that reports the size but not the bytes leaves zeros.
+    // Best effort: if the queue reports the size but not the bytes, the cookie is all zeros.
     static_cast<void>(AudioQueueGetProperty(audioQueueRef(), kAudioQueueProperty_MagicCookie,
                                             cookie.data(), &size));
     return cookie;

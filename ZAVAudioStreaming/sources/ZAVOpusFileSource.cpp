@@ -16,9 +16,9 @@ using namespace detail;
 
 namespace {
 
-/// Memory that is reserved first, in bytes: enough for a chunk of a few packets.
+/// Memory reserved at first, in bytes. It is enough for a chunk of a few packets.
 constexpr std::size_t kFirstRoom = 4096;
-/// For a longer packet, memory is taken only if the rest of the file is that long.
+/// For a longer packet, memory is allocated only if the rest of the file is that long.
 constexpr std::uint32_t kUsualPacketLength = 64 * 1024;
 
 [[noreturn]] void stopForCutPacket(SourcePosition position = SourcePosition::current()) {
@@ -52,7 +52,7 @@ void ZAVOpusFileSource::readPackets(std::int64_t count) {
 
     std::vector<std::byte> chunk;
     std::vector<AudioStreamPacketDescription> descriptions;
-    // Not for all of `count`: the file may have far fewer packets.
+    // Do not reserve memory for all of `count`: the file may have far fewer packets.
     chunk.reserve(kFirstRoom);
     descriptions.reserve(kFirstRoom / sizeof(AudioStreamPacketDescription));
 

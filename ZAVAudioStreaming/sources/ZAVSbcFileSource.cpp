@@ -22,8 +22,8 @@ namespace {
 using Configuration = SBCCoding::SBCConfiguration;
 using HeaderBytes = std::array<std::byte, SbcFileHeader::kByteCount>;
 
-/// The format's frames per packet are the PCM bytes of a frame, per channel, divided by this. The
-/// value is fixed. The result is not the true number of frames.
+/// `mFramesPerPacket` is the number of PCM bytes of a frame per channel, divided by this constant.
+/// The value is fixed. The result is not the true number of frames.
 constexpr std::uint32_t kFramesPerPacketDivisor = 128;
 
 /// Value of a decimal digit. Empty for every other character.
@@ -108,7 +108,7 @@ std::int64_t ZAVSbcFileSource::readPackets(std::int64_t count) {
     const std::size_t frameLength = outDataFormat().mBytesPerPacket;
     const auto wanted = checkedCast<std::size_t>(
         checkedMultiply(count, std::int64_t{outDataFormat().mBytesPerPacket}));
-    // No more memory than the file can fill, whatever the count.
+    // Allocate no more memory than the file can fill, even for a large count.
     const std::uint64_t fileSize = file.size();
     const auto available = static_cast<std::size_t>(fileSize - std::min(offset, fileSize));
     ChunkBuffer chunk(std::min(wanted, available));

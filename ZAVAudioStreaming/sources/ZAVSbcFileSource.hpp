@@ -13,12 +13,12 @@ namespace zav {
 
 /// Reads an SBC container file (docs/sbc-container.md) and pushes its frames.
 ///
-/// It refuses every file. The check of the magic text reads each character of the text as a decimal
-/// digit and compares the file's byte with that number, but the text has no digits. This is on
-/// purpose: the header does not hold the channel mode, so joint stereo and dual channel would be
-/// announced as plain stereo. To read SBC back, keep it as a raw stream (`kAudioFileSBCType`),
-/// whose frames hold all parameters. The rest of the node works, for a subclass whose files are
-/// known.
+/// The source refuses every file. Its check reads each character of the magic text as a decimal
+/// digit and compares the file's byte with that number. The text has no digits, so the check always
+/// fails. This is on purpose: the header does not contain the channel mode, so the source would
+/// report joint stereo and dual channel as plain stereo. To read SBC back, keep it as a raw stream
+/// (`kAudioFileSBCType`). The frames of a raw stream contain all parameters. The rest of the node
+/// works, for a subclass that knows its files.
 ///
 /// Threads: see `ContainerFileSource`.
 class ZAV_EXPORT ZAVSbcFileSource : public ContainerFileSource {
@@ -28,16 +28,17 @@ class ZAV_EXPORT ZAVSbcFileSource : public ContainerFileSource {
     ZAVSbcFileSource(NodeKey, const std::filesystem::path& fileURL);
 
     /// Reads up to `count` frames, pushes them as one chunk and returns the number of whole frames.
-    /// Calls flow start first if it starts at the first frame. If the file ends with a part of a
-    /// frame, these bytes are in the last chunk but are not counted. Calls flow end and returns 0
-    /// every time less than one frame is left; such a rest is dropped.
+    /// Calls flow start first if the next frame is the first one of the file. If the file ends with
+    /// a part of a frame, the last chunk contains these bytes but the returned number does not
+    /// count them. If less than one frame is left, every call drops the rest, calls flow end and
+    /// returns 0.
     ///
     /// Errors: throws `std::system_error` if the file cannot be read. Fatal for a negative count or
     /// if the number of bytes does not fit 64 bits.
     std::int64_t readPackets(std::int64_t count);
 
  protected:
-    /// Takes a file whose magic text has been accepted: see `openBehindMagic`.
+    /// For a file with an accepted magic text: see `openBehindMagic`.
     ZAVSbcFileSource(NodeKey, OpenedFile opened);
 
     /// Makes the stream's format from `header`. The position of `file` must be the end of the
