@@ -47,8 +47,8 @@ class ZAV_EXPORT FrameAligner : public AudioStreamInputable, public AudioStreamO
     FrameAligner(NodeKey, const std::shared_ptr<AudioStreamOutputable>& upstream,
                  std::size_t bytesPerChunk, AtFlowEnd atFlowEnd = AtFlowEnd::dropRest);
 
-    /// Bytes of PCM in one SBC frame. Makes the configuration's codec state (an encoder does this,
-    /// too). So set the fields first.
+    /// Bytes of PCM in one SBC frame. Set the fields of `configuration` before this call: like an
+    /// encoder, it makes the codec state from them.
     static std::size_t bytesPerSbcFrame(SBCCoding::SBCConfiguration& configuration);
     /// Bytes of PCM in one Opus packet of 60 ms. Fatal if the number does not fit.
     static std::size_t bytesPerOpusPacket(const AudioStreamBasicDescription& pcm);

@@ -9,9 +9,9 @@
 namespace zav {
 
 /// Turns whole SBC frames into 16-bit linear PCM. The decoder makes its configuration from the
-/// upstream's format. Two channels always give plain stereo. libsbc reads the mode from each frame,
-/// but every frame must have the configuration's `frameLen`. Fatal if the length differs. Joint
-/// stereo and dual channel usually have another length.
+/// upstream's format. For two channels, it always chooses plain stereo. libsbc reads the mode from
+/// each frame, but every frame must have the configuration's `frameLen`. Fatal if the length
+/// differs. Joint stereo and dual channel usually have another length.
 ///
 /// Threads: see `SBCCoding`.
 class ZAV_EXPORT SBCDecoder : public SBCCoding {

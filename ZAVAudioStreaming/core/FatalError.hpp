@@ -73,9 +73,9 @@ using FatalErrorHandler = std::function<void(const FatalStop& stop)>;
 /// code (`std::_Exit`). If the handler returns, `fatalError` prints the line and aborts. The
 /// handler runs on the thread of the fault, in the middle of a node's call. It must not throw. It
 /// must not call the library, including this function. It must not wait for another thread, because
-/// that thread may have a fault, too, and wait for the end of the process. A second stop inside the
-/// handler does not call the handler again: `fatalError` prints the line of the second stop and
-/// aborts.
+/// that thread may have a fault, too, and wait for the end of the process. If a second fault
+/// happens inside the handler, the handler is not called again: `fatalError` prints the line of the
+/// second fault and aborts.
 ///
 /// Threads: any. A call that comes while a handler runs waits for the end of the process.
 ZAV_EXPORT FatalErrorHandler setFatalErrorHandler(FatalErrorHandler handler);

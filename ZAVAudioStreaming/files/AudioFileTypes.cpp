@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "ZAVAudioStreaming/files/CompressedFiles.hpp"
+#include "ZAVAudioStreaming/files/PcmFileReader.hpp"
 #include "ZAVAudioStreaming/files/PcmFileStructure.hpp"
 #include "ZAVAudioStreaming/files/PcmFileTypes.hpp"
+#include "ZAVAudioStreaming/files/PcmFileWriter.hpp"
 #include "ZAVAudioStreaming/files/RawSbcReader.hpp"
 #include "ZAVAudioStreaming/files/RawSbcWriter.hpp"
-#include "ZAVAudioStreaming/files/SndfileReader.hpp"
-#include "ZAVAudioStreaming/files/SndfileWriter.hpp"
 #include "ZAVAudioStreaming/posix/LoadModule.hpp"
 
 namespace zav::detail {
@@ -40,7 +40,7 @@ std::vector<AudioFileTypeID> allTypes(
 std::unique_ptr<AudioFileReader> openAudioFile(FileHandle file) {
     const auto structure = examinePcmFile(file);
     if (structure && !structure->isCompressed) {
-        return std::make_unique<SndfileReader>(std::move(file), *structure);
+        return std::make_unique<PcmFileReader>(std::move(file), *structure);
     }
     if (const auto firstFrame = firstSbcFrame(file)) {
         return std::make_unique<RawSbcReader>(std::move(file), *firstFrame);
@@ -61,7 +61,7 @@ std::unique_ptr<AudioFileWriter> createAudioFile(const std::filesystem::path& pa
     const PcmFileType* const pcmType = findPcmFileType(fileType);
     if (pcmType != nullptr && isPcmFormat(dataFormat)) {
         const int sndfileFormat = sndfileFormatFor(*pcmType, dataFormat);
-        return std::make_unique<SndfileWriter>(FileHandle::create(path, ifExists), *pcmType,
+        return std::make_unique<PcmFileWriter>(FileHandle::create(path, ifExists), *pcmType,
                                                sndfileFormat, dataFormat);
     }
     if (fileType == kAudioFileSBCType) {

@@ -121,9 +121,9 @@ inline constexpr OSStatus kAudioFormatUnsupportedDataFormatError =
 /// Common to all services; the name is our own.
 inline constexpr OSStatus kAudioQueueErr_NoMemory = -108;
 
-/// Returns a filled buffer of an input queue. All pointers are valid only during the call. Only
-/// streams with packets of variable size have descriptions. A buffer that a stop returns may be
-/// empty.
+/// Called when an input queue gives a filled buffer back to the application. All pointers are valid
+/// only during the call. Only streams with packets of variable size have descriptions. A buffer
+/// that a stop returns may be empty.
 using AudioQueueInputCallback = void (*)(void* inUserData, AudioQueueRef inAQ,
                                          AudioQueueBufferRef inBuffer,
                                          const AudioTimeStamp* inStartTime,
@@ -197,8 +197,8 @@ using AudioQueueOutputCallbackBlock =
                                                   const AudioTimeStamp* inStartTime);
 
 /// Pauses a queue at once. It keeps its buffers and their audio. A paused input queue captures
-/// nothing. If the application is more than a second late with its buffers, the device holds audio
-/// back. A pause drops that audio. The call changes nothing if the queue is not running or is
+/// nothing. An input queue stores one second of audio for which it has no buffer. The device keeps
+/// later audio, which a pause drops. The call changes nothing if the queue is not running or is
 /// paused. It also changes nothing if the queue is stopping and has given all its buffers back.
 ///
 /// Errors: -66680 the device has just gone away, and the queue will stop; -108 no memory; -66685

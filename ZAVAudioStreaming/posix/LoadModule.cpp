@@ -20,7 +20,8 @@ std::filesystem::path ownFolder() {
         object == nullptr) {
         return {};
     }
-    // In the loader's list, the program itself has no name. argv[0] is not always a path.
+    // In the loader's list, the program itself has no name. So ask /proc/self/exe, because argv[0]
+    // is not always a path.
     const bool isProgram = object->l_name == nullptr || *object->l_name == '\0';
     std::error_code error;
     const auto path =

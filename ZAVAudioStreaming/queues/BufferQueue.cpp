@@ -306,8 +306,7 @@ bool BufferQueue::takeNext(BufferLedger::Entry& next) {
 }
 
 bool BufferQueue::isRunOver() const {
-    return run_.isRunning() &&
-           (side_->isDeviceGone() || (run_.isStopping() && side_->isPlayedOut()));
+    return run_.isOver(side_->isDeviceGone(), side_->isPlayedOut());
 }
 
 void BufferQueue::finishRunIfOver() {

@@ -34,6 +34,11 @@ class QueueRun {
     bool isDisposedOf() const { return disposal_ == Disposal::done; }
     /// True if a disposal was waiting for the end of the run and the run has ended.
     bool isDisposalDue() const { return disposal_ == Disposal::afterStop && !isRunning(); }
+    /// Whether a running queue has to stop by itself: its device is gone, or an asynchronous stop
+    /// has nothing left to play.
+    bool isOver(bool isDeviceGone, bool isPlayedOut) const {
+        return isRunning() && (isDeviceGone || (isStopping_ && isPlayedOut));
+    }
     /// Number of times that the queue has stopped.
     std::uint64_t stopCount() const { return stopCount_; }
 

@@ -107,7 +107,8 @@ void setOpusDuration(AVCodecContext& context, const AudioStreamBasicDescription&
     constexpr double kLongest = 120;
     const double milliseconds = format.mFramesPerPacket * 1000.0 / format.mSampleRate;
     // libavcodec refuses every duration that Opus does not have. For durations outside this range
-    // it also prints a message, without a context that we could silence. So we refuse these first.
+    // it also prints a message that we cannot silence, because the message has no context. So we
+    // refuse these first.
     if (milliseconds < kShortest || milliseconds > kLongest) {
         refuseToEncode();
     }

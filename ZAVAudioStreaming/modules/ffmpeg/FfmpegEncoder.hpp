@@ -46,9 +46,9 @@ class FfmpegEncoder : public QueueEncoder {
     /// 32 bits.
     void shortenPackets();
     void encodePacket(std::span<const std::byte> pcm, EncodedPackets& packets);
-    /// Pads a short ALAC remainder of more than two channels. libavcodec 5.1 reserves room for the
-    /// header of one channel group only, and aborts on a packet of a few frames with several
-    /// groups.
+    /// Pads a short last packet of ALAC if the stream has more than two channels. libavcodec 5.1
+    /// reserves room for the header of one channel group only, and aborts on a packet of a few
+    /// frames with several groups.
     void lengthenRemainder();
     void send(const AVFrame* frame, EncodedPackets& packets);
     /// Takes the final cookie from FLAC's last packet, which has no audio. At the end, the

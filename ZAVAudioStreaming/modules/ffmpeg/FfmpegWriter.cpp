@@ -14,7 +14,7 @@
 namespace zav::detail {
 namespace {
 
-/// The most bytes of packets that wait for a cookie.
+/// Upper limit, in bytes, for the packets that are held until a cookie is set.
 constexpr std::size_t kMostHeldBytes = std::size_t{8} << 20U;
 
 /// The usual lookahead of an encoder, 6.5 ms at 48 kHz.

@@ -46,9 +46,10 @@ class PacketCutter {
     std::uint32_t constantSize_;
     std::vector<std::byte> remainder_;  // less than a packet of constant size
     bool hasBegun_ = false;
-    CodecContext context_;       // where the parser stores what it finds
-    Parser parser_;              // null if the stream is not parsed
-    std::size_t heldBytes_ = 0;  // bytes that the parser can hold: those since its last packet
+    CodecContext context_;  // where the parser stores what it finds
+    Parser parser_;         // null if the stream is not parsed
+    std::size_t heldBytes_ =
+        0;  // given to the parser since its last packet; it may still hold them
 };
 
 }  // namespace zav::detail

@@ -1,4 +1,4 @@
-#include "ZAVAudioStreaming/files/SndfileReader.hpp"
+#include "ZAVAudioStreaming/files/PcmFileReader.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -7,7 +7,7 @@
 
 namespace zav::detail {
 
-SndfileReader::OpenFile SndfileReader::open(FileHandle file, const PcmFileStructure& structure) {
+PcmFileReader::OpenFile PcmFileReader::open(FileHandle file, const PcmFileStructure& structure) {
     const std::uint64_t fileSize = file.size();
     SF_INFO info{};
     OpenFile opened;
@@ -25,16 +25,16 @@ SndfileReader::OpenFile SndfileReader::open(FileHandle file, const PcmFileStruct
     return opened;
 }
 
-SndfileReader::SndfileReader(FileHandle file, const PcmFileStructure& structure)
-    : SndfileReader(open(std::move(file), structure), structure) {}
+PcmFileReader::PcmFileReader(FileHandle file, const PcmFileStructure& structure)
+    : PcmFileReader(open(std::move(file), structure), structure) {}
 
-SndfileReader::SndfileReader(OpenFile openFile, const PcmFileStructure& structure)
+PcmFileReader::PcmFileReader(OpenFile openFile, const PcmFileStructure& structure)
     : AudioFileReader(structure.fileType, openFile.dataFormat),
       structure_(structure),
       stream_(std::move(openFile.stream)),
       frameCount_(openFile.frameCount) {}
 
-std::span<const std::byte> SndfileReader::magicCookie() {
+std::span<const std::byte> PcmFileReader::magicCookie() {
     if (!cookie_) {
         std::vector<std::byte> cookie(structure_.cookieSize);
         cookie.resize(
@@ -44,7 +44,7 @@ std::span<const std::byte> SndfileReader::magicCookie() {
     return *cookie_;
 }
 
-PacketRun SndfileReader::readPackets(std::uint64_t firstPacket, PacketRun room,
+PacketRun PcmFileReader::readPackets(std::uint64_t firstPacket, PacketRun room,
                                      AudioStreamPacketDescription* descriptions, void* buffer) {
     if (firstPacket >= frameCount_) {
         return {};

@@ -15,9 +15,9 @@ namespace zav::detail {
 /// The header is brought up to date after every second of audio, so a writer that is killed loses
 /// one second at most. An update at every write would cost three times as much as the writing
 /// itself. An update once a second costs a third of the writing.
-class SndfileWriter : public AudioFileWriter {
+class PcmFileWriter : public AudioFileWriter {
  public:
-    SndfileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
+    PcmFileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
                   const AudioStreamBasicDescription& dataFormat);
 
     std::uint64_t packetCount() override { return frameCount_; }

@@ -13,9 +13,9 @@ namespace zav::detail {
 
 /// Reads PCM, float, A-law and mu-law files through libsndfile, as raw bytes in the file's own
 /// encoding. One packet is one frame.
-class SndfileReader : public AudioFileReader {
+class PcmFileReader : public AudioFileReader {
  public:
-    SndfileReader(FileHandle file, const PcmFileStructure& structure);
+    PcmFileReader(FileHandle file, const PcmFileStructure& structure);
 
     std::uint64_t packetCount() override { return frameCount_; }
     std::uint64_t byteCount() override { return frameCount_ * frameSize(); }
@@ -33,7 +33,7 @@ class SndfileReader : public AudioFileReader {
     };
 
     static OpenFile open(FileHandle file, const PcmFileStructure& structure);
-    SndfileReader(OpenFile openFile, const PcmFileStructure& structure);
+    PcmFileReader(OpenFile openFile, const PcmFileStructure& structure);
 
     std::uint32_t frameSize() const { return dataFormat().mBytesPerFrame; }
 

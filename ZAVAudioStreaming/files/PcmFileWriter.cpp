@@ -1,4 +1,4 @@
-#include "ZAVAudioStreaming/files/SndfileWriter.hpp"
+#include "ZAVAudioStreaming/files/PcmFileWriter.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -129,7 +129,7 @@ void insertCafCookie(std::span<std::byte> header, std::span<const std::byte> coo
 
 }  // namespace
 
-SndfileWriter::SndfileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
+PcmFileWriter::PcmFileWriter(FileHandle file, const PcmFileType& type, int sndfileFormat,
                              const AudioStreamBasicDescription& dataFormat)
     : AudioFileWriter(type.fileType, dataFormat),
       info_(sndfileInfo(sndfileFormat, dataFormat)),
@@ -145,7 +145,7 @@ SndfileWriter::SndfileWriter(FileHandle file, const PcmFileType& type, int sndfi
     }
 }
 
-std::uint32_t SndfileWriter::writePackets(std::uint64_t firstPacket, PacketRun run,
+std::uint32_t PcmFileWriter::writePackets(std::uint64_t firstPacket, PacketRun run,
                                           const AudioStreamPacketDescription* /*descriptions*/,
                                           const void* buffer) {
     if (run.byteCount % frameSize() != 0) {
@@ -170,7 +170,7 @@ std::uint32_t SndfileWriter::writePackets(std::uint64_t firstPacket, PacketRun r
     return frameCount;
 }
 
-void SndfileWriter::correct(std::span<std::byte> header) const {
+void PcmFileWriter::correct(std::span<std::byte> header) const {
     if (!cookie_.empty() && cookie_.size() <= cookieCapacity_) {
         insertCafCookie(header, cookie_);
     } else if (fileType() == kAudioFileAIFFType || fileType() == kAudioFileAIFCType) {
@@ -178,14 +178,14 @@ void SndfileWriter::correct(std::span<std::byte> header) const {
     }
 }
 
-void SndfileWriter::moveTo(std::uint64_t frame) {
+void PcmFileWriter::moveTo(std::uint64_t frame) {
     if (frame != position_) {
         stream_.seek(frame);
         position_ = frame;
     }
 }
 
-void SndfileWriter::fillWithSilence(std::uint64_t endFrame) {
+void PcmFileWriter::fillWithSilence(std::uint64_t endFrame) {
     const std::byte silence = silenceByteOf(dataFormat());
     const std::uint64_t stepFrames = std::max<std::uint64_t>(1, kSilenceStepInBytes / frameSize());
     const std::vector<std::byte> step(std::min(stepFrames, endFrame - frameCount_) * frameSize(),
@@ -201,7 +201,7 @@ void SndfileWriter::fillWithSilence(std::uint64_t endFrame) {
     }
 }
 
-void SndfileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
+void PcmFileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
     const std::size_t wanted = frameCount * frameSize();
     const std::size_t written = stream_.writeRaw(buffer, wanted);
     position_ += written / frameSize();
@@ -216,7 +216,7 @@ void SndfileWriter::writeFrames(const void* buffer, std::uint64_t frameCount) {
     }
 }
 
-void SndfileWriter::setMagicCookie(std::span<const std::byte> cookie) {
+void PcmFileWriter::setMagicCookie(std::span<const std::byte> cookie) {
     if (!takesMagicCookie()) {
         throw StatusFailure(kAudioFileUnsupportedPropertyError);
     }
@@ -225,7 +225,7 @@ void SndfileWriter::setMagicCookie(std::span<const std::byte> cookie) {
     stream_.throwFileError();
 }
 
-void SndfileWriter::finish() {
+void PcmFileWriter::finish() {
     // A cookie that is too long for the header follows the audio.
     const bool fitsHeader = cookie_.size() <= cookieCapacity_;
     stream_.close(fitsHeader ? std::vector<std::byte>() : cafCookieChunk(cookie_));
